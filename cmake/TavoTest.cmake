@@ -1,0 +1,32 @@
+# tavo_test(NAME [SOURCES file...] [LABELS label...] [LOCK lock...] [TIMEOUT seconds]
+#           [LIBRARIES target...] [DEPENDS target...] [DEFINITIONS def...])
+#
+# Declares the GoogleTest program NAME_test made of NAME_test.cpp (and SOURCES). Every case runs in a process of its own,
+# because the logger, the board's descriptor and signal dispositions live as long as a process.
+# LOCK names the fixed paths that the cases use, so that ctest never runs two of their users at once.
+# DEPENDS names targets that must be built before (helper programs, sandbox tools).
+include(GoogleTest)
+
+function(tavo_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LABELS;LOCK;LIBRARIES;DEPENDS;DEFINITIONS" ${ARGN})
+    if(NOT ARG_LABELS)
+        set(ARG_LABELS unit)
+    endif()
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 60)
+    endif()
+    set(target ${name}_test)
+    add_executable(${target} ${name}_test.cpp ${ARG_SOURCES})
+    target_compile_features(${target} PRIVATE cxx_std_17)
+    target_compile_definitions(${target} PRIVATE ${ARG_DEFINITIONS})
+    target_link_libraries(${target} PRIVATE tavo::tavo tavo_test_support ${ARG_LIBRARIES} GTest::gtest_main)
+    tavo_warnings(${target})
+    if(ARG_DEPENDS)
+        add_dependencies(${target} ${ARG_DEPENDS})
+    endif()
+    set(properties LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+    if(ARG_LOCK)
+        list(APPEND properties RESOURCE_LOCK "${ARG_LOCK}")
+    endif()
+    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+endfunction()
