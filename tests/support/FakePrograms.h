@@ -1,0 +1,36 @@
+#ifndef TAVO_TESTS_FAKE_PROGRAMS_H
+#define TAVO_TESTS_FAKE_PROGRAMS_H
+
+#include "TempDir.h"
+
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// Programs put first in PATH while it lives. Each records its arguments and then does what its script says.
+class FakePrograms {
+public:
+    FakePrograms();
+    ~FakePrograms();
+    FakePrograms(const FakePrograms&) = delete;
+    FakePrograms& operator=(const FakePrograms&) = delete;
+
+    /// Adds a program; `script` is shell code that runs after the call was recorded.
+    void add(const std::string& name, const std::string& script = "");
+
+    /// All calls so far, in order: the program's name and its arguments, each argument between square brackets
+    /// ("ubus [call] [uci]"), so that blanks and quotes show.
+    std::vector<std::string> calls() const;
+
+    const std::string& directory() const { return bin_.path(); }
+
+private:
+    TempDir bin_;
+    TempDir log_;
+    std::string savedPath_;
+};
+
+} // namespace support
+
+#endif
