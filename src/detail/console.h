@@ -5,9 +5,9 @@
 #include <istream>
 #include <ostream>
 
-// Up to release 12 of GNU's library, <iostream> plants a load-time constructor and an exit handler in every source that
-// includes it. The library must load fast on a weak board, so there the two streams are declared by hand and
-// made ready on first use instead.
+// Up to release 12 of GNU's library, <iostream> plants a load-time constructor and an exit handler
+// in every source that includes it. The library must load fast on a weak board, so there the two
+// streams are declared by hand and made ready on first use instead.
 #if defined(_GLIBCXX_RELEASE) && _GLIBCXX_RELEASE < 13
 namespace std {
 extern istream cin;

@@ -6,8 +6,9 @@
 
 namespace support {
 
-/// Redirects one descriptor (standard output by default) to a file while it lives. Works below the C and C++
-/// streams, so what child processes, printf and perror write is seen too, in the order written.
+/// Redirects one descriptor (standard output by default) to a file while it lives. Works below the
+/// C and C++ streams, so what child processes, printf and perror write is seen too, in the order
+/// written.
 class CapturedOutput {
 public:
     explicit CapturedOutput(int descriptor = 1);

@@ -49,7 +49,8 @@ std::vector<std::string> CapturedSyslog::lines() const {
 
 } // namespace support
 
-// In front of the C library's, for the library under test as well; the second name is what fortified builds call.
+// In front of the C library's, for the library under test as well; the second name is what
+// fortified builds call.
 extern "C" {
 void syslog(int priority, const char* format, ...);
 void __syslog_chk(int priority, int flag, const char* format, ...);

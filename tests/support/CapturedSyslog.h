@@ -17,8 +17,9 @@ struct SyslogRecord {
     }
 };
 
-/// Stands in for the system log while it lives: a test program that uses this class supplies `syslog` itself, in front
-/// of the C library's. Records made while none lives are dropped. One at a time.
+/// Stands in for the system log while it lives: a test program that uses this class supplies
+/// `syslog` itself, in front of the C library's. Records made while none lives are dropped. One at
+/// a time.
 class CapturedSyslog {
 public:
     CapturedSyslog();

@@ -16,9 +16,12 @@ FakePrograms::~FakePrograms() { setenv("PATH", savedPath_.c_str(), 1); }
 void FakePrograms::add(const std::string& name, const std::string& script) {
     writeFile(bin_ / name,
               "#!/bin/sh\n"
-              "line=" + name + "\n"
-              "for argument in \"$@\"; do line=\"$line [$argument]\"; done\n"
-              "printf '%s\\n' \"$line\" >> " + (log_ / "calls") + "\n" + script + "\n",
+              "line=" +
+                  name +
+                  "\n"
+                  "for argument in \"$@\"; do line=\"$line [$argument]\"; done\n"
+                  "printf '%s\\n' \"$line\" >> " +
+                  (log_ / "calls") + "\n" + script + "\n",
               0755);
 }
 

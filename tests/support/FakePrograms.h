@@ -8,7 +8,8 @@
 
 namespace support {
 
-/// Programs put first in PATH while it lives. Each records its arguments and then does what its script says.
+/// Programs put first in PATH while it lives. Each records its arguments and then does what its
+/// script says.
 class FakePrograms {
 public:
     FakePrograms();
@@ -19,7 +20,8 @@ public:
     /// Adds a program; `script` is shell code that runs after the call was recorded.
     void add(const std::string& name, const std::string& script = "");
 
-    /// All calls so far, in order: the program's name and its arguments, each argument between square brackets
+    /// All calls so far, in order: the program's name and its arguments, each argument between
+    /// square brackets
     /// ("ubus [call] [uci]"), so that blanks and quotes show.
     std::vector<std::string> calls() const;
 

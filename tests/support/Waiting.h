@@ -6,8 +6,8 @@
 
 namespace support {
 
-/// Looks at `condition` every millisecond until it holds or the deadline has passed; tells whether it held.
-/// For conditions outside the process, which nothing can signal.
+/// Looks at `condition` every millisecond until it holds or the deadline has passed; tells whether
+/// it held. For conditions outside the process, which nothing can signal.
 bool eventually(const std::function<bool()>& condition,
                 std::chrono::milliseconds deadline = std::chrono::seconds(10));
 

@@ -1,0 +1,62 @@
+#ifndef KVR_API_IOT_SUBJECT_H
+#define KVR_API_IOT_SUBJECT_H
+
+#include <kvr/api/export.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace kvr {
+namespace api {
+namespace iot {
+
+/// Receives the announcements of a Subject<T>.
+template <class T>
+class TAVO_API Observer {
+public:
+    // The order of the virtual operations is part of the binary interface.
+    virtual ~Observer() {}
+
+    /// Called by the subject on the thread that runs it, one announcement at a time. Read what is
+    /// new from `subject`.
+    virtual void update(T* subject) = 0;
+};
+
+/// Announces events to the attached observers. T is the class derived from it.
+///
+/// Ownership: observers are not owned; each must be detached before it goes, or outlive the
+/// subject. Threads:   attach and detach on the subject's own thread (an observer may do so in
+/// update()), or while it is idle.
+template <class T>
+class TAVO_API Subject {
+public:
+    virtual ~Subject() {}
+
+    /// Adds `observer` behind the others. One that is attached twice is called twice.
+    void attach(Observer<T>* observer) { observers.push_back(observer); }
+
+    /// Removes every occurrence of `observer`.
+    void detach(Observer<T>* observer) {
+        observers.erase(std::remove(observers.begin(), observers.end(), observer), observers.end());
+    }
+
+protected:
+    /// Calls update() of every observer in the order of attachment. An exception of one ends the
+    /// round.
+    void notify() {
+        // By index: an observer may attach or detach others. One detached in a round makes its
+        // successor miss that round.
+        for (std::size_t i = 0; i < observers.size(); ++i)
+            observers[i]->update(static_cast<T*>(this));
+    }
+
+private:
+    std::vector<Observer<T>*> observers;
+};
+
+} // namespace iot
+} // namespace api
+} // namespace kvr
+
+#endif

@@ -1,0 +1,61 @@
+#ifndef KVR_API_MDW_NQ_DDS_RMI_H
+#define KVR_API_MDW_NQ_DDS_RMI_H
+
+#include <kvr/api/export.h>
+
+// The class below is visible outside the library and holds one of these types, so they are too.
+#pragma GCC visibility push(default)
+#include <dds_service_sdk.h>
+#pragma GCC visibility pop
+
+namespace kvr {
+namespace api {
+namespace mdw {
+
+/// Starts and stops the default DDS RMI runtime of the process, as an RMI client or as an RMI
+/// server, with fixed options. Services, proxies and QoS are the application's own business with
+/// DDS RMI.
+///
+/// Ownership: the runtime belongs to DDS RMI, one per process. The object holds a share of it from
+/// the first startRUNTIME() on;
+///            copies hold one each. Destroying the object stops nothing.
+/// Output:    system log records of informational priority, failures included; nothing on standard
+/// output. Failure:   a return value; exceptions of DDS RMI pass through. Threads:   one object is
+/// used by one thread at a time. Objects on several threads reach the same runtime, which takes
+/// care
+///            of itself when it is the one over Cyclone DDS: all of them are told that it runs.
+///
+/// Part of the library unless it was built with TAVO_DDS=OFF. Where `<dds_service_sdk.h>` comes
+/// from was decided by the same setting; the CMake target and the pkg-config module of the library
+/// name its directory.
+class TAVO_API NQ_DDS_RMI_RUNTIME {
+public:
+    /// Fetches the default runtime and starts it unless it runs already, whoever started it and in
+    /// whichever role. `isClient` chooses the options:
+    ///   true:  --RMIServiceDiscoveryTimeout=20 (seconds) and --RMIClientThreadingModel=MT
+    ///   false: --RMIClientThreadingModel=MT
+    ///
+    /// 0: it runs. 1: there is no default runtime, or it did not start. The system log receives, in
+    /// this order,
+    ///   "Failed to get the default Runtime "     alone, when there is none (1)
+    ///   "=== Runtime start"
+    ///   "=== Great! Runtime is usable"           it ran already (0); nothing follows
+    ///   "=== Runtime started"                    start was called, whatever it returned
+    ///   "Failed to start the Runtime "           it did not start (1)
+    /// Deliberate: the blank at the end of two of them, and "=== Runtime started" before a failure.
+    int startRUNTIME(bool isClient);
+
+    /// Stops the runtime, also for others who use it, and passes on what its own stop operation
+    /// returns. The share of the runtime is kept, and it may be started again. Trap: must not be
+    /// called before startRUNTIME() has fetched a runtime; the pointer is not checked.
+    bool stopRUNTIME();
+
+private:
+    org::opensplice::DDS_RMI::shared_ptr<org::opensplice::DDS_RMI::CRuntime> runtime;
+};
+
+} // namespace mdw
+} // namespace api
+} // namespace kvr
+
+#endif

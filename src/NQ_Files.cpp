@@ -1,0 +1,235 @@
+#include <kvr/api/file/NQ_Files.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct Pipe {
+    int readEnd;
+    int writeEnd;
+};
+
+/// The child's side of popen2(). Returns only when the program cannot be executed.
+void runProgram(const std::string& command, const std::vector<std::string>& args, const Pipe& pipe,
+                bool reading) {
+    if (reading) {
+        close(pipe.readEnd);
+        dup2(pipe.writeEnd, STDOUT_FILENO);
+        dup2(pipe.writeEnd, STDERR_FILENO);
+        close(pipe.writeEnd);
+    } else {
+        close(pipe.writeEnd);
+        dup2(pipe.readEnd, STDIN_FILENO);
+        close(pipe.readEnd);
+    }
+
+    std::vector<char*> argv;
+    argv.reserve(args.size() + 2);
+    argv.push_back(const_cast<char*>(command.c_str()));
+    for (const std::string& arg : args)
+        argv.push_back(
+            convert(arg)); // released by the exec, or by the end of this short-lived copy
+    argv.push_back(nullptr);
+    execvp(command.c_str(), argv.data());
+    std::perror("execvp");
+}
+
+/// Leaves a forked copy of the caller whose program could not be executed, before it runs the
+/// caller's code.
+FILE* startReading(const std::string& command, const std::vector<std::string>& args, int& pid) {
+    FILE* stream = popen2(command, args, "r", pid);
+    if (pid == 0)
+        _exit(127);
+    return stream;
+}
+
+/// Hands each piece of output, one fgets() of at most 254 bytes, to `take`.
+template <class Taker>
+void readPieces(FILE* stream, Taker take) {
+    char buffer[255];
+    while (stream != nullptr && std::fgets(buffer, sizeof buffer, stream) != nullptr)
+        take(buffer);
+}
+
+} // namespace
+
+FILE* popen2(const std::string& command, const std::vector<std::string>& args,
+             const std::string& type, int& pid) {
+    const bool reading = type == "r";
+    int ends[2] = {-1, -1};
+    (void)!pipe(ends); // shows as the null stream below
+    const Pipe pipe = {ends[0], ends[1]};
+
+    const pid_t child = fork();
+    if (child == -1) {
+        std::perror("fork");
+        std::exit(1);
+    }
+    if (child == 0)
+        runProgram(command, args, pipe, reading);
+
+    // Deliberate: the copy whose program could not be executed comes here too. It has closed both
+    // ends already.
+    pid = child;
+    close(reading ? pipe.writeEnd : pipe.readEnd);
+    const int end = reading ? pipe.readEnd : pipe.writeEnd;
+    if (child == 0 || end == -1)
+        return nullptr; // explicit, as not every C library's fdopen() checks its descriptor
+    return fdopen(end, reading ? "r" : "w");
+}
+
+int pclose2(FILE* stream, int pid) {
+    if (stream != nullptr)
+        std::fclose(stream);
+    int status = 0;
+    while (waitpid(pid, &status, 0) == -1) {
+        if (errno != EINTR)
+            return -1;
+    }
+    return status;
+}
+
+char* convert(const std::string& s) {
+    char* copy = new char[s.size() + 1];
+    s.copy(copy, s.size());
+    copy[s.size()] = '\0';
+    return copy;
+}
+
+namespace kvr::api::file {
+
+std::string NQ_Popen::executeInsecure(const std::string& command, int& status) {
+    std::string output;
+    const std::shared_ptr<FILE> stream(popen(command.c_str(), "r"), [&status](FILE* opened) {
+        if (opened != nullptr)
+            status = (pclose(opened) >> 8) & 0xFF;
+    });
+    if (stream == nullptr)
+        throw std::runtime_error("popen() failed!");
+    char buffer[128];
+    while (!std::feof(stream.get())) {
+        if (std::fgets(buffer, sizeof buffer, stream.get()) != nullptr)
+            output += buffer;
+    }
+    return output;
+}
+
+std::string NQ_Popen::executeInsecure(const std::string& command) {
+    int dropped = 0;
+    return executeInsecure(command, dropped);
+}
+
+std::string NQ_Popen::execute(const std::string& command, const std::vector<std::string>& args,
+                              int& status) {
+    int pid = 0;
+    FILE* stream = startReading(command, args, pid);
+    std::string output;
+    readPieces(stream, [&output](const char* piece) { output += piece; });
+    status = pclose2(stream, pid);
+    return output;
+}
+
+std::string NQ_Popen::execute(const std::string& command, const std::vector<std::string>& args) {
+    int dropped = 0;
+    return execute(command, args, dropped);
+}
+
+void NQ_Popen::executeNonblock(const std::string& command, const std::vector<std::string>& args,
+                               std::function<void(const std::string&)> onOutput,
+                               std::function<void(int)> onExit, std::function<void(int)> onStart) {
+    std::thread([command, args, onOutput = std::move(onOutput), onExit = std::move(onExit),
+                 onStart = std::move(onStart)] {
+        int pid = 0;
+        FILE* stream = startReading(command, args, pid);
+        if (onStart)
+            onStart(pid);
+        readPieces(stream, onOutput);
+        onExit(pclose2(stream, pid));
+    }).detach();
+}
+
+void NQ_Popen::executeNonblock(const std::string& command, const std::vector<std::string>& args,
+                               std::function<void(const std::string&)> onOutput,
+                               std::function<void(int)> onExit) {
+    executeNonblock(command, args, std::move(onOutput), std::move(onExit),
+                    std::function<void(int)>());
+}
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+bool isSelfOrParent(const std::string& name) { return name == "." || name == ".."; }
+
+void appendEntries(const std::string& path, bool recursive, std::vector<std::string>& files) {
+    const Directory directory(opendir(path.c_str()));
+    if (directory == nullptr) {
+        std::perror("opendir: Path does not exist or could not be read.");
+        return;
+    }
+    while (const dirent* entry = readdir(directory.get())) {
+        const std::string name = entry->d_name;
+        if (isSelfOrParent(name))
+            continue;
+        if (recursive && entry->d_type == DT_DIR)
+            appendEntries(path + "/" + name, true, files);
+        else
+            files.push_back(path + "/" + name);
+    }
+}
+
+} // namespace
+
+std::vector<std::string> NQ_FileUtils::getFilesFromDir(const std::string& path, bool recursive) {
+    std::vector<std::string> files;
+    appendEntries(path, recursive, files);
+    return files;
+}
+
+std::vector<std::string> NQ_FileUtils::getFilesFromDir(const std::string& path) {
+    return getFilesFromDir(path, false);
+}
+
+std::vector<std::string> NQ_FileUtils::getFilesFromDirRecursive(const std::string& path) {
+    return getFilesFromDir(path, true);
+}
+
+int NQ_FileUtils::Linux_Copy(const char* source, const char* destination) {
+    // Deliberate: nothing is checked. Calls on -1 fail by themselves, and only the last result is
+    // the caller's.
+    const int from = open(source, O_RDONLY);
+    const int to = open(destination, O_WRONLY | O_CREAT, 0644);
+    struct stat status = {};
+    (void)fstat(from, &status);
+    (void)!sendfile(to, from, nullptr, static_cast<size_t>(status.st_size));
+    (void)close(from);
+    return close(to);
+}
+
+NQ_Files::NQ_Files() = default;
+
+NQ_Files::~NQ_Files() = default;
+
+FileWriter::~FileWriter() = default;
+
+FileWriter& FileWriter::operator<<(const std::string& text) {
+    stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+    return *this;
+}
+
+} // namespace kvr::api::file

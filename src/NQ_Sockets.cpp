@@ -1,0 +1,122 @@
+#include <kvr/api/com/NQ_Sockets.h>
+
+#include "detail/console.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#define SOCKET_DIRECTORY "/tmp/socketDDS"
+
+namespace kvr::api::com {
+namespace {
+
+constexpr int kBacklog = 5;
+
+[[noreturn]] void endProcess(const char* failedCall) {
+    std::perror(failedCall);
+    std::exit(1);
+}
+
+} // namespace
+
+NQ_Sockets::NQ_Sockets(const char* name) : serverFd(-1) {
+    try {
+        if (name == nullptr)
+            throw std::logic_error("the socket name is null");
+        socketPath = SOCKET_DIRECTORY "/";
+        socketPath += name;
+        (void)!std::system("[ -d " SOCKET_DIRECTORY
+                           " ] || mkdir -p " SOCKET_DIRECTORY); // bind() will tell
+        initSocketSrv();
+    } catch (...) {
+        detail::reportCaught("kvr::api::com::NQ_Sockets::NQ_Sockets");
+    }
+}
+
+NQ_Sockets::~NQ_Sockets() = default;
+
+void NQ_Sockets::initSocketSrv() {
+    try {
+        // Deliberate: an earlier descriptor is not closed; unlinking its path leaves only the new
+        // socket reachable.
+        serverFd = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (serverFd == -1)
+            endProcess("socket");
+
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::copy_n(socketPath.data(), std::min(socketPath.size(), sizeof address.sun_path),
+                    address.sun_path);
+        unlink(socketPath.c_str());
+
+        // The length of the whole path, so that the kernel refuses one that did not fit instead of
+        // binding its beginning.
+        const auto length = static_cast<socklen_t>(socketPath.size() + sizeof address.sun_family);
+        if (bind(serverFd, reinterpret_cast<const sockaddr*>(&address), length) == -1)
+            endProcess("bind");
+        if (listen(serverFd, kBacklog) == -1)
+            endProcess("listen");
+    } catch (...) {
+        detail::reportCaught("kvr::api::com::NQ_Sockets::initSocketSrv");
+    }
+}
+
+void NQ_Sockets::loop(bool& stop) {
+    initSocketSrv();
+    while (!stop) {
+        try {
+            serveOneConnection();
+        } catch (const std::exception& error) {
+            detail::reportCaught("kvr::api::com::NQ_Sockets::loop", error);
+        }
+    }
+}
+
+void NQ_Sockets::serveOneConnection() {
+    detail::out() << "Waiting for a connection..." << std::endl;
+    sockaddr_un peer;
+    socklen_t peerLength = sizeof peer;
+    // Deliberate: a plain descriptor, never closed.
+    const int client = accept(serverFd, reinterpret_cast<sockaddr*>(&peer), &peerLength);
+    if (client == -1)
+        throw std::runtime_error("Error accepting socket connection\n");
+    detail::out() << "Connected." << std::endl;
+    while (receiveMessage(client)) {
+    }
+}
+
+bool NQ_Sockets::receiveMessage(int client) {
+    std::uint32_t length = 0;
+    // A short or empty read is not examined: what did not arrive stays zero, and a length of 0 ends
+    // the connection below.
+    if (recv(client, &length, sizeof length, 0) < 0)
+        throw std::runtime_error("Error receiving socket data length\n");
+    detail::out() << "Receiving: " << length << " bytes" << std::endl;
+
+    std::string payload(length, '\0');
+    // Without the test, a recv() of 0 bytes would wait for the client's next byte.
+    const ssize_t result = length == 0 ? 0 : recv(client, &payload[0], length, 0);
+    detail::out() << "Receive result:" << result << std::endl;
+    if (result < 0)
+        throw std::runtime_error("Error receiving socket data buffer\n");
+    if (result == 0)
+        return false;
+
+    lastMessage = std::move(payload);
+    detail::out() << "Received:" << lastMessage << std::endl;
+    notify();
+    return true;
+}
+
+const std::string& NQ_Sockets::getLastMessage() const { return lastMessage; }
+
+} // namespace kvr::api::com
