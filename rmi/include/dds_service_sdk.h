@@ -1,0 +1,142 @@
+#ifndef TAVO_DDS_SERVICE_SDK_H
+#define TAVO_DDS_SERVICE_SDK_H
+
+// The part of the DDS RMI interface that kvr::api::mdw::NQ_DDS_RMI_RUNTIME stands on, provided over
+// Eclipse Cyclone DDS. It carries the file name, namespace and names of the commercial product's
+// interface, so that the same source builds against either. Nothing is offered here that the
+// product does not offer: code that compiles against this header compiles against the other one.
+
+#include <atomic>
+
+/// Marks what applications may use of these types; the library is built with everything else
+/// hidden.
+#define TAVO_RMI_API __attribute__((visibility("default")))
+
+namespace org {
+namespace opensplice {
+namespace DDS_RMI {
+
+/// Base of objects that shared_ptr counts and deletes.
+///
+/// The count starts at 0: the first shared_ptr makes it 1, and the object deletes itself when it
+/// falls back to 0. So it must have been made with `new`, and one that no shared_ptr ever held is
+/// the maker's to delete. Threads: the count may be changed by any thread at any time.
+class TAVO_RMI_API RefCounted {
+public:
+    RefCounted();
+    virtual ~RefCounted();
+    RefCounted(const RefCounted&) = delete;
+    RefCounted& operator=(const RefCounted&) = delete;
+
+    /// Adds one owner.
+    void inc_refcount();
+    /// Takes one owner away; the last one takes the object with it.
+    void dec_refcount();
+
+private:
+    std::atomic<int> owners;
+};
+
+/// Owner of one share of an object that derives (virtually) from RefCounted.
+///
+/// Emptiness is `get() == nullptr`. Deliberate: there is no `operator bool`, `!`, `*` or `==`, as
+/// the product has none. Threads: different pointers to one object may be used by different
+/// threads; one pointer by one thread at a time.
+template <class T>
+class TAVO_RMI_API shared_ptr {
+public:
+    shared_ptr() : pointee(nullptr) {}
+
+    /// Takes a share of `object`, which may be null. Deliberate: not explicit.
+    shared_ptr(T* object) : pointee(object) { acquire(); }
+
+    shared_ptr(const shared_ptr& other) : pointee(other.pointee) { acquire(); }
+
+    virtual ~shared_ptr() { reset(); }
+
+    shared_ptr& operator=(const shared_ptr& other) {
+        reset(other.pointee);
+        return *this;
+    }
+
+    /// Gives the share up. The pointer is empty before the object can go, so the object's
+    /// destructor may look at it.
+    void reset() {
+        T* const released = pointee;
+        pointee = nullptr;
+        if (released != nullptr)
+            released->dec_refcount();
+    }
+
+    /// Takes a share of `object` (null allowed) before it gives the old one up, so the object held
+    /// may be given again.
+    void reset(T* object) {
+        shared_ptr taken(object);
+        T* const released = pointee;
+        pointee = taken.pointee;
+        taken.pointee = released;
+    }
+
+    /// Must not be used while empty.
+    T* operator->() const { return pointee; }
+
+    /// The object, still owned by the pointer; null while empty.
+    T* get() const { return pointee; }
+
+private:
+    void acquire() {
+        if (pointee != nullptr)
+            pointee->inc_refcount();
+    }
+
+    T* pointee;
+};
+
+class CRuntime;
+typedef shared_ptr<CRuntime> CRuntime_ref;
+
+/// The process's presence in the DDS domain.
+///
+/// Threads: every operation may be called from any thread; they take turns.
+class TAVO_RMI_API CRuntime : public virtual RefCounted {
+public:
+    /// The one runtime of the process, made by the first call; never empty. The library holds a
+    /// share of it to the end of the process, so it lives, and keeps running, when the
+    /// application's pointers are gone. Deliberate: ending the process does not stop it (a forked
+    /// child would wait for threads that it does not have), and peers then miss the participant
+    /// only when its lease expires, so programs stop the runtime before they end.
+    static shared_ptr<CRuntime> getDefaultRuntime();
+
+    CRuntime();
+    ~CRuntime() override;
+
+    /// Joins the default DDS domain with a participant, which peers see under the name argv[0] (no
+    /// name when that is missing). The domain and how it is reached come from Cyclone DDS's own
+    /// settings (CYCLONEDDS_URI), read at this moment.
+    ///
+    /// `argv` holds `argc` texts: a program name, then options of the form --option=value without
+    /// blanks:
+    ///   --RMIServiceDiscoveryTimeout=N     whole seconds, at least 1
+    ///   --RMIClientThreadingModel=ST|MT
+    /// Both are checked and otherwise without effect, since there are no services here to find or
+    /// to call. Other options and texts are ignored. Nothing of `argv` is kept.
+    ///
+    /// False, with one line on standard error, when one of the two has another value or the domain
+    /// cannot be joined. True also, with nothing done, when the runtime runs already. While it
+    /// joins, Cyclone DDS's log sink is replaced, and the default one is in place afterwards: an
+    /// application with a sink of its own sets it again.
+    virtual bool start(int argc, const char* argv[]) = 0;
+
+    /// Leaves the domain; peers see that at once. False when the runtime does not run or Cyclone
+    /// DDS refuses. The runtime may be started again.
+    virtual bool stop() = 0;
+
+    /// Whether it runs: started with success and not stopped since.
+    virtual bool isUsable() = 0;
+};
+
+} // namespace DDS_RMI
+} // namespace opensplice
+} // namespace org
+
+#endif
