@@ -1,0 +1,57 @@
+# Chooses who provides the DDS RMI runtime.
+#
+# TAVO_DDS           what the builder asks for; AUTO takes the first of OPENSPLICE, CYCLONEDDS and OFF that can be had
+# TAVO_DDS_PROVIDER  what was chosen: OPENSPLICE, CYCLONEDDS (our own implementation in rmi/) or OFF (the class is left out)
+# TAVO_DDS_INSTALL_INCLUDEDIR
+#                    where, below the prefix, <dds_service_sdk.h> is installed to; empty unless CYCLONEDDS provides it. A
+#                    directory of its own, since the file bears the name of another product's header.
+# tavo_add_dds(target)  adds the class and its provider to the library
+set(_tavo_dds_choices AUTO OPENSPLICE CYCLONEDDS OFF)
+set(TAVO_DDS AUTO CACHE STRING "Provider of the DDS RMI runtime: AUTO, OPENSPLICE, CYCLONEDDS or OFF")
+set_property(CACHE TAVO_DDS PROPERTY STRINGS ${_tavo_dds_choices})
+if(NOT TAVO_DDS IN_LIST _tavo_dds_choices)
+    message(FATAL_ERROR "TAVO_DDS is \"${TAVO_DDS}\"; it must be AUTO, OPENSPLICE, CYCLONEDDS or OFF")
+endif()
+
+set(TAVO_DDS_PROVIDER OFF)
+if(TAVO_DDS STREQUAL "OPENSPLICE")
+    find_package(OpenSpliceRMI REQUIRED)
+elseif(TAVO_DDS STREQUAL "AUTO")
+    find_package(OpenSpliceRMI QUIET)
+endif()
+if(OpenSpliceRMI_FOUND AND TAVO_DDS MATCHES "^(AUTO|OPENSPLICE)$")
+    set(TAVO_DDS_PROVIDER OPENSPLICE)
+elseif(TAVO_DDS MATCHES "^(AUTO|CYCLONEDDS)$")
+    find_package(CycloneDDS CONFIG QUIET)
+    if(CycloneDDS_FOUND)
+        set(TAVO_DDS_PROVIDER CYCLONEDDS)
+    elseif(TAVO_DDS STREQUAL "CYCLONEDDS")
+        message(FATAL_ERROR "TAVO_DDS is CYCLONEDDS, but Eclipse Cyclone DDS was not found (Debian package cyclonedds-dev)")
+    else()
+        message(NOTICE "libtavo is built without NQ_DDS_RMI_RUNTIME: no DDS was found. Install the Debian package "
+                       "cyclonedds-dev, or set OSPL_HOME, to have it; set TAVO_DDS=OFF to leave it out without this notice.")
+    endif()
+endif()
+message(STATUS "DDS RMI runtime: ${TAVO_DDS_PROVIDER}")
+
+set(TAVO_DDS_INSTALL_INCLUDEDIR "")
+if(TAVO_DDS_PROVIDER STREQUAL "CYCLONEDDS")
+    set(TAVO_DDS_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/tavo/rmi)
+endif()
+
+function(tavo_add_dds target)
+    if(TAVO_DDS_PROVIDER STREQUAL "OFF")
+        return()
+    endif()
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src/NQ_DDS_RMI.cpp)
+    if(TAVO_DDS_PROVIDER STREQUAL "OPENSPLICE")
+        target_link_libraries(${target} PUBLIC OpenSpliceRMI::OpenSpliceRMI)
+        return()
+    endif()
+    set(rmi ${PROJECT_SOURCE_DIR}/rmi)
+    target_sources(${target} PRIVATE
+        ${rmi}/src/CRuntime.cpp ${rmi}/src/CycloneRuntime.cpp ${rmi}/src/RuntimeOptions.cpp)
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${rmi}/include> $<INSTALL_INTERFACE:${TAVO_DDS_INSTALL_INCLUDEDIR}>)
+    target_link_libraries(${target} PRIVATE CycloneDDS::ddsc)
+endfunction()
