@@ -54,4 +54,16 @@ bool CapturedOutput::waitFor(const std::string& expected) const {
     return eventually([&] { return text().find(expected) != std::string::npos; });
 }
 
+std::string printedBy(const std::function<void()>& action) {
+    const CapturedOutput output;
+    action();
+    return output.text();
+}
+
+std::string errorsOf(const std::function<void()>& action) {
+    const CapturedErrors errors;
+    action();
+    return errors.text();
+}
+
 } // namespace support

@@ -1,7 +1,7 @@
 #ifndef TAVO_TESTS_CAPTURED_OUTPUT_H
 #define TAVO_TESTS_CAPTURED_OUTPUT_H
 
-#include <cstddef>
+#include <functional>
 #include <string>
 
 namespace support {
@@ -33,6 +33,13 @@ class CapturedErrors : public CapturedOutput {
 public:
     CapturedErrors() : CapturedOutput(2) {}
 };
+
+/// What `action` writes to standard output. Expectations that follow can print again, which those
+/// in the lifetime of a CapturedOutput cannot.
+std::string printedBy(const std::function<void()>& action);
+
+/// What `action` writes to standard error.
+std::string errorsOf(const std::function<void()>& action);
 
 } // namespace support
 

@@ -1,0 +1,87 @@
+#include "PrivateMounts.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <iostream>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace support {
+namespace {
+
+enum Outcome { kPassed = 0, kFailed = 1, kNotAllowed = 2 };
+
+bool writeText(const char* path, const std::string& text) {
+    const int file = open(path, O_WRONLY | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    const bool written = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close(file);
+    return written;
+}
+
+/// An ordinary user gets the right to mount by being root of a user namespace.
+bool enterNamespaces() {
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (user == 0)
+        return unshare(CLONE_NEWNS) == 0;
+    return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
+           writeText("/proc/self/uid_map", "0 " + std::to_string(user) + " 1") &&
+           writeText("/proc/self/setgroups", "deny") &&
+           writeText("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+}
+
+bool coverDirectories(std::initializer_list<std::string> directories) {
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return false;
+    for (const std::string& directory : directories) {
+        if (mount("tavo-test", directory.c_str(), "tmpfs", 0, "mode=0755") != 0)
+            return false;
+    }
+    return true;
+}
+
+Outcome runInside(std::initializer_list<std::string> directories,
+                  const std::function<void()>& body) {
+    if (!enterNamespaces() || !coverDirectories(directories))
+        return kNotAllowed;
+    try {
+        body();
+    } catch (const std::exception& error) {
+        ADD_FAILURE() << "exception: " << error.what();
+    }
+    return testing::Test::HasFailure() ? kFailed : kPassed;
+}
+
+} // namespace
+
+void inPrivateMounts(std::initializer_list<std::string> directories,
+                     const std::function<void()>& body) {
+    std::cout.flush();
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    ASSERT_NE(-1, child) << std::strerror(errno);
+    if (child == 0) {
+        const Outcome outcome = runInside(directories, body);
+        std::cout.flush();
+        std::fflush(nullptr);
+        _exit(outcome);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0)) << std::strerror(errno);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotAllowed)
+        GTEST_SKIP() << "this machine allows no private mounts";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == kPassed)
+        << "raw status " << status << "; the failures are printed above";
+}
+
+} // namespace support
