@@ -31,12 +31,11 @@ public:
 /// Routes a JSON request to the handler named by its "method" member.
 ///
 /// Ownership: a handler given to AddMethod() belongs to the dispatcher, which deletes it in
-/// DeleteMethod() or on destruction. Failure:   Process() returns false; only handlers touch the
-/// response, and nothing is logged. A "method" or "params" member that
-///            is null, and a null C string, raise std::logic_error.
+///            DeleteMethod() or on destruction. Failure:   Process() returns false; only handlers
+///            touch the response, and nothing is logged. A "method" or "params" member that is
+///            null, and a null C string, raise std::logic_error.
 /// Threads:   the table must not change while another thread looks up or processes; concurrent
-/// Process() calls are as safe as
-///            the handlers are.
+///            Process() calls are as safe as the handlers are.
 ///
 /// The dispatcher knows nothing of "id", "result" or "error": answers are the business of handlers
 /// and callers.

@@ -13,17 +13,15 @@ namespace com {
 /// A Unix-domain stream server that takes length-prefixed messages from one client at a time and
 /// announces each to its observers.
 ///
-/// Wire:      per message 4 bytes of payload length (unsigned, host byte order), then the payload,
-/// any bytes. Nothing is ever sent
-///            back. A length of 0 ends the connection. Each part is taken by one recv() call: a
-///            payload that arrives in pieces is delivered after the first piece, filled up with
-///            zero bytes, and its rest is taken for the next length. Send a message with one call
-///            and keep it below the socket's buffer.
-/// Output:    everything that happens is printed on standard output.
-/// Failure:   a server that cannot be set up ends the process: perror() "socket", "bind" or
-/// "listen", then exit(1). What goes wrong on
-///            a connection is printed, and the connection abandoned.
-/// Threads:   loop() runs on the caller's thread and calls the observers there. No locks.
+/// Wire:    per message 4 bytes of payload length (unsigned, host byte order), then the payload,
+///          any bytes. Nothing is ever sent back. A length of 0 ends the connection. Each part is
+///          taken by one recv() call: a payload that arrives in pieces is delivered after the first
+///          piece, filled up with zero bytes, and its rest is taken for the next length. Send a
+///          message with one call and keep it below the socket's buffer.
+/// Output:  everything that happens is printed on standard output.
+/// Failure: a server that cannot be set up ends the process: perror() "socket", "bind" or "listen",
+///          then exit(1). What goes wrong on a connection is printed, and the connection abandoned.
+/// Threads: loop() runs on the caller's thread and calls the observers there. No locks.
 ///
 /// Deliberate: neither the descriptors of clients nor the listening socket are ever closed, so
 /// about a thousand connections exhaust a default descriptor limit; the socket file stays behind

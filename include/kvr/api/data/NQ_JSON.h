@@ -16,19 +16,17 @@ namespace data {
 /// A JSON value: a thin handle over a json-c tree.
 ///
 /// Ownership: a handle owns one json-c reference to its tree. Deliberate: copies are shallow.
-/// Copying, assigning, wrapping a
-///            `json_object*` and taking a member or an element all share the tree, so a change made
-///            through one handle is seen through every other. The tree is freed with its last
-///            reference.
+///            Copying, assigning, wrapping a `json_object*` and taking a member or an element all
+///            share the tree, so a change made through one handle is seen through every other. The
+///            tree is freed with its last reference.
 /// Failure:   a handle may hold no value (`getObj()` is null), for instance after a text that does
-/// not parse. Readers give fixed
-///            defaults for a missing key. A JSON null, or a null pointer, where text is expected
-///            raises std::logic_error: check with keyExists() and the type first where a null can
-///            occur. A null pointer given as a key or as a text raises it too. Builders given a
-///            container of the wrong type (or null) change nothing.
+///            not parse. Readers give fixed defaults for a missing key. A JSON null, or a null
+///            pointer, where text is expected raises std::logic_error: check with keyExists() and
+///            the type first where a null can occur. A null pointer given as a key or as a text
+///            raises it too. Builders given a container of the wrong type (or null) change nothing.
 /// Encoding:  bytes; nothing is converted or checked. Texts end at their first NUL byte (a JSON
-/// "\u0000"). Threads:   no locking, and json-c's reference counts are not atomic: handles that
-/// share a tree belong to one thread at a time.
+///            "\u0000"). Threads:   no locking, and json-c's reference counts are not atomic:
+///            handles that share a tree belong to one thread at a time.
 class TAVO_API NQ_JSON {
 public:
     /// A new empty object.
@@ -59,8 +57,8 @@ public:
     static NQ_JSON fromFile(const std::string& path);
 
     /// Text of a member as json_object_get_string() gives it: the characters of a string, the
-    /// spaced JSON text of anything else.
-    /// "" when the key is missing or this is no object. Raises std::logic_error for a JSON null.
+    /// spaced JSON text of anything else. "" when the key is missing or this is no object. Raises
+    /// std::logic_error for a JSON null.
     std::string get_json_string(const std::string& key) const;
 
     /// A member as plain JSON text without blanks (a string keeps its quotes, a null reads "null");

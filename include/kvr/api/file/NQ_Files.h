@@ -19,8 +19,9 @@
 /// Ends the process: when fork() fails, after perror() "fork", with exit(1).
 ///
 /// Trap: when the program cannot be executed, the forked copy of the caller prints perror()
-/// "execvp" (which lands in an "r" pipe) and then RETURNS from this call with `pid` 0 and a null
-/// stream. A direct caller must end that copy at once, before it runs any of the caller's code:
+///       "execvp" (which lands in an "r" pipe) and then RETURNS from this call with `pid` 0 and a
+///       null stream. A direct caller must end that copy at once, before it runs any of the
+///       caller's code:
 /// @code
 ///     FILE* stream = popen2(command, args, "r", pid);
 ///     if (pid == 0)
@@ -55,12 +56,11 @@ namespace file {
 /// code alone (0 to 255), execute() and executeNonblock() the raw wait status of waitpid(2), in
 /// which exit code 3 reads 768.
 ///
-/// Failure:  a failing fork() ends the process with exit(1), except in executeInsecure(). A program
-/// that cannot be executed gives the
-///           text "execvp: " and the reason as its output, and exit code 127. Where SIGCHLD is
-///           ignored, statuses are -1 (255 from executeInsecure()).
-/// Threads:  no state; any thread. Output is read up to each NUL byte of a piece: it is meant for
-/// text.
+/// Failure: a failing fork() ends the process with exit(1), except in executeInsecure(). A program
+///          that cannot be executed gives the text "execvp: " and the reason as its output, and
+///          exit code 127. Where SIGCHLD is ignored, statuses are -1 (255 from executeInsecure()).
+/// Threads: no state; any thread. Output is read up to each NUL byte of a piece: it is meant for
+///          text.
 class TAVO_API NQ_Popen {
 public:
     /// Runs a command line by the shell, through popen(3), and returns its standard output.

@@ -26,8 +26,8 @@ public:
 /// Announces events to the attached observers. T is the class derived from it.
 ///
 /// Ownership: observers are not owned; each must be detached before it goes, or outlive the
-/// subject. Threads:   attach and detach on the subject's own thread (an observer may do so in
-/// update()), or while it is idle.
+///            subject. Threads:   attach and detach on the subject's own thread (an observer may do
+///            so in update()), or while it is idle.
 template <class T>
 class TAVO_API Subject {
 public:

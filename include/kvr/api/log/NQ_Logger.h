@@ -16,10 +16,10 @@ namespace log {
 /// the system log.
 ///
 /// Ownership: the one instance belongs to the library and is deleted when the process exits; never
-/// delete it. Failure:   instance() throws while the file cannot be opened. Errors of later writes
-/// are neither detected nor reported. Encoding:  bytes as given: no time stamp, no quoting; a
-/// message with newlines makes several lines. Threads:   any thread may call instance(), log() and
-/// logSysLog(); one lock keeps lines whole.
+///            delete it. Failure:   instance() throws while the file cannot be opened. Errors of
+///            later writes are neither detected nor reported. Encoding:  bytes as given: no time
+///            stamp, no quoting; a message with newlines makes several lines. Threads:   any thread
+///            may call instance(), log() and logSysLog(); one lock keeps lines whole.
 class TAVO_API NQ_Logger {
 public:
     /// "/tmp/log.out".
@@ -32,9 +32,9 @@ public:
     static std::string kLogLevelError;
     /// @}
 
-    /// The logger, created by the first call: the file is opened for appending, or created.
-    /// Throws std::runtime_error "Unable to initialize the NQ_Logger!" when that fails; a later
-    /// call tries again.
+    /// The logger, created by the first call: the file is opened for appending, or created. Throws
+    /// std::runtime_error "Unable to initialize the NQ_Logger!" when that fails; a later call tries
+    /// again.
     static NQ_Logger* instance();
 
     /// Closes the file. Called by the library when the process exits.

@@ -13,22 +13,20 @@ namespace mng {
 
 /// Applies one section of the gateway's UCI configuration, through the `ubus` and `uci` tools.
 ///
-/// Order:    init(), checkConfig(), applyConfig(), restartService().
-/// Input:    a JSON object such as
-///           {"config":"network","section":"lan","type":"interface","values":{"ipaddr":"192.168.1.1","gateway":""}}
-///           with the package, the section, its type (for creating it) and the options. An option
-///           whose value is "" is deleted; "values":{} deletes the whole section.
-/// Failure:  only checkConfig() tells a text that does not parse. The statuses of commands are
-/// ignored. Progress is printed on
-///           standard output. A "config", "section", "type" or "values" member that is null raises
-///           std::logic_error.
-/// Threads:  one at a time; commands run synchronously. fork() failing ends the process (see
-/// popen2() in NQ_Files.h).
+/// Order:   init(), checkConfig(), applyConfig(), restartService().
+/// Input:   a JSON object such as
+///          {"config":"network","section":"lan","type":"interface","values":{"ipaddr":"192.168.1.1","gateway":""}}
+///          with the package, the section, its type (for creating it) and the options. An option
+///          whose value is "" is deleted; "values":{} deletes the whole section.
+/// Failure: only checkConfig() tells a text that does not parse. The statuses of commands are
+///          ignored. Progress is printed on standard output. A "config", "section", "type" or
+///          "values" member that is null raises std::logic_error.
+/// Threads: one at a time; commands run synchronously. fork() failing ends the process (see
+///          popen2() in NQ_Files.h).
 ///
-/// Trap:     the texts are put between single quotes into shell command lines and nothing is
-/// escaped, deliberately: a single quote
-///           in them breaks the line, and text from outside can run any command. Check such text
-///           before it comes here.
+/// Trap:    the texts are put between single quotes into shell command lines and nothing is
+///          escaped, deliberately: a single quote in them breaks the line, and text from outside
+///          can run any command. Check such text before it comes here.
 class TAVO_API NQ_UBUS {
 public:
     /// Stores and parses `cfg`. The readers below keep their earlier values when it does not parse

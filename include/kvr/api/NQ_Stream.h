@@ -1,0 +1,38 @@
+#ifndef KVR_API_NQ_STREAM_H
+#define KVR_API_NQ_STREAM_H
+
+#include <kvr/api/export.h>
+
+#include <istream>
+#include <string>
+
+/// Reads lines from a supervising process, in such a way that a stop flag is honoured while none
+/// comes.
+///
+/// Trap: the first wait for std::cin makes the C library's `stdin` unbuffered, so that no line
+///       hides in a buffer that poll(2) cannot see. Nothing may have been read from standard input
+///       before. Threads: one reader at a time. `stop` is a plain flag, written by another thread.
+class TAVO_API NQ_Stream {
+public:
+    /// The next line that is not empty, without its newline (a carriage return stays).
+    ///
+    /// For std::cin the call waits in poll(2) for at most a second at a time, looks at `stop` after
+    /// each wait, and returns an empty text when it is set, or when poll fails. At the end of
+    /// standard input it turns at full speed until `stop` is set. For other streams nothing is
+    /// waited for and `stop` is never looked at: at the end of such a stream the call does not
+    /// return. Deliberate exception: a failed stream counts as std::cin while std::cin has failed
+    /// too.
+    static std::string readOneLineStream(std::istream& in, bool& stop);
+
+    /// The same with a flag that stays false.
+    static std::string readOneLineStream(std::istream& in);
+
+    /// Reads a line likewise, writes it to std::cout with a newline, flushed, and returns it. An
+    /// empty text is written too.
+    static std::string forwardAndCopyInput(std::istream& in, bool& stop);
+
+    /// The same with a flag that stays false.
+    static std::string forwardAndCopyInput(std::istream& in);
+};
+
+#endif

@@ -1,0 +1,33 @@
+#ifndef KVR_API_STDINREADER_H
+#define KVR_API_STDINREADER_H
+
+#include <kvr/api/export.h>
+#include <kvr/api/iot/Subject.h>
+
+#include <string>
+
+/// Announces every line that a supervising process writes to this program's standard input, and
+/// echoes it to standard output.
+///
+/// Empty lines are neither announced nor echoed. Nothing may have been read from standard input
+/// before (see NQ_Stream). Threads: loop() runs on the caller's thread and calls the observers
+/// there, one line at a time.
+class TAVO_API StdInReader : public kvr::api::iot::Subject<StdInReader> {
+public:
+    StdInReader();
+    ~StdInReader() override;
+
+    /// Reads until `stop` is found true: within about a second while no line comes (an empty line
+    /// is then written to standard output), else after the next line. At the end of standard input
+    /// it turns at full speed until then.
+    void loop(bool& stop);
+
+    /// The last line read, without its newline; empty at first and after a wait that `stop` ended.
+    /// For observers, in update().
+    const std::string& getLastLine() const;
+
+private:
+    std::string lastLine;
+};
+
+#endif

@@ -1,0 +1,74 @@
+#ifndef KVR_API_MNG_NQ_CONFIG_H
+#define KVR_API_MNG_NQ_CONFIG_H
+
+#include <kvr/api/export.h>
+
+#include <string>
+
+namespace kvr {
+namespace api {
+namespace mng {
+
+/// Places one configuration file for an application or for one of its agents, and has them take it
+/// up.
+///
+/// Order: init(), for JSON content checkConfig(), applyConfig(), then stopAgent() or
+///        notifyAppRestart(). Failure:  only checkConfig() tells one. A file or directory that
+///        cannot be written and a script that fails pass silently. Threads:  one at a time;
+///        commands run synchronously.
+///
+/// Trap:  nothing is checked or quoted for the shell, deliberately: identifiers and names with
+///        blanks, shell characters or ".." change the commands and the paths. Check text from
+///        outside before it comes here.
+class TAVO_API NQ_Config {
+public:
+    /// Every application has a directory named after its identifier under `rootDirectory`.
+    explicit NQ_Config(const std::string& rootDirectory = "/opt/apps")
+        : isBase64(false), appsRoot(rootDirectory) {}
+
+    /// Works out the file's path, prints what it got, and makes the directory by `mkdir -p`.
+    ///
+    /// The file is ROOT/appID/agents/agentID/subDir/fileName, for an empty `agentID`
+    /// ROOT/appID/subDir/fileName, and for an empty `appID` just `fileName`, a full path. The
+    /// directory is what stands before the file's last "/" or "\". Deliberate: of a bare name
+    /// without either, a directory of that very name is made, and the file cannot be written.
+    /// `content` is base64 text when `isBase64` is set.
+    void init(std::string appID, std::string agentID, std::string subDir, std::string fileName,
+              std::string content, bool isBase64);
+
+    /// Whether the content, as received, parses as JSON; prints "Configuration NOT VALID" when not.
+    /// Not for base64 content.
+    bool checkConfig();
+
+    /// Writes the file anew: the content as it is, or the bytes that its base64 text stands for.
+    /// Always true.
+    bool applyConfig();
+
+    /// Runs the script that stops an agent when init() was given an agent. Always true.
+    bool stopAgent();
+
+    /// Runs ROOT/appID/bin/run.sh restart when init() was given an application and no agent.
+    void notifyAppRestart();
+
+    /// Directory of the file, after init().
+    const std::string& getConfigDir() const { return configDir; }
+
+    /// Full path of the file, after init().
+    const std::string& getConfigFile() const { return configFile; }
+
+private:
+    // The order is part of the binary interface.
+    std::string appID;
+    std::string agentID;
+    std::string configDir;
+    std::string configFile;
+    std::string content;
+    bool isBase64;
+    std::string appsRoot;
+};
+
+} // namespace mng
+} // namespace api
+} // namespace kvr
+
+#endif

@@ -1,0 +1,50 @@
+#ifndef KVR_API_SYS_NQ_GPIO_H
+#define KVR_API_SYS_NQ_GPIO_H
+
+#include <kvr/api/export.h>
+
+namespace kvr {
+namespace api {
+namespace sys {
+
+/// What a LED or the output is set to. The number goes to the board's driver unchanged; where a
+/// driver knows further values (blink modes, say), cast them.
+enum Gpio_State : int { GPIO_OFF = 0, GPIO_ON = 1 };
+
+/// The board's LEDs, its digital output and inputs, temperature and supply voltage, through
+/// ioctl(2) on /dev/gpio.
+///
+/// The device is opened by the first call and stays open until the process ends; a failed open is
+/// tried again by the next call. Failure:  nothing is printed. Without the device, or when the
+/// driver refuses, operations return -1 with errno set, except the three digital readers, which
+/// return 0: a missing board reads as a low level.
+/// Threads: any thread; two first calls at once may open the device twice, and one descriptor is
+///          then left unused.
+class TAVO_API NQ_Gpio {
+public:
+    /// @{ Set a LED or the output; return the result of ioctl(2).
+    static int setLedSim(Gpio_State state);
+    static int setLedWan(Gpio_State state);
+    static int setLedUsr(Gpio_State state);
+    static int setLedPwr(Gpio_State state);
+    static int setOut0(Gpio_State state);
+    /// @}
+
+    /// @{ Level of the output (read back) or of an input; 0 also on failure.
+    static int getOut0();
+    static int getBin0();
+    static int getBin1();
+    /// @}
+
+    /// @{ Board temperature and supply voltage in the driver's units; negative results are passed
+    /// through.
+    static int getTemperature();
+    static int getVoltage();
+    /// @}
+};
+
+} // namespace sys
+} // namespace api
+} // namespace kvr
+
+#endif

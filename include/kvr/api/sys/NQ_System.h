@@ -1,0 +1,71 @@
+#ifndef KVR_API_SYS_NQ_SYSTEM_H
+#define KVR_API_SYS_NQ_SYSTEM_H
+
+#include <kvr/api/export.h>
+
+#include <string>
+
+namespace kvr {
+namespace api {
+namespace sys {
+
+/// What a program asks about itself and the gateway it runs on.
+/// Threads: any thread, one at a time for appAlreadyRunning().
+class TAVO_API NQ_System {
+public:
+    /// Sends "Executing..." and the script to the system log (LOG_INFO), runs it by the shell and
+    /// returns what system(3) returned: the raw wait status, or -1. Nothing is quoted, and a
+    /// percent sign in the script is interpreted by the log (see NQ_Logger::logSysLog()): give no
+    /// text from outside. Throws what NQ_Logger::instance() throws.
+    static int runScript(const std::string& script);
+
+    /// kill(2).
+    static int sendSIG2Proc(int pid, int signal);
+
+    /// The target of a symbolic link, cut at 4095 bytes; empty when it cannot be read.
+    static std::string do_readlink(const std::string& path);
+
+    /// File name of the running program, from /proc/self/exe; empty when that cannot be read.
+    static std::string getAppName();
+
+    /// Directory of the running program, without a trailing slash; empty when it cannot be read.
+    static std::string getAppDir();
+
+    /// Single-instance rule: takes the lock file /tmp/NAME.pid (which holds no process id) for the
+    /// rest of the process's life. True only when another process holds it; false when this one
+    /// does now or did before, and on every other error.
+    static bool appAlreadyRunning();
+
+    /// @{ Whether the modem's node or a companion application's directory can be opened.
+    static bool hasCellularModem();
+    static bool hasModbus2MqttApp();
+    static bool hasVexlor2RedApp();
+    static bool hasVexlorApp();
+    static bool hasNodeRedApp();
+    /// @}
+
+    /// A process id of a program, by `pidof -s`; 0 when there is none. The shell interprets `name`:
+    /// give no text from outside.
+    static int getProcIdByName(std::string name);
+
+    /// Value of a U-Boot variable, as `fw_printenv` prints it, without newlines. Deliberate: cut at
+    /// a "=" in it. Throws std::out_of_range when the tool prints no "=", as for a variable that is
+    /// not set. A failing fork() ends the process.
+    static std::string get_uboot_env_setting(const std::string& name);
+
+    /// The U-Boot variable "sn".
+    static std::string getDeviceSerialNumber();
+
+    /// "portID" of the serial port's configuration file; "1" when there is no such file, "" when it
+    /// has no such key.
+    static std::string getPortId();
+
+    /// "RS485" when getPortId() is "1", else "RS232".
+    static std::string getPortIdName();
+};
+
+} // namespace sys
+} // namespace api
+} // namespace kvr
+
+#endif

@@ -1,0 +1,58 @@
+#include <kvr/api/sys/NQ_Gpio.h>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+
+namespace kvr::api::sys {
+namespace {
+
+// Request words of the board's driver: direction bits, type letter 'B', signal number in the low
+// byte, no size.
+enum Request : unsigned {
+    kSetLedUsr = 0x40004203u,
+    kSetLedPwr = 0x40004204u,
+    kSetLedWan = 0x40004205u,
+    kSetOut0 = 0x40004206u,
+    kSetLedSim = 0x40004210u,
+    kGetOut0 = 0x80004206u,
+    kGetBin0 = 0x80004207u,
+    kGetTemperature = 0x80004211u,
+    kGetVoltage = 0x80004212u,
+    kGetBin1 = 0x8000421Bu
+};
+
+int gpio_ioctl(int request, unsigned int value) {
+    static int device = -1; // opened once and never closed
+    if (device < 0)
+        device = open("/dev/gpio", O_RDWR);
+    if (device < 0)
+        return -1;
+    // Through unsigned, so that the read requests' top bit is not spread over a 64-bit request
+    // word.
+    return ioctl(device, static_cast<unsigned int>(request), value);
+}
+
+int drive(Request request, Gpio_State state) {
+    return gpio_ioctl(static_cast<int>(request), static_cast<unsigned int>(state));
+}
+
+int sense(Request request) { return gpio_ioctl(static_cast<int>(request), 0); }
+
+int lowWhenFailed(int result) { return result < 0 ? 0 : result; }
+
+} // namespace
+
+int NQ_Gpio::setLedSim(Gpio_State state) { return drive(kSetLedSim, state); }
+int NQ_Gpio::setLedWan(Gpio_State state) { return drive(kSetLedWan, state); }
+int NQ_Gpio::setLedUsr(Gpio_State state) { return drive(kSetLedUsr, state); }
+int NQ_Gpio::setLedPwr(Gpio_State state) { return drive(kSetLedPwr, state); }
+int NQ_Gpio::setOut0(Gpio_State state) { return drive(kSetOut0, state); }
+
+int NQ_Gpio::getOut0() { return lowWhenFailed(sense(kGetOut0)); }
+int NQ_Gpio::getBin0() { return lowWhenFailed(sense(kGetBin0)); }
+int NQ_Gpio::getBin1() { return lowWhenFailed(sense(kGetBin1)); }
+
+int NQ_Gpio::getTemperature() { return sense(kGetTemperature); }
+int NQ_Gpio::getVoltage() { return sense(kGetVoltage); }
+
+} // namespace kvr::api::sys

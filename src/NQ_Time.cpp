@@ -1,0 +1,81 @@
+#include <kvr/api/datetime/NQ_Time.h>
+
+#include "detail/console.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <stdexcept>
+
+namespace kvr::api::datetime {
+namespace {
+
+// Wraps as 32-bit registers do, on 64-bit hosts as well and without undefined behaviour.
+template <class Time>
+std::int32_t difference32(Time from, Time to) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(to) -
+                                     static_cast<std::uint32_t>(from));
+}
+
+} // namespace
+
+void NQ_Time::delay(int ms) {
+    const timespec pause = {ms / 1000, (ms % 1000) * 1000000L};
+    (void)nanosleep(&pause, nullptr); // a pause cut short by a signal is not resumed
+}
+
+void NQ_Time::sNow() {
+    const std::time_t now = std::time(nullptr);
+    (void)std::ctime(&now); // its one effect is that the time zone is set up
+    try {
+        std::ostream& out = detail::out();
+        out << "UTC timestamp:";
+        if (const char* text = std::asctime(std::gmtime(&now)))
+            out << text;
+        else
+            out.setstate(std::ios::badbit);
+        out << std::endl;
+    } catch (const std::exception& error) {
+        detail::reportCaught("kvr::api::datetime::NQ_Time::sNow", error);
+    }
+}
+
+long NQ_Time::timevaldiffMilli(const timeval& start, const timeval& end) {
+    const std::int32_t fraction = difference32(start.tv_usec, end.tv_usec) / 1000;
+    const std::int32_t seconds = difference32(start.tv_sec, end.tv_sec);
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(fraction) +
+                                     1000u * static_cast<std::uint32_t>(seconds));
+}
+
+timeval NQ_Time::dateStrToTv(const std::string& date) {
+    tm parts = {};
+    (void)strptime(date.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+    timeval result = {};
+    result.tv_sec = timegm(&parts);
+
+    // Deliberate: without a "." this adds up to position 0, and the year is read.
+    std::string fraction = date.substr(date.find('.') + 1);
+    if (fraction.empty())
+        throw std::out_of_range("basic_string::erase");
+    fraction.pop_back(); // the "Z"
+    const auto milliseconds =
+        static_cast<unsigned long>(std::strtol(fraction.c_str(), nullptr, 10));
+    result.tv_usec = static_cast<suseconds_t>(milliseconds * 1000);
+    return result;
+}
+
+std::string NQ_Time::tvToDateStr(const timeval& tv) {
+    const std::time_t seconds = tv.tv_sec;
+    tm parts;
+    if (gmtime_r(&seconds, &parts) == nullptr)
+        return std::string();
+    char date[26];
+    char fraction[24]; // room for any long, not only for the three digits of a valid time
+    const std::size_t length = std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::string text(date, length);
+    (void)std::snprintf(fraction, sizeof fraction, ".%03ldZ", static_cast<long>(tv.tv_usec / 1000));
+    return text += fraction;
+}
+
+} // namespace kvr::api::datetime
