@@ -1,0 +1,60 @@
+#include "Descriptors.h"
+
+#include <cerrno>
+#include <csignal>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace agent {
+namespace {
+
+/// Kept back for pipes, files and programs.
+constexpr int kReserve = 32;
+
+void ignoreBrokenPipe(int) {}
+
+} // namespace
+
+ResponseOutput::ResponseOutput() {
+    // Fills the lowest free numbers until 0 to 2 are taken.
+    int null;
+    while ((null = open("/dev/null", O_RDWR)) >= 0 && null <= STDERR_FILENO) {
+    }
+    dup2(null, STDIN_FILENO);
+    close(null);
+    descriptor_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+
+    // A reader that went away must not end the agent. A handler rather than SIG_IGN, which the
+    // programs that are run would inherit.
+    struct sigaction action = {};
+    action.sa_handler = ignoreBrokenPipe;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGPIPE, &action, nullptr);
+}
+
+bool ResponseOutput::write(const std::string& line) const {
+    const std::string text = line + "\n";
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t result = ::write(descriptor_, text.data() + done, text.size() - done);
+        if (result < 0 && errno != EINTR)
+            return false;
+        if (result > 0)
+            done += static_cast<std::size_t>(result);
+    }
+    return true;
+}
+
+bool descriptorsUsedUp() {
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+        return false;
+    const int next = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0); // the lowest free number
+    if (next >= 0)
+        close(next);
+    return next < 0 || static_cast<rlim_t>(next) + kReserve >= limit.rlim_cur;
+}
+
+} // namespace agent

@@ -1,0 +1,20 @@
+#ifndef GATEWAY_AGENT_OPTIONS_H
+#define GATEWAY_AGENT_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+namespace agent {
+
+struct Options {
+    std::string name;                 ///< of the socket
+    std::vector<std::string> allowed; ///< programs for process.run
+};
+
+/// Reads the command line. Ends the process for --help (status 0) and, with a message, for anything
+/// that it does not understand (status 2).
+Options parseOptions(int argc, char** argv);
+
+} // namespace agent
+
+#endif
