@@ -1,0 +1,70 @@
+# Shared by the scripts of this folder: where the repository is, and what its builds need from Debian.
+# Source it; it defines functions and variables only.
+
+repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+
+# What every build needs: compiler and build tools, the library's dependencies, and what the sandbox runs.
+build_packages=(
+    g++ cmake ninja-build pkg-config
+    libjson-c-dev libpaho-mqtt-dev libssl-dev cyclonedds-dev
+    libubootenv-tool util-linux
+)
+
+# What the tests and the demo start besides.
+test_packages=(
+    libgtest-dev libgmock-dev clang libclang-rt-14-dev
+    mosquitto mosquitto-clients openssl e2fsprogs procps sysvinit-utils
+)
+
+say() { printf '%s\n' "$*"; }
+die() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+    exit 1
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        die "this needs root rights or sudo: $*"
+    fi
+}
+
+# install_missing PACKAGE...: installs those that are not there, quietly; asks nothing of the network when none is missing.
+install_missing() {
+    local package missing=()
+    for package in "$@"; do
+        case $(dpkg-query -W -f '${Status}' "$package" 2>/dev/null) in
+        "install ok installed") ;;
+        *) missing+=("$package") ;;
+        esac
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    command -v apt-get >/dev/null || die "please install by hand: ${missing[*]}"
+    say "Installing: ${missing[*]}"
+    local log
+    log=$(mktemp)
+    if ! { as_root apt-get update -qq &&
+        as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"; } \
+        >"$log" 2>&1 </dev/null; then
+        cat "$log" >&2
+        rm -f "$log"
+        die "the packages could not be installed"
+    fi
+    rm -f "$log"
+}
+
+# build PRESET [TARGET...]: configures and builds below build/PRESET, quietly unless something fails.
+build() {
+    local preset=$1
+    shift
+    local log="$repo/build/$preset.log"
+    mkdir -p "$repo/build"
+    say "Building (preset $preset)..."
+    if ! { cd "$repo" && cmake --preset "$preset" && cmake --build "build/$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
+        tail -n 60 "$log" >&2
+        die "the build failed; all of its output is in build/$preset.log"
+    fi
+}
