@@ -1,0 +1,220 @@
+// The class compiled against the commercial product's bare interface (vendor_interface/), with
+// runtimes that do as told.
+#include <kvr/api/mdw/NQ_DDS_RMI.h>
+
+#include "CapturedOutput.h"
+#include "CapturedSyslog.h"
+
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <syslog.h>
+
+using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
+using org::opensplice::DDS_RMI::CRuntime;
+using org::opensplice::DDS_RMI::CRuntime_ref;
+using support::CapturedSyslog;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+static_assert(!std::is_polymorphic<NQ_DDS_RMI_RUNTIME>::value, "no virtual operations");
+static_assert(sizeof(NQ_DDS_RMI_RUNTIME) == sizeof(CRuntime_ref), "one field");
+static_assert(std::is_same<decltype(std::declval<NQ_DDS_RMI_RUNTIME>().stopRUNTIME()), bool>::value,
+              "follows the runtime's own stop");
+
+/// What the runtimes are to do, and what they were asked.
+struct Scene {
+    bool usable = false;
+    bool startResult = true;
+    bool startThrows = false;
+    bool stopResult = true;
+    std::vector<std::string> calls;
+    int alive = 0;
+};
+
+class ScriptedRuntime : public CRuntime {
+public:
+    explicit ScriptedRuntime(Scene& playedScene) : scene(playedScene) { ++scene.alive; }
+    ~ScriptedRuntime() override { --scene.alive; }
+
+    bool start(int argc, const char* argv[]) override {
+        std::string call = "start";
+        for (int i = 0; i < argc; ++i)
+            call += " [" + std::string(argv[i]) + "]";
+        scene.calls.push_back(call);
+        if (scene.startThrows)
+            throw std::runtime_error("no licence");
+        return scene.startResult;
+    }
+    bool stop() override {
+        scene.calls.push_back("stop");
+        return scene.stopResult;
+    }
+    bool isUsable() override {
+        scene.calls.push_back("isUsable");
+        return scene.usable;
+    }
+
+private:
+    Scene& scene;
+};
+
+CRuntime_ref defaultRuntime;
+int fetched = 0;
+
+/// A class under test, and a default runtime for it to find.
+class NQ_DDS_RMI : public testing::Test {
+protected:
+    NQ_DDS_RMI() { defaultRuntime.reset(new ScriptedRuntime(scene)); }
+    ~NQ_DDS_RMI() override { defaultRuntime.reset(); }
+
+    Scene scene;
+    CapturedSyslog log;
+    NQ_DDS_RMI_RUNTIME rmi;
+};
+
+} // namespace
+
+CRuntime_ref CRuntime::getDefaultRuntime() {
+    ++fetched;
+    return defaultRuntime;
+}
+
+TEST_F(NQ_DDS_RMI, ClientIsStartedWithDiscoveryTimeoutAndThreadingModel) {
+    EXPECT_EQ(0, rmi.startRUNTIME(true));
+    EXPECT_THAT(scene.calls,
+                ElementsAre("isUsable", "start [isClient] [--RMIServiceDiscoveryTimeout=20] "
+                                        "[--RMIClientThreadingModel=MT]"));
+}
+
+TEST_F(NQ_DDS_RMI, ServerIsStartedWithThreadingModelAlone) {
+    EXPECT_EQ(0, rmi.startRUNTIME(false));
+    EXPECT_THAT(scene.calls,
+                ElementsAre("isUsable", "start [isServer] [--RMIClientThreadingModel=MT]"));
+}
+
+TEST_F(NQ_DDS_RMI, SuccessfulStartLogsStartAndStarted) {
+    EXPECT_EQ(0, rmi.startRUNTIME(false));
+    EXPECT_THAT(log.lines(), ElementsAre("<6> === Runtime start", "<6> === Runtime started"));
+}
+
+TEST_F(NQ_DDS_RMI, FailedStartGivesOneAndLogsStartedBeforeTheFailure) {
+    scene.startResult = false;
+    EXPECT_EQ(1, rmi.startRUNTIME(true));
+    EXPECT_THAT(log.lines(), ElementsAre("<6> === Runtime start", "<6> === Runtime started",
+                                         "<6> Failed to start the Runtime "));
+}
+
+TEST_F(NQ_DDS_RMI, MissingDefaultRuntimeGivesOneAndLogsNothingElse) {
+    defaultRuntime.reset();
+    EXPECT_EQ(1, rmi.startRUNTIME(true));
+    EXPECT_THAT(log.lines(), ElementsAre("<6> Failed to get the default Runtime "));
+    EXPECT_THAT(scene.calls, IsEmpty());
+}
+
+TEST_F(NQ_DDS_RMI, UsableRuntimeIsNotStartedAgain) {
+    scene.usable = true;
+    EXPECT_EQ(0, rmi.startRUNTIME(true));
+    EXPECT_THAT(scene.calls, ElementsAre("isUsable"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("<6> === Runtime start", "<6> === Great! Runtime is usable"));
+}
+
+TEST_F(NQ_DDS_RMI, RecordsAreInformational) {
+    scene.startResult = false;
+    rmi.startRUNTIME(true);
+    defaultRuntime.reset();
+    rmi.startRUNTIME(true);
+    ASSERT_EQ(4u, log.records().size());
+    for (const support::SyslogRecord& record : log.records())
+        EXPECT_EQ(LOG_INFO, record.priority) << record.text;
+}
+
+TEST_F(NQ_DDS_RMI, NothingIsWrittenToStandardOutputOrError) {
+    const support::CapturedOutput output;
+    const support::CapturedErrors errors;
+    scene.startResult = false;
+    rmi.startRUNTIME(false);
+    rmi.stopRUNTIME();
+    EXPECT_EQ("", output.text());
+    EXPECT_EQ("", errors.text());
+}
+
+TEST_F(NQ_DDS_RMI, StopHandsBackTheRuntimesResultAndLogsNothing) {
+    rmi.startRUNTIME(false);
+    scene.calls.clear();
+    const std::size_t logged = log.lines().size();
+    EXPECT_TRUE(rmi.stopRUNTIME());
+    scene.stopResult = false;
+    EXPECT_FALSE(rmi.stopRUNTIME());
+    EXPECT_THAT(scene.calls, ElementsAre("stop", "stop"));
+    EXPECT_EQ(logged, log.lines().size());
+}
+
+TEST_F(NQ_DDS_RMI, RuntimeCanBeStoppedAfterAFailedStart) {
+    scene.startResult = false;
+    rmi.startRUNTIME(false);
+    EXPECT_TRUE(rmi.stopRUNTIME());
+    EXPECT_EQ("stop", scene.calls.back());
+}
+
+TEST_F(NQ_DDS_RMI, EachStartFetchesTheDefaultRuntimeAgain) {
+    fetched = 0;
+    rmi.startRUNTIME(false);
+    rmi.stopRUNTIME();
+    rmi.startRUNTIME(true);
+    EXPECT_EQ(2, fetched);
+    EXPECT_EQ("start [isClient] [--RMIServiceDiscoveryTimeout=20] [--RMIClientThreadingModel=MT]",
+              scene.calls.back());
+}
+
+TEST_F(NQ_DDS_RMI, StartReleasesTheRuntimeFetchedEarlier) {
+    rmi.startRUNTIME(false);
+    Scene second;
+    defaultRuntime.reset(new ScriptedRuntime(second));
+    EXPECT_EQ(1, scene.alive) << "held by the object alone";
+    rmi.startRUNTIME(false);
+    EXPECT_EQ(0, scene.alive);
+    EXPECT_EQ(1, second.alive);
+    rmi.stopRUNTIME();
+    EXPECT_EQ("stop", second.calls.back());
+    defaultRuntime.reset();
+    rmi.startRUNTIME(false);
+    EXPECT_EQ(0, second.alive) << "an empty pointer replaces it, too";
+}
+
+TEST_F(NQ_DDS_RMI, StopKeepsTheRuntime) {
+    rmi.startRUNTIME(false);
+    defaultRuntime.reset();
+    rmi.stopRUNTIME();
+    EXPECT_EQ(1, scene.alive);
+}
+
+TEST_F(NQ_DDS_RMI, DestructionReleasesTheRuntimeWithoutStoppingIt) {
+    {
+        NQ_DDS_RMI_RUNTIME shortLived;
+        shortLived.startRUNTIME(false);
+        defaultRuntime.reset();
+        EXPECT_EQ(1, scene.alive);
+    }
+    EXPECT_EQ(0, scene.alive);
+    EXPECT_THAT(scene.calls, ElementsAre("isUsable", testing::StartsWith("start ")));
+}
+
+TEST_F(NQ_DDS_RMI, ConstructionFetchesNothing) {
+    fetched = 0;
+    const NQ_DDS_RMI_RUNTIME unused;
+    EXPECT_EQ(0, fetched);
+    EXPECT_THAT(scene.calls, IsEmpty());
+}
+
+TEST_F(NQ_DDS_RMI, ExceptionsOfTheRuntimePassThrough) {
+    scene.startThrows = true;
+    EXPECT_THROW(rmi.startRUNTIME(true), std::runtime_error);
+    EXPECT_THAT(log.lines(), ElementsAre("<6> === Runtime start"));
+}
