@@ -24,10 +24,10 @@ public:
     Watcher(const std::string& path, unsigned int mask, Callback callback, void* context);
 
     // The order is part of the binary interface.
-    std::string path;
-    unsigned int mask;
-    Callback callback;
-    void* context;
+    std::string path;  ///< file or directory, as given to the kernel
+    unsigned int mask; ///< inotify event mask
+    Callback callback; ///< called for every event
+    void* context;     ///< handed back to the callback
 };
 
 /// Registrations are equal when their paths are; nothing else counts.

@@ -29,9 +29,9 @@ public:
         int keepAliveInterval = 60; ///< seconds
         int reliable = 1;           ///< nonzero: one message at a time is in flight
         int cleansession = 0;       ///< Deliberate: 0, so that the broker keeps the session
-        std::string port = "1883";
-        std::string username; ///< not sent when empty
-        std::string password; ///< not sent when empty
+        std::string port = "1883";  ///< port part of the broker's address
+        std::string username;       ///< not sent when empty
+        std::string password;       ///< not sent when empty
     };
 
     /// TLS options.
@@ -42,15 +42,15 @@ public:
         std::string enabledCipherSuites; ///< OpenSSL cipher list; TLS is used when it is not empty
         std::string privateKeyPassword;  ///< not passed when empty
         std::string certDir;             ///< directory of the three files
-        std::string caCertFile;
-        std::string clientCertFile;
-        std::string clientKeyFile;
+        std::string caCertFile;          ///< made from certDir
+        std::string clientCertFile;      ///< made from certDir
+        std::string clientKeyFile;       ///< made from certDir
     };
 
     /// Last will, and the message that tells of a connection.
     struct TLwt {
-        int qos = 0;
-        int retained = 0;
+        int qos = 0;                ///< of both messages
+        int retained = 0;           ///< of both messages
         std::string topic;          ///< of both messages; empty: neither is used
         std::string message;        ///< published by the broker when this client vanishes
         std::string connectMessage; ///< published by this client after every successful connect()
@@ -81,6 +81,7 @@ public:
 
     /// Traces connecting on standard output.
     void enableDebug();
+    /// Ends the tracing.
     void disableDebug();
 
     /// Makes Paho's client and fills its options. Always true. Called again, it leaks the first

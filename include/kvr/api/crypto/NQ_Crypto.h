@@ -44,10 +44,10 @@ public:
     int decrypt(unsigned char* ciphertext, int ciphertextLen, unsigned char* key, unsigned char* iv,
                 unsigned char* plaintext);
 
-    /// @{ The same with the key and the vector of init().
+    /// The same with the key and the vector of init().
     int encrypt(unsigned char* plaintext, int plaintextLen, unsigned char* ciphertext);
+    /// The same with the key and the vector of init().
     int decrypt(unsigned char* ciphertext, int ciphertextLen, unsigned char* plaintext);
-    /// @}
 
     /// Prints OpenSSL's error queue on standard error and aborts the process.
     [[noreturn]] void handleErrors();

@@ -68,12 +68,14 @@ public:
     /// when the shell cannot be started. Nothing is quoted: give no text from outside. A read error
     /// keeps the call turning.
     static std::string executeInsecure(const std::string& command, int& status);
+    /// The same without the status.
     static std::string executeInsecure(const std::string& command);
 
     /// Runs a program without a shell and returns its standard output and standard error, merged in
     /// the order written. `status` receives the raw wait status, or -1 when waiting failed.
     static std::string execute(const std::string& command, const std::vector<std::string>& args,
                                int& status);
+    /// The same without the status.
     static std::string execute(const std::string& command, const std::vector<std::string>& args);
 
     /// Runs a program without a shell on a detached thread of its own, and returns at once.
@@ -87,6 +89,7 @@ public:
     static void executeNonblock(const std::string& command, const std::vector<std::string>& args,
                                 std::function<void(const std::string&)> onOutput,
                                 std::function<void(int)> onExit, std::function<void(int)> onStart);
+    /// The same without `onStart`.
     static void executeNonblock(const std::string& command, const std::vector<std::string>& args,
                                 std::function<void(const std::string&)> onOutput,
                                 std::function<void(int)> onExit);
@@ -102,6 +105,7 @@ public:
     /// them; links are listed, never followed. A directory that cannot be opened contributes
     /// nothing but a perror() line "opendir: Path does not exist or could not be read.".
     static std::vector<std::string> getFilesFromDir(const std::string& path, bool recursive);
+    /// The same, flat.
     static std::vector<std::string> getFilesFromDir(const std::string& path);
 
     /// The same as getFilesFromDir(path, true).
@@ -117,12 +121,13 @@ public:
 /// A holder of three texts, empty at first.
 class TAVO_API NQ_Files {
 public:
+    /// Three empty texts.
     NQ_Files();
     ~NQ_Files();
 
-    std::string first;
-    std::string second;
-    std::string third;
+    std::string first;  ///< the library makes nothing of the three
+    std::string second; ///< likewise
+    std::string third;  ///< likewise
 };
 
 /// Replaces a file's content, by `<<`, until the end of its scope, which completes and closes the

@@ -25,12 +25,12 @@ public:
     /// "/tmp/log.out".
     static const char* const kLogFileName;
 
-    /// @{ The usual levels: "DEBUG", "INFO", "ERROR". Any other text may be used as a level;
-    /// nothing is filtered by it.
+    /// "DEBUG", a usual level. Any other text may be used as a level; nothing is filtered by it.
     static std::string kLogLevelDebug;
+    /// "INFO", a usual level.
     static std::string kLogLevelInfo;
+    /// "ERROR", a usual level.
     static std::string kLogLevelError;
-    /// @}
 
     /// The logger, created by the first call: the file is opened for appending, or created. Throws
     /// std::runtime_error "Unable to initialize the NQ_Logger!" when that fails; a later call tries

@@ -22,25 +22,28 @@ enum Gpio_State : int { GPIO_OFF = 0, GPIO_ON = 1 };
 ///          then left unused.
 class TAVO_API NQ_Gpio {
 public:
-    /// @{ Set a LED or the output; return the result of ioctl(2).
+    /// Sets the LED of the SIM; the result of ioctl(2).
     static int setLedSim(Gpio_State state);
+    /// Sets the LED of the uplink; the result of ioctl(2).
     static int setLedWan(Gpio_State state);
+    /// Sets the LED that is the applications' own; the result of ioctl(2).
     static int setLedUsr(Gpio_State state);
+    /// Sets the power LED; the result of ioctl(2).
     static int setLedPwr(Gpio_State state);
+    /// Sets the digital output; the result of ioctl(2).
     static int setOut0(Gpio_State state);
-    /// @}
 
-    /// @{ Level of the output (read back) or of an input; 0 also on failure.
+    /// Level of the digital output, read back; 0 also on failure.
     static int getOut0();
+    /// Level of the first digital input; 0 also on failure.
     static int getBin0();
+    /// Level of the second digital input; 0 also on failure.
     static int getBin1();
-    /// @}
 
-    /// @{ Board temperature and supply voltage in the driver's units; negative results are passed
-    /// through.
+    /// Board temperature in the driver's unit; negative results are passed through, -1 also on failure.
     static int getTemperature();
+    /// Supply voltage in the driver's unit; negative results are passed through, -1 also on failure.
     static int getVoltage();
-    /// @}
 };
 
 } // namespace sys

@@ -36,13 +36,16 @@ public:
     /// does now or did before, and on every other error.
     static bool appAlreadyRunning();
 
-    /// @{ Whether the modem's node or a companion application's directory can be opened.
+    /// Whether the board has a cellular modem: /dev/cdc-wdm0 can be opened.
     static bool hasCellularModem();
+    /// Whether /opt/apps/ZEQ can be opened.
     static bool hasModbus2MqttApp();
+    /// Whether /opt/apps/VEXLORTORED can be opened.
     static bool hasVexlor2RedApp();
+    /// Whether /opt/apps/Vexlor can be opened.
     static bool hasVexlorApp();
+    /// Whether /opt/apps/NodeRED can be opened.
     static bool hasNodeRedApp();
-    /// @}
 
     /// A process id of a program, by `pidof -s`; 0 when there is none. The shell interprets `name`:
     /// give no text from outside.
