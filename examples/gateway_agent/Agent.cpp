@@ -1,6 +1,7 @@
 #include "Agent.h"
 
 #include "Log.h"
+#include "MqttPublisher.h"
 #include "Params.h"
 #include "Request.h"
 #include "Signals.h"
@@ -48,9 +49,14 @@ void Agent::update(NQ_Sockets* server) {
 
 void Agent::handle(const std::string& message) {
     const Json response = respond(message);
+    if (response == nullptr)
+        return;
     // Programs print any bytes; what they printed must not make the response invalid.
-    if (response != nullptr && !output_.write(repairedUtf8(oneLine(response.get()))))
+    const std::string line = repairedUtf8(oneLine(response.get()));
+    if (!output_.write(line))
         logError("the response could not be written");
+    if (publisher_ != nullptr)
+        publisher_->publish(line);
 }
 
 Json Agent::respond(const std::string& message) {

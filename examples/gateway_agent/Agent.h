@@ -14,15 +14,18 @@
 
 namespace agent {
 
+class MqttPublisher;
 class Request;
 
 /// Handles the messages of a socket server: checks each, has it dispatched, prints the response and
 /// logs both.
 class Agent : public kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 public:
-    /// `ownerOnly` is lifted with the first message. All three must outlive the agent.
-    Agent(Dispatcher& dispatcher, const ResponseOutput& output, OwnerOnly& ownerOnly)
-        : dispatcher_(dispatcher), output_(output), ownerOnly_(ownerOnly) {}
+    /// `ownerOnly` is lifted with the first message; `publisher` may be null. All must outlive the
+    /// agent.
+    Agent(Dispatcher& dispatcher, const ResponseOutput& output, MqttPublisher* publisher,
+          OwnerOnly& ownerOnly)
+        : dispatcher_(dispatcher), output_(output), publisher_(publisher), ownerOnly_(ownerOnly) {}
 
     /// On the server's thread. Raises std::runtime_error once refuseRequests() was called, upon
     /// which the server gives up the connection.
@@ -42,6 +45,7 @@ private:
 
     Dispatcher& dispatcher_;
     const ResponseOutput& output_;
+    MqttPublisher* publisher_;
     OwnerOnly& ownerOnly_;
     std::atomic<bool> ending_{false};
     std::mutex busy_;

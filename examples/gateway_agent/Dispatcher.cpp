@@ -1,7 +1,10 @@
 #include "Dispatcher.h"
 
+#include "ConfigPlace.h"
+#include "Gpio.h"
 #include "ProcessRun.h"
 #include "SystemDescribe.h"
+#include "SystemInfo.h"
 #include "UciApply.h"
 
 namespace agent {
@@ -10,7 +13,8 @@ Dispatcher::Dispatcher(const std::vector<std::string>& allowed)
     : processRun_(new ProcessRun(allowed)) {}
 
 void Dispatcher::RegisterMethods() {
-    const std::vector<kvr::api::CallbackMethod*> added = {new UciApply, processRun_};
+    const std::vector<kvr::api::CallbackMethod*> added = {
+        new UciApply, new ConfigPlace, processRun_, new SystemInfo, new GpioGet, new GpioSet};
     AddMethod(new SystemDescribe({added.begin(), added.end()}));
     for (kvr::api::CallbackMethod* method : added)
         AddMethod(method);

@@ -19,6 +19,9 @@ const char kHelp[] =
     "\n"
     "  --allow PROGRAM   let process.run start PROGRAM, named in requests exactly as\n"
     "                    here; repeatable; none is allowed by default\n"
+    "  --mqtt HOST:PORT  publish every response at this MQTT broker, too, as topic\n"
+    "                    gateway_agent/NAME/response; gateway_agent/NAME/state tells\n"
+    "                    \"online\" or, by a will, \"offline\"\n"
     "  --help            print this text and exit\n"
     "\n"
     "Each response is one line of JSON on standard output. The progress of requests,\n"
@@ -48,11 +51,24 @@ std::string checkedName(const std::string& name) {
     return name;
 }
 
+Broker parseBroker(const std::string& text) {
+    const std::size_t colon = text.rfind(':');
+    const std::string host = text.substr(0, colon);
+    const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
+    const bool isNumber = !port.empty() && port.size() <= 5 &&
+                          port.find_first_not_of("0123456789") == std::string::npos;
+    // Brackets and colons are for IPv6 addresses.
+    if (!isName(host, "-.:[]") || !isNumber || std::stoi(port) < 1 || std::stoi(port) > 65535)
+        usageError("'" + safeLine(text) + "' is no HOST:PORT of a broker");
+    return {host, port};
+}
+
 } // namespace
 
 Options parseOptions(int argc, char** argv) {
     static const option known[] = {
         {"allow", required_argument, nullptr, 'a'},
+        {"mqtt", required_argument, nullptr, 'm'},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
@@ -66,6 +82,9 @@ Options parseOptions(int argc, char** argv) {
             if (*optarg == '\0')
                 usageError("--allow needs the name of a program");
             options.allowed.push_back(optarg);
+            break;
+        case 'm':
+            options.broker = parseBroker(optarg);
             break;
         case 'h':
             std::fputs(kHelp, stdout);

@@ -54,6 +54,17 @@ bool Params::flagOr(const char* name, bool fallback) const {
     return json_object_get_boolean(get(name)) != 0;
 }
 
+int Params::integer(const char* name, int least, int most) const {
+    const std::string range = std::to_string(least) + " to " + std::to_string(most);
+    if (!has(name))
+        refuseParam(inQuotes(name) + " is missing");
+    json_object* value = get(name);
+    if (!isType(value, json_type_int) || json_object_get_int64(value) < least ||
+        json_object_get_int64(value) > most)
+        refuseParam(inQuotes(name) + " must be an integer, " + range);
+    return json_object_get_int(value);
+}
+
 json_object* Params::object(const char* name) const {
     if (!has(name))
         refuseParam(inQuotes(name) + " is missing");

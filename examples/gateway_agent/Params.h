@@ -24,6 +24,7 @@ public:
     std::string text(const char* name) const;
     std::string textOr(const char* name, const std::string& fallback) const;
     bool flagOr(const char* name, bool fallback) const;
+    int integer(const char* name, int least, int most) const;
     json_object* object(const char* name) const;
     std::vector<std::string> textsOrNone(const char* name) const;
 

@@ -5,6 +5,7 @@
 #include "Descriptors.h"
 #include "Dispatcher.h"
 #include "Log.h"
+#include "MqttPublisher.h"
 #include "Options.h"
 #include "OwnerOnly.h"
 #include "ProcessRun.h"
@@ -16,6 +17,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
+#include <string>
 
 #include <unistd.h>
 
@@ -46,15 +49,19 @@ int serve(const Options& options, const ResponseOutput& output) {
 
     Dispatcher dispatcher(options.allowed);
     dispatcher.RegisterMethods();
+    std::optional<MqttPublisher> publisher;
+    if (options.broker)
+        publisher.emplace(*options.broker, options.name);
     OwnerOnly ownerOnly;
     kvr::api::com::NQ_Sockets server(options.name.c_str());
-    Agent agent(dispatcher, output, ownerOnly);
+    Agent agent(dispatcher, output, publisher ? &*publisher : nullptr, ownerOnly);
     server.attach(&agent);
     ServerThread thread(server, path);
 
     bool wellMeant = false;
     const std::string reason = awaitEnd(wellMeant);
     thread.stop(agent, dispatcher.processRun());
+    publisher.reset();
     if (wellMeant)
         logInfo("ended by " + reason);
     else
