@@ -1,0 +1,87 @@
+// Joins the default DDS domain and prints who comes and goes, for tests that need a peer in another process.
+// Prints "ready" once it watches, then "+ ID NAME" for each participant but its own and "- ID" when that leaves
+// (disposed, as opposed to having run out of its lease: "lost ID"). Ends when standard input does.
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include <dds/dds.h>
+#include <unistd.h>
+
+namespace {
+
+dds_guid_t ownId;
+
+std::string hex(const dds_guid_t& id) {
+    std::string text;
+    for (const unsigned char byte : id.v) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", byte);
+        text += digits;
+    }
+    return text;
+}
+
+std::string nameOf(const dds_builtintopic_participant_t& participant) {
+    char* name = nullptr;
+    if (!dds_qget_entity_name(participant.qos, &name) || name == nullptr)
+        return "";
+    const std::string copy = name;
+    dds_free(name);
+    return copy;
+}
+
+void report(const dds_builtintopic_participant_t& participant, const dds_sample_info_t& info) {
+    // A participant repeats its announcement; only what changed is of interest.
+    static std::set<std::string> present;
+    if (std::memcmp(participant.key.v, ownId.v, sizeof ownId.v) == 0)
+        return;
+    const std::string id = hex(participant.key);
+    if (info.instance_state == DDS_IST_ALIVE) {
+        if (present.insert(id).second)
+            std::printf("+ %s %s\n", id.c_str(), nameOf(participant).c_str());
+    } else if (present.erase(id) > 0) {
+        std::printf("%s %s\n", info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED ? "-" : "lost",
+                    id.c_str());
+    }
+}
+
+// Runs on one of Cyclone's threads.
+void onData(dds_entity_t reader, void*) {
+    for (;;) {
+        void* sample = nullptr;
+        dds_sample_info_t info;
+        const dds_return_t count = dds_take(reader, &sample, &info, 1, 1);
+        if (count <= 0)
+            break;
+        report(*static_cast<const dds_builtintopic_participant_t*>(sample), info);
+        dds_return_loan(reader, &sample, count);
+    }
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main() {
+    const dds_entity_t participant = dds_create_participant(DDS_DOMAIN_DEFAULT, nullptr, nullptr);
+    if (participant < 0 || dds_get_guid(participant, &ownId) != DDS_RETCODE_OK) {
+        std::fprintf(stderr, "dds_watcher: cannot join the domain\n");
+        return 1;
+    }
+    dds_listener_t* const listener = dds_create_listener(nullptr);
+    dds_lset_data_available(listener, onData);
+    const dds_entity_t reader =
+        dds_create_reader(participant, DDS_BUILTIN_TOPIC_DCPSPARTICIPANT, nullptr, listener);
+    dds_delete_listener(listener);
+    if (reader < 0) {
+        std::fprintf(stderr, "dds_watcher: cannot read the builtin topic\n");
+        return 1;
+    }
+    std::puts("ready");
+    std::fflush(stdout);
+    char byte;
+    while (read(STDIN_FILENO, &byte, 1) > 0) {
+    }
+    return dds_delete(participant) == DDS_RETCODE_OK ? 0 : 1;
+}
