@@ -40,9 +40,9 @@ public:
     /// Level of the second digital input; 0 also on failure.
     static int getBin1();
 
-    /// Board temperature in the driver's unit; negative results are passed through, -1 also on failure.
+    /// Board temperature in the driver's unit; negative results pass unchanged, -1 also on failure.
     static int getTemperature();
-    /// Supply voltage in the driver's unit; negative results are passed through, -1 also on failure.
+    /// Supply voltage in the driver's unit; negative results pass unchanged, -1 also on failure.
     static int getVoltage();
 };
 
