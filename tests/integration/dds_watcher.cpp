@@ -3,6 +3,7 @@
 // (disposed, as opposed to having run out of its lease: "lost ID"). Ends when standard input does.
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <set>
 #include <string>
 
@@ -47,8 +48,16 @@ void report(const dds_builtintopic_participant_t& participant, const dds_sample_
     }
 }
 
+// Said before the first event, which may come while the reader is still being created.
+void sayReady() {
+    static std::once_flag said;
+    std::call_once(said, [] { std::puts("ready"); });
+    std::fflush(stdout);
+}
+
 // Runs on one of Cyclone's threads.
 void onData(dds_entity_t reader, void*) {
+    sayReady();
     for (;;) {
         void* sample = nullptr;
         dds_sample_info_t info;
@@ -78,8 +87,7 @@ int main() {
         std::fprintf(stderr, "dds_watcher: cannot read the builtin topic\n");
         return 1;
     }
-    std::puts("ready");
-    std::fflush(stdout);
+    sayReady();
     char byte;
     while (read(STDIN_FILENO, &byte, 1) > 0) {
     }
