@@ -1,0 +1,438 @@
+#include <kvr/api/file/NQ_Files.h>
+
+#include "CapturedOutput.h"
+#include "Descriptors.h"
+#include "TempDir.h"
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+bool typesAreUnknown = false;
+
+template <class Entry>
+Entry* nextEntry(const char* name, DIR* directory) {
+    Entry* const entry = reinterpret_cast<Entry* (*)(DIR*)>(dlsym(RTLD_NEXT, name))(directory);
+    if (entry != nullptr && typesAreUnknown)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
+}
+} // namespace
+
+// Some file systems leave the type of an entry open; this makes any of them do so.
+extern "C" dirent* readdir(DIR* directory) { return nextEntry<dirent>("readdir", directory); }
+#ifdef __GLIBC__
+extern "C" dirent64* readdir64(DIR* directory) {
+    return nextEntry<dirent64>("readdir64", directory);
+}
+#endif
+
+namespace {
+
+using kvr::api::file::FileWriter;
+using kvr::api::file::NQ_Files;
+using kvr::api::file::NQ_FileUtils;
+using support::openDescriptors;
+using support::readFile;
+using support::TempDir;
+using support::writeFile;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+using Paths = std::vector<std::string>;
+
+unsigned permissionsOf(const std::string& path) {
+    struct stat status = {};
+    EXPECT_EQ(0, stat(path.c_str(), &status)) << path;
+    return status.st_mode & 07777u;
+}
+
+/// Sets the file mode creation mask for a scope.
+class Umask {
+public:
+    explicit Umask(mode_t mask) : before_(umask(mask)) {}
+    ~Umask() { umask(before_); }
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+
+private:
+    mode_t before_;
+};
+
+// getFilesFromDir ----------------------------------------------------------------------------------
+
+/// The files a and b, and the directory d with the file c.
+class Tree {
+public:
+    Tree() {
+        writeFile(top / "a", "");
+        writeFile(top / "b", "");
+        EXPECT_EQ(0, mkdir((top / "d").c_str(), 0755));
+        writeFile(top / "d/c", "");
+    }
+    const std::string& path() const { return top.path(); }
+    TempDir top;
+};
+
+TEST(NQ_FileUtils, ListsSubdirectoriesLikeFilesWhenFlat) {
+    const Tree tree;
+    const Paths expected = {tree.top / "a", tree.top / "b", tree.top / "d"};
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDir(tree.path()),
+                testing::UnorderedElementsAreArray(expected));
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDir(tree.path(), false),
+                testing::UnorderedElementsAreArray(expected));
+}
+
+TEST(NQ_FileUtils, ReplacesSubdirectoriesByTheirContentWhenRecursive) {
+    const Tree tree;
+    const Paths expected = {tree.top / "a", tree.top / "b", tree.top / "d/c"};
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDir(tree.path(), true),
+                testing::UnorderedElementsAreArray(expected));
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDirRecursive(tree.path()),
+                testing::UnorderedElementsAreArray(expected));
+}
+
+TEST(NQ_FileUtils, WalksEveryLevel) {
+    const TempDir top;
+    std::string path = top.path();
+    for (int level = 0; level < 20; ++level) {
+        path += "/d";
+        ASSERT_EQ(0, mkdir(path.c_str(), 0755));
+    }
+    writeFile(path + "/deep", "");
+    writeFile(top / "d/shallow", "");
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDirRecursive(top.path()),
+                UnorderedElementsAre(path + "/deep", top / "d/shallow"));
+}
+
+TEST(NQ_FileUtils, KeepsTheOrderOfTheDirectory) {
+    const TempDir top;
+    for (const char* name : {"zebra", "ant", "Mouse", "bee", "9", "cow", ".hidden", "ox"})
+        writeFile(top / name, "");
+    Paths expected;
+    DIR* const directory = opendir(top.path().c_str());
+    while (const dirent* entry = readdir(directory)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            expected.push_back(top / name);
+    }
+    closedir(directory);
+    ASSERT_EQ(8u, expected.size());
+    EXPECT_EQ(expected, NQ_FileUtils::getFilesFromDir(top.path()));
+    EXPECT_EQ(expected, NQ_FileUtils::getFilesFromDirRecursive(top.path()));
+}
+
+TEST(NQ_FileUtils, PutsTheContentOfASubdirectoryInItsPlace) {
+    const TempDir top;
+    for (const char* name : {"a", "e", "g"})
+        writeFile(top / name, "");
+    for (const char* name : {"b", "f"}) {
+        ASSERT_EQ(0, mkdir((top / name).c_str(), 0755));
+        writeFile(top / name + "/x", "");
+    }
+    Paths expected = NQ_FileUtils::getFilesFromDir(top.path());
+    for (std::string& path : expected) {
+        if (path == top / "b" || path == top / "f")
+            path += "/x";
+    }
+    EXPECT_EQ(expected, NQ_FileUtils::getFilesFromDirRecursive(top.path()));
+}
+
+TEST(NQ_FileUtils, KeepsATrailingSlash) {
+    const Tree tree;
+    EXPECT_THAT(
+        NQ_FileUtils::getFilesFromDir(tree.path() + "/"),
+        UnorderedElementsAre(tree.path() + "//a", tree.path() + "//b", tree.path() + "//d"));
+    EXPECT_THAT(
+        NQ_FileUtils::getFilesFromDirRecursive(tree.path() + "/"),
+        UnorderedElementsAre(tree.path() + "//a", tree.path() + "//b", tree.path() + "//d/c"));
+}
+
+TEST(NQ_FileUtils, ListsNamesThatBeginWithDots) {
+    const TempDir top;
+    for (const char* name : {".x", "...", "..x"})
+        writeFile(top / name, "");
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDirRecursive(top.path()),
+                UnorderedElementsAre(top / ".x", top / "...", top / "..x"));
+}
+
+TEST(NQ_FileUtils, ListsLinksAndNeverFollowsThem) {
+    const Tree tree;
+    ASSERT_EQ(0, symlink(tree.path().c_str(), (tree.top / "d/up").c_str()));
+    ASSERT_EQ(0, symlink("d", (tree.top / "link").c_str()));
+    ASSERT_EQ(0, symlink("/no/such/target", (tree.top / "broken").c_str()));
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDirRecursive(tree.path()),
+                UnorderedElementsAre(tree.top / "a", tree.top / "b", tree.top / "d/c",
+                                     tree.top / "d/up", tree.top / "link", tree.top / "broken"));
+}
+
+TEST(NQ_FileUtils, ListsWhateverIsNotADirectory) {
+    const TempDir top;
+    ASSERT_EQ(0, mkfifo((top / "fifo").c_str(), 0600));
+    EXPECT_THAT(NQ_FileUtils::getFilesFromDirRecursive(top.path()), ElementsAre(top / "fifo"));
+}
+
+TEST(NQ_FileUtils, ListsADirectoryWhoseTypeTheFileSystemDoesNotTell) {
+    const Tree tree;
+    typesAreUnknown = true;
+    const Paths listed = NQ_FileUtils::getFilesFromDirRecursive(tree.path());
+    typesAreUnknown = false;
+    EXPECT_THAT(listed, UnorderedElementsAre(tree.top / "a", tree.top / "b", tree.top / "d"));
+}
+
+TEST(NQ_FileUtils, FindsNothingInAnEmptyDirectory) {
+    const TempDir top;
+    Paths listed = {"not set"};
+    EXPECT_EQ("", support::errorsOf([&] { listed = NQ_FileUtils::getFilesFromDir(top.path()); }));
+    EXPECT_THAT(listed, IsEmpty());
+}
+
+TEST(NQ_FileUtils, PrintsWhyADirectoryCannotBeRead) {
+    const TempDir top;
+    writeFile(top / "file", "");
+    Paths listed = {"not set"};
+    EXPECT_EQ("opendir: Path does not exist or could not be read.: No such file or directory\n",
+              support::errorsOf([&] { listed = NQ_FileUtils::getFilesFromDir(top / "none"); }));
+    EXPECT_THAT(listed, IsEmpty());
+    EXPECT_EQ(
+        "opendir: Path does not exist or could not be read.: Not a directory\n",
+        support::errorsOf([&] { listed = NQ_FileUtils::getFilesFromDir(top / "file", true); }));
+    EXPECT_THAT(listed, IsEmpty());
+}
+
+TEST(NQ_FileUtils, GoesOnBehindASubdirectoryThatCannotBeRead) {
+    const TempDir top;
+    for (const char* name : {"a", "c", "e"})
+        writeFile(top / name, "");
+    for (const char* name : {"b", "d"}) {
+        ASSERT_EQ(0, mkdir((top / name).c_str(), 0755));
+        writeFile(top / name + "/unseen", "");
+    }
+    Paths listed;
+    const std::string errors = support::errorsOf([&] {
+        // One descriptor is left, and the outer directory takes it.
+        const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        close(lowest);
+        struct rlimit before = {};
+        ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+        struct rlimit tight = before;
+        tight.rlim_cur = static_cast<rlim_t>(lowest) + 1;
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &tight));
+        listed = NQ_FileUtils::getFilesFromDirRecursive(top.path());
+        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    });
+    const std::string line =
+        "opendir: Path does not exist or could not be read.: Too many open files\n";
+    EXPECT_EQ(line + line, errors);
+    EXPECT_THAT(listed, UnorderedElementsAre(top / "a", top / "c", top / "e"));
+}
+
+TEST(NQ_FileUtils, ListingClosesEveryDirectory) {
+    const Tree tree;
+    const auto before = openDescriptors();
+    NQ_FileUtils::getFilesFromDirRecursive(tree.path());
+    NQ_FileUtils::getFilesFromDir(tree.path());
+    EXPECT_EQ(before, openDescriptors());
+}
+
+// Linux_Copy -----------------------------------------------------------------------------------------
+
+int copy(const std::string& source, const std::string& destination) {
+    return NQ_FileUtils::Linux_Copy(source.c_str(), destination.c_str());
+}
+
+std::string pattern(std::size_t size) {
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i * 7 + i / 251);
+    return bytes;
+}
+
+TEST(NQ_FileUtils, CopiesEveryByteToANewFile) {
+    const TempDir directory;
+    for (const std::size_t size : {0, 1, 10, 4096, 3000001}) {
+        writeFile(directory / "source", pattern(size));
+        EXPECT_EQ(0, copy(directory / "source", directory / "copy"));
+        EXPECT_EQ(pattern(size), readFile(directory / "copy"));
+        EXPECT_EQ(pattern(size), readFile(directory / "source"));
+        unlink((directory / "copy").c_str());
+    }
+}
+
+TEST(NQ_FileUtils, ALongerDestinationKeepsItsTail) {
+    const TempDir directory;
+    writeFile(directory / "source", "0123456789");
+    writeFile(directory / "copy", std::string(100, 'x'));
+    EXPECT_EQ(0, copy(directory / "source", directory / "copy"));
+    EXPECT_EQ("0123456789" + std::string(90, 'x'), readFile(directory / "copy"));
+}
+
+TEST(NQ_FileUtils, AShorterDestinationGrows) {
+    const TempDir directory;
+    writeFile(directory / "source", "0123456789");
+    writeFile(directory / "copy", "xy");
+    EXPECT_EQ(0, copy(directory / "source", directory / "copy"));
+    EXPECT_EQ("0123456789", readFile(directory / "copy"));
+}
+
+TEST(NQ_FileUtils, ANewCopyHasMode644AsReducedByTheMask) {
+    const TempDir directory;
+    writeFile(directory / "source", "text", 0755);
+    {
+        const Umask none(0);
+        copy(directory / "source", directory / "open");
+    }
+    {
+        const Umask strict(077);
+        copy(directory / "source", directory / "closed");
+    }
+    EXPECT_EQ(0644u, permissionsOf(directory / "open"));
+    EXPECT_EQ(0600u, permissionsOf(directory / "closed"));
+}
+
+TEST(NQ_FileUtils, AnExistingDestinationKeepsItsMode) {
+    const TempDir directory;
+    writeFile(directory / "source", "text");
+    writeFile(directory / "copy", "", 0751);
+    EXPECT_EQ(0, copy(directory / "source", directory / "copy"));
+    EXPECT_EQ(0751u, permissionsOf(directory / "copy"));
+}
+
+TEST(NQ_FileUtils, AMissingSourceShowsNowhereButMakesTheDestination) {
+    const TempDir directory;
+    writeFile(directory / "existing", "kept");
+    EXPECT_EQ("", support::errorsOf([&] {
+                  EXPECT_EQ(0, copy(directory / "none", directory / "existing"));
+                  EXPECT_EQ(0, copy(directory / "none", directory / "new"));
+              }));
+    EXPECT_EQ("kept", readFile(directory / "existing"));
+    EXPECT_EQ("", readFile(directory / "new"));
+}
+
+TEST(NQ_FileUtils, ADestinationThatCannotBeOpenedGivesMinusOne) {
+    const TempDir directory;
+    writeFile(directory / "source", "text");
+    EXPECT_EQ(-1, copy(directory / "source", directory / "none/copy"));
+    EXPECT_EQ(-1, copy(directory / "source", directory.path()));
+    EXPECT_EQ(-1, copy(directory / "none", directory / "none/copy"));
+}
+
+TEST(NQ_FileUtils, AFailedTransferIsNotTold) {
+    const TempDir directory;
+    writeFile(directory / "source", "text");
+    EXPECT_EQ(0, copy(directory.path(), directory / "copy")) << "a directory cannot be sent";
+    EXPECT_EQ("", readFile(directory / "copy"));
+    EXPECT_EQ(0, copy(directory / "source", "/dev/full"));
+}
+
+TEST(NQ_FileUtils, CopyingClosesBothFiles) {
+    const TempDir directory;
+    writeFile(directory / "source", "text");
+    const auto before = openDescriptors();
+    copy(directory / "source", directory / "copy");
+    copy(directory / "source", directory / "none/copy");
+    copy(directory / "none", directory / "copy");
+    EXPECT_EQ(before, openDescriptors());
+}
+
+// FileWriter, NQ_Files -------------------------------------------------------------------------------
+
+TEST(FileWriter, JoinsChainedWrites) {
+    const TempDir directory;
+    {
+        FileWriter writer(directory / "file");
+        writer << "ab"
+               << "cd";
+    }
+    EXPECT_EQ("abcd", readFile(directory / "file"));
+}
+
+TEST(FileWriter, ReturnsItself) {
+    const TempDir directory;
+    FileWriter writer(directory / "file");
+    EXPECT_EQ(&writer, &(writer << "text"));
+}
+
+TEST(FileWriter, WritesBytesUnchanged) {
+    const TempDir directory;
+    std::string bytes;
+    for (int byte = 0; byte < 256; ++byte)
+        bytes += static_cast<char>(byte);
+    bytes += "\r\n\n";
+    { FileWriter(directory / "file") << bytes << "" << bytes; }
+    EXPECT_EQ(bytes + bytes, readFile(directory / "file"));
+}
+
+TEST(FileWriter, ReplacesAnEarlierContent) {
+    const TempDir directory;
+    writeFile(directory / "file", "much longer than what follows");
+    { FileWriter(directory / "file") << "short"; }
+    EXPECT_EQ("short", readFile(directory / "file"));
+}
+
+TEST(FileWriter, EmptiesTheFileAtOnce) {
+    const TempDir directory;
+    writeFile(directory / "file", "earlier");
+    const FileWriter writer(directory / "file");
+    EXPECT_EQ("", readFile(directory / "file"));
+}
+
+TEST(FileWriter, CompletesAndClosesTheFileAtTheEndOfItsScope) {
+    const TempDir directory;
+    const auto before = openDescriptors();
+    const std::string text(1000001, 't');
+    {
+        FileWriter writer(directory / "file");
+        writer << text;
+        EXPECT_EQ(1u, support::openedSince(before).size());
+    }
+    EXPECT_EQ(text, readFile(directory / "file"));
+    EXPECT_EQ(before, openDescriptors());
+}
+
+TEST(FileWriter, FailsSilently) {
+    const TempDir directory;
+    std::string printed;
+    const std::string errors = support::errorsOf([&] {
+        printed = support::printedBy([&] {
+            FileWriter(directory / "none/file") << "nowhere"
+                                                << "at all";
+            FileWriter(directory.path()) << "nowhere";
+            FileWriter("/dev/full") << "nowhere" << std::string(100000, 'x');
+        });
+    });
+    EXPECT_EQ("", printed);
+    EXPECT_EQ("", errors);
+    EXPECT_FALSE(support::exists(directory / "none"));
+}
+
+TEST(FileWriter, CannotBeCopied) {
+    EXPECT_FALSE(std::is_copy_constructible<FileWriter>::value);
+    EXPECT_FALSE(std::is_copy_assignable<FileWriter>::value);
+}
+
+TEST(NQ_Files, HoldsThreeTextsThatAreEmptyAtFirst) {
+    const auto files = std::make_unique<NQ_Files>();
+    EXPECT_EQ("", files->first);
+    EXPECT_EQ("", files->second);
+    EXPECT_EQ("", files->third);
+    files->third = "text";
+    EXPECT_EQ("text", NQ_Files(*files).third);
+}
+
+} // namespace
