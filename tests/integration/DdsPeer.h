@@ -19,6 +19,8 @@ public:
     /// The same domain through another network interface.
     void useInterface(const std::string& name);
 
+    int id() const { return id_; }
+
 private:
     int reservation_ = -1;
     int id_ = 0;

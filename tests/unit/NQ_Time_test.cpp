@@ -1,0 +1,516 @@
+#include <kvr/api/datetime/NQ_Time.h>
+
+#include "CapturedOutput.h"
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+#include <limits>
+#include <locale>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <streambuf>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <dlfcn.h>
+#include <sys/time.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+/// One use of nanosleep().
+struct Sleep {
+    std::time_t seconds;
+    long nanoseconds;
+    bool withRemainder;
+
+    bool operator==(const Sleep& other) const {
+        return seconds == other.seconds && nanoseconds == other.nanoseconds &&
+               withRemainder == other.withRemainder;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const Sleep& sleep) {
+    return out << sleep.seconds << " s " << sleep.nanoseconds << " ns"
+               << (sleep.withRemainder ? " with a remainder" : "");
+}
+
+/// Records the uses of nanosleep() while it lives, each of which gives `result` at once.
+class RecordedSleeps {
+public:
+    explicit RecordedSleeps(int result = 0, int error = 0);
+    ~RecordedSleeps();
+    RecordedSleeps(const RecordedSleeps&) = delete;
+    RecordedSleeps& operator=(const RecordedSleeps&) = delete;
+
+    int use(const timespec* pause, const timespec* remainder);
+    const std::vector<Sleep>& all() const { return sleeps_; }
+
+private:
+    int result_;
+    int error_;
+    std::vector<Sleep> sleeps_;
+};
+
+RecordedSleeps* recorder = nullptr;
+
+RecordedSleeps::RecordedSleeps(int result, int error) : result_(result), error_(error) {
+    recorder = this;
+}
+
+RecordedSleeps::~RecordedSleeps() { recorder = nullptr; }
+
+int RecordedSleeps::use(const timespec* pause, const timespec* remainder) {
+    sleeps_.push_back({pause->tv_sec, pause->tv_nsec, remainder != nullptr});
+    errno = error_;
+    return result_;
+}
+
+/// What time() gives while it lives.
+class FixedTime {
+public:
+    explicit FixedTime(std::time_t now) : now_(now) { current = this; }
+    ~FixedTime() { current = nullptr; }
+    FixedTime(const FixedTime&) = delete;
+    FixedTime& operator=(const FixedTime&) = delete;
+
+    std::time_t now() const { return now_; }
+    static const FixedTime* current;
+
+private:
+    std::time_t now_;
+};
+
+const FixedTime* FixedTime::current = nullptr;
+
+template <class Function>
+Function* next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+// In front of the C library's, for the library under test as well.
+extern "C" {
+
+int nanosleep(const timespec* pause, timespec* remainder) {
+    if (recorder != nullptr)
+        return recorder->use(pause, remainder);
+    return next<decltype(nanosleep)>("nanosleep")(pause, remainder);
+}
+
+std::time_t time(std::time_t* result) noexcept {
+    if (FixedTime::current == nullptr)
+        return next<std::time_t(std::time_t*)>("time")(result);
+    if (result != nullptr)
+        *result = FixedTime::current->now();
+    return FixedTime::current->now();
+}
+}
+
+namespace {
+
+using kvr::api::datetime::NQ_Time;
+using support::CapturedOutput;
+using support::printedBy;
+using testing::ElementsAre;
+
+constexpr std::time_t kThursday = 1577934245; // 2020-01-02T03:04:05
+const char* const kThursdayText = "UTC timestamp:Thu Jan  2 03:04:05 2020\n\n";
+
+timeval at(std::time_t seconds, suseconds_t microseconds) {
+    timeval result = {};
+    result.tv_sec = seconds;
+    result.tv_usec = microseconds;
+    return result;
+}
+
+std::pair<std::time_t, suseconds_t> parsed(const std::string& text) {
+    const timeval result = NQ_Time::dateStrToTv(text);
+    return {result.tv_sec, result.tv_usec};
+}
+
+std::string formatted(std::time_t seconds, suseconds_t microseconds = 0) {
+    return NQ_Time::tvToDateStr(at(seconds, microseconds));
+}
+
+long milliseconds(const timeval& start, const timeval& end) {
+    return NQ_Time::timevaldiffMilli(start, end);
+}
+
+/// What a 32-bit machine makes of the difference, computed with wide numbers.
+long wrapped(std::int64_t value) { return static_cast<std::int32_t>(value & 0xffffffff); }
+
+/// Puts the process into a time zone, three hours and a half east, while it lives.
+class OtherTimeZone {
+public:
+    OtherTimeZone() {
+        setenv("TZ", "XYZ-3:30", 1);
+        tzset();
+    }
+    ~OtherTimeZone() {
+        unsetenv("TZ");
+        tzset();
+    }
+    OtherTimeZone(const OtherTimeZone&) = delete;
+    OtherTimeZone& operator=(const OtherTimeZone&) = delete;
+};
+
+/// Gives std::cout back as it was: state, exception mask, locale and buffer.
+class RestoredCout {
+public:
+    RestoredCout() : buffer_(std::cout.rdbuf()), locale_(std::cout.getloc()) {}
+    ~RestoredCout() {
+        std::cout.exceptions(std::ios::goodbit);
+        std::cout.rdbuf(buffer_);
+        std::cout.imbue(locale_);
+        std::cout.clear();
+    }
+    RestoredCout(const RestoredCout&) = delete;
+    RestoredCout& operator=(const RestoredCout&) = delete;
+
+private:
+    std::streambuf* buffer_;
+    std::locale locale_;
+};
+
+/// Throws `Error{}` when the newline is widened for the first time.
+template <class Error>
+class ThrowsOnce : public std::ctype<char> {
+protected:
+    char do_widen(char c) const override { return thrownBefore() ? c : throw Error{}; }
+    const char* do_widen(const char* from, const char* end, char* to) const override {
+        return thrownBefore() ? std::ctype<char>::do_widen(from, end, to) : throw Error{};
+    }
+
+private:
+    bool thrownBefore() const {
+        const bool before = thrown_;
+        thrown_ = true;
+        return before;
+    }
+    mutable bool thrown_ = false;
+};
+
+struct StreamFault : std::exception {
+    const char* what() const noexcept override { return "the newline is out of order"; }
+};
+
+// delay --------------------------------------------------------------------------------------------
+
+TEST(NQ_Time, DelaySplitsMillisecondsIntoSecondsAndNanoseconds) {
+    RecordedSleeps sleeps;
+    for (const int ms : {1500, 0, 1, 999, 1000, 2001, INT_MAX})
+        NQ_Time::delay(ms);
+    EXPECT_THAT(sleeps.all(), ElementsAre(Sleep{1, 500000000, false}, Sleep{0, 0, false},
+                                          Sleep{0, 1000000, false}, Sleep{0, 999000000, false},
+                                          Sleep{1, 0, false}, Sleep{2, 1000000, false},
+                                          Sleep{2147483, 647000000, false}));
+}
+
+TEST(NQ_Time, ANegativeDelayIsHandedOnAndRefusedByTheKernel) {
+    {
+        RecordedSleeps sleeps;
+        NQ_Time::delay(-1500);
+        EXPECT_THAT(sleeps.all(), ElementsAre(Sleep{-1, -500000000, false}));
+    }
+    EXPECT_EQ("", printedBy([] { NQ_Time::delay(-1500); }));
+}
+
+TEST(NQ_Time, ADelayCutShortIsNotResumed) {
+    RecordedSleeps sleeps(-1, EINTR);
+    EXPECT_EQ("", printedBy([] { NQ_Time::delay(20); }));
+    EXPECT_EQ(1u, sleeps.all().size());
+}
+
+TEST(NQ_Time, ASignalEndsADelay) {
+    struct sigaction handler = {};
+    handler.sa_handler = [](int) {};
+    struct sigaction before = {};
+    sigaction(SIGALRM, &handler, &before);
+    itimerval alarm = {};
+    alarm.it_value.tv_usec = alarm.it_interval.tv_usec = 20000;
+    const auto start = std::chrono::steady_clock::now();
+    setitimer(ITIMER_REAL, &alarm, nullptr);
+    NQ_Time::delay(30000);
+    alarm = {};
+    setitimer(ITIMER_REAL, &alarm, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST(NQ_Time, ADelayLastsAtLeastItsTime) {
+    const auto start = std::chrono::steady_clock::now();
+    NQ_Time::delay(30);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+}
+
+// sNow ---------------------------------------------------------------------------------------------
+
+TEST(NQ_Time, NowIsPrintedInUtcFollowedByAnEmptyLine) {
+    const OtherTimeZone zone;
+    const FixedTime time(kThursday);
+    EXPECT_EQ(kThursdayText, printedBy(NQ_Time::sNow));
+}
+
+TEST(NQ_Time, NowIsTheTimeOfTheSystemClock) {
+    const std::time_t before = std::time(nullptr);
+    const std::string text = printedBy(NQ_Time::sNow);
+    const std::time_t after = std::time(nullptr);
+    tm parts = {};
+    ASSERT_NE(nullptr, strptime(text.c_str(), "UTC timestamp:%a %b %d %H:%M:%S %Y%n", &parts))
+        << text;
+    EXPECT_LE(before, timegm(&parts));
+    EXPECT_GE(after, timegm(&parts));
+}
+
+TEST(NQ_Time, NowIsFlushed) {
+    const FixedTime time(kThursday);
+    const RestoredCout restored;
+    struct : std::stringbuf {
+        int flushed = 0;
+        std::string textWhenFlushed;
+        int sync() override {
+            ++flushed;
+            textWhenFlushed = str();
+            return 0;
+        }
+    } buffer;
+    std::cout.rdbuf(&buffer);
+    NQ_Time::sNow();
+    EXPECT_LE(1, buffer.flushed);
+    EXPECT_EQ(kThursdayText, buffer.textWhenFlushed);
+}
+
+TEST(NQ_Time, NowSetsUpTheTimeZone) {
+    tzset();
+    setenv("TZ", "XYZ-3:30", 1);
+    printedBy(NQ_Time::sNow);
+    EXPECT_STREQ("XYZ", tzname[0]);
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST(NQ_Time, NowWithoutATextLeavesTheStreamBad) {
+    const RestoredCout restored;
+    const FixedTime time(std::numeric_limits<std::time_t>::max()); // of a year beyond all ints
+    std::ios::iostate state = std::ios::goodbit;
+    const std::string text = printedBy([&] {
+        NQ_Time::sNow();
+        state = std::cout.rdstate();
+        std::cout.clear();
+    });
+    if (sizeof(std::time_t) < 8)
+        GTEST_SKIP() << "a time of 32 bits always has a text";
+    EXPECT_EQ("UTC timestamp:", text);
+    EXPECT_TRUE(state & std::ios::badbit);
+}
+
+TEST(NQ_Time, AStandardExceptionWhilePrintingIsReportedAndSwallowed) {
+    const RestoredCout restored;
+    const FixedTime time(kThursday);
+    const std::string text = printedBy([] {
+        std::cout.imbue(std::locale(std::cout.getloc(), new ThrowsOnce<StreamFault>));
+        EXPECT_NO_THROW(NQ_Time::sNow());
+    });
+    EXPECT_EQ("UTC timestamp:Thu Jan  2 03:04:05 2020\n"
+              "Some error on kvr::api::datetime::NQ_Time::sNow\n"
+              "the newline is out of order\n",
+              text);
+}
+
+TEST(NQ_Time, AnotherExceptionWhilePrintingReachesTheCaller) {
+    struct Foreign {};
+    const RestoredCout restored;
+    const FixedTime time(kThursday);
+    const std::string text = printedBy([] {
+        std::cout.imbue(std::locale(std::cout.getloc(), new ThrowsOnce<Foreign>));
+        EXPECT_THROW(NQ_Time::sNow(), Foreign);
+    });
+    EXPECT_EQ("UTC timestamp:Thu Jan  2 03:04:05 2020\n", text);
+}
+
+TEST(NQ_Time, AStreamThatThrowsForItsReportTooThrowsToTheCaller) {
+    const RestoredCout restored;
+    const FixedTime time(kThursday);
+    std::cout.setstate(std::ios::badbit);
+    EXPECT_THROW(std::cout.exceptions(std::ios::badbit), std::ios::failure);
+    EXPECT_THROW(NQ_Time::sNow(), std::ios::failure);
+}
+
+// timevaldiffMilli ---------------------------------------------------------------------------------
+
+TEST(NQ_Time, DifferencesAreWholeMilliseconds) {
+    EXPECT_EQ(1, milliseconds(at(10, 999000), at(11, 0)));
+    EXPECT_EQ(-1, milliseconds(at(11, 0), at(10, 999000)));
+    EXPECT_EQ(0, milliseconds(at(5, 5), at(5, 5)));
+    EXPECT_EQ(12345, milliseconds(at(100, 655000), at(113, 0)));
+    EXPECT_EQ(-60000, milliseconds(at(60, 0), at(0, 0)));
+}
+
+TEST(NQ_Time, ThePartBelowAMillisecondIsCutTowardZero) {
+    EXPECT_EQ(1, milliseconds(at(0, 0), at(0, 1999)));
+    EXPECT_EQ(0, milliseconds(at(0, 999), at(0, 0)));
+    EXPECT_EQ(0, milliseconds(at(0, 500), at(0, 0)));
+    EXPECT_EQ(-1, milliseconds(at(0, 1999), at(0, 0)));
+}
+
+TEST(NQ_Time, MicrosecondsAreCutBeforeSecondsAreAdded) {
+    // 0.9995 seconds: cut as a whole this would be 999.
+    EXPECT_EQ(1000, milliseconds(at(0, 500), at(1, 0)));
+    EXPECT_EQ(-1000, milliseconds(at(1, 0), at(0, 500)));
+}
+
+TEST(NQ_Time, DifferencesWrapAfter31Bits) {
+    EXPECT_EQ(2147483647, milliseconds(at(0, 0), at(2147483, 647000)));
+    EXPECT_EQ(-2147483647L - 1, milliseconds(at(0, 0), at(2147483, 648000)));
+    EXPECT_EQ(2147483647, milliseconds(at(2147483, 649000), at(0, 0)));
+    EXPECT_EQ(0, milliseconds(at(0, 0), at(4294967296 / 8, 0)));
+    EXPECT_EQ(wrapped(1000 * std::int64_t{INT32_MAX}), milliseconds(at(0, 0), at(INT32_MAX, 0)));
+    EXPECT_EQ(wrapped(1000 * std::int64_t{INT32_MIN}), milliseconds(at(0, 0), at(INT32_MIN, 0)));
+}
+
+TEST(NQ_Time, AnyPairOfTimesHasTheDifferenceOfA32BitMachine) {
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 100000; ++i) {
+        const timeval start = at(static_cast<std::time_t>(random()), static_cast<int>(random()));
+        const timeval end = at(static_cast<std::time_t>(random()), static_cast<int>(random()));
+        const long fraction =
+            wrapped(std::int64_t{end.tv_usec} - std::int64_t{start.tv_usec}) / 1000;
+        const long seconds = wrapped(static_cast<std::int32_t>(end.tv_sec) -
+                                     std::int64_t{static_cast<std::int32_t>(start.tv_sec)});
+        ASSERT_EQ(wrapped(fraction + 1000 * std::int64_t{seconds}), milliseconds(start, end))
+            << start.tv_sec << '.' << start.tv_usec << " to " << end.tv_sec << '.' << end.tv_usec;
+    }
+}
+
+// dateStrToTv --------------------------------------------------------------------------------------
+
+TEST(NQ_Time, ATextWithMillisecondsIsReadAsUtc) {
+    const OtherTimeZone zone;
+    EXPECT_EQ(std::make_pair(kThursday, suseconds_t{123000}), parsed("2020-01-02T03:04:05.123Z"));
+    EXPECT_EQ(std::make_pair(std::time_t{0}, suseconds_t{0}), parsed("1970-01-01T00:00:00.000Z"));
+    EXPECT_EQ(std::make_pair(std::time_t{-1}, suseconds_t{999000}),
+              parsed("1969-12-31T23:59:59.999Z"));
+    EXPECT_EQ(std::make_pair(std::time_t{1582934400}, suseconds_t{7000}),
+              parsed("2020-02-29T00:00:00.007Z"));
+}
+
+TEST(NQ_Time, ATextOfSummerIsReadAsUtcToo) {
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    EXPECT_EQ(std::make_pair(std::time_t{1593561600}, suseconds_t{0}),
+              parsed("2020-07-01T00:00:00.000Z"));
+    EXPECT_EQ("2020-07-01T00:00:00.000Z", formatted(1593561600));
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST(NQ_Time, TheFractionCountsMillisecondsWhateverItsDigits) {
+    const auto fractionOf = [](const std::string& fraction) {
+        return parsed("2020-01-02T03:04:05." + fraction).second;
+    };
+    EXPECT_EQ(5000, fractionOf("5Z"));
+    EXPECT_EQ(50000, fractionOf("50Z"));
+    EXPECT_EQ(123456000, fractionOf("123456Z"));
+    EXPECT_EQ(0, fractionOf("Z"));
+    EXPECT_EQ(12000, fractionOf("123")); // the last character goes, whatever it is
+    EXPECT_EQ(123000, fractionOf("123+00"));
+    EXPECT_EQ(-5000, fractionOf("-5Z"));
+    EXPECT_EQ(1000, fractionOf("1.9Z")); // only the first "." counts
+}
+
+TEST(NQ_Time, WithoutAFractionTheYearIsReadForIt) {
+    EXPECT_EQ(std::make_pair(kThursday, suseconds_t{2020000}), parsed("2020-01-02T03:04:05Z"));
+    EXPECT_EQ(std::make_pair(kThursday, suseconds_t{2020000}), parsed("2020-01-02T03:04:05"));
+}
+
+TEST(NQ_Time, NothingBehindThePointIsOutOfRange) {
+    for (const char* text : {"2020-01-02T03:04:05.", ".", ""}) {
+        try {
+            NQ_Time::dateStrToTv(text);
+            ADD_FAILURE() << "no exception for '" << text << "'";
+        } catch (const std::out_of_range& error) {
+            EXPECT_STREQ("basic_string::erase", error.what());
+        }
+    }
+}
+
+TEST(NQ_Time, ATextInAnotherLayoutHarmsNobody) {
+    for (const char* text : {"x", "yesterday", "02.01.2020", "2020-13-45T99:99:99.5Z", "\xff\xfe"})
+        EXPECT_NO_THROW(NQ_Time::dateStrToTv(text)) << text;
+    EXPECT_NO_THROW(NQ_Time::dateStrToTv(std::string("2020\0.5Z", 8)));
+}
+
+TEST(NQ_Time, AHugeFractionHarmsNobody) {
+    EXPECT_NO_THROW(NQ_Time::dateStrToTv("2020-01-02T03:04:05.99999999999999999999999Z"));
+    EXPECT_NO_THROW(NQ_Time::dateStrToTv("2020-01-02T03:04:05.-99999999999999999999999Z"));
+}
+
+// tvToDateStr --------------------------------------------------------------------------------------
+
+TEST(NQ_Time, ATimeIsWrittenInUtcWithThreeDigits) {
+    const OtherTimeZone zone;
+    EXPECT_EQ("2020-01-02T03:04:05.123Z", formatted(kThursday, 123000));
+    EXPECT_EQ("1970-01-01T00:00:00.000Z", formatted(0));
+    EXPECT_EQ("1970-01-01T00:00:00.007Z", formatted(0, 7000));
+    EXPECT_EQ("1969-12-31T23:59:59.010Z", formatted(-1, 10000));
+    EXPECT_EQ("2038-01-19T03:14:07.000Z", formatted(2147483647));
+}
+
+TEST(NQ_Time, MillisecondsAreCutNotRounded) {
+    EXPECT_EQ("1970-01-01T00:00:00.999Z", formatted(0, 999999));
+    EXPECT_EQ("1970-01-01T00:00:00.000Z", formatted(0, 999));
+}
+
+TEST(NQ_Time, MicrosecondsOutOfTheirRangeShowInTheText) {
+    EXPECT_EQ("1970-01-01T00:00:00.1000Z", formatted(0, 1000000));
+    EXPECT_EQ("1970-01-01T00:00:00.-05Z", formatted(0, -5000));
+    EXPECT_EQ("1970-01-01T00:00:00.000Z", formatted(0, -999));
+    EXPECT_EQ("1970-01-01T00:00:00.100000Z", formatted(0, 100000000));
+    const suseconds_t most = std::numeric_limits<suseconds_t>::max();
+    const suseconds_t least = std::numeric_limits<suseconds_t>::min();
+    EXPECT_EQ("1970-01-01T00:00:00." + std::to_string(most / 1000) + "Z", formatted(0, most));
+    EXPECT_EQ("1970-01-01T00:00:00." + std::to_string(least / 1000) + "Z", formatted(0, least));
+}
+
+TEST(NQ_Time, FarYearsAreWrittenAsLongAsTheyFit) {
+    if (sizeof(std::time_t) < 8)
+        GTEST_SKIP() << "a time of 32 bits ends in 2038";
+    EXPECT_EQ("9999-12-31T23:59:59.000Z", formatted(static_cast<std::time_t>(253402300799)));
+    EXPECT_EQ("10000-01-01T00:00:00.000Z", formatted(static_cast<std::time_t>(253402300800)));
+    EXPECT_EQ("2147483647-12-31T23:59:59.000Z",
+              formatted(static_cast<std::time_t>(67767976233532799)));
+}
+
+TEST(NQ_Time, ATimeWithoutATextIsWrittenAsNothing) {
+    if (sizeof(std::time_t) < 8)
+        GTEST_SKIP() << "a time of 32 bits always has a text";
+    EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::max(), 123000));
+    EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::min(), 123000));
+    // A year of eleven characters, which the calendar has but the text has no room for.
+    EXPECT_EQ("", formatted(static_cast<std::time_t>(-67768040609740800), 123000));
+}
+
+TEST(NQ_Time, TextAndTimeConvertToEachOther) {
+    std::mt19937 random(2);
+    for (int i = 0; i < 10000; ++i) {
+        const timeval tv = at(static_cast<int>(random()), static_cast<int>(random() % 1000000));
+        const std::string text = NQ_Time::tvToDateStr(tv);
+        ASSERT_EQ(24u, text.size()) << text;
+        ASSERT_EQ(std::make_pair(tv.tv_sec, tv.tv_usec / 1000 * 1000), parsed(text)) << text;
+        ASSERT_EQ(text, NQ_Time::tvToDateStr(NQ_Time::dateStrToTv(text)));
+    }
+}
+
+} // namespace
