@@ -67,6 +67,8 @@ RunningProgram::~RunningProgram() {
 
 std::string RunningProgram::outSoFar() const { return contentOf(out_); }
 
+std::string RunningProgram::errSoFar() const { return contentOf(err_); }
+
 Ran RunningProgram::wait() {
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR)

@@ -30,6 +30,8 @@ public:
     pid_t pid() const { return pid_; }
     /// What standard output holds so far.
     std::string outSoFar() const;
+    /// What standard error holds so far.
+    std::string errSoFar() const;
     /// Waits for the end. To be called once.
     Ran wait();
 
