@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
+#include <functional>
 
 namespace kvr::api::data {
 
@@ -24,6 +25,11 @@ void NQ_Strings::removeSpace(std::string& str) {
 
 std::vector<std::string>& NQ_Strings::split(const std::string& s, char delim,
                                             std::vector<std::string>& elems) {
+    // A text that is one of `elems` would move away when they grow.
+    const std::less<const std::string*> before;
+    if (!before(&s, elems.data()) && before(&s, elems.data() + elems.size()))
+        return split(std::string(s), delim, elems);
+
     for (std::size_t start = 0; start < s.size();) {
         const std::size_t end = std::min(s.find(delim, start), s.size());
         elems.emplace_back(s, start, end - start);

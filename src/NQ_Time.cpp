@@ -73,6 +73,8 @@ std::string NQ_Time::tvToDateStr(const timeval& tv) {
     char date[26];
     char fraction[24]; // room for any long, not only for the three digits of a valid time
     const std::size_t length = std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+    if (length == 0) // a year of more than ten characters
+        return std::string();
     std::string text(date, length);
     (void)std::snprintf(fraction, sizeof fraction, ".%03ldZ", static_cast<long>(tv.tv_usec / 1000));
     return text += fraction;

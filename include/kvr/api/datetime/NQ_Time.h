@@ -40,7 +40,7 @@ public:
 
     /// Writes `tv` as ISO text; the microseconds, 0 to 999999, are cut to milliseconds (more of
     /// them print more digits, negative ones a minus sign). Empty when gmtime(3) cannot express the
-    /// time.
+    /// time or its year has more than ten characters.
     static std::string tvToDateStr(const timeval& tv);
 };
 
