@@ -152,10 +152,11 @@ void NQ_JSON::addObjtoArray(json_object* array, json_object* value) {
 }
 
 void NQ_JSON::addObjtoObj(json_object* object, const char* key, json_object* value) {
+    required(key);
     if (!is(object, json_type_object))
         json_object_put(value);
     else
-        json_object_object_add(object, required(key), value);
+        json_object_object_add(object, key, value);
 }
 
 void NQ_JSON::addKeyValtoObj(json_object* object, const char* key, const char* value) {
