@@ -1,0 +1,60 @@
+// Drives and reads the board's signals from the command line, through the library; for tests that
+// look at what arrives at the device.
+#include <kvr/api/sys/NQ_Gpio.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+using kvr::api::sys::Gpio_State;
+using kvr::api::sys::NQ_Gpio;
+
+namespace {
+
+const std::map<std::string, int (*)(Gpio_State)> kSetters = {{"led_sim", NQ_Gpio::setLedSim},
+                                                             {"led_wan", NQ_Gpio::setLedWan},
+                                                             {"led_usr", NQ_Gpio::setLedUsr},
+                                                             {"led_pwr", NQ_Gpio::setLedPwr},
+                                                             {"out0", NQ_Gpio::setOut0}};
+const std::map<std::string, int (*)()> kGetters = {{"out0", NQ_Gpio::getOut0},
+                                                   {"bin0", NQ_Gpio::getBin0},
+                                                   {"bin1", NQ_Gpio::getBin1},
+                                                   {"temperature", NQ_Gpio::getTemperature},
+                                                   {"voltage", NQ_Gpio::getVoltage}};
+
+// One request straight on descriptor 9 where the caller provides it, else on a fresh one.
+int raw(unsigned long request) {
+    const int inherited = 9;
+    const int device = fcntl(inherited, F_GETFD) < 0 ? open("/dev/gpio", O_RDWR) : inherited;
+    errno = 0;
+    const int result = ioctl(device, request, 1);
+    std::printf("%d %s\n", result, std::strerror(errno));
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        const std::size_t equals = word.find('=');
+        std::fflush(stdout);
+        if (word.rfind("sh:", 0) == 0) // something that happens meanwhile
+            (void)!std::system(argv[i] + 3);
+        else if (word.rfind("0x", 0) == 0)
+            raw(std::strtoul(argv[i], nullptr, 16));
+        else if (equals != std::string::npos)
+            std::printf("%d\n", kSetters.at(word.substr(0, equals))(
+                                    static_cast<Gpio_State>(std::atoi(word.c_str() + equals + 1))));
+        else
+            std::printf("%d\n", kGetters.at(word)());
+    }
+    return 0;
+}

@@ -1,0 +1,436 @@
+// The sandbox's runner: what a program finds inside, and that nothing of it gets out.
+#include "RunProgram.h"
+#include "TempDir.h"
+#include "Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using support::Ran;
+using support::RunningProgram;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+using Arguments = std::vector<std::string>;
+
+const Arguments kAsNobody = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+const Arguments kTryNamespaces = {"unshare", "--user", "--map-root-user", "--mount", "true"};
+
+Arguments operator+(Arguments first, const Arguments& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+/// What is on the host where the gateway's directories go, with the times of the last change; and
+/// everything that is mounted.
+std::string hostState() {
+    return support::runProgram({"sh", "-c",
+                                "ls -lA --time-style=full-iso /etc /opt /mnt /etc/init.d; "
+                                "cat /proc/self/mountinfo"})
+        .out;
+}
+
+/// Runs programs in the sandbox, and looks at each case's end whether the host is as it was.
+class SandboxRun : public testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0 && support::runProgram(kTryNamespaces).status != 0)
+            GTEST_SKIP() << "this user may not make namespaces";
+        before_ = hostState();
+    }
+    void TearDown() override {
+        if (!IsSkipped()) {
+            EXPECT_EQ(before_, hostState());
+        }
+    }
+
+    static Arguments sandbox(const Arguments& arguments) {
+        return Arguments{TAVO_SANDBOX_RUN} + arguments;
+    }
+    static Ran run(const Arguments& arguments, const std::string& input = "") {
+        return support::runProgram(sandbox(arguments), {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR}, input);
+    }
+    static Ran shell(const std::string& script, const std::string& input = "") {
+        return run({"sh", "-c", script}, input);
+    }
+
+private:
+    std::string before_;
+};
+
+// --- the program as a process ---------------------------------------------------------------------
+
+TEST_F(SandboxRun, PassesTheExitStatusOn) {
+    EXPECT_EQ(0, run({"true"}).status);
+    EXPECT_EQ(7, shell("exit 7").status);
+    EXPECT_EQ(128 + SIGSEGV, shell("kill -SEGV $$").status);
+    EXPECT_EQ(127, run({"no-such-program"}).status);
+    EXPECT_EQ(126, run({"/etc/passwd"}).status);
+}
+
+TEST_F(SandboxRun, PassesInputOutputAndErrorsThrough) {
+    const Ran ran = shell("cat; echo wrong >&2", "some input\n");
+    EXPECT_EQ("some input\n", ran.out);
+    EXPECT_EQ("wrong\n", ran.err);
+}
+
+TEST_F(SandboxRun, PassesArgumentsUnchanged) {
+    EXPECT_EQ("[a b][][$x'\"][-n][--root]",
+              run({"printf", "[%s]", "a b", "", "$x'\"", "-n", "--root"}).out);
+}
+
+TEST_F(SandboxRun, BecomesTheProgram) {
+    RunningProgram program(sandbox({"sh", "-c", "echo $$"}), {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
+    const std::string pid = std::to_string(program.pid());
+    EXPECT_EQ(pid + "\n", program.wait().out);
+}
+
+TEST_F(SandboxRun, HandsSignalsToTheProgram) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        RunningProgram program(sandbox({"sh", "-c",
+                                        "trap 'echo caught; exit 5' INT TERM HUP; echo ready; "
+                                        "while :; do sleep 0.02; done"}),
+                               {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
+        ASSERT_TRUE(support::eventually([&] { return program.outSoFar() == "ready\n"; }));
+        kill(program.pid(), signal);
+        const Ran ran = program.wait();
+        EXPECT_EQ(5, ran.status) << signal;
+        EXPECT_EQ("ready\ncaught\n", ran.out) << signal;
+    }
+}
+
+TEST_F(SandboxRun, LeavesNothingWhenItIsInterrupted) {
+    for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
+        RunningProgram program(
+            sandbox({"sh", "-c", "echo x > /etc/tavo-test; echo ready; exec sleep 60"}),
+            {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
+        ASSERT_TRUE(support::eventually([&] { return program.outSoFar() == "ready\n"; }));
+        kill(program.pid(), signal);
+        EXPECT_EQ(128 + signal, program.wait().status);
+        EXPECT_FALSE(support::exists("/etc/tavo-test"));
+    }
+}
+
+TEST_F(SandboxRun, RefusesCallsItDoesNotUnderstand) {
+    for (const Arguments& arguments :
+         {Arguments{}, Arguments{"--frob", "true"}, Arguments{"--root"}}) {
+        const Ran ran = run(arguments);
+        EXPECT_EQ(125, ran.status);
+        EXPECT_EQ("", ran.out);
+        EXPECT_THAT(ran.err, StartsWith("Usage: sandbox/run "));
+    }
+    EXPECT_THAT(run({"--help"}).out, StartsWith("Usage: sandbox/run "));
+}
+
+TEST_F(SandboxRun, SaysWhichBuildItMisses) {
+    const support::TempDir empty;
+    const Ran ran = support::runProgram(sandbox({"true"}), {"TAVO_BUILD_DIR=" + empty.path()});
+    EXPECT_EQ(125, ran.status);
+    EXPECT_THAT(ran.err, StartsWith("sandbox: no sandbox/bin in " + empty.path()));
+}
+
+// --- the gateway inside ---------------------------------------------------------------------------
+
+TEST_F(SandboxRun, HoldsAGatewaysConfiguration) {
+    EXPECT_EQ("dhcp\ndropbear\nfirewall\nnetwork\nsystem\nwireless\n", shell("ls /etc/config").out);
+    EXPECT_EQ(
+        "192.168.1.1\nserver\n0.pool.example.net 1.pool.example.net\n",
+        shell("uci get network.lan.ipaddr; uci get dhcp.lan.dhcpv4; uci get system.ntp.server")
+            .out);
+    EXPECT_EQ("",
+              shell("for each in /etc/config/*; do uci show ${each##*/} > /dev/null; done").err);
+}
+
+TEST_F(SandboxRun, HoldsItsPackagesAsACommitWritesThem) {
+    EXPECT_EQ(
+        "",
+        shell("cp -r /etc/config /etc/before; for each in /etc/config/*; do "
+              "package=${each##*/}; "
+              "ubus call uci add '{\"config\":\"'$package'\",\"type\":\"t\",\"name\":\"n\"}' >&-; "
+              "ubus call uci delete '{\"config\":\"'$package'\",\"section\":\"n\"}'; "
+              "uci commit $package; done; diff -r /etc/before /etc/config")
+            .out);
+}
+
+TEST_F(SandboxRun, FindsTheSimulatedToolsFirst) {
+    const std::string bin = support::runProgram({"realpath", TAVO_BUILD_DIR "/sandbox/bin"}).out;
+    EXPECT_EQ(bin.substr(0, bin.size() - 1) + "/ubus\n", shell("command -v ubus").out);
+    EXPECT_EQ(bin.substr(0, bin.size() - 1) + "/uci\n", shell("command -v uci").out);
+}
+
+TEST_F(SandboxRun, ServiceScriptsNoteWhatTheyWereAsked) {
+    EXPECT_EQ("network restart\n"
+              "dnsmasq restart\n"
+              "sysntpd restart\n"
+              "system reload now\n"
+              "stopAgent.sh agent1\n"
+              "ZEQ/bin/run.sh restart\n"
+              "NodeRED/bin/run.sh stop\n",
+              shell("/etc/init.d/network restart; /etc/init.d/dnsmasq restart; "
+                    "/etc/init.d/sysntpd restart; /etc/init.d/system reload now; "
+                    "/opt/components/mng/AG_Config/bin/stopAgent.sh agent1; "
+                    "/opt/apps/ZEQ/bin/run.sh restart; /opt/apps/NodeRED/bin/run.sh stop; "
+                    "cat /tmp/init.d.log")
+                  .out);
+}
+
+TEST_F(SandboxRun, BootEnvironmentIsReadByTheRealTool) {
+    if (shell("command -v fw_printenv").status != 0)
+        GTEST_SKIP() << "fw_printenv is not installed";
+    EXPECT_EQ("sn=GW0123456789\n", run({"fw_printenv", "sn"}).out);
+    const Ran all = run({"fw_printenv"});
+    EXPECT_EQ(0, all.status);
+    EXPECT_EQ("", all.err); // a wrong checksum would be told here
+    EXPECT_THAT(all.out, HasSubstr("ethaddr=02:00:5e:10:20:30\n"));
+    EXPECT_EQ("sn=changed\n", shell("fw_setenv sn changed; fw_printenv sn").out);
+}
+
+// --- the host inside ------------------------------------------------------------------------------
+
+TEST_F(SandboxRun, KeepsTheHostsOwnConfiguration) {
+    EXPECT_EQ(support::readFile("/etc/passwd"), run({"cat", "/etc/passwd"}).out);
+    EXPECT_EQ(support::runProgram({"cat", "/etc/os-release"}).out,
+              run({"cat", "/etc/os-release"}).out);
+    EXPECT_EQ("", shell("ls /etc > /dev/null; for each in /etc/*; do "
+                        "[ -e $each ] || [ ! -e /opt/.host$each ] || echo $each; done")
+                      .out);
+}
+
+TEST_F(SandboxRun, DoesNotLetTheHostsConfigurationBeWritten) {
+    const std::string before = support::readFile("/etc/passwd");
+    EXPECT_NE(0, shell("echo x >> /etc/passwd").status);
+    EXPECT_EQ(before, support::readFile("/etc/passwd"));
+}
+
+TEST_F(SandboxRun, NewFilesInEtcOptAndTmpStayInside) {
+    EXPECT_EQ(0,
+              shell("for each in /etc /opt /tmp /etc/config /opt/apps; do "
+                    "echo x > $each/tavo-test-file && [ -e $each/tavo-test-file ] || exit 1; done")
+                  .status);
+    for (const char* directory : {"/etc", "/opt", "/tmp"})
+        EXPECT_FALSE(support::exists(std::string(directory) + "/tavo-test-file"));
+}
+
+TEST_F(SandboxRun, StaysInTheWorkingDirectoryUnderItsOwnName) {
+    const support::TempDir directory; // under /tmp, which is replaced inside
+    support::writeFile(directory / "input", "from outside\n");
+    const Ran ran = support::runProgram(
+        {"sh", "-c", R"(cd "$1" && exec "$2" sh -c 'pwd -P; cat input; echo back > output')", "sh",
+         directory.path(), TAVO_SANDBOX_RUN},
+        {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
+    EXPECT_EQ(directory.path() + "\nfrom outside\n", ran.out);
+    EXPECT_EQ("back\n", support::readFile(directory / "output"));
+}
+
+TEST_F(SandboxRun, ReachesTreesUnderTmpByTheirNames) {
+    const support::TempDir directory;
+    EXPECT_EQ(0, run({"sh", "-c", "echo x > \"$1\"", "sh", directory / "output"}).status);
+    EXPECT_EQ("x\n", support::readFile(directory / "output"));
+}
+
+TEST_F(SandboxRun, RunsAProgramThatLiesUnderTmp) {
+    const support::TempDir directory;
+    support::writeFile(directory / "program", "#!/bin/sh\nreadlink -f \"$0\"\n", 0755);
+    EXPECT_EQ(directory / "program\n", run({directory / "program"}).out);
+}
+
+TEST_F(SandboxRun, DoesNotShowTheHostsLockFilesAndLogs) {
+    const std::string lock = "/tmp/tavo-test-" + std::to_string(getpid()) + ".pid";
+    support::writeFile(lock, "");
+    EXPECT_EQ("", shell("ls -d " + lock + " /tmp/log.out /tmp/socketDDS 2>/dev/null").out);
+    unlink(lock.c_str());
+}
+
+TEST_F(SandboxRun, WorksInsideItself) {
+    const Ran ran = run({TAVO_SANDBOX_RUN, "uci", "get", "network.lan"});
+    EXPECT_EQ("interface\n", ran.out);
+    EXPECT_EQ(0, ran.status) << ran.err;
+}
+
+// --- GPIO -----------------------------------------------------------------------------------------
+
+TEST_F(SandboxRun, GpioReadsSignalsFromTheStateFile) {
+    EXPECT_EQ("41\n12050\n0\n0\n0\n",
+              run({TAVO_GPIO_PROBE, "temperature", "voltage", "bin0", "bin1", "out0"}).out);
+    EXPECT_EQ("1\n7\n-1\n", shell("printf 'bin0 1\\nbin1 7\\n' > /tmp/gpio.state; " TAVO_GPIO_PROBE
+                                  " bin0 bin1 temperature")
+                                .out);
+}
+
+TEST_F(SandboxRun, GpioWritesSignalsIntoTheStateFile) {
+    EXPECT_EQ("0\n0\n0\n0\n0\n1\n"
+              "led_sim 1\nled_wan 2\nled_usr 3\nled_pwr 0\nout0 1\nbin0 0\nbin1 0\n"
+              "temperature 41\nvoltage 12050\n",
+              shell(TAVO_GPIO_PROBE " led_sim=1 led_wan=2 led_usr=3 led_pwr=0 out0=1 out0; "
+                                    "grep -v '^#' /tmp/gpio.state")
+                  .out);
+}
+
+TEST_F(SandboxRun, GpioSeesAnInputThatChangesWhileTheDeviceIsOpen) {
+    EXPECT_EQ("0\n1\n", run({TAVO_GPIO_PROBE, "bin0",
+                             "sh:sed -i 's/^bin0 0/bin0 1/' /tmp/gpio.state", "bin0"})
+                            .out);
+}
+
+TEST_F(SandboxRun, GpioRefusesUnknownRequests) {
+    EXPECT_EQ("-1 Invalid argument\n", run({TAVO_GPIO_PROBE, "0x80004299"}).out);
+    EXPECT_EQ("-1 Invalid argument\n",
+              run({TAVO_GPIO_PROBE, "0x80004205"}).out); // LEDs: write only
+    EXPECT_EQ("-1 Inappropriate ioctl for device\n", run({TAVO_GPIO_PROBE, "0x5401"}).out);
+}
+
+TEST_F(SandboxRun, GpioPassesNegativeReadingsAsErrorsLikeADriver) {
+    EXPECT_EQ("-1\n0\n-1 Input/output error\n",
+              shell("printf 'temperature -5\\nbin0 -5\\n' > /tmp/gpio.state; " TAVO_GPIO_PROBE
+                    " temperature bin0 0x80004211")
+                  .out);
+}
+
+TEST_F(SandboxRun, GpioWithoutAStateFileIsABoardWithoutTheDevice) {
+    EXPECT_EQ("-1\n0\n-1\n",
+              shell("rm /tmp/gpio.state; " TAVO_GPIO_PROBE " led_wan=1 bin0 voltage").out);
+}
+
+TEST_F(SandboxRun, GpioDeviceIsInheritedByOtherPrograms) {
+    EXPECT_EQ("41 Success\n",
+              run({"bash", "-c", "exec 9<>/dev/gpio; " TAVO_GPIO_PROBE " 0x80004211"}).out);
+}
+
+TEST_F(SandboxRun, GpioLeavesOtherDescriptorsAlone) {
+    EXPECT_EQ("-1 Inappropriate ioctl for device\n",
+              run({"bash", "-c", "exec 9<>/dev/null; " TAVO_GPIO_PROBE " 0x80004211"}).out);
+}
+
+// --- a root that is kept --------------------------------------------------------------------------
+
+class SandboxRunRoot : public SandboxRun {
+protected:
+    std::string root() const { return directory_ / "kept root"; }
+    Arguments withRoot(const Arguments& command) const {
+        return Arguments{"--root", root()} + command;
+    }
+    /// Every name in the root's directories that the sandbox fills with links.
+    std::string names() const {
+        return support::runProgram(
+                   {"ls", "-A", root(), root() + "/etc", root() + "/opt", root() + "/tmp"})
+            .out;
+    }
+
+    support::TempDir directory_;
+};
+
+TEST_F(SandboxRunRoot, KeepsWhatTheProgramDid) {
+    const Ran ran =
+        run(withRoot({"sh", "-c",
+                      "ubus call uci set '{\"config\":\"network\",\"section\":\"lan\",\"values\":"
+                      "{\"ipaddr\":\"10.1.1.1\"}}'; uci commit network; echo x > /etc/new; "
+                      "/etc/init.d/network restart; echo line > /tmp/log.out; exit 9"}));
+    EXPECT_EQ(9, ran.status);
+    EXPECT_THAT(support::readFile(root() + "/etc/config/network"),
+                HasSubstr("\toption ipaddr '10.1.1.1'\n"));
+    EXPECT_EQ("x\n", support::readFile(root() + "/etc/new"));
+    EXPECT_EQ("network restart\n", support::readFile(root() + "/tmp/init.d.log"));
+    EXPECT_EQ("line\n", support::readFile(root() + "/tmp/log.out"));
+}
+
+TEST_F(SandboxRunRoot, HoldsNothingOfTheHostAfterwards) {
+    EXPECT_EQ(0, run(withRoot({"true"})).status);
+    const std::string r = root();
+    EXPECT_EQ(r + ":\netc\nopt\ntmp\nvar\n\n" + r +
+                  "/etc:\nconfig\nfw_env.config\ninit.d\nuboot.env\n\n" + r +
+                  "/opt:\napps\ncomponents\n\n" + r + "/tmp:\ngpio.state\n",
+              names());
+}
+
+TEST_F(SandboxRunRoot, GoesOnWhereTheLastRunEnded) {
+    run(withRoot({"sh", "-c", "echo 'config a b' > /etc/config/mine"}));
+    EXPECT_EQ("a\n", run(withRoot({"uci", "get", "mine.b"})).out);
+}
+
+TEST_F(SandboxRunRoot, PassesInputAndStatusOfASignalOn) {
+    EXPECT_EQ("in\n", run(withRoot({"cat"}), "in\n").out);
+    EXPECT_EQ(128 + SIGSEGV, run(withRoot({"sh", "-c", "kill -SEGV $$"})).status);
+}
+
+TEST_F(SandboxRunRoot, HandsSignalsOnAndTidiesUp) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        RunningProgram program(
+            sandbox(withRoot({"sh", "-c",
+                              "trap 'echo caught; exit 5' INT TERM HUP; echo ready; "
+                              "while :; do sleep 0.02; done"})),
+            {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
+        ASSERT_TRUE(support::eventually([&] { return program.outSoFar() == "ready\n"; }));
+        kill(program.pid(), signal);
+        const Ran ran = program.wait();
+        EXPECT_EQ(5, ran.status) << signal;
+        EXPECT_EQ("ready\ncaught\n", ran.out) << signal;
+        EXPECT_EQ("", support::runProgram({"find", root(), "-lname", "/opt/.host/*"}).out);
+    }
+}
+
+TEST_F(SandboxRunRoot, ProgramDiesWithARunnerThatIsKilled) {
+    RunningProgram program(sandbox(withRoot({"sh", "-c", "echo $$; exec sleep 60"})),
+                           {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
+    ASSERT_TRUE(support::eventually([&] { return !program.outSoFar().empty(); }));
+    const pid_t inside = std::stoi(program.outSoFar());
+    EXPECT_NE(program.pid(), inside);
+    kill(program.pid(), SIGKILL);
+    EXPECT_EQ(128 + SIGKILL, program.wait().status);
+    EXPECT_TRUE(support::eventually([&] { return kill(inside, 0) != 0; }));
+    // The next run finds the leftovers and clears them.
+    EXPECT_EQ("interface\n", run(withRoot({"uci", "get", "network.lan"})).out);
+    EXPECT_EQ("", support::runProgram({"find", root(), "-lname", "/opt/.host/*"}).out);
+}
+
+TEST_F(SandboxRunRoot, BelongsToOneRunAtATime) {
+    RunningProgram first(sandbox(withRoot({"sh", "-c", "echo ready; exec sleep 60"})),
+                         {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
+    ASSERT_TRUE(support::eventually([&] { return first.outSoFar() == "ready\n"; }));
+    const Ran second = run(withRoot({"true"}));
+    EXPECT_EQ(125, second.status);
+    EXPECT_EQ("sandbox: " + root() + " is in use by another run\n", second.err);
+    kill(first.pid(), SIGTERM);
+    EXPECT_EQ(128 + SIGTERM, first.wait().status);
+}
+
+// --- an ordinary user -----------------------------------------------------------------------------
+
+TEST_F(SandboxRun, WorksForAnOrdinaryUser) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "every other case shows it";
+    if (support::runProgram(kAsNobody + kTryNamespaces).status != 0)
+        GTEST_SKIP() << "user namespaces are off";
+    if (support::runProgram(kAsNobody + Arguments{"test", "-x", TAVO_BUILD_DIR "/sandbox/bin/ubus"})
+            .status != 0)
+        GTEST_SKIP() << "others may not read " TAVO_BUILD_DIR;
+    const support::TempDir directory;
+    ASSERT_EQ(0, chmod(directory.path().c_str(), 0777));
+    const Ran ran = support::runProgram(
+        kAsNobody +
+            sandbox({"--root", directory / "root", "sh", "-c",
+                     "ubus call uci add '{\"config\":\"network\",\"name\":\"g\",\"type\":\"t\"}'; "
+                     "uci commit; /etc/init.d/network restart; echo x > /etc/new; fw_printenv sn; "
+                     "echo x 2>/dev/null >> /etc/passwd && echo wrote; " TAVO_GPIO_PROBE
+                     " led_wan=1; exit 4"}),
+        {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR, "HOME=/"});
+    EXPECT_EQ(4, ran.status);
+    EXPECT_EQ("{\n\t\"section\": \"g\"\n}\nsn=GW0123456789\n0\n", ran.out) << ran.err;
+    EXPECT_THAT(support::readFile(directory / "root/etc/config/network"),
+                HasSubstr("config t 'g'\n"));
+    EXPECT_EQ("network restart\n", support::readFile(directory / "root/tmp/init.d.log"));
+    struct stat kept {};
+    ASSERT_EQ(0, stat((directory / "root/etc/new").c_str(), &kept));
+    EXPECT_EQ(65534U, kept.st_uid);
+}
+
+} // namespace
