@@ -24,9 +24,12 @@ function(tavo_test name)
     if(ARG_DEPENDS)
         add_dependencies(${target} ${ARG_DEPENDS})
     endif()
-    set(properties LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
-    if(ARG_LOCK)
-        list(APPEND properties RESOURCE_LOCK "${ARG_LOCK}")
-    endif()
-    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+    # Lists do not survive the way through gtest_discover_tests(): only the first value would, and no property after it.
+    set(lists ${CMAKE_CURRENT_BINARY_DIR}/${target}_lists.cmake)
+    file(WRITE ${lists}
+        "foreach(test IN LISTS ${target}_TESTS)\n"
+        "    set_tests_properties(\${test} PROPERTIES LABELS \"${ARG_LABELS}\" RESOURCE_LOCK \"${ARG_LOCK}\")\n"
+        "endforeach()\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${lists})
 endfunction()
