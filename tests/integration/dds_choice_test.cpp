@@ -1,0 +1,155 @@
+// Who provides the DDS RMI runtime, as the build decides it: real runs of CMake on a small project.
+#include "RunProgram.h"
+#include "TempDir.h"
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+using support::Ran;
+using support::runProgram;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+const char kWithoutCyclone[] = "-DCMAKE_DISABLE_FIND_PACKAGE_CycloneDDS=ON";
+
+const char kChoseOpenSplice[] =
+    "provider: OPENSPLICE\ninstalled to: \nsources: empty.cpp NQ_DDS_RMI.cpp\n";
+const char kChoseCyclone[] =
+    "provider: CYCLONEDDS\ninstalled to: include/tavo/rmi\nsources: empty.cpp NQ_DDS_RMI.cpp "
+    "CRuntime.cpp CycloneRuntime.cpp RuntimeOptions.cpp\n";
+const char kChoseNone[] = "provider: OFF\ninstalled to: \nsources: empty.cpp\n";
+
+/// The commercial product as it is installed: the directories of its headers, and libraries (empty ones).
+class OpenSplice {
+public:
+    OpenSplice() {
+        for (const char* name : {"include", "include/sys", "include/dcps", "include/dcps/C++",
+                                 "include/dcps/C++/SACPP", "include/rmi", "lib"})
+            mkdir((home_ / name).c_str(), 0755);
+        support::writeFile(home_ / "include/rmi/dds_service_sdk.h",
+                           support::readFile(TAVO_VENDOR_INTERFACE));
+        for (const char* name : {"ddsrmi", "dcpssacpp", "ddskernel"})
+            EXPECT_EQ(0, runProgram({TAVO_C_COMPILER, "-shared", "-o", library(name), "-x", "c",
+                                     "/dev/null"})
+                             .status);
+    }
+
+    std::string library(const std::string& name) const {
+        return home_ / ("lib/lib" + name + ".so");
+    }
+    const std::string& home() const { return home_.path(); }
+
+private:
+    support::TempDir home_;
+};
+
+class DdsChoice : public testing::Test {
+protected:
+    /// Configures with these options, and with OSPL_HOME in the environment.
+    Ran configure(const std::vector<std::string>& options, const std::string& home = "") {
+        std::vector<std::string> command = {TAVO_CMAKE,
+                                            "-S",
+                                            TAVO_DDS_CHOICE,
+                                            "-B",
+                                            build_.path(),
+                                            std::string("-DTAVO_ROOT=") + TAVO_ROOT,
+                                            "-DCMAKE_INSTALL_PREFIX=/usr"};
+        command.insert(command.end(), options.begin(), options.end());
+        return runProgram(command, {"OSPL_HOME=" + home});
+    }
+
+    std::string chosen() const { return support::readFile(build_ / "chosen.txt"); }
+
+    /// Compiles what was chosen.
+    Ran build() const { return runProgram({TAVO_CMAKE, "--build", build_.path()}); }
+
+private:
+    support::TempDir build_;
+};
+
+} // namespace
+
+TEST_F(DdsChoice, UnknownValueIsAnError) {
+    for (const char* value : {"BOGUS", "auto", "ON", ""}) {
+        const Ran ran = configure({std::string("-DTAVO_DDS=") + value});
+        EXPECT_NE(0, ran.status) << value;
+        EXPECT_THAT(ran.err, HasSubstr("TAVO_DDS is \"" + std::string(value) +
+                                       "\"; it must be AUTO, OPENSPLICE, CYCLONEDDS or OFF"));
+    }
+}
+
+TEST_F(DdsChoice, AutoPrefersOpenSpliceAndItsInterfaceIsEnough) {
+    const OpenSplice product;
+    const Ran ran = configure({}, product.home());
+    ASSERT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(kChoseOpenSplice, chosen());
+    const Ran built = build();
+    EXPECT_EQ(0, built.status) << built.out << built.err;
+}
+
+TEST_F(DdsChoice, AutoTakesCycloneWithoutOpenSplice) {
+    const Ran ran = configure({});
+    ASSERT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(kChoseCyclone, chosen());
+    const Ran built = build();
+    EXPECT_EQ(0, built.status) << built.out << built.err;
+}
+
+TEST_F(DdsChoice, AutoWithoutAnyLeavesTheClassOutAndNamesThePackage) {
+    const Ran ran = configure({kWithoutCyclone});
+    ASSERT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(kChoseNone, chosen());
+    EXPECT_THAT(ran.out + ran.err, HasSubstr("cyclonedds-dev"));
+}
+
+TEST_F(DdsChoice, OffLeavesTheClassOutWhateverIsThereAndSaysNothingMore) {
+    const OpenSplice product;
+    const Ran ran = configure({"-DTAVO_DDS=OFF"}, product.home());
+    ASSERT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(kChoseNone, chosen());
+    EXPECT_THAT(ran.out + ran.err, Not(HasSubstr("cyclonedds-dev")));
+}
+
+TEST_F(DdsChoice, CycloneIsTakenWhenAskedForAlthoughOpenSpliceIsThere) {
+    const OpenSplice product;
+    const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS"}, product.home());
+    ASSERT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(kChoseCyclone, chosen());
+}
+
+TEST_F(DdsChoice, CycloneAskedForButMissingIsAnErrorThatNamesThePackage) {
+    const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS", kWithoutCyclone});
+    EXPECT_NE(0, ran.status);
+    EXPECT_THAT(ran.err, HasSubstr("cyclonedds-dev"));
+}
+
+TEST_F(DdsChoice, OpenSpliceIsFoundByACMakeVariableToo) {
+    const OpenSplice product;
+    const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE", "-DOSPL_HOME=" + product.home()});
+    ASSERT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(kChoseOpenSplice, chosen());
+}
+
+TEST_F(DdsChoice, OpenSpliceAskedForButMissingIsAnErrorThatNamesTheVariable) {
+    const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE"});
+    EXPECT_NE(0, ran.status);
+    EXPECT_THAT(ran.err, HasSubstr("OSPL_HOME"));
+}
+
+TEST_F(DdsChoice, OpenSpliceWithoutALibraryDoesNotCount) {
+    const OpenSplice product;
+    ASSERT_EQ(0, remove(product.library("dcpssacpp").c_str()));
+    EXPECT_NE(0, configure({"-DTAVO_DDS=OPENSPLICE"}, product.home()).status);
+}
+
+TEST_F(DdsChoice, SwitchingFromOpenSpliceToCycloneInOneBuildTreeWorks) {
+    const OpenSplice product;
+    ASSERT_EQ(0, configure({"-DTAVO_DDS=OPENSPLICE"}, product.home()).status);
+    ASSERT_EQ(0, configure({"-DTAVO_DDS=CYCLONEDDS"}, product.home()).status);
+    EXPECT_EQ(kChoseCyclone, chosen());
+}
