@@ -70,6 +70,19 @@ std::string readAll(const std::string& file) {
     return content;
 }
 
+const char* labelOf(const std::string& file) {
+    return file == "-" ? "standard input" : file.c_str();
+}
+
+std::string readPayload(const std::string& file) {
+    const std::string payload = readAll(file);
+    if (payload.empty())
+        fail(std::string(labelOf(file)) + ": empty (an empty message would end the connection)");
+    if (payload.size() > std::numeric_limits<std::uint32_t>::max())
+        fail(std::string(labelOf(file)) + ": too large for a message");
+    return payload;
+}
+
 int connectTo(const std::string& name) {
     const std::string path = "/tmp/socketDDS/" + name;
     sockaddr_un address = {};
@@ -89,10 +102,6 @@ int connectTo(const std::string& name) {
 }
 
 void sendMessage(int descriptor, const std::string& label, const std::string& payload) {
-    if (payload.empty())
-        fail(label + ": empty (an empty message would end the connection)");
-    if (payload.size() > std::numeric_limits<std::uint32_t>::max())
-        fail(label + ": too large for a message");
     const auto length = static_cast<std::uint32_t>(payload.size());
     std::string message(reinterpret_cast<const char*>(&length), sizeof length);
     message += payload;
@@ -100,17 +109,13 @@ void sendMessage(int descriptor, const std::string& label, const std::string& pa
         std::cerr << "rpc_send: " << label << ": " << payload.size()
                   << " bytes may not arrive in one piece\n";
 
-    // In one call where possible, so that the server finds all of it.
-    for (std::size_t done = 0; done < message.size();) {
-        const ssize_t sent =
-            send(descriptor, message.data() + done, message.size() - done, MSG_NOSIGNAL);
-        if (sent == -1 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            fail(label + ": the server does not take the whole message");
-        if (sent == -1 && errno != EINTR)
-            failWithReason(label);
-        if (sent > 0)
-            done += static_cast<std::size_t>(sent);
-    }
+    // In one call, so that the server finds all of it. A blocking send comes back short only when the
+    // time limit has passed.
+    const ssize_t sent = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL);
+    if (sent == -1 && errno != EAGAIN)
+        failWithReason(label);
+    if (sent != static_cast<ssize_t>(message.size()))
+        fail(label + ": the server does not take the whole message");
 }
 
 } // namespace
@@ -135,10 +140,10 @@ int main(int argc, char** argv) {
 
     // All are read first: what cannot be read must not leave half of the messages sent.
     std::vector<std::string> payloads;
-    std::transform(files.begin(), files.end(), std::back_inserter(payloads), readAll);
+    std::transform(files.begin(), files.end(), std::back_inserter(payloads), readPayload);
     const int descriptor = connectTo(name);
     for (std::size_t i = 0; i < files.size(); ++i)
-        sendMessage(descriptor, files[i] == "-" ? "standard input" : files[i], payloads[i]);
+        sendMessage(descriptor, labelOf(files[i]), payloads[i]);
     close(descriptor);
     return 0;
 }
