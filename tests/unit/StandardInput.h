@@ -1,0 +1,63 @@
+#ifndef TAVO_TESTS_STANDARD_INPUT_H
+#define TAVO_TESTS_STANDARD_INPUT_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <poll.h>
+
+/// Makes a pipe of the test's own the standard input while it lives.
+class StandardInput {
+public:
+    StandardInput();
+    ~StandardInput();
+    StandardInput(const StandardInput&) = delete;
+    StandardInput& operator=(const StandardInput&) = delete;
+
+    /// What a supervisor writes; at most what a pipe holds.
+    void write(const std::string& text);
+    /// Bytes that nobody has read yet.
+    int unread() const;
+    /// Ends the input.
+    void close();
+
+private:
+    int saved_;
+    int writer_;
+};
+
+/// One use of poll().
+struct Poll {
+    int descriptor;
+    short events;
+    nfds_t entries;
+    int milliseconds;
+    int result;
+};
+
+/// Sees every use of poll() while it lives: the program that uses this class supplies poll() itself,
+/// in front of the C library's. One at a time.
+class WatchedPolls {
+public:
+    /// Runs in place of the C library's poll() and receives the number of the use (1, 2, ...).
+    using Script = std::function<int(int)>;
+    /// As the result of a script: the C library's poll() decides.
+    static constexpr int kPassOn = -2;
+
+    explicit WatchedPolls(Script script = [](int) { return kPassOn; });
+    ~WatchedPolls();
+    WatchedPolls(const WatchedPolls&) = delete;
+    WatchedPolls& operator=(const WatchedPolls&) = delete;
+
+    const std::vector<Poll>& all() const { return polls_; }
+    int count() const { return static_cast<int>(polls_.size()); }
+
+    int use(pollfd* entries, nfds_t count, int milliseconds);
+
+private:
+    Script script_;
+    std::vector<Poll> polls_;
+};
+
+#endif
