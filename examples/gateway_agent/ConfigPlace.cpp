@@ -8,7 +8,7 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include <sys/stat.h>
 
@@ -61,8 +61,9 @@ bool isDirectory(const std::string& path) {
 /// The library tells of no failure, so what was written is looked at instead.
 void verify(const std::string& file, const std::string& expected) {
     std::ifstream stream(file, std::ios::binary);
-    const std::string written(std::istreambuf_iterator<char>(stream), {});
-    if (!stream || written != expected)
+    std::ostringstream written;
+    written << stream.rdbuf();
+    if (!stream.is_open() || written.str() != expected)
         throw RpcError(ErrorCode::failed, file + " could not be written");
 }
 
