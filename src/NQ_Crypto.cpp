@@ -148,6 +148,7 @@ std::string NQ_Base64::base64_decode(const std::string& text) {
 }
 
 int NQ_Base64::Base64Encode(const char* buffer, unsigned int length, char* b64text) {
+    *b64text = '\0'; // the memory stream terminates only what it was given
     FILE* stream = fmemopen(b64text, encodedLength(length) + 1, "w");
     {
         const Chain chain = base64Chain(BIO_new_fp(stream, BIO_NOCLOSE));

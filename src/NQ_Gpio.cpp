@@ -28,8 +28,8 @@ int gpio_ioctl(int request, unsigned int value) {
     if (device < 0)
         return -1;
     // Through unsigned, so that the read requests' top bit is not spread over a 64-bit request
-    // word.
-    return ioctl(device, static_cast<unsigned int>(request), value);
+    // word; the driver takes the argument as a long.
+    return ioctl(device, static_cast<unsigned int>(request), static_cast<unsigned long>(value));
 }
 
 int drive(Request request, Gpio_State state) {

@@ -1,0 +1,392 @@
+#include <kvr/api/sys/NQ_Gpio.h>
+
+#include "Descriptors.h"
+#include "ForkedChild.h"
+#include "TempDir.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+#ifdef __GLIBC__
+using RequestWord = unsigned long;
+#else
+using RequestWord = int;
+#endif
+
+/// What reached the driver.
+struct Call {
+    int descriptor;
+    unsigned long request;
+    unsigned long value;
+
+    bool operator==(const Call& other) const {
+        return descriptor == other.descriptor && request == other.request && value == other.value;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const Call& call) {
+    return out << "ioctl(" << call.descriptor << ", 0x" << std::hex << call.request << std::dec
+               << ", " << call.value << ")";
+}
+
+/// Answers for /dev/gpio while it lives: this program supplies open() and ioctl() itself, in front
+/// of the C library's. One at a time.
+class FakeBoard {
+public:
+    FakeBoard() { current = this; }
+    ~FakeBoard() { current = nullptr; }
+    FakeBoard(const FakeBoard&) = delete;
+    FakeBoard& operator=(const FakeBoard&) = delete;
+
+    /// Error number of the next opens; 0 lets them succeed.
+    int openError = 0;
+    /// Result of the driver for a request; a negative one other than -1 too, as drivers of other
+    /// kernels give.
+    std::function<int(unsigned long)> driver = [](unsigned long) { return 0; };
+
+    std::vector<int> openFlags;
+    std::vector<Call> calls;
+
+    int openDevice(int flags) {
+        openFlags.push_back(flags);
+        errno = openError;
+        return openError == 0 ? dup(STDERR_FILENO) : -1;
+    }
+    int control(int descriptor, unsigned long request, unsigned long value) {
+        calls.push_back({descriptor, request, value});
+        return driver(request);
+    }
+
+    static FakeBoard* current;
+};
+
+FakeBoard* FakeBoard::current = nullptr;
+
+bool isBoard(const char* path) {
+    return FakeBoard::current != nullptr && std::strcmp(path, "/dev/gpio") == 0;
+}
+
+} // namespace
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (isBoard(path))
+        return FakeBoard::current->openDevice(flags);
+    return reinterpret_cast<int (*)(const char*, int, ...)>(dlsym(RTLD_NEXT, "open"))(path, flags,
+                                                                                      mode);
+}
+
+#ifdef __GLIBC__
+int open64(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (isBoard(path))
+        return FakeBoard::current->openDevice(flags);
+    return reinterpret_cast<int (*)(const char*, int, ...)>(dlsym(RTLD_NEXT, "open64"))(path, flags,
+                                                                                        mode);
+}
+
+int ioctl(int descriptor, RequestWord request, ...) noexcept {
+#else
+int ioctl(int descriptor, RequestWord request, ...) {
+#endif
+    va_list arguments;
+    va_start(arguments, request);
+    const unsigned long value = va_arg(arguments, unsigned long);
+    va_end(arguments);
+    if (FakeBoard::current != nullptr)
+        return FakeBoard::current->control(descriptor, static_cast<unsigned long>(request), value);
+    return reinterpret_cast<int (*)(int, RequestWord, ...)>(dlsym(RTLD_NEXT, "ioctl"))(
+        descriptor, request, value);
+}
+}
+
+namespace {
+
+using kvr::api::sys::GPIO_OFF;
+using kvr::api::sys::GPIO_ON;
+using kvr::api::sys::Gpio_State;
+using kvr::api::sys::NQ_Gpio;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct Setter {
+    const char* name;
+    int (*operation)(Gpio_State);
+    unsigned long request;
+    unsigned int number;
+};
+
+const Setter kSetters[] = {
+    {"setLedSim", NQ_Gpio::setLedSim, 1073758736, 16},
+    {"setLedWan", NQ_Gpio::setLedWan, 1073758725, 5},
+    {"setLedUsr", NQ_Gpio::setLedUsr, 1073758723, 3},
+    {"setLedPwr", NQ_Gpio::setLedPwr, 1073758724, 4},
+    {"setOut0", NQ_Gpio::setOut0, 1073758726, 6},
+};
+
+struct Reader {
+    const char* name;
+    int (*operation)();
+    unsigned long request;
+    unsigned int number;
+    bool lowWhenFailed;
+};
+
+const Reader kReaders[] = {
+    {"getOut0", NQ_Gpio::getOut0, 2147500550, 6, true},
+    {"getBin0", NQ_Gpio::getBin0, 2147500551, 7, true},
+    {"getBin1", NQ_Gpio::getBin1, 2147500571, 27, true},
+    {"getTemperature", NQ_Gpio::getTemperature, 2147500561, 17, false},
+    {"getVoltage", NQ_Gpio::getVoltage, 2147500562, 18, false},
+};
+
+/// The descriptor lives as long as a process: runs `body` in one that has not used the board yet.
+void inFreshProcess(const std::function<void()>& body) {
+    const support::ForkedChild child = support::inForkedChild(body);
+    EXPECT_EQ(0, child.status) << child.output;
+}
+
+static_assert(GPIO_OFF == 0 && GPIO_ON == 1, "what the board's driver takes for off and on");
+static_assert(sizeof(Gpio_State) == sizeof(int), "any number of a driver's fits");
+
+TEST(NQ_Gpio, EverySetterWritesItsSignalWithTheStatesNumber) {
+    inFreshProcess([] {
+        for (const Setter& setter : kSetters) {
+            SCOPED_TRACE(setter.name);
+            FakeBoard board;
+            EXPECT_EQ(0, setter.operation(GPIO_OFF));
+            EXPECT_EQ(0, setter.operation(GPIO_ON));
+            EXPECT_EQ(0, setter.operation(static_cast<Gpio_State>(7)));
+            ASSERT_EQ(3u, board.calls.size());
+            const int device = board.calls[0].descriptor;
+            EXPECT_THAT(board.calls, ElementsAre(Call{device, setter.request, 0},
+                                                 Call{device, setter.request, 1},
+                                                 Call{device, setter.request, 7}));
+        }
+    });
+}
+
+TEST(NQ_Gpio, EveryReaderReadsItsSignalWithTheArgumentZero) {
+    inFreshProcess([] {
+        for (const Reader& reader : kReaders) {
+            SCOPED_TRACE(reader.name);
+            FakeBoard board;
+            board.driver = [](unsigned long) { return 1; };
+            EXPECT_EQ(1, reader.operation());
+            ASSERT_EQ(1u, board.calls.size());
+            EXPECT_EQ((Call{board.calls[0].descriptor, reader.request, 0}), board.calls[0]);
+        }
+    });
+}
+
+TEST(NQ_Gpio, RequestWordsHoldDirectionTypeAndNumberIn32Bits) {
+    inFreshProcess([] {
+        FakeBoard board;
+        for (const Setter& setter : kSetters) {
+            setter.operation(GPIO_ON);
+            EXPECT_EQ(0x40000000ul | 'B' << 8 | setter.number, board.calls.back().request)
+                << setter.name;
+        }
+        for (const Reader& reader : kReaders) {
+            reader.operation();
+            // Its top bit must not be spread over a longer word.
+            EXPECT_EQ(0x80000000ul | 'B' << 8 | reader.number, board.calls.back().request)
+                << reader.name;
+        }
+    });
+}
+
+TEST(NQ_Gpio, TheOutputIsWrittenAndReadBackUnderOneNumber) {
+    inFreshProcess([] {
+        FakeBoard board;
+        NQ_Gpio::setOut0(GPIO_ON);
+        NQ_Gpio::getOut0();
+        ASSERT_EQ(2u, board.calls.size());
+        EXPECT_EQ(6u, board.calls[0].request & 0xff);
+        EXPECT_EQ(6u, board.calls[1].request & 0xff);
+    });
+}
+
+TEST(NQ_Gpio, ANegativeStateReachesTheDriverAs32Bits) {
+    inFreshProcess([] {
+        FakeBoard board;
+        NQ_Gpio::setLedUsr(static_cast<Gpio_State>(-1));
+        ASSERT_EQ(1u, board.calls.size());
+        EXPECT_EQ(0xfffffffful, board.calls[0].value);
+    });
+}
+
+TEST(NQ_Gpio, SettersReturnWhatTheDriverReturns) {
+    inFreshProcess([] {
+        FakeBoard board;
+        for (const int result : {0, 1, 42, -1, -22}) {
+            board.driver = [&](unsigned long) { return result; };
+            for (const Setter& setter : kSetters)
+                EXPECT_EQ(result, setter.operation(GPIO_ON)) << setter.name;
+        }
+    });
+}
+
+TEST(NQ_Gpio, ReadersReturnWhatTheDriverReturns) {
+    inFreshProcess([] {
+        FakeBoard board;
+        for (const int result : {0, 1, 4711, std::numeric_limits<int>::max()}) {
+            board.driver = [&](unsigned long) { return result; };
+            for (const Reader& reader : kReaders)
+                EXPECT_EQ(result, reader.operation()) << reader.name;
+        }
+    });
+}
+
+TEST(NQ_Gpio, NegativeResultsReadAsALowLevelButPassThroughForMeasurements) {
+    inFreshProcess([] {
+        FakeBoard board;
+        for (const int result : {-1, -22, std::numeric_limits<int>::min()}) {
+            board.driver = [&](unsigned long) { return result; };
+            for (const Reader& reader : kReaders)
+                EXPECT_EQ(reader.lowWhenFailed ? 0 : result, reader.operation()) << reader.name;
+        }
+    });
+}
+
+TEST(NQ_Gpio, ARefusalLeavesItsReasonAndTheDeviceOpen) {
+    inFreshProcess([] {
+        FakeBoard board;
+        board.driver = [](unsigned long) {
+            errno = ENOTTY;
+            return -1;
+        };
+        errno = 0;
+        EXPECT_EQ(-1, NQ_Gpio::setOut0(GPIO_ON));
+        EXPECT_EQ(ENOTTY, errno);
+        NQ_Gpio::getVoltage();
+        EXPECT_EQ(1u, board.openFlags.size());
+    });
+}
+
+TEST(NQ_Gpio, TheDeviceIsOpenedOnceForReadingAndWriting) {
+    inFreshProcess([] {
+        FakeBoard board;
+        EXPECT_THAT(board.openFlags, IsEmpty());
+        for (int round = 0; round < 3; ++round) {
+            for (const Setter& setter : kSetters)
+                setter.operation(GPIO_ON);
+            for (const Reader& reader : kReaders)
+                reader.operation();
+        }
+        ASSERT_EQ(1u, board.openFlags.size());
+#ifdef O_LARGEFILE
+        EXPECT_EQ(O_RDWR, board.openFlags[0] & ~O_LARGEFILE);
+#else
+        EXPECT_EQ(O_RDWR, board.openFlags[0]);
+#endif
+        EXPECT_EQ(30u, board.calls.size());
+        for (const Call& call : board.calls)
+            EXPECT_EQ(board.calls[0].descriptor, call.descriptor);
+    });
+}
+
+TEST(NQ_Gpio, TheDeviceStaysOpenAndNothingElseDoes) {
+    inFreshProcess([] {
+        FakeBoard board;
+        const auto before = support::openDescriptors();
+        for (int round = 0; round < 10; ++round)
+            NQ_Gpio::getBin0();
+        ASSERT_FALSE(board.calls.empty());
+        EXPECT_THAT(support::openedSince(before), ElementsAre(board.calls[0].descriptor));
+    });
+}
+
+TEST(NQ_Gpio, WithoutADeviceOperationsFailAndEachTriesAgain) {
+    inFreshProcess([] {
+        FakeBoard board;
+        board.openError = ENOENT;
+        for (const Setter& setter : kSetters) {
+            errno = 0;
+            EXPECT_EQ(-1, setter.operation(GPIO_ON)) << setter.name;
+            EXPECT_EQ(ENOENT, errno);
+        }
+        for (const Reader& reader : kReaders)
+            EXPECT_EQ(reader.lowWhenFailed ? 0 : -1, reader.operation()) << reader.name;
+        EXPECT_EQ(10u, board.openFlags.size());
+        EXPECT_THAT(board.calls, IsEmpty());
+    });
+}
+
+TEST(NQ_Gpio, ADeviceThatAppearsLaterIsTakenAndKept) {
+    inFreshProcess([] {
+        FakeBoard board;
+        board.openError = EACCES;
+        EXPECT_EQ(-1, NQ_Gpio::getTemperature());
+        board.openError = 0;
+        board.driver = [](unsigned long) { return 21; };
+        EXPECT_EQ(21, NQ_Gpio::getTemperature());
+        EXPECT_EQ(21, NQ_Gpio::getVoltage());
+        EXPECT_EQ(2u, board.openFlags.size());
+    });
+}
+
+TEST(NQ_Gpio, DescriptorZeroIsADeviceToo) {
+    inFreshProcess([] {
+        FakeBoard board;
+        close(STDIN_FILENO);
+        NQ_Gpio::getBin0();
+        NQ_Gpio::getBin0();
+        ASSERT_EQ(2u, board.calls.size());
+        EXPECT_EQ(0, board.calls[0].descriptor);
+        EXPECT_EQ(1u, board.openFlags.size());
+    });
+}
+
+TEST(NQ_Gpio, FailuresPrintNothing) {
+    const support::ForkedChild child = support::inForkedChild([] {
+        dup2(STDOUT_FILENO, STDERR_FILENO);
+        FakeBoard board;
+        board.openError = ENOENT;
+        NQ_Gpio::setLedPwr(GPIO_ON);
+        NQ_Gpio::getVoltage();
+        board.openError = 0;
+        board.driver = [](unsigned long) { return -1; };
+        NQ_Gpio::getVoltage();
+    });
+    EXPECT_EQ(0, child.status);
+    EXPECT_EQ("", child.output);
+}
+
+TEST(NQ_Gpio, OnAMachineWithoutABoardEverythingFails) {
+    if (support::exists("/dev/gpio"))
+        GTEST_SKIP() << "this machine has a board";
+    inFreshProcess([] {
+        errno = 0;
+        EXPECT_EQ(-1, NQ_Gpio::setLedWan(GPIO_ON));
+        EXPECT_EQ(ENOENT, errno);
+        EXPECT_EQ(-1, NQ_Gpio::getTemperature());
+        EXPECT_EQ(0, NQ_Gpio::getBin0());
+    });
+}
+
+} // namespace
