@@ -45,6 +45,8 @@ void Agent::update(NQ_Sockets* server) {
     }
     ownerOnly_.lift();
     handle(server->getLastMessage());
+    if (descriptorsUsedUp())
+        wakeMainThread(); // which looks into it
 }
 
 void Agent::handle(const std::string& message) {

@@ -66,6 +66,8 @@ int awaitEndSignal(std::chrono::milliseconds limit) {
     return signal > 0 ? signal : 0;
 }
 
+void wakeMainThread() { pthread_kill(mainThread, SIGTERM); }
+
 Unblocked::Unblocked() {
     const sigset_t set = endSignals();
     pthread_sigmask(SIG_UNBLOCK, &set, &before_);

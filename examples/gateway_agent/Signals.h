@@ -20,6 +20,9 @@ void prepareSignals();
 /// Waits for SIGTERM or SIGINT, at most for `limit`; 0 when neither came.
 int awaitEndSignal(std::chrono::milliseconds limit);
 
+/// Wakes the main thread from awaitEndSignal() as SIGTERM does. From any thread.
+void wakeMainThread();
+
 /// Lets SIGTERM and SIGINT through to the programs that the calling thread starts meanwhile: what is
 /// blocked stays blocked in a program, and a restarted service that cannot be ended by SIGTERM would
 /// be a nuisance. Should the thread itself receive one, it is passed on to the main thread.

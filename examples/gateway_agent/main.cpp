@@ -30,11 +30,13 @@ using namespace agent;
 std::string awaitEnd(bool& wellMeant) {
     for (;;) {
         const int signal = awaitEndSignal(std::chrono::seconds(1));
-        wellMeant = signal != 0;
-        if (signal != 0)
-            return signal == SIGTERM ? "SIGTERM" : "SIGINT";
+        wellMeant = false;
+        // Not only when woken: connections without a request use up descriptors, too.
         if (descriptorsUsedUp())
             return "no descriptors are left for further connections";
+        wellMeant = true;
+        if (signal != 0)
+            return signal == SIGTERM ? "SIGTERM" : "SIGINT";
     }
 }
 
