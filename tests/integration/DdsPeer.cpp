@@ -58,11 +58,11 @@ OwnDomain::~OwnDomain() {
 void OwnDomain::useInterface(const std::string& name) {
     const std::string settings = "<Domain Id=\"" + std::to_string(id_) +
                                  "\"><General><Interfaces><NetworkInterface name=\"" + name +
-                                 "\"/></Interfaces><AllowMulticast>false</AllowMulticast></"
-                                 "General><Discovery><ParticipantIndex>auto"
-                                 "</ParticipantIndex><MaxAutoParticipantIndex>100</"
-                                 "MaxAutoParticipantIndex><Peers><Peer address=\"localhost\"/>"
-                                 "</Peers></Discovery></Domain>";
+                                 "\"/></Interfaces><AllowMulticast>false</AllowMulticast></General>"
+                                 "<Discovery><ParticipantIndex>auto</ParticipantIndex>"
+                                 "<MaxAutoParticipantIndex>100</MaxAutoParticipantIndex>"
+                                 "<LeaseDuration>60s</LeaseDuration><Peers><Peer "
+                                 "address=\"localhost\"/></Peers></Discovery></Domain>";
     setenv("CYCLONEDDS_URI", settings.c_str(), 1);
 }
 

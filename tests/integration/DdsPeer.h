@@ -16,7 +16,8 @@ public:
     OwnDomain(const OwnDomain&) = delete;
     OwnDomain& operator=(const OwnDomain&) = delete;
 
-    /// The same domain through another network interface.
+    /// The same domain through another network interface. Participants that vanish without a word are missed after a minute
+    /// only, long after every deadline here: who is seen to leave has said so.
     void useInterface(const std::string& name);
 
     int id() const { return id_; }

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include <dds/dds.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -156,6 +157,30 @@ TEST_F(NQ_DDS_RMI_cyclone, BrokenSettingsFailTheStartWithOneLine) {
     const support::CapturedErrors errors;
     EXPECT_EQ(1, rmi.startRUNTIME(false));
     expectOneLine(errors.text(), kCannotJoin);
+}
+
+TEST_F(NQ_DDS_RMI_cyclone, CyclonesOwnErrorsGoToStandardErrorAgainAfterTheStart) {
+    domain.useInterface("nosuchif0");
+    {
+        const support::CapturedErrors errors;
+        EXPECT_EQ(1, rmi.startRUNTIME(false));
+    }
+    const support::CapturedErrors errors;
+    EXPECT_LT(dds_create_participant(DDS_DOMAIN_DEFAULT, nullptr, nullptr), 0);
+    EXPECT_THAT(errors.text(), testing::HasSubstr("nosuchif0"));
+}
+
+TEST_F(NQ_DDS_RMI_cyclone, WarningsOfCycloneAreNotHeldBack) {
+    // Cyclone warns of loopback interfaces, on which it expects no multicast.
+    const std::string settings = getenv("CYCLONEDDS_URI");
+    const std::string forbidden = "<AllowMulticast>false</AllowMulticast>";
+    const std::size_t at = settings.find(forbidden);
+    ASSERT_NE(std::string::npos, at);
+    setenv("CYCLONEDDS_URI", std::string(settings).erase(at, forbidden.size()).c_str(), 1);
+    const support::CapturedErrors errors;
+    EXPECT_EQ(0, rmi.startRUNTIME(false));
+    EXPECT_THAT(errors.text(), testing::HasSubstr("multicast"));
+    EXPECT_EQ('\n', errors.text().back());
 }
 
 TEST_F(NQ_DDS_RMI_cyclone, StartSucceedsOnceTheSettingsAreRepaired) {

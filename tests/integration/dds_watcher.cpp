@@ -1,6 +1,6 @@
 // Joins the default DDS domain and prints who comes and goes, for tests that need a peer in another process.
-// Prints "ready" once it watches, then "+ ID NAME" for each participant but its own and "- ID" when that leaves
-// (disposed, as opposed to having run out of its lease: "lost ID"). Ends when standard input does.
+// Prints "ready" once it watches, then "+ ID NAME" for each participant but its own and "- ID" when that leaves, or has not been
+// heard of for as long as its lease. Ends when standard input does.
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -43,8 +43,7 @@ void report(const dds_builtintopic_participant_t& participant, const dds_sample_
         if (present.insert(id).second)
             std::printf("+ %s %s\n", id.c_str(), nameOf(participant).c_str());
     } else if (present.erase(id) > 0) {
-        std::printf("%s %s\n", info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED ? "-" : "lost",
-                    id.c_str());
+        std::printf("- %s\n", id.c_str());
     }
 }
 

@@ -3,10 +3,7 @@
 
 #include <kvr/api/export.h>
 
-// The class below is visible outside the library and holds one of these types, so they are too.
-#pragma GCC visibility push(default)
 #include <dds_service_sdk.h>
-#pragma GCC visibility pop
 
 namespace kvr {
 namespace api {
