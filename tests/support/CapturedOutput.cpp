@@ -41,6 +41,10 @@ CapturedOutput::~CapturedOutput() {
 
 std::string CapturedOutput::text() const {
     flushStreams();
+    return written();
+}
+
+std::string CapturedOutput::written() const {
     struct stat status = {};
     fstat(file_, &status);
     std::string content(static_cast<std::size_t>(status.st_size), '\0');

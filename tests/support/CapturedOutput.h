@@ -19,6 +19,9 @@ public:
     /// Everything written so far. May be called any number of times, from any thread.
     std::string text() const;
 
+    /// The same, without what the process's own streams still hold: shows what was flushed.
+    std::string written() const;
+
     /// Waits until `expected` has been written (anywhere in the text) or ten seconds have passed.
     bool waitFor(const std::string& expected) const;
 

@@ -1,0 +1,147 @@
+#ifndef TAVO_TESTS_SOCKET_SCENE_H
+#define TAVO_TESTS_SOCKET_SCENE_H
+
+#include "CapturedOutput.h"
+#include "ScriptedCalls.h"
+
+#include <kvr/api/com/NQ_Sockets.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace scene {
+
+using kvr::api::com::NQ_Sockets;
+using support::Call;
+using support::ScriptedCall;
+
+const std::string kDirectory = "/tmp/socketDDS/";
+constexpr std::size_t kAddressPath = sizeof sockaddr_un().sun_path; // 108
+
+inline std::string lengthPrefix(std::uint32_t length) {
+    std::string bytes(sizeof length, '\0');
+    std::memcpy(&bytes[0], &length, sizeof length);
+    return bytes;
+}
+
+inline std::string message(const std::string& payload) {
+    return lengthPrefix(static_cast<std::uint32_t>(payload.size())) + payload;
+}
+
+/// A client's end of a connection.
+class Client {
+public:
+    explicit Client(const std::string& path, int flags = 0)
+        : descriptor_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0)) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::copy_n(path.data(), std::min(path.size(), kAddressPath), address.sun_path);
+        const auto length = static_cast<socklen_t>(sizeof address.sun_family + path.size());
+        error_ =
+            connect(descriptor_, reinterpret_cast<sockaddr*>(&address), length) == 0 ? 0 : errno;
+    }
+    ~Client() { close(); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    int error() const { return error_; }
+
+    void send(const std::string& bytes) {
+        ASSERT_EQ(0, error_) << std::strerror(error_);
+        ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
+                  ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+    }
+
+    void close() {
+        if (descriptor_ != -1)
+            ::close(descriptor_);
+        descriptor_ = -1;
+    }
+
+    bool isOpen() const { return descriptor_ != -1; }
+
+private:
+    int descriptor_;
+    int error_;
+};
+
+class Recorder : public kvr::api::iot::Observer<NQ_Sockets> {
+public:
+    void update(NQ_Sockets* subject) override {
+        heard.push_back(subject->getLastMessage());
+        if (alsoDo)
+            alsoDo();
+    }
+    std::vector<std::string> heard;
+    std::function<void()> alsoDo;
+};
+
+/// The path of a socket file that no other test uses, removed at the end.
+class SocketName {
+public:
+    SocketName() {
+        static int number = 0;
+        name = "tavo-test-" + std::to_string(getpid()) + "-" + std::to_string(++number);
+        path = kDirectory + name;
+    }
+    ~SocketName() { unlink(path.c_str()); }
+    SocketName(const SocketName&) = delete;
+    SocketName& operator=(const SocketName&) = delete;
+    std::string name;
+    std::string path;
+};
+
+/// A server with one observer, and the visits that it gets: each is paid on the server's own
+/// thread, just before it accepts, and returns ScriptedCall::kPassOn or the error that accept()
+/// shall meet. The stop flag is set with the last one.
+class Scene {
+public:
+    using Visit = std::function<int()>;
+
+    Scene() : server(socketName.name.c_str()) { server.attach(&recorder); }
+
+    /// Runs the server's loop and returns what it printed.
+    std::string serve(const std::vector<Visit>& visits) {
+        stop = visits.empty();
+        const ScriptedCall accepting(Call::accept, [&](int number) {
+            const auto index = static_cast<std::size_t>(number) - 1;
+            stop = number >= static_cast<int>(visits.size());
+            return index < visits.size() ? visits[index]() : ECANCELED;
+        });
+        return support::printedBy([&] { server.loop(stop); });
+    }
+
+    /// A client that sends these bytes in one call and closes.
+    Visit sends(const std::string& bytes) {
+        return [this, bytes] {
+            Client(path()).send(bytes);
+            return ScriptedCall::kPassOn;
+        };
+    }
+
+    static Visit failsWith(int error) {
+        return [error] { return error; };
+    }
+
+    const std::string& path() const { return socketName.path; }
+
+    SocketName socketName;
+    bool stop = false;
+    Recorder recorder;
+    NQ_Sockets server;
+};
+
+} // namespace scene
+
+#endif
