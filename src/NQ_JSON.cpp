@@ -44,7 +44,9 @@ int lengthOf(json_object* array) {
 json_object* elementOf(json_object* array, int idx) {
     if (idx < 0 || idx >= lengthOf(array))
         return nullptr;
-    return json_object_array_get_idx(array, idx);
+    // The index has the type of the length: int in the older generation, size_t in the newer.
+    return json_object_array_get_idx(array,
+                                     static_cast<decltype(json_object_array_length(array))>(idx));
 }
 
 json_object* parse(const std::string& text) {
