@@ -1,0 +1,32 @@
+#ifndef TAVO_TESTS_FAKE_PAHO_H
+#define TAVO_TESTS_FAKE_PAHO_H
+
+#include <string>
+#include <vector>
+
+/// Stands in for the MQTT client library: a test program that uses this class supplies the library's calls itself, and
+/// nanosleep(2) as well, so that a hundred attempts take no time. Everything is recorded. One at a time.
+class FakePaho {
+public:
+    FakePaho();
+    ~FakePaho();
+    FakePaho(const FakePaho&) = delete;
+    FakePaho& operator=(const FakePaho&) = delete;
+
+    /// Results of the next connects, in order; the last one is repeated.
+    std::vector<int> connectResults = {0};
+    int publishResult = 0;
+    int publishToken = 7;
+    int waitResult = 0;
+    int subscribeResult = 0;
+    /// After this many pauses, the flag is cleared.
+    int pausesUntilStop = -1;
+    bool* flag = nullptr;
+
+    /// The calls and pauses, one line each.
+    std::vector<std::string> calls;
+    /// How many of the calls begin with `name`.
+    int count(const std::string& name) const;
+};
+
+#endif
