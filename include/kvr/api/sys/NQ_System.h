@@ -52,8 +52,9 @@ public:
     static int getProcIdByName(std::string name);
 
     /// Value of a U-Boot variable, as `fw_printenv` prints it, without newlines. Deliberate: cut at
-    /// a "=" in it. Throws std::out_of_range when the tool prints no "=", as for a variable that is
-    /// not set. A failing fork() ends the process.
+    /// a "=" in it. Throws std::out_of_range when the tool prints no "=", as U-Boot's own does for a
+    /// variable that is not set (libubootenv's prints an empty value). A failing fork() ends the
+    /// process.
     static std::string get_uboot_env_setting(const std::string& name);
 
     /// The U-Boot variable "sn".
