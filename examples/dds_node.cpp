@@ -1,5 +1,5 @@
-// Takes part in a DDS domain as an RMI client or server until it is told to end: the frame of a program that offers or
-// calls services.
+// Takes part in a DDS domain as an RMI client or server until it is told to end: the frame of a
+// program that offers or calls services.
 
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
@@ -45,8 +45,8 @@ int parseDomain(const std::string& text) {
     return std::stoi(text);
 }
 
-/// Makes the domain the default one of this process, confined to the loopback interface. That has no multicast, so
-/// participants find each other by trying the ports of the machine one by one.
+/// Makes the domain the default one of this process, confined to the loopback interface. That has
+/// no multicast, so participants find each other by trying the ports of the machine one by one.
 void useLocalDomain(int domain) {
     const std::string settings =
         "<Domain Id=\"" + std::to_string(domain) +

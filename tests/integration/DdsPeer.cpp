@@ -23,7 +23,8 @@ namespace {
 constexpr int kFirstDomain = 20;
 constexpr int kDomains = 80;
 
-/// Claims the domain among all tests of the machine by a name that vanishes with the process; -1 when it is taken.
+/// Claims the domain among all tests of the machine by a name that vanishes with the process; -1
+/// when it is taken.
 int claim(int id) {
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};

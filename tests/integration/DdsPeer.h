@@ -7,8 +7,8 @@
 
 namespace support {
 
-/// A DDS domain that no other test on the machine is in, confined to the loopback interface, as the default domain of this
-/// process and its children while it lives.
+/// A DDS domain that no other test on the machine is in, confined to the loopback interface, as the
+/// default domain of this process and its children while it lives.
 class OwnDomain {
 public:
     OwnDomain();
@@ -16,8 +16,9 @@ public:
     OwnDomain(const OwnDomain&) = delete;
     OwnDomain& operator=(const OwnDomain&) = delete;
 
-    /// The same domain through another network interface. Participants that vanish without a word are missed after a minute
-    /// only, long after every deadline here: who is seen to leave has said so.
+    /// The same domain through another network interface. Participants that vanish without a word
+    /// are missed after a minute only, long after every deadline here: who is seen to leave has
+    /// said so.
     void useInterface(const std::string& name);
 
     int id() const { return id_; }

@@ -1,4 +1,5 @@
-// The runtime class over Cyclone DDS, each case in a domain of its own, seen by a participant in another process.
+// The runtime class over Cyclone DDS, each case in a domain of its own, seen by a participant in
+// another process.
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
 #include "CapturedOutput.h"
@@ -28,8 +29,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 #ifdef __SANITIZE_THREAD__
-// Cyclone DDS comes from the system, so the thread sanitizer sees its memory accesses through the C library, but not the atomic
-// operations that order them.
+// Cyclone DDS comes from the system, so the thread sanitizer sees its memory accesses through the C
+// library, but not the atomic operations that order them.
 extern "C" const char* __tsan_default_options();
 extern "C" const char* __tsan_default_options() { return "ignore_noninstrumented_modules=1"; }
 #endif

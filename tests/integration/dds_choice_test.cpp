@@ -24,7 +24,8 @@ const char kChoseCyclone[] =
     "CRuntime.cpp CycloneRuntime.cpp RuntimeOptions.cpp\n";
 const char kChoseNone[] = "provider: OFF\ninstalled to: \nsources: empty.cpp\n";
 
-/// The commercial product as it is installed: the directories of its headers, and libraries (empty ones).
+/// The commercial product as it is installed: the directories of its headers, and libraries (empty
+/// ones).
 class OpenSplice {
 public:
     OpenSplice() {

@@ -1,6 +1,7 @@
-// Joins the default DDS domain and prints who comes and goes, for tests that need a peer in another process.
-// Prints "ready" once it watches, then "+ ID NAME" for each participant but its own and "- ID" when that leaves, or has not been
-// heard of for as long as its lease. Ends when standard input does.
+// Joins the default DDS domain and prints who comes and goes, for tests that need a peer in another
+// process. Prints "ready" once it watches, then "+ ID NAME" for each participant but its own and
+// "- ID" when that leaves, or has not been heard of for as long as its lease. Ends when standard
+// input does.
 #include <cstdio>
 #include <cstring>
 #include <mutex>

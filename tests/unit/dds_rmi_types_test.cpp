@@ -3,6 +3,8 @@
 
 #include "CapturedOutput.h"
 
+#include <atomic>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -191,17 +193,21 @@ TEST(RmiRefCounted, SharesOnSeveralThreadsAreCountedExactly) {
     int living = 0;
     Counted_ref pointer(new Counted(living));
     {
+        std::atomic<bool> go{false};
         std::vector<std::thread> threads;
         for (int i = 0; i < 4; ++i) {
             // Each thread copies a pointer of its own.
-            threads.emplace_back([own = pointer] {
-                for (int n = 0; n < 20000; ++n) {
+            threads.emplace_back([own = pointer, &go] {
+                while (!go) {
+                }
+                for (int n = 0; n < 200000; ++n) {
                     const Counted_ref copy(own);
                     if (copy->answer() != 42)
                         std::abort();
                 }
             });
         }
+        go = true;
         for (std::thread& thread : threads)
             thread.join();
     }
