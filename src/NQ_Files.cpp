@@ -1,5 +1,6 @@
 #include <kvr/api/file/NQ_Files.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -57,7 +58,7 @@ FILE* startReading(const std::string& command, const std::vector<std::string>& a
 
 /// Hands each piece of output, one fgets() of at most 254 bytes, to `take`.
 template <class Taker>
-void readPieces(FILE* stream, Taker take) {
+void readPieces(FILE* stream, const Taker& take) {
     char buffer[255];
     while (stream != nullptr && std::fgets(buffer, sizeof buffer, stream) != nullptr)
         take(buffer);
@@ -216,7 +217,9 @@ int NQ_FileUtils::Linux_Copy(const char* source, const char* destination) {
     const int to = open(destination, O_WRONLY | O_CREAT, 0644);
     struct stat status = {};
     (void)fstat(from, &status);
-    (void)!sendfile(to, from, nullptr, static_cast<size_t>(status.st_size));
+    // One call moves no more than this anyway; larger sizes do not fit into every size_t.
+    constexpr off_t kMost = 0x7ffff000;
+    (void)!sendfile(to, from, nullptr, static_cast<size_t>(std::min(status.st_size, kMost)));
     (void)close(from);
     return close(to);
 }

@@ -4,8 +4,7 @@
 #include "Descriptors.h"
 #include "TempDir.h"
 
-#include <algorithm>
-#include <fstream>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -125,13 +124,8 @@ TEST(NQ_FileUtils, KeepsTheOrderOfTheDirectory) {
     for (const char* name : {"zebra", "ant", "Mouse", "bee", "9", "cow", ".hidden", "ox"})
         writeFile(top / name, "");
     Paths expected;
-    DIR* const directory = opendir(top.path().c_str());
-    while (const dirent* entry = readdir(directory)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            expected.push_back(top / name);
-    }
-    closedir(directory);
+    for (const auto& entry : std::filesystem::directory_iterator(top.path()))
+        expected.push_back(entry.path());
     ASSERT_EQ(8u, expected.size());
     EXPECT_EQ(expected, NQ_FileUtils::getFilesFromDir(top.path()));
     EXPECT_EQ(expected, NQ_FileUtils::getFilesFromDirRecursive(top.path()));

@@ -17,7 +17,9 @@ namespace com {
 ///          any bytes. Nothing is ever sent back. A length of 0 ends the connection. Each part is
 ///          taken by one recv() call: a payload that arrives in pieces is delivered after the first
 ///          piece, filled up with zero bytes, and its rest is taken for the next length. Send a
-///          message with one call and keep it below the socket's buffer.
+///          message with one call and keep it below the socket's buffer. A buffer of the announced
+///          length is made before any of the payload has come, so every client is trusted with up
+///          to 4 GiB of memory.
 /// Output:  everything that happens is printed on standard output.
 /// Failure: a server that cannot be set up ends the process: perror() "socket", "bind" or "listen",
 ///          then exit(1). What goes wrong on a connection is printed, and the connection abandoned.
