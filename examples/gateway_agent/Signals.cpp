@@ -53,8 +53,10 @@ void prepareSignals() {
     handle(SIGINT, passOn, SA_RESTART);
     handle(kSetFlags, setOwnFlags, SA_RESTART);
     handle(kBreakOff, acknowledge, 0);
+    // Whatever this process was started with: ignored, it would lose the statuses of programs.
+    handle(SIGCHLD, SIG_DFL, 0);
     const sigset_t set = endSignals();
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    pthread_sigmask(SIG_SETMASK, &set, nullptr);
 }
 
 int awaitEndSignal(std::chrono::milliseconds limit) {
