@@ -11,7 +11,10 @@
 #include <string>
 #include <vector>
 
+#include <poll.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -31,14 +34,77 @@ Arguments operator+(Arguments first, const Arguments& second) {
     return first;
 }
 
-/// What is on the host where the gateway's directories go, with the times of the last change; and
-/// everything that is mounted.
+/// What is on the host where the gateway's directories go, with the times of the last change, and
+/// what is mounted there. Other mounts may come and go with other tests.
 std::string hostState() {
     return support::runProgram({"sh", "-c",
                                 "ls -lA --time-style=full-iso /etc /opt /mnt /etc/init.d; "
-                                "cat /proc/self/mountinfo"})
+                                "awk '$5 ~ /^.(etc|opt|mnt|tmp|run.lock|var.lock)$/ || /[.]host/' "
+                                "/proc/self/mountinfo"})
         .out;
 }
+
+/// A program in the foreground of a terminal of its own.
+class Terminal {
+public:
+    explicit Terminal(const Arguments& arguments) {
+        pid_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
+        if (pid_ == 0) {
+            setenv("TAVO_BUILD_DIR", TAVO_BUILD_DIR, 1);
+            std::vector<char*> argv;
+            for (const std::string& argument : arguments)
+                argv.push_back(const_cast<char*>(argument.c_str()));
+            argv.push_back(nullptr);
+            execvp(argv[0], argv.data());
+            _exit(127);
+        }
+    }
+    ~Terminal() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+        close(terminal_);
+    }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    void type(const std::string& keys) const {
+        EXPECT_EQ(static_cast<ssize_t>(keys.size()), write(terminal_, keys.data(), keys.size()));
+    }
+    bool waitFor(const std::string& expected) {
+        while (text_.find(expected) == std::string::npos) {
+            pollfd waiting{terminal_, POLLIN, 0};
+            if (poll(&waiting, 1, 10000) <= 0 || !readSome())
+                return false;
+        }
+        return true;
+    }
+    /// Reads to the end; the exit status.
+    int wait() {
+        while (readSome())
+            continue;
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WEXITSTATUS(status);
+    }
+    const std::string& text() const { return text_; }
+
+private:
+    bool readSome() {
+        char piece[512];
+        const ssize_t got = read(terminal_, piece, sizeof piece);
+        if (got <= 0)
+            return false;
+        text_.append(piece, static_cast<std::size_t>(got));
+        return true;
+    }
+
+    int terminal_ = -1;
+    pid_t pid_;
+    std::string text_;
+};
 
 /// Runs programs in the sandbox, and looks at each case's end whether the host is as it was.
 class SandboxRun : public testing::Test {
@@ -221,6 +287,13 @@ TEST_F(SandboxRun, NewFilesInEtcOptAndTmpStayInside) {
         EXPECT_FALSE(support::exists(std::string(directory) + "/tavo-test-file"));
 }
 
+TEST_F(SandboxRun, LockDirectoryIsItsOwn) {
+    if (!support::exists("/var/lock"))
+        GTEST_SKIP() << "this machine has no /var/lock";
+    EXPECT_EQ("", shell("ls -A /var/lock; echo x > /var/lock/tavo-test-file").out);
+    EXPECT_FALSE(support::exists("/var/lock/tavo-test-file"));
+}
+
 TEST_F(SandboxRun, StaysInTheWorkingDirectoryUnderItsOwnName) {
     const support::TempDir directory; // under /tmp, which is replaced inside
     support::writeFile(directory / "input", "from outside\n");
@@ -299,6 +372,8 @@ TEST_F(SandboxRun, GpioPassesNegativeReadingsAsErrorsLikeADriver) {
 TEST_F(SandboxRun, GpioWithoutAStateFileIsABoardWithoutTheDevice) {
     EXPECT_EQ("-1\n0\n-1\n",
               shell("rm /tmp/gpio.state; " TAVO_GPIO_PROBE " led_wan=1 bin0 voltage").out);
+    EXPECT_NE(0, run({"bash", "-c", "rm /tmp/gpio.state; exec 9<> /dev/gpio"}).status);
+    EXPECT_EQ(0, run({"bash", "-c", "exec 9<> /dev/gpio"}).status);
 }
 
 TEST_F(SandboxRun, GpioDeviceIsInheritedByOtherPrograms) {
@@ -375,6 +450,25 @@ TEST_F(SandboxRunRoot, HandsSignalsOnAndTidiesUp) {
         EXPECT_EQ(5, ran.status) << signal;
         EXPECT_EQ("ready\ncaught\n", ran.out) << signal;
         EXPECT_EQ("", support::runProgram({"find", root(), "-lname", "/opt/.host/*"}).out);
+    }
+}
+
+TEST_F(SandboxRunRoot, CtrlCAtATerminalReachesTheProgramOnce) {
+    // With and without a runner that waits for the program.
+    for (const Arguments& options : {Arguments{}, Arguments{"--root", root()}}) {
+        Terminal terminal(sandbox(
+            options + Arguments{"sh", "-c",
+                                "trap 'echo caught' INT; echo ready; while ! [ -e \"$1\" ]; do "
+                                "sleep 0.02; done; read line; echo \"got $line\"; exit 3",
+                                "sh", directory_ / "go"}));
+        ASSERT_TRUE(terminal.waitFor("ready"));
+        terminal.type("\x03");
+        ASSERT_TRUE(terminal.waitFor("caught"));
+        support::writeFile(directory_ / "go", "");
+        terminal.type("text\n");
+        EXPECT_EQ(3, terminal.wait());
+        EXPECT_EQ("ready\r\n^Ccaught\r\ntext\r\ngot text\r\n", terminal.text());
+        unlink((directory_ / "go").c_str());
     }
 }
 

@@ -332,10 +332,13 @@ TEST_F(SandboxUbus, SetReplacesValuesInPlaceAndAppendsNewOnes) {
               committed());
 }
 
-TEST_F(SandboxUbus, SetOfEqualValuesLeavesNothingPending) {
+TEST_F(SandboxUbus, SetOfEqualValuesLeavesNothingToCommit) {
+    const std::string text = "config interface lan # written by hand\n\toption device br-lan\n";
+    provide("network", text);
     expectSilent(
         call("set", R"({"config":"network","section":"lan","values":{"device":"br-lan"}})"));
     EXPECT_EQ("", uci({"changes"}).out);
+    EXPECT_EQ(text, committed());
 }
 
 TEST_F(SandboxUbus, SetStoresIntegersAndBooleansAsText) {
@@ -566,6 +569,7 @@ TEST_F(SandboxUbus, ReaderTakesEveryWayOfQuoting) {
                      "# a comment\n"
                      "config interface lan # another\n"
                      "  option bare word\n"
+                     "\toption cut word#comment\n"
                      "\toption single 'two words'\n"
                      "\toption 'double' \"two \\\"words\\\" # kept\"\n"
                      "\toption joined one'two'\"three\"\n"
@@ -577,6 +581,7 @@ TEST_F(SandboxUbus, ReaderTakesEveryWayOfQuoting) {
                      "config \"wifi-device\" 'radio'");
     EXPECT_EQ("forms.lan=interface\n"
               "forms.lan.bare='word'\n"
+              "forms.lan.cut='word'\n"
               "forms.lan.single='two words'\n"
               "forms.lan.double='two \"words\" # kept'\n"
               "forms.lan.joined='onetwothree'\n"
@@ -585,6 +590,24 @@ TEST_F(SandboxUbus, ReaderTakesEveryWayOfQuoting) {
               "forms.lan.after='1'\n"
               "forms.radio=wifi-device\n",
               uci({"show", "forms"}).out);
+}
+
+TEST_F(SandboxUbus, ReaderMakesAListOfAnOptionThatIsAlsoListed) {
+    provide("mixed", "config a 'x'\n\toption k '1'\n\tlist k '2'\n\tlist l ''\n\tlist l '3'\n"
+                     "\toption l '4'\n");
+    EXPECT_EQ("{\n\t\"value\": [\n\t\t\"1\",\n\t\t\"2\"\n\t]\n}\n",
+              call("get", R"({"config":"mixed","section":"x","option":"k"})").out);
+    EXPECT_EQ("mixed.x.l='4'\n", uci({"show", "mixed.x.l"}).out);
+}
+
+TEST_F(SandboxUbus, GeneratedNamesAvoidThoseOfTheFile) {
+    provide("one", "config route\n");
+    const std::string show = uci({"show", "one"}).out;
+    const std::string name = show.substr(4, 9);
+    EXPECT_EQ("one." + name + "=route\n", show);
+    provide("one", "config route\nconfig route '" + name + "'\n\toption k 'v'\n");
+    EXPECT_EQ("v\n", uci({"get", "one." + name + ".k"}).out);
+    EXPECT_THAT(uci({"show", "one"}).out, testing::Not(StartsWith("one." + name)));
 }
 
 TEST_F(SandboxUbus, ReaderMergesSectionsOfOneName) {
