@@ -1,0 +1,368 @@
+#include <kvr/api/com/NQ_Mqtt.h>
+
+#include "Broker.h"
+#include "CapturedSyslog.h"
+#include "ForkedChild.h"
+#include "Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using kvr::api::com::NQ_Mqtt;
+using support::Broker;
+using support::CapturedSyslog;
+using support::TempDir;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+struct Options {
+    std::string username;
+    std::string password;
+    int clean = 1;
+};
+
+/// A client of the broker on `port`, with short times.
+std::unique_ptr<NQ_Mqtt> clientOf(int port, const Options& options = {},
+                                  const std::string& id = "gateway") {
+    auto mqtt = std::make_unique<NQ_Mqtt>("127.0.0.1", id);
+    mqtt->setConnOpts(std::to_string(port), options.username, options.password, 5, 1, 20, 1,
+                      options.clean);
+    return mqtt;
+}
+
+bool connects(NQ_Mqtt& mqtt) {
+    bool once = false; // one attempt
+    mqtt.initialise();
+    return mqtt.connect(once);
+}
+
+void openssl(const std::vector<std::string>& arguments) {
+    std::vector<std::string> command = {"openssl"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const support::Ran ran = support::runProgram(command);
+    ASSERT_EQ(0, ran.status) << ran.err;
+}
+
+/// A certificate authority, and a server's and a client's certificate of it, under the names that the class expects.
+class Certificates {
+public:
+    Certificates() {
+        openssl({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+                 "/CN=tavo test authority", "-keyout", directory / "ca.key", "-out",
+                 directory / "mqtt_ca-cert.crt"});
+        issue("server", "/CN=127.0.0.1", directory / "server.key", directory / "server.crt");
+        issue("client", "/CN=gateway", directory / "mqtt_client-key.key",
+              directory / "mqtt_client-cert.crt");
+    }
+
+    /// Broker settings for TLS.
+    std::string settings(bool clientMustShowCertificate) const {
+        return "allow_anonymous true\ncafile " + directory / "mqtt_ca-cert.crt" + "\ncertfile " +
+               directory / "server.crt" + "\nkeyfile " + directory / "server.key" +
+               "\nrequire_certificate " + (clientMustShowCertificate ? "true" : "false") + "\n";
+    }
+
+    TempDir directory;
+
+private:
+    void issue(const std::string& name, const std::string& subject, const std::string& key,
+               const std::string& certificate) {
+        openssl({"req", "-newkey", "rsa:2048", "-nodes", "-subj", subject, "-keyout", key, "-out",
+                 directory / (name + ".csr")});
+        openssl({"x509", "-req", "-days", "2", "-in", directory / (name + ".csr"), "-CA",
+                 directory / "mqtt_ca-cert.crt", "-CAkey", directory / "ca.key", "-CAcreateserial",
+                 "-out", certificate});
+    }
+};
+
+std::unique_ptr<NQ_Mqtt> tlsClientOf(const Broker& broker, const std::string& certDir,
+                                     int serverAuth, int clientAuth) {
+    auto mqtt = clientOf(broker.port());
+    mqtt->setSslOpts("HIGH", "", serverAuth, clientAuth, certDir);
+    return mqtt;
+}
+
+} // namespace
+
+TEST(NQ_MqttBroker, ConnectsPlainlyAndPublishes) {
+    const Broker broker;
+    const auto mqtt = clientOf(broker.port());
+    ASSERT_TRUE(connects(*mqtt));
+    EXPECT_TRUE(mqtt->send("a/b", "hello", 0, 1));
+    EXPECT_EQ(0, mqtt->getLastResult());
+    EXPECT_THAT(broker.receive("a/b", 1), ElementsAre("a/b 0 1 hello"));
+}
+
+TEST(NQ_MqttBroker, PublishesWithEveryQualityOfService) {
+    const Broker broker("allow_anonymous true\nqueue_qos0_messages true\n");
+    broker.keepFor("watcher", "t/#");
+    const auto mqtt = clientOf(broker.port());
+    ASSERT_TRUE(connects(*mqtt));
+    EXPECT_TRUE(mqtt->send("t/0", "zero", 0, 0));
+    EXPECT_TRUE(mqtt->send("t/1", "one", 1, 0));
+    EXPECT_TRUE(mqtt->send("t/2", "two", 2, 0));
+    EXPECT_THAT(broker.receiveKept("watcher", "t/#", 3),
+                ElementsAre("t/0 0 0 zero", "t/1 1 0 one", "t/2 2 0 two"));
+}
+
+TEST(NQ_MqttBroker, PayloadEndsAtItsFirstNul) {
+    const Broker broker;
+    const auto mqtt = clientOf(broker.port());
+    ASSERT_TRUE(connects(*mqtt));
+    EXPECT_TRUE(mqtt->send("t", std::string("cut\0here", 8), 1, 1));
+    EXPECT_THAT(broker.receive("t", 1), ElementsAre("t 1 1 cut"));
+}
+
+TEST(NQ_MqttBroker, SubscribeIsAnsweredByTheBroker) {
+    const Broker broker;
+    const auto mqtt = clientOf(broker.port());
+    ASSERT_TRUE(connects(*mqtt));
+    EXPECT_TRUE(mqtt->subscribe("a/#", 1));
+    EXPECT_FALSE(mqtt->subscribe("a/#/b", 1)); // not a filter
+}
+
+TEST(NQ_MqttBroker, UserAndPasswordAreAcceptedOrRefusedWithTheirText) {
+    TempDir secrets;
+    const std::string file = secrets / "passwords";
+    ASSERT_EQ(0,
+              support::runProgram({"mosquitto_passwd", "-b", "-c", file, "me", "secret"}).status);
+    const Broker broker("allow_anonymous false\npassword_file " + file + "\n");
+
+    Options right;
+    right.username = "me";
+    right.password = "secret";
+    EXPECT_TRUE(connects(*clientOf(broker.port(), right)));
+
+    Options wrong = right;
+    wrong.password = "guess";
+    const CapturedSyslog log;
+    const auto mqtt = clientOf(broker.port(), wrong);
+    EXPECT_FALSE(connects(*mqtt));
+    // Version 3.1.1 brokers of today answer 5, "not authorized", to a wrong password.
+    EXPECT_EQ(5, mqtt->getLastResult());
+    EXPECT_THAT(log.lines(),
+                ElementsAre("<3> Failed to connect to MQTT Broker at " + mqtt->getServerUri(),
+                            "<3> Connection refused: Not authorized"));
+}
+
+TEST(NQ_MqttBroker, ServerCertificateIsChecked) {
+    const Certificates certificates;
+    const Certificates others;
+    const Broker broker(certificates.settings(false));
+    const auto trusting = tlsClientOf(broker, certificates.directory.path(), 1, 0);
+    EXPECT_TRUE(connects(*trusting));
+    EXPECT_EQ("ssl://127.0.0.1:" + std::to_string(broker.port()), trusting->getServerUri());
+    EXPECT_TRUE(trusting->send("t", "by tls", 1, 1));
+    EXPECT_FALSE(connects(*tlsClientOf(broker, others.directory.path(), 1, 0)));
+}
+
+TEST(NQ_MqttBroker, ServerCertificateIsNotCheckedWithoutTheFlag) {
+    const Certificates certificates;
+    const Broker broker(certificates.settings(false));
+    EXPECT_TRUE(connects(*tlsClientOf(broker, "/nowhere", 0, 0)));
+}
+
+TEST(NQ_MqttBroker, ClientCertificateIsShownWithTheFlagOnly) {
+    const Certificates certificates;
+    const Broker broker(certificates.settings(true));
+    const auto known = tlsClientOf(broker, certificates.directory.path(), 1, 1);
+    EXPECT_TRUE(connects(*known));
+    EXPECT_TRUE(known->send("t", "known", 1, 0));
+    EXPECT_FALSE(connects(*tlsClientOf(broker, certificates.directory.path(), 1, 0)));
+}
+
+TEST(NQ_MqttBroker, MissingTrustStoreFailsToConnect) {
+    const Certificates certificates;
+    const Broker broker(certificates.settings(false));
+    const CapturedSyslog log;
+    const auto mqtt = tlsClientOf(broker, "/nowhere", 1, 0);
+    EXPECT_FALSE(connects(*mqtt));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("<3> Failed to connect to MQTT Broker at " + mqtt->getServerUri(),
+                            "<3> Connection refused: Unknown connection error"));
+}
+
+TEST(NQ_MqttBroker, ConnectRetriesUntilTheBrokerIsBack) {
+    Broker broker;
+    broker.stop();
+    CapturedSyslog log;
+    const auto mqtt = clientOf(broker.port());
+    mqtt->initialise();
+    bool keepTrying = true;
+    bool connected = false;
+    std::thread connecting([&] { connected = mqtt->connect(keepTrying); });
+    EXPECT_TRUE(support::eventually([&] { return !log.lines().empty(); }));
+    broker.start();
+    connecting.join();
+    EXPECT_TRUE(connected);
+    EXPECT_EQ("<6> Connected to MQTT Broker at 127.0.0.1", log.lines().back());
+}
+
+TEST(NQ_MqttBroker, LostConnectionShowsInSendAndCanBeMadeAgain) {
+    Broker broker;
+    const auto mqtt = clientOf(broker.port());
+    ASSERT_TRUE(connects(*mqtt));
+    broker.stop();
+    EXPECT_FALSE(mqtt->send("t", "lost", 1, 0));
+    EXPECT_NE(0, mqtt->getLastResult());
+    broker.start();
+    bool keepTrying = true;
+    EXPECT_TRUE(mqtt->connect(keepTrying));
+    EXPECT_TRUE(mqtt->send("t", "found", 1, 1));
+    EXPECT_THAT(broker.receive("t", 1), ElementsAre("t 1 1 found"));
+}
+
+TEST(NQ_MqttBroker, ClearedFlagEndsTheRetries) {
+    Broker broker;
+    broker.stop();
+    CapturedSyslog log;
+    const auto mqtt = clientOf(broker.port());
+    mqtt->initialise();
+    bool keepTrying = true;
+    bool connected = true;
+    std::thread connecting([&] { connected = mqtt->connect(keepTrying); });
+    EXPECT_TRUE(support::eventually([&] { return !log.lines().empty(); }));
+    keepTrying = false;
+    connecting.join();
+    EXPECT_FALSE(connected);
+}
+
+TEST(NQ_MqttBroker, ConnectedMessageIsRetained) {
+    const Broker broker;
+    const auto mqtt = clientOf(broker.port());
+    mqtt->setLwt("state", "gone", "here", 1, 1);
+    ASSERT_TRUE(connects(*mqtt));
+    EXPECT_THAT(broker.receive("state", 1), ElementsAre("state 1 1 here"));
+}
+
+TEST(NQ_MqttBroker, WillIsDeliveredWhenTheProcessIsKilled) {
+    const Broker broker;
+    broker.keepFor("watcher", "state");
+    int ready[2];
+    ASSERT_EQ(0, pipe(ready));
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto mqtt = clientOf(broker.port());
+        mqtt->setLwt("state", "gone", "here", 1, 0);
+        const char answer = connects(*mqtt) && mqtt->send("other", "x", 1, 0) ? 'y' : 'n';
+        (void)!write(ready[1], &answer, 1);
+        pause();
+        _exit(1);
+    }
+    char answer = 0;
+    ASSERT_EQ(1, read(ready[0], &answer, 1));
+    EXPECT_EQ('y', answer);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+    EXPECT_THAT(broker.receiveKept("watcher", "state", 2),
+                ElementsAre("state 1 0 here", "state 1 0 gone"));
+}
+
+TEST(NQ_MqttBroker, OrderlyEndDeliversNoWill) {
+    const Broker broker;
+    broker.keepFor("watcher", "state");
+    {
+        const auto mqtt = clientOf(broker.port());
+        mqtt->setLwt("state", "gone", "here", 1, 0);
+        ASSERT_TRUE(connects(*mqtt));
+    }
+    const auto other = clientOf(broker.port(), {}, "other");
+    ASSERT_TRUE(connects(*other));
+    ASSERT_TRUE(other->send("state", "last", 1, 0));
+    EXPECT_THAT(broker.receiveKept("watcher", "state", 2),
+                ElementsAre("state 1 0 here", "state 1 0 last"));
+}
+
+namespace {
+
+/// Plays a broker for one connection: keeps the first packet and accepts the client.
+class PlayedBroker {
+public:
+    PlayedBroker() : port(support::unusedPort()), listener_(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const int yes = 1;
+        setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        EXPECT_EQ(0, bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        EXPECT_EQ(0, listen(listener_, 1));
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~PlayedBroker() {
+        if (thread_.joinable())
+            thread_.join();
+        close(listener_);
+    }
+
+    /// The CONNECT packet, once the client is gone.
+    std::string packet() {
+        thread_.join();
+        return packet_;
+    }
+
+    const int port;
+
+private:
+    void serve() {
+        const int client = accept(listener_, nullptr, nullptr);
+        char buffer[512];
+        const ssize_t got = recv(client, buffer, sizeof buffer, 0);
+        packet_.assign(buffer, got < 0 ? 0 : static_cast<std::size_t>(got));
+        (void)!send(client, "\x20\x02\x00\x00", 4, MSG_NOSIGNAL); // accepted
+        while (recv(client, buffer, sizeof buffer, 0) > 0) {
+        }
+        close(client);
+    }
+
+    int listener_;
+    std::string packet_;
+    std::thread thread_;
+};
+
+std::string bytes(const char* literal, std::size_t size) { return std::string(literal, size - 1); }
+#define BYTES(literal) bytes(literal, sizeof(literal))
+
+} // namespace
+
+TEST(NQ_MqttWire, ConnectAsksToKeepTheSessionByDefault) {
+    PlayedBroker broker;
+    {
+        NQ_Mqtt mqtt("127.0.0.1", "gw");
+        mqtt.setConnOpts(std::to_string(broker.port), "", "", 2, 10, 60, 1, 0);
+        EXPECT_TRUE(connects(mqtt));
+    }
+    // Fixed header, "MQTT" level 4, flags 0 (session kept, no will, no user), keep-alive 60, "gw".
+    EXPECT_EQ(BYTES("\x10\x0e\x00\x04MQTT\x04\x00\x00\x3c\x00\x02gw"), broker.packet());
+}
+
+TEST(NQ_MqttWire, ConnectCarriesWillUserAndPassword) {
+    PlayedBroker broker;
+    {
+        NQ_Mqtt mqtt("127.0.0.1", "gw");
+        mqtt.setConnOpts(std::to_string(broker.port), "me", "pw", 2, 10, 20, 1, 1);
+        mqtt.setLwt("st", "bye", "hi", 0, 1);
+        EXPECT_TRUE(connects(mqtt));
+    }
+    // Flags: user, password, will retained, will, clean session.
+    EXPECT_EQ(BYTES("\x10\x1f\x00\x04MQTT\x04\xe6\x00\x14\x00\x02gw\x00\x02st\x00\x03"
+                    "bye\x00\x02me\x00\x02pw"),
+              broker.packet());
+}

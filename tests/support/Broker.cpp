@@ -1,0 +1,99 @@
+#include "Broker.h"
+
+#include "Waiting.h"
+
+#include <csignal>
+#include <sstream>
+#include <stdexcept>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace support {
+namespace {
+
+sockaddr_in loopback(int port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+bool takesConnections(int port) {
+    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = loopback(port);
+    const bool taken =
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(probe);
+    return taken;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> result;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        result.push_back(line);
+    return result;
+}
+
+} // namespace
+
+int unusedPort() {
+    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(0);
+    socklen_t length = sizeof address;
+    if (bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        throw std::runtime_error("no port");
+    close(probe);
+    return ntohs(address.sin_port);
+}
+
+Broker::Broker(const std::string& settings) : port_(unusedPort()) {
+    std::string configuration = "listener " + std::to_string(port_) + " 127.0.0.1\n" + settings;
+    if (geteuid() == 0)
+        configuration += "user root\n"; // or it could not read files of a temporary directory
+    writeFile(directory_ / "mosquitto.conf", configuration);
+    start();
+}
+
+void Broker::start() {
+    program_ = std::make_unique<RunningProgram>(
+        std::vector<std::string>{"mosquitto", "-c", directory_ / "mosquitto.conf"},
+        std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
+    if (!eventually([&] { return takesConnections(port_); }))
+        throw std::runtime_error("mosquitto does not start: " + program_->errSoFar());
+}
+
+void Broker::stop() {
+    kill(program_->pid(), SIGTERM);
+    program_->wait();
+    program_.reset();
+}
+
+std::vector<std::string> Broker::client(const std::vector<std::string>& more) const {
+    std::vector<std::string> arguments = {"mosquitto_sub", "-h", "127.0.0.1", "-p",
+                                          std::to_string(port_)};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return linesOf(runProgram(arguments).out);
+}
+
+std::vector<std::string> Broker::receive(const std::string& filter, int count) const {
+    return client(
+        {"-q", "2", "-t", filter, "-C", std::to_string(count), "-W", "10", "-F", "%t %q %r %p"});
+}
+
+void Broker::keepFor(const std::string& subscriber, const std::string& filter) const {
+    client({"-q", "2", "-t", filter, "-i", subscriber, "-c", "-E"});
+}
+
+std::vector<std::string> Broker::receiveKept(const std::string& subscriber,
+                                             const std::string& filter, int count) const {
+    return client({"-q", "2", "-t", filter, "-i", subscriber, "-c", "-C", std::to_string(count),
+                   "-W", "10", "-F", "%t %q %r %p"});
+}
+
+} // namespace support

@@ -1,0 +1,56 @@
+#ifndef TAVO_TESTS_BROKER_H
+#define TAVO_TESTS_BROKER_H
+
+#include "RunProgram.h"
+#include "TempDir.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace support {
+
+/// A port of 127.0.0.1 that nobody listens on.
+int unusedPort();
+
+/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its state is kept over stop()
+/// and start().
+class Broker {
+public:
+    /// `settings` are lines for its configuration; they follow the listener's.
+    explicit Broker(const std::string& settings = "allow_anonymous true\n");
+
+    int port() const { return port_; }
+
+    /// Returns once the broker takes connections.
+    void start();
+
+    /// Ends the broker as its service manager would, and waits.
+    void stop();
+
+    /// What a subscriber gets for `filter`: one line "topic qos retained payload" per message, at most `count` of
+    /// them, or fewer when no more come for a while.
+    std::vector<std::string> receive(const std::string& filter, int count) const;
+
+    /// Makes a session that lasts, under the subscriber's name, so that receive() with the same name gets what is
+    /// published in between with a quality of service above 0 (or 0, with the broker's queue_qos0_messages).
+    void keepFor(const std::string& subscriber, const std::string& filter) const;
+
+    /// What was kept for `subscriber`, as receive() gives it.
+    std::vector<std::string> receiveKept(const std::string& subscriber, const std::string& filter,
+                                         int count) const;
+
+    /// The directory of its configuration.
+    const TempDir& directory() const { return directory_; }
+
+private:
+    std::vector<std::string> client(const std::vector<std::string>& more) const;
+
+    TempDir directory_;
+    int port_;
+    std::unique_ptr<RunningProgram> program_;
+};
+
+} // namespace support
+
+#endif
