@@ -364,11 +364,12 @@ void expectCleanEnd(AgentInSandbox& agent, const support::Ran& ran, int signal) 
     EXPECT_THAT(agent.log(), EndsWith("INFO: gateway_agent: ended by " + nameOf(signal) + "\n"));
 }
 
-TEST_P(TheEnd, IsCleanAndSwiftWhileNobodyIsConnected) {
+TEST_P(TheEnd, IsCleanWhileNobodyIsConnected) {
     AgentInSandbox agent;
-    const auto begin = Clock::now();
-    expectCleanEnd(agent, agent.end(GetParam()), GetParam());
-    EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(450));
+    const support::Ran ran = agent.end(GetParam());
+    expectCleanEnd(agent, ran, GetParam());
+    // Nothing had to be broken off.
+    EXPECT_THAT(ran.err, EndsWith("Connected.\nReceiving: 0 bytes\nReceive result:0\n"));
 }
 
 TEST_P(TheEnd, IsCleanWhileASilentClientIsConnected) {
