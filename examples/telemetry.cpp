@@ -1,0 +1,141 @@
+// Publishes the board's readings once a second by MQTT, and shows the connection by a LED.
+
+#include <kvr/api/com/NQ_Mqtt.h>
+#include <kvr/api/datetime/NQ_Time.h>
+#include <kvr/api/sys/NQ_Gpio.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include <getopt.h>
+#include <pthread.h>
+#include <signal.h>
+
+using kvr::api::com::NQ_Mqtt;
+using kvr::api::sys::NQ_Gpio;
+
+namespace {
+
+const char kHelp[] =
+    "Usage: telemetry [OPTION...]\n"
+    "Publishes the board's temperature, voltage and inputs once a second, until SIGTERM or\n"
+    "SIGINT. The uplink LED is lit while the broker is connected.\n"
+    "\n"
+    "  --broker HOST[:PORT]  broker to publish at (127.0.0.1:1883)\n"
+    "  --topic PREFIX        topics are PREFIX/temperature, /voltage, /bin0 and /bin1, and\n"
+    "                        /state, which is retained: online or offline (gateway/board)\n"
+    "  --help                print this text and exit\n"
+    "\n"
+    "Exit status: 0 ended by a signal, 2 usage error.\n";
+
+struct Options {
+    std::string host = "127.0.0.1";
+    std::string port = "1883";
+    std::string topic = "gateway/board";
+};
+
+[[noreturn]] void usageError(const std::string& problem) {
+    if (!problem.empty())
+        std::fprintf(stderr, "telemetry: %s\n", problem.c_str());
+    std::fputs("Try 'telemetry --help' for more information.\n", stderr);
+    std::exit(2);
+}
+
+void parseBroker(const std::string& text, Options& options) {
+    const std::size_t colon = text.rfind(':');
+    options.host = text.substr(0, colon);
+    if (colon != std::string::npos)
+        options.port = text.substr(colon + 1);
+    const bool isNumber = !options.port.empty() && options.port.size() <= 5 &&
+                          options.port.find_first_not_of("0123456789") == std::string::npos;
+    if (options.host.empty() || !isNumber || std::stoi(options.port) > 65535)
+        usageError("the broker is not HOST or HOST:PORT");
+}
+
+Options parseOptions(int argc, char** argv) {
+    static const option known[] = {
+        {"broker", required_argument, nullptr, 'b'},
+        {"topic", required_argument, nullptr, 't'},
+        {"help", no_argument, nullptr, 'h'},
+        {nullptr, 0, nullptr, 0},
+    };
+    char programName[] = "telemetry";
+    argv[0] = programName; // what getopt_long() begins its messages with
+    Options options;
+    int found;
+    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+        switch (found) {
+        case 'b':
+            parseBroker(optarg, options);
+            break;
+        case 't':
+            options.topic = optarg;
+            break;
+        case 'h':
+            std::fputs(kHelp, stdout);
+            std::exit(0);
+        default:
+            usageError(""); // getopt_long() has said what is wrong
+        }
+    }
+    if (optind != argc)
+        usageError("unknown argument '" + std::string(argv[optind]) + "'");
+    if (options.topic.empty() || options.topic.find_first_of("+#") != std::string::npos)
+        usageError("the topic is empty or has a wildcard");
+    return options;
+}
+
+bool publishReadings(NQ_Mqtt& mqtt, const std::string& topic) {
+    const auto publish = [&](const char* name, int value) {
+        return mqtt.send(topic + "/" + name, std::to_string(value), 0, 0);
+    };
+    return publish("temperature", NQ_Gpio::getTemperature()) &&
+           publish("voltage", NQ_Gpio::getVoltage()) && publish("bin0", NQ_Gpio::getBin0()) &&
+           publish("bin1", NQ_Gpio::getBin1());
+}
+
+/// Runs until `keepGoing` is cleared. A broker that goes away is waited for.
+void publishUntilToldToEnd(const Options& options, bool& keepGoing) {
+    NQ_Mqtt mqtt(options.host, "telemetry-" + options.topic);
+    mqtt.setConnOpts(options.port, "", "", 5, 1, 20, 1, 1);
+    mqtt.setLwt(options.topic + "/state", "offline", "online", 1, 1);
+    mqtt.initialise();
+    while (mqtt.connect(keepGoing)) {
+        NQ_Gpio::setLedWan(kvr::api::sys::GPIO_ON);
+        while (keepGoing && publishReadings(mqtt, options.topic))
+            kvr::api::datetime::NQ_Time::delay(1000);
+        NQ_Gpio::setLedWan(kvr::api::sys::GPIO_OFF);
+        if (!keepGoing) {
+            // The broker publishes the will only for a client that vanishes.
+            mqtt.send(options.topic + "/state", "offline", 1, 1);
+            return;
+        }
+    }
+}
+
+/// Keeps the signals that end the program for sigwait(), in the threads of the MQTT client, too.
+sigset_t blockEndSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const Options options = parseOptions(argc, argv);
+    const sigset_t endSignals = blockEndSignals();
+
+    bool keepGoing = true; // plain, as connect() takes it; read at the latest a second after
+    std::thread publishing([&] { publishUntilToldToEnd(options, keepGoing); });
+    int signal = 0;
+    sigwait(&endSignals, &signal);
+    keepGoing = false;
+    publishing.join();
+    return 0;
+}

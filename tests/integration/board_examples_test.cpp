@@ -1,0 +1,175 @@
+// The examples telemetry, file_watch and usb_media, as their users run them.
+
+#include "Broker.h"
+#include "FakePrograms.h"
+#include "RunProgram.h"
+#include "TempDir.h"
+#include "Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using support::Broker;
+using support::eventually;
+using support::FakePrograms;
+using support::Ran;
+using support::RunningProgram;
+using support::runProgram;
+using support::TempDir;
+using support::writeFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+bool says(const RunningProgram& program, const std::string& text) {
+    return eventually([&] { return program.outSoFar().find(text) != std::string::npos; });
+}
+
+Ran end(RunningProgram& program, int signal = SIGTERM) {
+    kill(program.pid(), signal);
+    return program.wait();
+}
+
+void expectUsage(const std::string& path, const std::string& name,
+                 const std::vector<std::string>& arguments, const std::string& problem) {
+    std::vector<std::string> command = {path};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const Ran ran = runProgram(command);
+    EXPECT_EQ(2, ran.status);
+    EXPECT_EQ("", ran.out);
+    EXPECT_EQ(name + ": " + problem + "\nTry '" + name + " --help' for more information.\n",
+              ran.err);
+}
+
+void expectHelp(const std::string& path, const std::string& name) {
+    const Ran ran = runProgram({path, "--help"});
+    EXPECT_EQ(0, ran.status);
+    EXPECT_THAT(ran.out, StartsWith("Usage: " + name + " "));
+    EXPECT_EQ("", ran.err);
+}
+
+} // namespace
+
+TEST(ExampleTelemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+    const std::string path = TAVO_TELEMETRY;
+    expectHelp(path, "telemetry");
+    expectUsage(path, "telemetry", {"extra"}, "unknown argument 'extra'");
+    expectUsage(path, "telemetry", {"--fast"}, "unrecognized option '--fast'");
+    expectUsage(path, "telemetry", {"--broker", ":1883"}, "the broker is not HOST or HOST:PORT");
+    expectUsage(path, "telemetry", {"--broker", "h:99999"}, "the broker is not HOST or HOST:PORT");
+    expectUsage(path, "telemetry", {"--topic", "a/#"}, "the topic is empty or has a wildcard");
+}
+
+TEST(ExampleTelemetry, PublishesTheBoardsReadingsAndLightsTheLed) {
+    const Broker broker("allow_anonymous true\nqueue_qos0_messages true\n");
+    broker.keepFor("watcher", "board/#");
+    TempDir root;
+    RunningProgram telemetry({TAVO_SANDBOX_RUN, "--root", root / "root", TAVO_TELEMETRY, "--broker",
+                              "127.0.0.1:" + std::to_string(broker.port()), "--topic", "board"},
+                             {std::string("TAVO_BUILD_DIR=") + TAVO_BUILD_DIR});
+    EXPECT_THAT(broker.receiveKept("watcher", "board/#", 5),
+                ElementsAre("board/state 1 0 online", "board/temperature 0 0 41",
+                            "board/voltage 0 0 12000", "board/bin0 0 0 0", "board/bin1 0 0 0"));
+    const std::string state = root / "root/tmp/gpio.state";
+    EXPECT_TRUE(eventually([&] {
+        return support::exists(state) &&
+               support::readFile(state).find("led_wan 1\n") != std::string::npos;
+    }));
+    EXPECT_EQ(0, end(telemetry).status);
+    EXPECT_THAT(support::readFile(state), HasSubstr("led_wan 0\n"));
+    EXPECT_THAT(broker.receive("board/state", 1), ElementsAre("board/state 1 1 offline"));
+}
+
+TEST(ExampleTelemetry, EndsWhileItWaitsForABroker) {
+    RunningProgram telemetry(
+        {TAVO_TELEMETRY, "--broker", "127.0.0.1:" + std::to_string(support::unusedPort())});
+    const Ran ran = end(telemetry, SIGINT);
+    EXPECT_THAT(ran.status, testing::AnyOf(0, 128 + SIGINT)); // 130 before it has set itself up
+    EXPECT_EQ("", ran.out + ran.err);
+}
+
+TEST(ExampleFileWatch, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+    const std::string path = TAVO_FILE_WATCH;
+    expectHelp(path, "file_watch");
+    expectUsage(path, "file_watch", {}, "which PATH is to be watched?");
+    expectUsage(path, "file_watch", {"--fast"}, "unrecognized option '--fast'");
+}
+
+TEST(ExampleFileWatch, TellsAPathThatCannotBeWatched) {
+    const Ran ran = runProgram({TAVO_FILE_WATCH, "/nowhere"});
+    EXPECT_EQ(1, ran.status);
+    EXPECT_EQ("Couldn't add watch to /nowhere ERROR: No such file or directory\n", ran.out);
+}
+
+TEST(ExampleFileWatch, PrintsWhatHappens) {
+    TempDir directory;
+    RunningProgram watch({TAVO_FILE_WATCH, directory.path()});
+    ASSERT_TRUE(says(watch, "watching\n"));
+    writeFile(directory / "a", "content");
+    ASSERT_EQ(0, rename((directory / "a").c_str(), (directory / "b").c_str()));
+    ASSERT_EQ(0, unlink((directory / "b").c_str()));
+    const std::string path = directory.path();
+    EXPECT_TRUE(says(watch, "deleted"));
+    const Ran ran = end(watch);
+    EXPECT_EQ(0, ran.status);
+    EXPECT_EQ("watching\n"
+              "created " +
+                  path +
+                  " a\n"
+                  "written " +
+                  path +
+                  " a\n"
+                  "moved-away " +
+                  path +
+                  " a\n"
+                  "moved-here " +
+                  path +
+                  " b\n"
+                  "deleted " +
+                  path + " b\n",
+              ran.out);
+    EXPECT_EQ("", ran.err);
+}
+
+TEST(ExampleUsbMedia, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+    const std::string path = TAVO_USB_MEDIA;
+    expectHelp(path, "usb_media");
+    expectUsage(path, "usb_media", {"sda1"}, "a DEVICE and a DIRECTORY are needed");
+    expectUsage(path, "usb_media", {"/dev/sda1", "/mnt"},
+                "the DEVICE is not a plain name, such as sda1");
+    expectUsage(path, "usb_media", {"sda1", "/mnt; reboot"},
+                "the DIRECTORY has characters that a command line cannot carry");
+}
+
+TEST(ExampleUsbMedia, TellsADirectoryThatCannotBeMade) {
+    const Ran ran = runProgram({TAVO_USB_MEDIA, "sda1", "/nowhere/below"});
+    EXPECT_EQ(1, ran.status);
+    EXPECT_EQ("usb_media: Error creating directory '/nowhere/below'\n", ran.err);
+}
+
+TEST(ExampleUsbMedia, ListsTheMediumAndUnmountsItAtTheEnd) {
+    FakePrograms programs;
+    programs.add("mount");
+    programs.add("umount");
+    TempDir directory;
+    writeFile(directory / "song", "la");
+    // A node that is always there and can be read; the programs above see to it that nothing is mounted.
+    RunningProgram media({TAVO_USB_MEDIA, "null", directory.path()});
+    ASSERT_TRUE(says(media, "usb_media: " + directory / "song" + "\n"));
+    const Ran ran = end(media);
+    EXPECT_EQ(0, ran.status);
+    EXPECT_THAT(ran.out, HasSubstr("usb_media: null is mounted\nusb_media: " + directory / "song"));
+    EXPECT_THAT(ran.out, HasSubstr("~AutoMount()\nRunning: umount " + directory.path() +
+                                   "\nusb_media: null is unmounted\n"));
+    EXPECT_THAT(programs.calls(), ElementsAre("mount [/dev/null] [" + directory.path() + "]",
+                                              "umount [" + directory.path() + "]"));
+}
