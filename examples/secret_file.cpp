@@ -1,0 +1,259 @@
+// Encrypts and decrypts a file with a key that both ends derive from texts they know.
+//
+// The trap that this example shows a way around: a key that does not fit, or a damaged file, does
+// not make NQ_Crypto::decrypt() return an error. OpenSSL finds the padding of the last block wrong,
+// and the class ABORTS THE PROCESS. A program that cannot be sure of its data therefore decrypts in
+// a forked child, and looks at how that ended.
+
+#include <kvr/api/crypto/NQ_Crypto.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <getopt.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using kvr::api::crypto::NQ_Crypto;
+
+const char kHelp[] =
+    "Usage: secret_file --encrypt|--decrypt --parts FILE INPUT OUTPUT\n"
+    "Encrypts or decrypts the file INPUT into the file OUTPUT (AES-256, CBC).\n"
+    "\n"
+    "  --encrypt      encrypt INPUT\n"
+    "  --decrypt      decrypt INPUT, which --encrypt has made\n"
+    "  --parts FILE   derive the key from the lines of FILE, in order\n"
+    "  --help         print this text and exit\n"
+    "\n"
+    "Both ends need the same lines in the same order, such as identifiers of the\n"
+    "device. Only the owner can read OUTPUT; it is left as it was when something\n"
+    "fails. A wrong key is noticed, but not every damage: a file that may have been\n"
+    "changed on its way needs a signature of its own.\n"
+    "\n"
+    "Exit status: 0 done, 1 failed, 2 usage error.\n";
+
+/// Stands before the content, encrypted with it. The padding alone does not tell every wrong key:
+/// one in some 256 leaves one that looks right.
+const std::string kMarker = "tavo secret file\n";
+
+/// Room for the marker and the padding stays below what an int counts.
+constexpr std::size_t kLargestFile = std::numeric_limits<int>::max() - 64u;
+
+[[noreturn]] void usageError(const std::string& problem) {
+    if (!problem.empty())
+        std::cerr << "secret_file: " << problem << '\n';
+    std::cerr << "Try 'secret_file --help' for more information.\n";
+    std::exit(2);
+}
+
+[[noreturn]] void fail(const std::string& problem) {
+    std::cerr << "secret_file: " << problem << '\n';
+    std::exit(1);
+}
+
+[[noreturn]] void failWithReason(const std::string& problem) {
+    fail(problem + ": " + std::strerror(errno));
+}
+
+std::string readAll(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    // Reading a directory opens, and fails only here.
+    if (!stream || (stream.peek(), stream.bad()))
+        failWithReason(path);
+    std::string content{std::istreambuf_iterator<char>(stream), {}};
+    if (content.size() > kLargestFile)
+        fail(path + ": too large");
+    return content;
+}
+
+std::vector<std::string> linesOf(const std::string& path) {
+    std::vector<std::string> lines;
+    std::string line;
+    for (const char c : readAll(path) + '\n') {
+        if (c != '\n') {
+            line += c;
+        } else if (!line.empty()) {
+            lines.push_back(line);
+            line.clear();
+        }
+    }
+    if (lines.empty())
+        fail(path + ": no line to derive a key from");
+    return lines;
+}
+
+// The new file beside OUTPUT, which takes its place when all is written.
+char partFile[4096] = "";
+
+void removePartFile() {
+    if (partFile[0] != '\0')
+        unlink(partFile);
+}
+
+extern "C" void endBySignal(int signal) {
+    removePartFile();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+/// Also has the signals that end a program remove the file.
+int createPartFile(const std::string& output) {
+    const std::string path = output + ".part";
+    if (path.size() >= sizeof partFile)
+        fail(output + ": the name is too long");
+    // None may come between making the file and noting that there is one to remove.
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&ending, signal);
+        std::signal(signal, endBySignal);
+    }
+    sigprocmask(SIG_BLOCK, &ending, nullptr);
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (file == -1)
+        failWithReason(path);
+    std::strcpy(partFile, path.c_str());
+    std::atexit(removePartFile);
+    sigprocmask(SIG_UNBLOCK, &ending, nullptr);
+    return file;
+}
+
+void writeAll(int file, const std::string& content) {
+    for (std::size_t done = 0; done < content.size();) {
+        const ssize_t written = write(file, content.data() + done, content.size() - done);
+        if (written == -1 && errno != EINTR)
+            failWithReason(partFile);
+        if (written > 0)
+            done += static_cast<std::size_t>(written);
+    }
+}
+
+void putInPlace(int file, const std::string& output) {
+    if (fsync(file) != 0 || close(file) != 0)
+        failWithReason(partFile);
+    if (std::rename(partFile, output.c_str()) != 0)
+        failWithReason(output);
+    partFile[0] = '\0';
+}
+
+unsigned char* bytesOf(std::string& text) { return reinterpret_cast<unsigned char*>(&text[0]); }
+
+std::string encrypted(NQ_Crypto& crypto, std::string plain) {
+    std::string cipher(plain.size() + 16, '\0');
+    const int length =
+        crypto.encrypt(bytesOf(plain), static_cast<int>(plain.size()), bytesOf(cipher));
+    cipher.resize(static_cast<std::size_t>(length));
+    return cipher;
+}
+
+/// The child's part: never returns. Ends with status 0 when the whole content is written, 1 when it
+/// cannot be, and 3 when what came out was not encrypted by this program; an abort tells the rest.
+[[noreturn]] void decryptInto(int file, NQ_Crypto& crypto, std::string cipher) {
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none); // an expected end leaves no memory image, with the key in it
+    std::string plain(cipher.size(), '\0');
+    // OpenSSL's own words about a wrong key would only confuse; the parent says it better.
+    if (std::freopen("/dev/null", "w", stderr) == nullptr)
+        _exit(1);
+    const int length =
+        crypto.decrypt(bytesOf(cipher), static_cast<int>(cipher.size()), bytesOf(plain));
+    plain.resize(static_cast<std::size_t>(length));
+    if (plain.compare(0, kMarker.size(), kMarker) != 0)
+        _exit(3);
+    for (std::size_t done = kMarker.size(); done < plain.size();) {
+        const ssize_t written = write(file, plain.data() + done, plain.size() - done);
+        if (written == -1 && errno != EINTR)
+            _exit(1);
+        if (written > 0)
+            done += static_cast<std::size_t>(written);
+    }
+    _exit(0);
+}
+
+void decryptSafely(int file, NQ_Crypto& crypto, const std::string& input,
+                   const std::string& cipher) {
+    const pid_t child = fork();
+    if (child == -1)
+        failWithReason("fork");
+    if (child == 0)
+        decryptInto(file, crypto, cipher);
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1) {
+        if (errno != EINTR)
+            failWithReason("waitpid");
+    }
+    const bool wrongPadding = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
+    const bool wrongMarker = WIFEXITED(status) && WEXITSTATUS(status) == 3;
+    if (wrongPadding || wrongMarker)
+        fail(input + ": not encrypted with this key, or damaged");
+    if (status != 0)
+        fail(std::string(partFile) + ": cannot be written");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    static const option known[] = {{"encrypt", no_argument, nullptr, 'e'},
+                                   {"decrypt", no_argument, nullptr, 'd'},
+                                   {"parts", required_argument, nullptr, 'p'},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {nullptr, 0, nullptr, 0}};
+    char programName[] = "secret_file";
+    argv[0] = programName; // what getopt_long() begins its messages with
+    int direction = 0;
+    std::string parts;
+    int found;
+    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+        switch (found) {
+        case 'e':
+        case 'd':
+            if (direction != 0 && direction != found)
+                usageError("--encrypt and --decrypt exclude each other");
+            direction = found;
+            break;
+        case 'p':
+            parts = optarg;
+            break;
+        case 'h':
+            std::fputs(kHelp, stdout);
+            return 0;
+        default:
+            usageError("");
+        }
+    }
+    if (direction == 0)
+        usageError("--encrypt or --decrypt is missing");
+    if (parts.empty())
+        usageError("--parts is missing");
+    if (argc - optind != 2)
+        usageError("INPUT and OUTPUT are needed, and nothing else");
+    const std::string input = argv[optind];
+    const std::string output = argv[optind + 1];
+
+    std::vector<std::string> texts = linesOf(parts);
+    const int file = createPartFile(output);
+    const std::string content = readAll(input);
+
+    NQ_Crypto crypto;
+    crypto.init(texts);
+    if (direction == 'e')
+        writeAll(file, encrypted(crypto, kMarker + content));
+    else
+        decryptSafely(file, crypto, input, content);
+    crypto.zeroize();
+    putInPlace(file, output);
+    return 0;
+}

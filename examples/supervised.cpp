@@ -1,0 +1,194 @@
+// A program that its supervisor talks to by lines on standard input and output.
+//
+// The reader echoes every line that is not empty, and the answer follows:
+//
+//     supervisor writes    program writes
+//     ping                 ping
+//                          = pong
+//
+// Two things that a program around StdInReader has to take care of itself are shown: the end of the
+// input, at which the reader turns at full speed until it is stopped, and signals.
+
+#include <kvr/api/StdInReader.h>
+#include <kvr/api/datetime/NQ_Time.h>
+#include <kvr/api/sys/NQ_System.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include <getopt.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+const char kHelp[] =
+    "Usage: supervised\n"
+    "Answers the lines that a supervisor writes to its standard input, which must be\n"
+    "a pipe or a socket. To try it by hand: cat | supervised\n"
+    "\n"
+    "  --help   print this text and exit\n"
+    "\n"
+    "Every line is echoed; its answer follows on a line that begins with \"= \":\n"
+    "  ping     pong\n"
+    "  name     name of this program\n"
+    "  time     the time, UTC\n"
+    "  quit     bye, and the program ends\n"
+    "It also ends, within about a second, at the end of its input and on SIGTERM or\n"
+    "SIGINT. An empty line is then written.\n"
+    "\n"
+    "Exit status: 0 ended as asked, 1 failed, 2 usage error.\n";
+
+[[noreturn]] void usageError(const std::string& problem) {
+    if (!problem.empty())
+        std::cerr << "supervised: " << problem << '\n';
+    std::cerr << "Try 'supervised --help' for more information.\n";
+    std::exit(2);
+}
+
+[[noreturn]] void fail(const std::string& problem) {
+    std::cerr << "supervised: " << problem << '\n';
+    std::exit(1);
+}
+
+[[noreturn]] void failWithReason(const std::string& problem) {
+    fail(problem + ": " + std::strerror(errno));
+}
+
+/// Answers the lines, on the thread that runs the reader's loop.
+class Commands : public kvr::api::iot::Observer<StdInReader> {
+public:
+    explicit Commands(bool& stop) : stop_(stop) {}
+
+    void update(StdInReader* reader) override {
+        std::string line = reader->getLastLine();
+        if (!line.empty() && line.back() == '\r') // the reader leaves it to us
+            line.pop_back();
+        std::cout << "= " << answer(line) << std::endl;
+        if (!std::cout) // nobody listens any more
+            stop_ = true;
+    }
+
+private:
+    std::string answer(const std::string& line) {
+        if (line == "ping")
+            return "pong";
+        if (line == "name")
+            return kvr::api::sys::NQ_System::getAppName();
+        if (line == "time") {
+            timeval now = {};
+            gettimeofday(&now, nullptr);
+            return kvr::api::datetime::NQ_Time::tvToDateStr(now);
+        }
+        if (line == "quit") {
+            stop_ = true;
+            return "bye";
+        }
+        return "unknown command: " + line;
+    }
+
+    bool& stop_; // the loop's flag
+};
+
+/// Sets the loop's flag, on a thread of its own, when the supervisor has hung up and all of its
+/// lines are read, or when a signal asks for the end.
+class Watch {
+public:
+    explicit Watch(bool& stop) : stop_(stop) {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGTERM);
+        sigaddset(&signals, SIGINT);
+        // Before the thread starts, so that it inherits this: the signals only show in signals_.
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        signals_ = signalfd(-1, &signals, SFD_CLOEXEC);
+        end_ = eventfd(0, EFD_CLOEXEC);
+        if (signals_ == -1 || end_ == -1)
+            failWithReason("cannot wait for signals");
+        thread_ = std::thread([this] { run(); });
+    }
+
+    ~Watch() {
+        const std::uint64_t one = 1;
+        (void)!write(end_, &one, sizeof one);
+        thread_.join();
+        close(signals_);
+        close(end_);
+    }
+
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+private:
+    void run() {
+        // Of standard input only the hang-up is waited for; that of a pipe needs no asking.
+        pollfd entries[] = {{STDIN_FILENO, POLLRDHUP, 0}, {signals_, POLLIN, 0}, {end_, POLLIN, 0}};
+        while (poll(entries, 3, -1) == -1) {
+            if (errno != EINTR)
+                return;
+        }
+        const bool wanted = entries[1].revents == 0 && entries[2].revents == 0;
+        while (wanted && unread() > 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        stop_ = true;
+    }
+
+    static int unread() {
+        int bytes = 0;
+        return ioctl(STDIN_FILENO, FIONREAD, &bytes) == 0 ? bytes : 0;
+    }
+
+    bool& stop_; // the loop's flag
+    int signals_;
+    int end_;
+    std::thread thread_;
+};
+
+void requirePipe() {
+    struct stat input = {};
+    if (fstat(STDIN_FILENO, &input) != 0)
+        failWithReason("standard input");
+    // The end of a file or a terminal cannot be told from a line that has arrived.
+    if (!S_ISFIFO(input.st_mode) && !S_ISSOCK(input.st_mode))
+        fail("standard input is neither a pipe nor a socket (by hand: cat | supervised)");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    static const option known[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
+    char programName[] = "supervised";
+    argv[0] = programName; // what getopt_long() begins its messages with
+    int found;
+    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+        if (found != 'h')
+            usageError("");
+        std::fputs(kHelp, stdout);
+        return 0;
+    }
+    if (optind != argc)
+        usageError("unexpected argument '" + std::string(argv[optind]) + "'");
+    requirePipe();
+    std::signal(SIGPIPE, SIG_IGN); // a supervisor that is gone shows as a failed stream
+
+    bool stop = false;
+    StdInReader reader;
+    Commands commands(stop);
+    reader.attach(&commands);
+    const Watch watch(stop);
+    reader.loop(stop);
+    return 0;
+}
