@@ -230,6 +230,25 @@ TEST(RmiRuntime, DefaultRuntimeOutlivesTheApplicationsPointers) {
     EXPECT_FALSE(CRuntime::getDefaultRuntime()->isUsable());
 }
 
+TEST(RmiRuntime, RuntimeOfAnApplicationIsDeletedByItsLastShare) {
+    class Own : public CRuntime {
+    public:
+        explicit Own(int& livingObjects) : living(livingObjects) { ++living; }
+        ~Own() override { --living; }
+        bool start(int, const char*[]) override { return true; }
+        bool stop() override { return true; }
+        bool isUsable() override { return true; }
+
+    private:
+        int& living;
+    };
+    int living = 0;
+    CRuntime_ref pointer(new Own(living));
+    EXPECT_TRUE(pointer->isUsable());
+    pointer.reset();
+    EXPECT_EQ(0, living);
+}
+
 TEST(RmiRuntime, IsNotUsableBeforeItIsStarted) {
     EXPECT_FALSE(CRuntime::getDefaultRuntime()->isUsable());
 }
