@@ -9,8 +9,8 @@
 /// Runs the loop of a FileSystemWatcher on a thread of its own, where the callbacks then run.
 ///
 /// Order:   attach through watcher(), startWatcher(), stopWatcher(), destroy. May be started and
-///          stopped again. Failure: destroying a runner that runs ends the process
-///          (std::terminate()).
+///          stopped again.
+/// Failure: destroying a runner that runs ends the process (std::terminate()).
 /// Threads: one owner thread starts and stops; no locks.
 class TAVO_API AsyncWatcherRunner {
 public:

@@ -31,9 +31,10 @@ public:
 /// Routes a JSON request to the handler named by its "method" member.
 ///
 /// Ownership: a handler given to AddMethod() belongs to the dispatcher, which deletes it in
-///            DeleteMethod() or on destruction. Failure:   Process() returns false; only handlers
-///            touch the response, and nothing is logged. A "method" or "params" member that is
-///            null, and a null C string, raise std::logic_error.
+///            DeleteMethod() or on destruction.
+/// Failure:   Process() returns false; only handlers touch the response, and nothing is logged. A
+///            "method" or "params" member that is null, and a null C string, raise
+///            std::logic_error.
 /// Threads:   the table must not change while another thread looks up or processes; concurrent
 ///            Process() calls are as safe as the handlers are.
 ///

@@ -10,8 +10,9 @@
 /// comes.
 ///
 /// Trap: the first wait for std::cin makes the C library's `stdin` unbuffered, so that no line
-///       hides in a buffer that poll(2) cannot see. Nothing may have been read from standard input
-///       before. Threads: one reader at a time. `stop` is a plain flag, written by another thread.
+/// hides in a buffer that poll(2) cannot see. Nothing may have been read from standard input
+/// before.
+/// Threads: one reader at a time. `stop` is a plain flag, written by another thread.
 class TAVO_API NQ_Stream {
 public:
     /// The next line that is not empty, without its newline (a carriage return stays).

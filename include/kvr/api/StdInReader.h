@@ -10,8 +10,8 @@
 /// echoes it to standard output.
 ///
 /// Empty lines are neither announced nor echoed. Nothing may have been read from standard input
-/// before (see NQ_Stream). Threads: loop() runs on the caller's thread and calls the observers
-/// there, one line at a time.
+/// before (see NQ_Stream).
+/// Threads: loop() runs on the caller's thread and calls the observers there, one line at a time.
 class TAVO_API StdInReader : public kvr::api::iot::Subject<StdInReader> {
 public:
     StdInReader();

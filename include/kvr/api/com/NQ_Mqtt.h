@@ -18,8 +18,8 @@ namespace com {
 ///          null client to Paho, and may crash. Call no setter after initialise(), as Paho holds
 ///          pointers into the options.
 /// Failure: results tell, and getLastResult() has Paho's code; nothing throws. connect() also
-///          reports to the system log. Threads:  one at a time, except that the flag given to
-///          connect() is set by another thread.
+///          reports to the system log.
+/// Threads: one at a time, except that the flag given to connect() is set by another thread.
 class TAVO_API NQ_Mqtt {
 public:
     /// Connection options.

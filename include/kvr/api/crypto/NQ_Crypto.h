@@ -60,7 +60,7 @@ private:
 
 /// Base64 (RFC 4648, with padding) on one line: no line breaks are made, and none are accepted.
 /// Failure: none is told. Where a text is not valid, what could not be decoded reads as zero bytes.
-///          Threads:  no state; any thread.
+/// Threads: no state; any thread.
 class TAVO_API NQ_Base64 {
 public:
     /// Base64 text of any bytes.

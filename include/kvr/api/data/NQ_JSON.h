@@ -25,8 +25,9 @@ namespace data {
 ///            the type first where a null can occur. A null pointer given as a key or as a text
 ///            raises it too. Builders given a container of the wrong type (or null) change nothing.
 /// Encoding:  bytes; nothing is converted or checked. Texts end at their first NUL byte (a JSON
-///            "\u0000"). Threads:   no locking, and json-c's reference counts are not atomic:
-///            handles that share a tree belong to one thread at a time.
+///            "\u0000").
+/// Threads:   no locking, and json-c's reference counts are not atomic: handles that share a tree
+///            belong to one thread at a time.
 class TAVO_API NQ_JSON {
 public:
     /// A new empty object.

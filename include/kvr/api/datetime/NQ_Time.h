@@ -12,8 +12,8 @@ namespace api {
 namespace datetime {
 
 /// Pauses, intervals, and times as ISO 8601 text in UTC with milliseconds, such as
-/// 2020-01-02T03:04:05.123Z. Threads: any thread, but sNow() uses the C library's one static time
-/// buffer.
+/// 2020-01-02T03:04:05.123Z.
+/// Threads: any thread, but sNow() uses the C library's one static time buffer.
 class TAVO_API NQ_Time {
 public:
     /// Sleeps `ms` milliseconds by one nanosleep(2). A signal cuts the pause short, untold.

@@ -16,10 +16,12 @@ namespace log {
 /// the system log.
 ///
 /// Ownership: the one instance belongs to the library and is deleted when the process exits; never
-///            delete it. Failure:   instance() throws while the file cannot be opened. Errors of
-///            later writes are neither detected nor reported. Encoding:  bytes as given: no time
-///            stamp, no quoting; a message with newlines makes several lines. Threads:   any thread
-///            may call instance(), log() and logSysLog(); one lock keeps lines whole.
+///            delete it.
+/// Failure:   instance() throws while the file cannot be opened. Errors of later writes are neither
+///            detected nor reported.
+/// Encoding:  bytes as given: no time stamp, no quoting; a message with newlines makes several
+///            lines.
+/// Threads:   any thread may call instance(), log() and logSysLog(); one lock keeps lines whole.
 class TAVO_API NQ_Logger {
 public:
     /// "/tmp/log.out".

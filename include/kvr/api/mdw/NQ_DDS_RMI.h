@@ -14,13 +14,14 @@ namespace mdw {
 /// DDS RMI.
 ///
 /// Ownership: the runtime belongs to DDS RMI, one per process. The object holds a share of it from
-/// the first startRUNTIME() on;
-///            copies hold one each. Destroying the object stops nothing.
+///            the first startRUNTIME() on; copies hold one each. Destroying the object stops
+///            nothing.
 /// Output:    system log records of informational priority, failures included; nothing on standard
-/// output. Failure:   a return value; exceptions of DDS RMI pass through. Threads:   one object is
-/// used by one thread at a time. Objects on several threads reach the same runtime, which takes
-/// care
-///            of itself when it is the one over Cyclone DDS: all of them are told that it runs.
+///            output.
+/// Failure:   a return value; exceptions of DDS RMI pass through.
+/// Threads:   one object is used by one thread at a time. Objects on several threads reach the same
+///            runtime, which takes care of itself when it is the one over Cyclone DDS: all of them
+///            are told that it runs.
 ///
 /// Part of the library unless it was built with TAVO_DDS=OFF. Where `<dds_service_sdk.h>` comes
 /// from was decided by the same setting; the CMake target and the pkg-config module of the library

@@ -12,10 +12,11 @@ namespace mng {
 /// Places one configuration file for an application or for one of its agents, and has them take it
 /// up.
 ///
-/// Order: init(), for JSON content checkConfig(), applyConfig(), then stopAgent() or
-///        notifyAppRestart(). Failure:  only checkConfig() tells one. A file or directory that
-///        cannot be written and a script that fails pass silently. Threads:  one at a time;
-///        commands run synchronously.
+/// Order:   init(), for JSON content checkConfig(), applyConfig(), then stopAgent() or
+///          notifyAppRestart().
+/// Failure: only checkConfig() tells one. A file or directory that cannot be written and a script
+///          that fails pass silently.
+/// Threads: one at a time; commands run synchronously.
 ///
 /// Trap:  nothing is checked or quoted for the shell, deliberately: identifiers and names with
 ///        blanks, shell characters or ".." change the commands and the paths. Check text from

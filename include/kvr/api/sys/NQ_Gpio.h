@@ -15,9 +15,10 @@ enum Gpio_State : int { GPIO_OFF = 0, GPIO_ON = 1 };
 /// ioctl(2) on /dev/gpio.
 ///
 /// The device is opened by the first call and stays open until the process ends; a failed open is
-/// tried again by the next call. Failure:  nothing is printed. Without the device, or when the
-/// driver refuses, operations return -1 with errno set, except the three digital readers, which
-/// return 0: a missing board reads as a low level.
+/// tried again by the next call.
+/// Failure: nothing is printed. Without the device, or when the driver refuses, operations return
+///          -1 with errno set, except the three digital readers, which return 0: a missing board
+///          reads as a low level.
 /// Threads: any thread; two first calls at once may open the device twice, and one descriptor is
 ///          then left unused.
 class TAVO_API NQ_Gpio {
