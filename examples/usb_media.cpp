@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
     const sigset_t endSignals = blockEndSignals();
 
     try {
-        // The callbacks run on the watching thread, save for a device that is there at the start or end.
+        // The callbacks run on the watching thread, save for a device there at the start or the end.
         // An exception out of them would end the program.
         const kvr::api::AutoMount media(
             device, directory,

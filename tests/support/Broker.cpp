@@ -8,6 +8,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -41,16 +42,27 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 } // namespace
 
-int unusedPort() {
-    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+Listener::Listener() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
-    if (bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+    if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+        listen(socket_, 1) != 0)
         throw std::runtime_error("no port");
-    close(probe);
-    return ntohs(address.sin_port);
+    port_ = ntohs(address.sin_port);
 }
+
+Listener::~Listener() { close(socket_); }
+
+bool Listener::waitForClient() const {
+    pollfd waiting = {socket_, POLLIN, 0};
+    if (poll(&waiting, 1, 10000) != 1)
+        return false;
+    close(accept(socket_, nullptr, nullptr));
+    return true;
+}
+
+int unusedPort() { return Listener().port(); }
 
 Broker::Broker(const std::string& settings) : port_(unusedPort()) {
     std::string configuration = "listener " + std::to_string(port_) + " 127.0.0.1\n" + settings;

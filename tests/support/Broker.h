@@ -13,6 +13,23 @@ namespace support {
 /// A port of 127.0.0.1 that nobody listens on.
 int unusedPort();
 
+/// Listens on a loopback port, and hangs up on whoever comes.
+class Listener {
+public:
+    Listener();
+    ~Listener();
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    int port() const { return port_; }
+    /// Takes one connection and closes it; false when none comes within ten seconds.
+    bool waitForClient() const;
+
+private:
+    int socket_;
+    int port_;
+};
+
 /// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its state is kept over stop()
 /// and start().
 class Broker {
