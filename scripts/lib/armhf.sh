@@ -1,0 +1,9 @@
+# What building and running for 32-bit ARM needs. Source it after setup.sh.
+
+armhf_packages=(g++-arm-linux-gnueabihf qemu-user-static mmdebstrap)
+
+# prepare_armhf: installs the cross compiler and the emulator, and makes the sysroot unless there is one.
+prepare_armhf() {
+    install_missing "${armhf_packages[@]}"
+    "$repo/scripts/armhf-sysroot" >/dev/null || die "the sysroot could not be made"
+}
