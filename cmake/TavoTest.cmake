@@ -26,12 +26,23 @@ function(tavo_test name)
     if(ARG_DEPENDS)
         add_dependencies(${target} ${ARG_DEPENDS})
     endif()
+    if("threads" IN_LIST ARG_LABELS)
+        if(NOT TARGET threads_tests)
+            add_custom_target(threads_tests) # all that the thread sanitizer is to look at
+        endif()
+        add_dependencies(threads_tests ${target})
+    endif()
     gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+    set(environment "")
+    if(TAVO_SANITIZER STREQUAL "tsan")
+        set(environment "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp")
+    endif()
     # Lists do not survive the way through gtest_discover_tests(): only the first value would, and no property after it.
     set(lists ${CMAKE_CURRENT_BINARY_DIR}/${target}_lists.cmake)
     file(WRITE ${lists}
         "foreach(test IN LISTS ${target}_TESTS)\n"
-        "    set_tests_properties(\${test} PROPERTIES LABELS \"${ARG_LABELS}\" RESOURCE_LOCK \"${ARG_LOCK}\")\n"
+        "    set_tests_properties(\${test} PROPERTIES LABELS \"${ARG_LABELS}\" RESOURCE_LOCK \"${ARG_LOCK}\"\n"
+        "        ENVIRONMENT \"${environment}\")\n"
         "endforeach()\n")
     set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${lists})
 endfunction()
