@@ -259,7 +259,7 @@ std::string pattern(std::size_t size) {
 
 TEST(NQ_FileUtils, CopiesEveryByteToANewFile) {
     const TempDir directory;
-    for (const std::size_t size : {0, 1, 10, 4096, 3000001}) {
+    for (const std::size_t size : {0u, 1u, 10u, 4096u, 3000001u}) {
         writeFile(directory / "source", pattern(size));
         EXPECT_EQ(0, copy(directory / "source", directory / "copy"));
         EXPECT_EQ(pattern(size), readFile(directory / "copy"));

@@ -320,7 +320,7 @@ TEST(NQ_Popen, ExecuteInsecureOfAnUnknownCommandGivesTheShellsExitCode) {
 }
 
 TEST(NQ_Popen, ExecuteInsecureReturnsLinesOfAnyLengthUnchanged) {
-    for (const std::size_t length : {0, 1, 126, 127, 128, 254, 255, 100000}) {
+    for (const std::size_t length : {0u, 1u, 126u, 127u, 128u, 254u, 255u, 100000u}) {
         for (const char* end : {"", "\n", "\n\nlast", "\nlast\n"}) {
             const std::string output = std::string(length, 'x') + end;
             EXPECT_EQ(output, NQ_Popen::executeInsecure("cat " + Text(output).path()));
