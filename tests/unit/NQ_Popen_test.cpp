@@ -157,6 +157,9 @@ TEST(NQ_Popen, AProgramThatDoesNotExistSaysSoInTheOutput) {
     EXPECT_EQ("execvp: No such file or directory\n",
               NQ_Popen::execute("/no/such/program", {"argument"}, status));
     EXPECT_EQ(127 << 8, status);
+
+    const TempDir directory; // a directory of PATH that may not be read would be another reason
+    setenv("PATH", directory.path().c_str(), 1);
     EXPECT_EQ("execvp: No such file or directory\n",
               NQ_Popen::execute("tavo-no-such-program", {}, status));
     EXPECT_EQ(127 << 8, status);
