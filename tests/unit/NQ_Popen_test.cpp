@@ -159,9 +159,11 @@ TEST(NQ_Popen, AProgramThatDoesNotExistSaysSoInTheOutput) {
     EXPECT_EQ(127 << 8, status);
 
     const TempDir directory; // a directory of PATH that may not be read would be another reason
+    const std::string path = std::getenv("PATH");
     setenv("PATH", directory.path().c_str(), 1);
     EXPECT_EQ("execvp: No such file or directory\n",
               NQ_Popen::execute("tavo-no-such-program", {}, status));
+    setenv("PATH", path.c_str(), 1);
     EXPECT_EQ(127 << 8, status);
 }
 
