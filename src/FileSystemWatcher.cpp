@@ -97,7 +97,9 @@ void FileSystemWatcher::readEvents() {
     buffer[length] = '\0'; // where the last record has no name, reading one ends here
 
     for (ssize_t offset = 0; offset < length;) {
-        const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
+        // By way of void: the kernel pads names, so that every record is aligned.
+        const void* const record = buffer + offset;
+        const auto* event = static_cast<const inotify_event*>(record);
         offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         // By index, and with the size read again each time: callbacks and resets change the list.
         for (std::size_t i = 0; i < watchers.size(); ++i) {
