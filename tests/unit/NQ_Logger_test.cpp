@@ -5,6 +5,7 @@
 #include "ForkedChild.h"
 #include "TempDir.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -287,31 +288,34 @@ TEST_F(NQ_LoggerTest, LinesOfThreadsNeverMix) {
 
 TEST_F(NQ_LoggerTest, TheLinesOfOneVectorStayTogether) {
     constexpr int kThreads = 4;
-    constexpr int kRounds = 100;
+    constexpr int kRounds = 20;
+    constexpr std::size_t kLines = 100; // long enough for a thread to lose its turn in between
     inChild([] {
+        NQ_Logger* logger = NQ_Logger::instance();
+        std::atomic<int> waiting{kThreads};
         std::vector<std::thread> threads;
         for (int thread = 0; thread < kThreads; ++thread)
-            threads.emplace_back([thread] {
+            threads.emplace_back([&, thread] {
                 const std::string name(1, static_cast<char>('a' + thread));
+                const std::vector<std::string> lines(kLines, name);
+                --waiting;
+                while (waiting > 0)
+                    std::this_thread::yield();
                 for (int round = 0; round < kRounds; ++round) {
-                    NQ_Logger::instance()->log(
-                        std::vector<std::string>{name + "1", name + "2", name + "3", name + "4"},
-                        "V");
-                    NQ_Logger::instance()->log(name + " single", "S");
+                    logger->log(lines, "V");
+                    logger->log(name, "S");
                 }
             });
         for (std::thread& thread : threads)
             thread.join();
     });
     const std::vector<std::string> lines = linesOf(content());
-    ASSERT_EQ(std::size_t{kThreads * kRounds * 5}, lines.size());
+    ASSERT_EQ(kThreads * kRounds * (kLines + 1), lines.size());
     for (std::size_t at = 0; at < lines.size(); ++at) {
         if (lines[at][0] == 'S')
             continue;
-        const std::string name = lines[at].substr(3, 1);
-        for (const char* number : {"1", "2", "3", "4"})
-            ASSERT_EQ("V: " + name + number, lines.at(at++)) << "line " << at;
-        --at;
+        for (std::size_t number = 1; number < kLines; ++number, ++at)
+            ASSERT_EQ(lines[at], lines.at(at + 1)) << "line " << at + 1;
     }
 }
 
