@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 namespace support {
 namespace {
 
@@ -33,8 +35,13 @@ CapturedOutput::CapturedOutput(int descriptor) : descriptor_(descriptor) {
 }
 
 CapturedOutput::~CapturedOutput() {
-    flushStreams();
+    const std::string captured = text();
     dup2(saved_, descriptor_);
+    // What failed expectations said went to the file with the rest.
+    if (descriptor_ == 1 && testing::Test::HasFailure()) {
+        std::cout << captured;
+        std::cout.flush();
+    }
     close(saved_);
     close(file_);
 }

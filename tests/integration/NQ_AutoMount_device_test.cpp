@@ -1,0 +1,298 @@
+// AutoMount with a real device: a small file system on a loop device, and a node for it under /dev
+// that comes and goes. The mounts are made in a mount namespace of the test's own; the node and the
+// loop device are the machine's, under names that nobody else has.
+
+#include <kvr/api/NQ_AutoMount.h>
+
+#include "CapturedOutput.h"
+#include "RunProgram.h"
+#include "TempDir.h"
+#include "Waiting.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using kvr::api::AutoMount;
+using support::CapturedOutput;
+using support::eventually;
+using support::exists;
+using support::runProgram;
+using support::TempDir;
+using support::writeFile;
+using testing::HasSubstr;
+
+/// A stick with one file, "hello", on it. Not plugged in at first.
+class Stick {
+public:
+    /// Tells in problem() what this machine refuses.
+    Stick() {
+        const std::string image = directory_ / "image";
+        std::filesystem::create_directory(directory_ / "content");
+        writeFile(directory_ / "content/hello", "from the stick\n");
+        writeFile(image, "");
+        std::filesystem::resize_file(image, 1024 * 1024);
+        if (!run({"mke2fs", "-q", "-F", "-d", directory_ / "content", image}))
+            return;
+        if (!run({"losetup", "--find", "--show", image}))
+            return;
+        loop_ = said_.substr(0, said_.find('\n'));
+        struct stat status = {};
+        if (stat(loop_.c_str(), &status) != 0 || !S_ISBLK(status.st_mode)) {
+            problem_ = "losetup names no device: " + said_;
+            return;
+        }
+        number_ = status.st_rdev;
+        // Detached while in use: the kernel lets go of it with this descriptor, however the test ends.
+        inUse_ = open(loop_.c_str(), O_RDONLY | O_CLOEXEC);
+        if (inUse_ < 0 || !run({"losetup", "--detach", loop_}))
+            return;
+        plugIn();
+        if (problem_.empty())
+            unplug();
+    }
+
+    ~Stick() {
+        unplug();
+        if (inUse_ >= 0)
+            close(inUse_);
+    }
+    Stick(const Stick&) = delete;
+    Stick& operator=(const Stick&) = delete;
+
+    const std::string& problem() const { return problem_; }
+    const std::string& name() const { return name_; }
+    std::string node() const { return "/dev/" + name_; }
+
+    void plugIn() {
+        if (mknod(node().c_str(), S_IFBLK | 0600, number_) != 0)
+            problem_ = "mknod " + node() + ": " + std::strerror(errno);
+    }
+
+    void unplug() { (void)unlink(node().c_str()); }
+
+private:
+    bool run(const std::vector<std::string>& command) {
+        const char* const path = std::getenv("PATH");
+        const support::Ran ran =
+            runProgram(command, {std::string("PATH=") + (path ? path : "") + ":/usr/sbin:/sbin"});
+        said_ = ran.out;
+        if (ran.status != 0)
+            problem_ = command[0] + ": " + ran.err;
+        return ran.status == 0;
+    }
+
+    TempDir directory_;
+    std::string name_ = "tavo" + std::to_string(getpid());
+    std::string loop_;
+    int inUse_ = -1;
+    dev_t number_ = 0;
+    std::string said_;
+    std::string problem_;
+};
+
+/// In a mount namespace of the process's own, in which nothing spreads to the machine.
+class AutoMountDevice : public testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "mounting needs root";
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr))
+            GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
+        stick = std::make_unique<Stick>();
+        if (!stick->problem().empty())
+            GTEST_SKIP() << "no block device here: " << stick->problem();
+        directory = std::make_unique<TempDir>();
+        mountPoint = *directory / "media";
+        std::filesystem::create_directory(mountPoint);
+        stick->plugIn();
+        const int refused = mount(stick->node().c_str(), mountPoint.c_str(), "ext2", 0, "");
+        const int reason = errno;
+        (void)umount(mountPoint.c_str());
+        stick->unplug();
+        if (refused != 0)
+            GTEST_SKIP() << "this machine does not mount: " << std::strerror(reason);
+        output = std::make_unique<CapturedOutput>();
+    }
+
+    void TearDown() override {
+        if (!mountPoint.empty())
+            (void)umount2(mountPoint.c_str(), MNT_DETACH);
+    }
+
+    void make() {
+        object = std::make_unique<AutoMount>(
+            stick->name(), mountPoint, [this] { ++inserted; }, [this] { ++ejected; });
+        // An object that is destroyed before its thread sees events may hang.
+        const std::string mark = stick->node() + "-seen";
+        writeFile(mark, "");
+        (void)unlink(mark.c_str());
+        ASSERT_TRUE(output->waitFor(stick->name() + "-seen\nWHAT: 512\n"));
+    }
+
+    bool isMounted() const { return exists(mountPoint + "/hello"); }
+
+    std::string mountCommand() const {
+        return "Running: mount " + stick->node() + " " + mountPoint + "\n";
+    }
+    std::string umountCommand() const { return "Running: umount " + mountPoint + "\n"; }
+
+    std::string eventLines(unsigned int mask) const {
+        return "SOMETHING HAPPNED: " + stick->name() + "\nWHAT: " + std::to_string(mask) + "\n";
+    }
+
+    /// What was printed, without the lines on other entries of /dev, which anybody may change.
+    std::string printed() const {
+        static const std::string happened = "SOMETHING HAPPNED: ";
+        std::istringstream lines(output->text());
+        std::string result;
+        for (std::string line; std::getline(lines, line);) {
+            std::string what;
+            if (line.compare(0, happened.size(), happened) == 0 &&
+                line.substr(happened.size()) != stick->name())
+                std::getline(lines, what); // its second line goes too
+            else
+                result += line + '\n';
+        }
+        return result;
+    }
+
+    std::unique_ptr<Stick> stick;
+    std::unique_ptr<TempDir> directory;
+    std::string mountPoint;
+    std::atomic<int> inserted{0};
+    std::atomic<int> ejected{0};
+    std::unique_ptr<CapturedOutput> output;
+    std::unique_ptr<AutoMount> object;
+};
+
+} // namespace
+
+TEST_F(AutoMountDevice, StickThatIsThereIsMountedAtConstructionAndUnmountedAtTheEnd) {
+    stick->plugIn();
+    make();
+    EXPECT_TRUE(isMounted());
+    EXPECT_EQ("from the stick\n", support::readFile(mountPoint + "/hello"));
+    EXPECT_EQ(1, inserted);
+    object.reset();
+    EXPECT_FALSE(isMounted());
+    EXPECT_EQ(1, ejected);
+    EXPECT_EQ("AutoMount(PARS)\n" + mountCommand() + "~AutoMount()\n" + umountCommand(), printed());
+}
+
+TEST_F(AutoMountDevice, StickIsMountedWhenItComesAndUnmountedWhenItGoes) {
+    make();
+    EXPECT_FALSE(isMounted());
+    for (int round = 1; round <= 2; ++round) {
+        stick->plugIn();
+        EXPECT_TRUE(eventually([&] { return inserted == round; }));
+        EXPECT_TRUE(isMounted());
+        stick->unplug();
+        EXPECT_TRUE(eventually([&] { return ejected == round; }));
+        EXPECT_FALSE(isMounted());
+    }
+    object.reset();
+    const std::string once = eventLines(256) + mountCommand() + eventLines(512) + umountCommand();
+    EXPECT_EQ("AutoMount(PARS)\n" + once + once + "~AutoMount()\n", printed());
+}
+
+TEST_F(AutoMountDevice, StickIsUnmountedAtTheEndWhenItIsStillThere) {
+    make();
+    stick->plugIn();
+    EXPECT_TRUE(eventually([&] { return inserted == 1; }));
+    object.reset();
+    EXPECT_FALSE(isMounted());
+    EXPECT_EQ(1, ejected);
+}
+
+TEST_F(AutoMountDevice, BusyStickStaysMountedUntilItCanBeUnmounted) {
+    const support::CapturedErrors errors;
+    make();
+    stick->plugIn();
+    EXPECT_TRUE(eventually([&] { return inserted == 1; }));
+    const int inUse = open((mountPoint + "/hello").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_NE(-1, inUse);
+    stick->unplug();
+    EXPECT_TRUE(output->waitFor(umountCommand()));
+    EXPECT_TRUE(errors.waitFor("busy")); // the command's own words
+    EXPECT_TRUE(isMounted());
+    EXPECT_EQ(0, ejected);
+    close(inUse);
+    object.reset();
+    EXPECT_FALSE(isMounted());
+    EXPECT_EQ(1, ejected);
+    EXPECT_EQ("AutoMount(PARS)\n" + eventLines(256) + mountCommand() + eventLines(512) +
+                  umountCommand() + "~AutoMount()\n" + umountCommand(),
+              printed());
+}
+
+TEST_F(AutoMountDevice, WhatCannotBeMountedChangesNothing) {
+    const support::CapturedErrors errors;
+    writeFile(stick->node(), "no file system");
+    make();
+    EXPECT_THAT(errors.text(), HasSubstr("mount"));
+    EXPECT_EQ(0, inserted);
+    stick->unplug();
+    EXPECT_TRUE(output->waitFor(umountCommand())); // whether or not it is mounted
+    EXPECT_TRUE(errors.waitFor("not mounted"));
+    object.reset();
+    EXPECT_EQ(0, ejected);
+    EXPECT_EQ("AutoMount(PARS)\n" + mountCommand() + eventLines(512) + umountCommand() +
+                  "~AutoMount()\n",
+              printed());
+}
+
+TEST_F(AutoMountDevice, DirectoryOfTheSticksNameIsTakenForIt) {
+    const support::CapturedErrors errors;
+    make();
+    ASSERT_EQ(0, mkdir(stick->node().c_str(), 0755));
+    EXPECT_TRUE(output->waitFor(eventLines(1073742080u) + mountCommand()));
+    EXPECT_TRUE(errors.waitFor("mount: ")); // a directory is no device
+    ASSERT_EQ(0, rmdir(stick->node().c_str()));
+    EXPECT_TRUE(output->waitFor(eventLines(1073742336u) + umountCommand()));
+    object.reset();
+    EXPECT_EQ(0, inserted + ejected);
+}
+
+TEST_F(AutoMountDevice, NameWithItsDirectoryNeverMatches) {
+    AutoMount prefixed(stick->node(), mountPoint);
+    stick->plugIn();
+    stick->unplug();
+    EXPECT_TRUE(output->waitFor(eventLines(512)));
+    const support::CapturedErrors errors;
+    prefixed.onDeviceInserted();
+    EXPECT_THAT(errors.text(), HasSubstr("/dev//dev/" + stick->name()));
+    EXPECT_FALSE(isMounted());
+    EXPECT_EQ("AutoMount(PARS)\nAutoMount()\n" + eventLines(256) + eventLines(512) +
+                  "Running: mount /dev//dev/" + stick->name() + " " + mountPoint + "\n",
+              printed());
+}
+
+TEST_F(AutoMountDevice, SecondMountOfTheSameStickDoesNoHarm) {
+    const support::CapturedErrors errors;
+    stick->plugIn();
+    make();
+    object->onDeviceInserted(); // as when the event and the first check meet
+    EXPECT_TRUE(isMounted());
+    EXPECT_EQ(1, inserted);
+    object.reset();
+    EXPECT_FALSE(isMounted());
+}
