@@ -301,7 +301,7 @@ TEST(gateway_agent_process_run, CutsEndlessOutput) {
 }
 
 TEST(gateway_agent_process_run, GivesProgramsNoInput) {
-    AgentInSandbox agent({"--allow", "cat"});
+    AgentInSandbox agent("exec \"$@\" </etc/config/network", {"--allow", "cat"});
     EXPECT_THAT(agent.call(run(R"({"command":"cat"})")), HasSubstr(R"("output":"","truncated")"));
 }
 

@@ -295,12 +295,13 @@ TEST(gateway_agent, LogsEachRequestAndItsOutcome) {
 
 TEST(gateway_agent, KeepsTextFromOutsideOnOneSafeAndShortLineOfTheLog) {
     AgentInSandbox agent;
-    agent.call(R"({"jsonrpc":"2.0","id":1,"method":"a\nERROR: forged\r\t\u001b[31m%s\u009b"})");
+    agent.call(
+        R"({"jsonrpc":"2.0","id":1,"method":"a\nERROR: forged\r\t\u001b[31m%s\u009b\u007f"})");
     agent.call(R"({"jsonrpc":"2.0","id":1,"method":")" + std::string(1000, 'x') + "\"}");
     agent.end(SIGTERM);
     EXPECT_THAT(agent.log(),
                 HasSubstr("INFO: gateway_agent: request 1 "
-                          "a\\nERROR: forged\\r\\t\\x1b[31m%s\\xc2\\x9b (74 bytes)\n"));
+                          "a\\nERROR: forged\\r\\t\\x1b[31m%s\\xc2\\x9b\\x7f (80 bytes)\n"));
     EXPECT_THAT(agent.log(),
                 HasSubstr("INFO: gateway_agent: request 1 " + std::string(200, 'x') + "... ("));
 }
