@@ -1,0 +1,62 @@
+# Installs the library in two components: `runtime`, the shared library alone, which is all that a gateway's image carries,
+# and `development`, the rest.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS tavo EXPORT tavoTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+
+set(_tavo_left_out "")
+if(TAVO_DDS_PROVIDER STREQUAL "OFF")
+    set(_tavo_left_out PATTERN mdw EXCLUDE)
+endif()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kvr
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
+    FILES_MATCHING PATTERN *.h ${_tavo_left_out})
+if(TAVO_DDS_INSTALL_INCLUDEDIR)
+    install(FILES ${PROJECT_SOURCE_DIR}/rmi/include/dds_service_sdk.h
+        DESTINATION ${TAVO_DDS_INSTALL_INCLUDEDIR} COMPONENT development)
+endif()
+
+# For find_package().
+set(_tavo_package ${CMAKE_INSTALL_LIBDIR}/cmake/tavo)
+set(TAVO_CONFIG_DDS_DEPENDENCY "")
+if(TAVO_DDS_PROVIDER STREQUAL "OPENSPLICE")
+    set(TAVO_CONFIG_DDS_DEPENDENCY "find_dependency(OpenSpliceRMI)")
+    install(FILES ${PROJECT_SOURCE_DIR}/cmake/FindOpenSpliceRMI.cmake
+        DESTINATION ${_tavo_package} COMPONENT development)
+endif()
+configure_package_config_file(cmake/tavoConfig.cmake.in tavoConfig.cmake INSTALL_DESTINATION ${_tavo_package})
+write_basic_package_version_file(tavoConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavoConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/tavoConfigVersion.cmake
+    DESTINATION ${_tavo_package} COMPONENT development)
+install(EXPORT tavoTargets NAMESPACE tavo:: DESTINATION ${_tavo_package} COMPONENT development)
+
+# For pkg-config. Paths are relative to the file, so that the installed tree can be moved. Paho has no file for pkg-config:
+# its headers' place is named here when the compiler would not look there by itself.
+set(_tavo_pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH TAVO_PC_PREFIX /x/${_tavo_pkgconfig} /x)
+string(REGEX REPLACE "/$" "" TAVO_PC_PREFIX "${TAVO_PC_PREFIX}")
+set(TAVO_PC_CFLAGS "")
+set(TAVO_PC_LIBS "")
+set(TAVO_PC_LIBS_PRIVATE " -lpaho-mqtt3cs")
+if(TAVO_DDS_PROVIDER STREQUAL "CYCLONEDDS")
+    string(REPLACE "${CMAKE_INSTALL_INCLUDEDIR}" "\${includedir}" _tavo_rmi "${TAVO_DDS_INSTALL_INCLUDEDIR}")
+    string(APPEND TAVO_PC_CFLAGS " -I${_tavo_rmi}")
+    string(APPEND TAVO_PC_LIBS_PRIVATE " -lddsc")
+elseif(TAVO_DDS_PROVIDER STREQUAL "OPENSPLICE")
+    get_target_property(_tavo_directories OpenSpliceRMI::OpenSpliceRMI INTERFACE_INCLUDE_DIRECTORIES)
+    foreach(_directory IN LISTS _tavo_directories)
+        string(APPEND TAVO_PC_CFLAGS " -I${_directory}")
+    endforeach()
+    foreach(_name IN ITEMS ddsrmi dcpssacpp ddskernel)
+        string(APPEND TAVO_PC_LIBS " ${OpenSpliceRMI_${_name}_LIBRARY}")
+    endforeach()
+endif()
+get_target_property(_tavo_directories eclipse-paho-mqtt-c::paho-mqtt3cs INTERFACE_INCLUDE_DIRECTORIES)
+foreach(_directory IN LISTS _tavo_directories)
+    if(NOT _directory IN_LIST CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES AND NOT _directory STREQUAL "${CMAKE_SYSROOT}/usr/include")
+        string(APPEND TAVO_PC_CFLAGS " -I${_directory}")
+    endif()
+endforeach()
+configure_file(cmake/tavo.pc.in tavo.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavo.pc DESTINATION ${_tavo_pkgconfig} COMPONENT development)

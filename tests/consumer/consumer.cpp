@@ -1,0 +1,61 @@
+// An application as its author would write it, built against the installed library alone. One object of each kind: a class
+// with virtual operations, a static operation, a class that holds a foreign type, a template, a global function.
+#include <kvr/api/NQ_JsonRPC.h>
+#include <kvr/api/StdInReader.h>
+#include <kvr/api/com/NQ_Mqtt.h>
+#include <kvr/api/crypto/NQ_Crypto.h>
+#include <kvr/api/data/NQ_JSON.h>
+#include <kvr/api/file/NQ_Files.h>
+
+#if defined(CONSUMER_EXPECTS_DDS)
+#include <kvr/api/mdw/NQ_DDS_RMI.h>
+#elif __has_include(<kvr/api/mdw/NQ_DDS_RMI.h>)
+#error "the class's header is installed, but the class is not in the library"
+#endif
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+using kvr::api::data::NQ_JSON;
+
+namespace {
+
+class Echo : public kvr::api::CallbackMethod {
+public:
+    bool Call(const NQ_JSON& request, NQ_JSON& response) override {
+        response.addKeyVal("echo", request.get_json_string("text"));
+        return true;
+    }
+    std::string GetName() const override { return "echo"; }
+    std::string GetDescription() const override { return "gives the text back"; }
+};
+
+class Dispatcher : public kvr::api::NQ_RPCHandler {
+public:
+    Dispatcher() { Dispatcher::RegisterMethods(); }
+    void RegisterMethods() override { AddMethod(new Echo); }
+};
+
+} // namespace
+
+int main() {
+    Dispatcher dispatcher;
+    NQ_JSON response;
+    if (!dispatcher.Process("{\"method\":\"echo\",\"text\":\"hello\"}", response))
+        return EXIT_FAILURE;
+
+    const kvr::api::com::NQ_Mqtt publisher("localhost", "consumer");
+    StdInReader reader;
+    char* const copy = convert(kvr::api::crypto::NQ_Base64::base64_encode("hello"));
+    std::printf("%s %s %zu %d\n", response.asString().c_str(), copy, reader.getLastLine().size(),
+                publisher.getLastResult());
+    delete[] copy;
+#if defined(CONSUMER_EXPECTS_DDS)
+    kvr::api::mdw::NQ_DDS_RMI_RUNTIME runtime;
+    org::opensplice::DDS_RMI::CRuntime_ref none;
+    std::puts(none.get() == nullptr ? "DDS" : "?");
+    (void)runtime;
+#endif
+    return EXIT_SUCCESS;
+}
