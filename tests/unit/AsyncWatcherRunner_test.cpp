@@ -202,7 +202,6 @@ TEST_F(AsyncWatcherRunnerTest, StopBeforeTheThreadReachesItsLoopIsLost) {
     threads.release();
     EXPECT_TRUE(loop.waitForPasses(20)); // the loop has cleared the flag on entry
     EXPECT_FALSE(returned);
-    EXPECT_TRUE(runner.isRunning());
     runner.watcher().stop();
     owner.join();
     EXPECT_TRUE(returned);
@@ -308,6 +307,7 @@ TEST_F(AsyncWatcherRunnerTest, LeavesNoDescriptorAndNoThread) {
         return std::distance(begin(tasks), end(tasks));
     };
     ShortPasses loop;
+    std::thread([] {}).join(); // a sanitizer may start a thread of its own with the first one
     const std::set<int> before = openDescriptors();
     const auto threadsBefore = threadsNow();
     {
