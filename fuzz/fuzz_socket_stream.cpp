@@ -14,6 +14,7 @@
 #include <string>
 
 #include <dlfcn.h>
+#include <sanitizer/asan_interface.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -102,6 +103,7 @@ ssize_t recv(int descriptor, void* buffer, std::size_t size, int flags) {
     static const auto next = real<ssize_t(int, void*, std::size_t, int)>("recv");
     if (descriptor == client.serverEnd)
         client.feed();
+    fuzzing::require(__asan_region_is_poisoned(buffer, size) == nullptr, "a read has its room");
     return next(descriptor, buffer, size, flags);
 }
 }
