@@ -56,7 +56,7 @@ public:
         "name " + name + "\ndirectory " + directory.path() + "\nanother ";
 };
 
-// single instance ----------------------------------------------------------------------------------
+// single instance ---------------------------------------------------------------------------------
 
 TEST(NQ_System_tools, AProgramKnowsItsNameDirectoryAndLockFile) {
     const Copy copy;
@@ -110,7 +110,7 @@ TEST(NQ_System_tools, AnotherProgramHasAnotherLock) {
     unlink(("/tmp/" + copy.name + "b.pid").c_str());
 }
 
-// pidof --------------------------------------------------------------------------------------------
+// pidof -------------------------------------------------------------------------------------------
 
 TEST(NQ_System_tools, PidofFindsARunningProgramAndNoneThatHasEnded) {
     if (!isInstalled("pidof"))
@@ -139,7 +139,7 @@ TEST(NQ_System_tools, OfSeveralProcessesPidofNamesOne) {
     EXPECT_TRUE(found == first.pid() || found == second.pid()) << found;
 }
 
-// fw_printenv --------------------------------------------------------------------------------------
+// fw_printenv -------------------------------------------------------------------------------------
 
 std::uint32_t crc32(const std::string& bytes) {
     std::uint32_t sum = 0xffffffffu;

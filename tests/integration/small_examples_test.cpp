@@ -33,7 +33,7 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
-// secret_file --------------------------------------------------------------------------------------
+// secret_file -------------------------------------------------------------------------------------
 
 class secret_file : public testing::Test {
 protected:
@@ -202,7 +202,7 @@ TEST_F(secret_file, HelpAndUsageErrors) {
                 AllOf(StartsWith("secret_file: "), HasSubstr("--unknown"), EndsWith(hint)));
 }
 
-// supervised ---------------------------------------------------------------------------------------
+// supervised --------------------------------------------------------------------------------------
 
 /// The program with a pipe as its standard input, whose other end the test holds.
 class Supervised {

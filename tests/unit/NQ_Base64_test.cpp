@@ -40,7 +40,7 @@ std::string encodedByHand(const std::string& data) {
 
 std::string zeros(std::size_t count) { return std::string(count, '\0'); }
 
-// calcDecodeLength ---------------------------------------------------------------------------------
+// calcDecodeLength --------------------------------------------------------------------------------
 
 TEST(NQ_Base64, TheDecodedLengthFollowsFromLengthAndPadding) {
     EXPECT_EQ(3u, NQ_Base64::calcDecodeLength("QUJD"));
@@ -70,7 +70,7 @@ TEST(NQ_Base64, TheDecodedLengthIsNeverBelowZero) {
     EXPECT_EQ(0u, NQ_Base64::calcDecodeLength("==="));
 }
 
-// encoding -----------------------------------------------------------------------------------------
+// encoding ----------------------------------------------------------------------------------------
 
 const std::vector<std::pair<std::string, std::string>> kPublished = {
     {"f", "Zg=="},        {"fo", "Zm8="},        {"foo", "Zm9v"},
@@ -129,7 +129,7 @@ TEST(NQ_Base64, EncodingIntoABufferWritesTheTextAndATerminator) {
     }
 }
 
-// decoding -----------------------------------------------------------------------------------------
+// decoding ----------------------------------------------------------------------------------------
 
 TEST(NQ_Base64, DecodingIntoABufferWritesAndCountsTheBytes) {
     for (unsigned int size = 1; size <= 10; ++size) {

@@ -73,9 +73,9 @@ public:
     const std::string file = root / "app1/cfg/app.json";
 };
 
-/// Expects that `action` logs and runs the scripts `expected` and prints nothing; none is really run.
-/// The logger lives as long as a process, so this happens in a forked copy, and the file that it
-/// makes goes.
+/// Expects that `action` logs and runs the scripts `expected` and prints nothing; none is really
+/// run. The logger lives as long as a process, so this happens in a forked copy, and the file that
+/// it makes goes.
 void expectScripts(const Given& given, const std::function<void(NQ_Config&)>& action,
                    const std::vector<std::string>& expected) {
     const bool hadLog = support::exists("/tmp/log.out");
@@ -112,7 +112,7 @@ void expectScripts(const Given& given, const std::function<void(NQ_Config&)>& ac
 void stop(NQ_Config& config) { EXPECT_TRUE(config.stopAgent()); }
 void restart(NQ_Config& config) { config.notifyAppRestart(); }
 
-// paths --------------------------------------------------------------------------------------------
+// paths -------------------------------------------------------------------------------------------
 
 TEST(NQ_Config, AnAgentsFileLiesInTheAgentsDirectory) {
     EXPECT_THAT(pathsOf({"app1", "agentA", "cfg", "agent.json"}),
@@ -192,7 +192,7 @@ TEST(NQ_Config, InitAgainReplacesEverything) {
     EXPECT_THAT(commands.lines(), ElementsAre("mkdir -p R/app1/agents/agentA/cfg"));
 }
 
-// what init() prints -------------------------------------------------------------------------------
+// what init() prints ------------------------------------------------------------------------------
 
 TEST(NQ_Config, InitPrintsWhatItGotAndTheDirectory) {
     const CapturedCommands commands;
@@ -242,7 +242,7 @@ TEST(NQ_Config, TheLinesStandBeforeWhatTheCommandPrints) {
                                             "Creating directory:.*/app1/cfg\nmkdir: .*\n"));
 }
 
-// directories --------------------------------------------------------------------------------------
+// directories -------------------------------------------------------------------------------------
 
 TEST(NQ_Config, InitMakesTheDirectoryWithItsParents) {
     TempDir root;
@@ -267,7 +267,7 @@ TEST(NQ_Config, TheShellTakesTheDirectoryApart) {
     EXPECT_TRUE(support::exists(root / "a2/cfg"));
 }
 
-// checkConfig --------------------------------------------------------------------------------------
+// checkConfig -------------------------------------------------------------------------------------
 
 TEST(NQ_Config, JsonIsValid) {
     const CapturedCommands commands;
@@ -310,7 +310,7 @@ TEST(NQ_Config, EncodedContentIsNotDecodedForTheCheck) {
     printedBy([&] { EXPECT_FALSE(config.checkConfig()); });
 }
 
-// applyConfig --------------------------------------------------------------------------------------
+// applyConfig -------------------------------------------------------------------------------------
 
 TEST(NQ_Config, PlainContentIsWrittenAsItIs) {
     const std::string content("{\"a\":1}\r\n\0tail", 15);
@@ -398,7 +398,7 @@ TEST(NQ_Config, NoFileStaysOpen) {
     EXPECT_THAT(support::openedSince(before), IsEmpty());
 }
 
-// scripts ------------------------------------------------------------------------------------------
+// scripts -----------------------------------------------------------------------------------------
 
 const Given kAgents = {"app1", "agentA", "cfg", "agent.json"};
 const Given kApplications = {"app1", "", "cfg", "app.json"};

@@ -104,7 +104,7 @@ Bytes decrypted(NQ_Crypto& crypto, Bytes cipher) {
     return out;
 }
 
-// computeSHA256 ------------------------------------------------------------------------------------
+// computeSHA256 -----------------------------------------------------------------------------------
 
 TEST(NQ_Crypto, TheDigestIsThatOfThePublishedExamples) {
     EXPECT_EQ("da39a3ee5e6b4b0d3255bfef95601890afd80709", digestOf(""));
@@ -150,7 +150,7 @@ TEST(NQ_Crypto, CountsOfDigitsOutOfRangeAreClamped) {
     }
 }
 
-// init ---------------------------------------------------------------------------------------------
+// init --------------------------------------------------------------------------------------------
 
 TEST(NQ_Crypto, KeyAndVectorAreDigitsOfTheDigestsOfTheTextForwardAndBackward) {
     const NQ_Crypto crypto = initialised({"abc"});
@@ -208,7 +208,7 @@ TEST(NQ_Crypto, InitAgainReplacesKeyAndVector) {
     EXPECT_EQ(fieldsOf(initialised({"abc"})), fieldsOf(crypto));
 }
 
-// zeroize ------------------------------------------------------------------------------------------
+// zeroize -----------------------------------------------------------------------------------------
 
 TEST(NQ_Crypto, ZeroizeClearsBothBuffersWhole) {
     NQ_Crypto crypto;
@@ -227,7 +227,7 @@ TEST(NQ_Crypto, AfterZeroizeKeyAndVectorAreZeroBytes) {
     EXPECT_EQ(expected, encrypted(crypto, plain));
 }
 
-// encrypt and decrypt ------------------------------------------------------------------------------
+// encrypt and decrypt -----------------------------------------------------------------------------
 
 TEST(NQ_Crypto, EncryptionIsThatOfThePublishedExample) {
     // NIST SP 800-38A, F.2.5: AES-256 in CBC mode.
@@ -323,7 +323,7 @@ TEST(NQ_Crypto, NothingIsPrintedAndNoErrorIsLeftInTheQueue) {
     EXPECT_EQ(0ul, ERR_peek_error());
 }
 
-// the end of the process ---------------------------------------------------------------------------
+// the end of the process --------------------------------------------------------------------------
 
 /// One record of OpenSSL's queue, and no other output: the thread, the code, where, and the reason.
 std::string onlyRecord(const std::string& reason) {

@@ -42,7 +42,7 @@ protected:
     }
 };
 
-// lines --------------------------------------------------------------------------------------------
+// lines -------------------------------------------------------------------------------------------
 
 TEST(NQ_Stream, ALineIsReturnedWithoutItsNewline) {
     StandardInput input;
@@ -112,7 +112,7 @@ TEST(NQ_Stream, EveryLineOfABurstIsAnnouncedAtOnce) {
         EXPECT_EQ(1, poll.result);
 }
 
-// waiting ------------------------------------------------------------------------------------------
+// waiting -----------------------------------------------------------------------------------------
 
 TEST(NQ_Stream, AWaitIsForReadableStandardInputWithinASecond) {
     StandardInput input;
@@ -219,7 +219,7 @@ TEST(NQ_Stream, AtTheEndOfInputTheCallTurnsWithoutPauseUntilStopped) {
     EXPECT_TRUE(std::cin.fail());
 }
 
-// which streams are waited for ---------------------------------------------------------------------
+// which streams are waited for --------------------------------------------------------------------
 
 TEST(NQ_Stream, StandardInputAtItsEndIsStillWaitedFor) {
     StandardInput input;
@@ -281,6 +281,18 @@ TEST(NQ_Stream, AnotherFailedStreamIsTakenForFailedStandardInput) {
     }
 }
 
+TEST(NQ_Stream, AnotherStreamAtItsEndHasNotFailedYet) {
+    StandardInput input;
+    std::cin.setstate(std::ios::failbit);
+    std::istringstream in;
+    in.setstate(std::ios::eofbit);
+    bool stop = true;
+    const WatchedPolls polls;
+    EXPECT_EQ("", NQ_Stream::readOneLineStream(in, stop));
+    EXPECT_TRUE(in.fail()); // it was read from first, and failed then
+    EXPECT_EQ(1, polls.count());
+}
+
 TEST(NQ_Stream, AtTheEndOfAnotherStreamTheCallTurnsForEverWithoutWaiting) {
     const support::ForkedChild child = support::inForkedChild([] {
         StandardInput input;
@@ -296,7 +308,7 @@ TEST(NQ_Stream, AtTheEndOfAnotherStreamTheCallTurnsForEverWithoutWaiting) {
         << "raw status " << child.status;
 }
 
-// forwardAndCopyInput ------------------------------------------------------------------------------
+// forwardAndCopyInput -----------------------------------------------------------------------------
 
 TEST(NQ_Stream, ALineIsEchoedWithANewline) {
     StandardInput input;

@@ -47,7 +47,7 @@ int statusOfEmptyPattern(const std::string& to) {
         .status;
 }
 
-// BothAreSpaces ------------------------------------------------------------------------------------
+// BothAreSpaces -----------------------------------------------------------------------------------
 
 TEST(NQ_Strings, OfAllPairsOfBytesOnlyTwoBlanksAreBothSpaces) {
     for (int a = CHAR_MIN; a <= CHAR_MAX; ++a) {
@@ -59,7 +59,7 @@ TEST(NQ_Strings, OfAllPairsOfBytesOnlyTwoBlanksAreBothSpaces) {
     }
 }
 
-// replaceAll ---------------------------------------------------------------------------------------
+// replaceAll --------------------------------------------------------------------------------------
 
 TEST(NQ_Strings, EveryOccurrenceIsReplaced) {
     EXPECT_EQ("1 two 1 two", replaced("one two one two", "one", "1"));
@@ -108,7 +108,7 @@ TEST(NQ_Strings, AnEmptyPatternIsReplacedForEver) {
     }
 }
 
-// reduceSpace --------------------------------------------------------------------------------------
+// reduceSpace -------------------------------------------------------------------------------------
 
 TEST(NQ_Strings, RunsOfBlanksBecomeOneBlank) { EXPECT_EQ("a b c d", reduced("a b  c     d")); }
 
@@ -131,7 +131,7 @@ TEST(NQ_Strings, AnEmptyTextStaysEmpty) {
     EXPECT_EQ("", withoutSpace(""));
 }
 
-// removeSpace --------------------------------------------------------------------------------------
+// removeSpace -------------------------------------------------------------------------------------
 
 TEST(NQ_Strings, AllSixKindsOfWhiteSpaceAreRemovedInOrder) {
     EXPECT_EQ("abcdefg", withoutSpace("a b\tc\nd\ve\ff\rg"));
@@ -154,7 +154,7 @@ TEST(NQ_Strings, BytesOutsideAsciiAndControlBytesStay) {
     EXPECT_EQ(expected, withoutSpace(text));
 }
 
-// split --------------------------------------------------------------------------------------------
+// split -------------------------------------------------------------------------------------------
 
 TEST(NQ_Strings, FieldsStandBetweenDelimiters) {
     EXPECT_THAT(NQ_Strings::split("a,bc,d", ','), ElementsAre("a", "bc", "d"));

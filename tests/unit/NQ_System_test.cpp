@@ -113,7 +113,7 @@ void withLogger(const std::function<void()>& body) {
         unlink("/tmp/log.out");
 }
 
-// runScript ----------------------------------------------------------------------------------------
+// runScript ---------------------------------------------------------------------------------------
 
 TEST(NQ_System, AScriptIsLoggedAndRun) {
     withLogger([] {
@@ -165,7 +165,7 @@ TEST(NQ_System, WithoutALoggerNoScriptRuns) {
     });
 }
 
-// sendSIG2Proc -------------------------------------------------------------------------------------
+// sendSIG2Proc ------------------------------------------------------------------------------------
 
 TEST(NQ_System, ASignalReachesAProcess) {
     const pid_t child = fork();
@@ -192,7 +192,7 @@ TEST(NQ_System, AnUnknownSignalIsRefused) {
     EXPECT_EQ(EINVAL, errno);
 }
 
-// do_readlink, getAppName, getAppDir ---------------------------------------------------------------
+// do_readlink, getAppName, getAppDir --------------------------------------------------------------
 
 TEST(NQ_System, TheTargetOfALinkIsReadAsItIs) {
     const TempDir directory;
@@ -250,7 +250,7 @@ TEST(NQ_System, AnUnreadableProgramHasNeitherNameNorDirectory) {
     EXPECT_EQ("", NQ_System::getAppDir());
 }
 
-// appAlreadyRunning --------------------------------------------------------------------------------
+// appAlreadyRunning -------------------------------------------------------------------------------
 
 /// A program's name that no other process has, and its lock file, which goes at the end.
 class Program {
@@ -400,7 +400,7 @@ TEST(NQ_System, OnlyALockHeldByAnotherCountsAsRunning) {
     });
 }
 
-// presence -----------------------------------------------------------------------------------------
+// presence ----------------------------------------------------------------------------------------
 
 std::vector<bool> companions() {
     return {NQ_System::hasModbus2MqttApp(), NQ_System::hasVexlor2RedApp(),
@@ -449,7 +449,7 @@ TEST(NQ_System, LookingForThingsLeavesNothingOpen) {
     });
 }
 
-// getProcIdByName ----------------------------------------------------------------------------------
+// getProcIdByName ---------------------------------------------------------------------------------
 
 int idPrintedAs(const std::string& script, const std::string& name = "agent") {
     FakePrograms programs;
@@ -511,7 +511,7 @@ TEST(NQ_System, AskingForAProcessLeavesNothingOpen) {
     EXPECT_EQ(ECHILD, errno);
 }
 
-// get_uboot_env_setting ----------------------------------------------------------------------------
+// get_uboot_env_setting ---------------------------------------------------------------------------
 
 std::string settingPrintedAs(const std::string& script) {
     FakePrograms programs;
@@ -591,7 +591,7 @@ TEST(NQ_System, WithoutTheToolTheSettingIsOutOfRange) {
     setenv("PATH", path.c_str(), 1);
 }
 
-// getPortId, getPortIdName -------------------------------------------------------------------------
+// getPortId, getPortIdName ------------------------------------------------------------------------
 
 struct Port {
     std::string id;
@@ -661,6 +661,14 @@ TEST(NQ_System, AConfigurationWithoutAPortHasAnEmptyOne) {
     withConfiguration([](const std::string& file) {
         writeFile(file, "{\"port\":\"1\"}");
         EXPECT_EQ((Port{"", "RS232", ""}), configuredPort());
+    });
+}
+
+TEST(NQ_System, APortThatIsNullIsALogicError) {
+    withConfiguration([](const std::string& file) {
+        writeFile(file, "{\"portID\":null}");
+        EXPECT_THROW(NQ_System::getPortId(), std::logic_error);
+        EXPECT_THROW(NQ_System::getPortIdName(), std::logic_error);
     });
 }
 

@@ -206,7 +206,7 @@ struct StreamFault : std::exception {
     const char* what() const noexcept override { return "the newline is out of order"; }
 };
 
-// delay --------------------------------------------------------------------------------------------
+// delay -------------------------------------------------------------------------------------------
 
 TEST(NQ_Time, DelaySplitsMillisecondsIntoSecondsAndNanoseconds) {
     RecordedSleeps sleeps;
@@ -255,7 +255,7 @@ TEST(NQ_Time, ADelayLastsAtLeastItsTime) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
 }
 
-// sNow ---------------------------------------------------------------------------------------------
+// sNow --------------------------------------------------------------------------------------------
 
 TEST(NQ_Time, NowIsPrintedInUtcFollowedByAnEmptyLine) {
     const OtherTimeZone zone;
@@ -348,7 +348,7 @@ TEST(NQ_Time, AStreamThatThrowsForItsReportTooThrowsToTheCaller) {
     EXPECT_THROW(NQ_Time::sNow(), std::ios::failure);
 }
 
-// timevaldiffMilli ---------------------------------------------------------------------------------
+// timevaldiffMilli --------------------------------------------------------------------------------
 
 TEST(NQ_Time, DifferencesAreWholeMilliseconds) {
     EXPECT_EQ(1, milliseconds(at(10, 999000), at(11, 0)));
@@ -394,7 +394,7 @@ TEST(NQ_Time, AnyPairOfTimesHasTheDifferenceOfA32BitMachine) {
     }
 }
 
-// dateStrToTv --------------------------------------------------------------------------------------
+// dateStrToTv -------------------------------------------------------------------------------------
 
 TEST(NQ_Time, ATextWithMillisecondsIsReadAsUtc) {
     const OtherTimeZone zone;
@@ -457,7 +457,7 @@ TEST(NQ_Time, AHugeFractionHarmsNobody) {
     EXPECT_NO_THROW(NQ_Time::dateStrToTv("2020-01-02T03:04:05.-99999999999999999999999Z"));
 }
 
-// tvToDateStr --------------------------------------------------------------------------------------
+// tvToDateStr -------------------------------------------------------------------------------------
 
 TEST(NQ_Time, ATimeIsWrittenInUtcWithThreeDigits) {
     const OtherTimeZone zone;

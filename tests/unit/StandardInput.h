@@ -36,8 +36,8 @@ struct Poll {
     int result;
 };
 
-/// Sees every use of poll() while it lives: the program that uses this class supplies poll() itself,
-/// in front of the C library's. One at a time.
+/// Sees every use of poll() while it lives: the program that uses this class supplies poll()
+/// itself, in front of the C library's. One at a time.
 class WatchedPolls {
 public:
     /// Runs in place of the C library's poll() and receives the number of the use (1, 2, ...).
