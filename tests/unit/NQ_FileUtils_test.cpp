@@ -167,12 +167,13 @@ TEST(NQ_FileUtils, ListsNamesThatBeginWithDots) {
 
 TEST(NQ_FileUtils, ListsLinksAndNeverFollowsThem) {
     const Tree tree;
-    ASSERT_EQ(0, symlink(tree.path().c_str(), (tree.top / "d/up").c_str()));
+    const Tree other;
+    ASSERT_EQ(0, symlink(other.path().c_str(), (tree.top / "d/other").c_str()));
     ASSERT_EQ(0, symlink("d", (tree.top / "link").c_str()));
     ASSERT_EQ(0, symlink("/no/such/target", (tree.top / "broken").c_str()));
     EXPECT_THAT(NQ_FileUtils::getFilesFromDirRecursive(tree.path()),
                 UnorderedElementsAre(tree.top / "a", tree.top / "b", tree.top / "d/c",
-                                     tree.top / "d/up", tree.top / "link", tree.top / "broken"));
+                                     tree.top / "d/other", tree.top / "link", tree.top / "broken"));
 }
 
 TEST(NQ_FileUtils, ListsWhateverIsNotADirectory) {
