@@ -61,7 +61,8 @@ timeval NQ_Time::dateStrToTv(const std::string& date) {
     fraction.pop_back(); // the "Z"
     const auto milliseconds =
         static_cast<unsigned long>(std::strtol(fraction.c_str(), nullptr, 10));
-    result.tv_usec = static_cast<suseconds_t>(milliseconds * 1000);
+    // By way of long, which keeps the sign where suseconds_t is wider (32-bit musl).
+    result.tv_usec = static_cast<long>(milliseconds * 1000);
     return result;
 }
 
