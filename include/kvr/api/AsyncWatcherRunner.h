@@ -10,10 +10,12 @@
 ///
 /// Order:   attach through watcher(), startWatcher(), stopWatcher(), destroy. May be started and
 ///          stopped again.
-/// Failure: destroying a runner that runs ends the process (std::terminate()).
+/// Failure: destroying a runner that runs ends the process (std::terminate()), and so does an
+///          exception that leaves a callback.
 /// Threads: one owner thread starts and stops; no locks.
 class TAVO_API AsyncWatcherRunner {
 public:
+    /// Makes the watcher. No thread is started.
     AsyncWatcherRunner();
 
     /// The watcher, for attaching and detaching while the loop does not run.

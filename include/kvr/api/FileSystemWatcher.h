@@ -36,14 +36,16 @@ TAVO_API bool operator==(const Watcher& a, const Watcher& b);
 /// Watches files and directories by one inotify(7) instance, and calls back for every event.
 ///
 /// Ownership: registrations are copied. Callbacks and contexts must outlive them.
-/// Failure:   nothing throws. What fails is printed on standard output, except a failing
-///            inotify_init(), which is a perror() line "Couldn't initialize inotify"; the object
+/// Failure:   nothing throws. A refused registration and a failing read are printed on standard
+///            output, other failures pass silently. When the constructor's inotify_init() fails, it
+///            prints a perror() line "Couldn't initialize inotify" on standard error; the object
 ///            then stays usable in form, and nothing can be attached.
 /// Threads:   run() is called on the thread that is to get the callbacks. While it runs, only
 ///            stop() may be called from another thread; callbacks may attach and detach. The stop
 ///            flags are plain by design, read once per pass of at most 500 ms.
 class TAVO_API FileSystemWatcher {
 public:
+    /// Makes the inotify instance; nothing is registered yet.
     FileSystemWatcher();
 
     /// Removes every watch. The loop must have ended.
@@ -58,9 +60,10 @@ public:
     void attachWatcher(const Watcher& w);
 
     /// Unregisters `path`: removes the kernel's watch of the first entry with that path, and the
-    /// entries equal to it in number and path. Deliberate: the entries behind are compared with
-    /// what stands in the found entry's place by then, so of two equal ones that follow a removed
-    /// entry directly, the second goes as well. Does nothing when there is no such path.
+    /// entries equal to it in number and path that follow it directly. Deliberate: the entries
+    /// behind those are compared with the one that has moved into the found entry's place. So an
+    /// equal entry farther behind stays in the list, without a watch, and copies of the entry that
+    /// moved go as well. Does nothing when there is no such path.
     void detachWatcher(const std::string& path);
 
     /// The same for the path of `w`.
@@ -70,8 +73,8 @@ public:
     bool watcherExists(const std::string& path) const;
 
     /// Makes a new inotify instance and registers every entry there anew. run() does so when the
-    /// kernel dropped a watch. Entries whose path is gone stay, with the watch number -1, and match
-    /// the kernel's notice of lost events, which has that number.
+    /// kernel dropped a watch. Prints nothing: entries whose path is gone stay, with the watch
+    /// number -1, and match the kernel's notice of lost events, which has that number.
     void resetState();
 
     /// Calls back for every event until `stop` is found true, at the latest 500 ms after it was

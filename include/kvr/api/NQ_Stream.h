@@ -11,7 +11,8 @@
 ///
 /// Trap: the first wait for std::cin makes the C library's `stdin` unbuffered, so that no line
 /// hides in a buffer that poll(2) cannot see. Nothing may have been read from standard input
-/// before.
+/// before, and std::ios::sync_with_stdio(false) must not be called: std::cin then has such a buffer
+/// of its own.
 /// Threads: one reader at a time. `stop` is a plain flag, written by another thread.
 class TAVO_API NQ_Stream {
 public:
@@ -25,7 +26,7 @@ public:
     /// too.
     static std::string readOneLineStream(std::istream& in, bool& stop);
 
-    /// The same with a flag that stays false.
+    /// The same with a flag that stays false: at the end of any input the call does not return.
     static std::string readOneLineStream(std::istream& in);
 
     /// Reads a line likewise, writes it to std::cout with a newline, flushed, and returns it. An

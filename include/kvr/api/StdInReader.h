@@ -9,11 +9,12 @@
 /// Announces every line that a supervising process writes to this program's standard input, and
 /// echoes it to standard output.
 ///
-/// Empty lines are neither announced nor echoed. Nothing may have been read from standard input
-/// before (see NQ_Stream).
+/// Empty lines are neither announced nor echoed. Nothing else may read standard input, before or
+/// meanwhile (see NQ_Stream).
 /// Threads: loop() runs on the caller's thread and calls the observers there, one line at a time.
 class TAVO_API StdInReader : public kvr::api::iot::Subject<StdInReader> {
 public:
+    /// No observers; the last line is empty.
     StdInReader();
     ~StdInReader() override;
 

@@ -96,10 +96,10 @@ public:
     bool connect(bool& keepTrying);
 
     /// Publishes `payload` up to its first NUL byte and waits for the completion, at most the
-    /// connect timeout.
+    /// connect timeout. True when it was completed.
     bool send(std::string topic, std::string payload, int qos, int retained);
 
-    /// Subscribes. No way to receive is offered.
+    /// Subscribes; true when the broker agreed. No way to receive is offered.
     bool subscribe(std::string topic, int qos);
 
     /// Paho's code of the last attempt to connect, wait for a completion, or subscribe; 0 at first.

@@ -26,8 +26,9 @@ namespace com {
 /// Threads: loop() runs on the caller's thread and calls the observers there. No locks.
 ///
 /// Deliberate: neither the descriptors of clients nor the listening socket are ever closed, so
-/// about a thousand connections exhaust a default descriptor limit; the socket file stays behind
-/// and is replaced at the next start. The socket is as accessible as the process's umask makes it.
+/// about a thousand connections exhaust a default descriptor limit; accept() then fails over and
+/// over, and loop() prints that at full speed. The socket file stays behind and is replaced at the
+/// next start. The socket is as accessible as the process's umask makes it.
 class TAVO_API NQ_Sockets : public iot::Subject<NQ_Sockets> {
 public:
     /// Makes the directory /tmp/socketDDS when missing and listens on the socket file `name` in it,

@@ -22,7 +22,9 @@ class TAVO_API NQ_Crypto {
 public:
     /// Derives key and vector from the texts of `parts`, joined in order without separators: the
     /// key is the first 32 hexadecimal digits of their SHA-1 digest, the vector the first 16 of the
-    /// digest of the joined text reversed. Always 0. A text counts up to its first NUL byte.
+    /// digest of the joined text reversed. Always 0. Trap: either digest ends at the first NUL byte
+    /// that it meets, so one in the joined text hides what follows it from the key, and what
+    /// precedes the last one from the vector.
     int init(std::vector<std::string>& parts);
 
     /// Writes the first `n` (0 to 40, others are clamped) lowercase hexadecimal digits of the

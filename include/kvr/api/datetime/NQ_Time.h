@@ -16,7 +16,8 @@ namespace datetime {
 /// Threads: any thread, but sNow() uses the C library's one static time buffer.
 class TAVO_API NQ_Time {
 public:
-    /// Sleeps `ms` milliseconds by one nanosleep(2). A signal cuts the pause short, untold.
+    /// Sleeps `ms` milliseconds by one nanosleep(2). A signal cuts the pause short, and nothing
+    /// tells of it.
     static void delay(int ms);
 
     /// Prints "UTC timestamp:" and the current UTC time as asctime(3) writes it, then an empty

@@ -27,8 +27,10 @@
 ///     if (pid == 0)
 ///         _exit(127);
 /// @endcode
-/// A null stream with another `pid` means that no pipe could be made; the child, if any, still is
-/// to be waited for.
+/// A null stream with another `pid` means that no pipe could be made; the child still is to be
+/// waited for.
+///
+/// Writing to a program that has ended raises SIGPIPE, which ends the process unless it is ignored.
 ///
 /// The descriptors are not close-on-exec: a child started meanwhile inherits them. A caller whose
 /// descriptors 0 to 2 are closed gets no output.
@@ -130,8 +132,9 @@ public:
     std::string third;  ///< likewise
 };
 
-/// Replaces a file's content, by `<<`, until the end of its scope, which completes and closes the
-/// file. Failures are silent: where the file cannot be opened or written, the text goes nowhere.
+/// Replaces a file's content by what is given to `<<`. The file is complete on disk only when the
+/// writer is destroyed, which closes it. Failures are silent: where the file cannot be opened or
+/// written, the text goes nowhere.
 class TAVO_API FileWriter {
 public:
     /// Creates the file, or empties it.

@@ -14,8 +14,12 @@ namespace mng {
 ///
 /// Order:   init(), for JSON content checkConfig(), applyConfig(), then stopAgent() or
 ///          notifyAppRestart().
+/// Output:  init() prints what it got, content included, on standard output. Scripts are logged in
+///          the system log (see NQ_System::runScript()).
 /// Failure: only checkConfig() tells one. A file or directory that cannot be written and a script
-///          that fails pass silently.
+///          that fails pass silently. stopAgent() and notifyAppRestart() throw what
+///          NQ_System::runScript() throws: while the logger's file cannot be opened, the script is
+///          not run.
 /// Threads: one at a time; commands run synchronously.
 ///
 /// Trap:  nothing is checked or quoted for the shell, deliberately: identifiers and names with
@@ -31,7 +35,7 @@ public:
     ///
     /// The file is ROOT/appID/agents/agentID/subDir/fileName, for an empty `agentID`
     /// ROOT/appID/subDir/fileName, and for an empty `appID` just `fileName`, a full path. The
-    /// directory is what stands before the file's last "/" or "\". Deliberate: of a bare name
+    /// directory is what stands before the file's last "/" or "\". Deliberate: for a bare name
     /// without either, a directory of that very name is made, and the file cannot be written.
     /// `content` is base64 text when `isBase64` is set.
     void init(std::string appID, std::string agentID, std::string subDir, std::string fileName,
@@ -45,10 +49,12 @@ public:
     /// Always true.
     bool applyConfig();
 
-    /// Runs the script that stops an agent when init() was given an agent. Always true.
+    /// Runs /opt/components/mng/AG_Config/bin/stopAgent.sh with the agent's identifier when init()
+    /// was given one, and waits for it. Always true.
     bool stopAgent();
 
-    /// Runs ROOT/appID/bin/run.sh restart when init() was given an application and no agent.
+    /// Runs ROOT/appID/bin/run.sh restart when init() was given an application and no agent, and
+    /// waits for it.
     void notifyAppRestart();
 
     /// Directory of the file, after init().

@@ -50,7 +50,8 @@ public:
     std::string getSystemCfg() const;
 
     /// Prints the four fields and every option that has a value, and deletes the options whose
-    /// value is empty (one command, and a commit). False, after the line "Configuration NOT VALID",
+    /// value is empty (one command, and a commit). Without "values" the line "Unable to parse json"
+    /// follows the four, and nothing is deleted. False, after the line "Configuration NOT VALID",
     /// when the text of init() is empty or did not parse.
     bool checkConfig();
 

@@ -7,7 +7,7 @@ namespace kvr {
 namespace api {
 namespace sys {
 
-/// What a LED or the output is set to. The number goes to the board's driver unchanged; where a
+/// What an LED or the output is set to. The number goes to the board's driver unchanged; where a
 /// driver knows further values (blink modes, say), cast them.
 enum Gpio_State : int { GPIO_OFF = 0, GPIO_ON = 1 };
 

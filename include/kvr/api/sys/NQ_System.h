@@ -52,19 +52,20 @@ public:
     static int getProcIdByName(std::string name);
 
     /// Value of a U-Boot variable, as `fw_printenv` prints it, without newlines. Deliberate: cut at
-    /// a "=" in it. Throws std::out_of_range when the tool prints no "=", as U-Boot's own does for a
-    /// variable that is not set (libubootenv's prints an empty value). A failing fork() ends the
+    /// a "=" in it. Throws std::out_of_range when the tool prints no "=", as U-Boot's own does for
+    /// a variable that is not set (libubootenv's prints an empty value). A failing fork() ends the
     /// process.
     static std::string get_uboot_env_setting(const std::string& name);
 
     /// The U-Boot variable "sn".
     static std::string getDeviceSerialNumber();
 
-    /// "portID" of the serial port's configuration file; "1" when there is no such file, "" when it
-    /// has no such key.
+    /// "portID" of /opt/apps/ZEQ/cfg/ZEQ.json, the serial port's configuration; "1" when there is
+    /// no such file, "" when it has no such key. A file that does not parse ("Unable to parse json"
+    /// is printed) has no keys; a key that is null raises std::logic_error.
     static std::string getPortId();
 
-    /// "RS485" when getPortId() is "1", else "RS232".
+    /// "RS485" when getPortId() is "1", else "RS232". Raises what getPortId() raises.
     static std::string getPortIdName();
 };
 
