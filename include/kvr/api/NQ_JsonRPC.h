@@ -14,6 +14,8 @@ namespace api {
 class TAVO_API CallbackMethod {
 public:
     // The order of the virtual operations is part of the binary interface.
+
+    /// The dispatcher deletes its methods through this class.
     virtual ~CallbackMethod();
 
     /// Carries out `request` (the whole request, not only its "params") and fills `response`, which

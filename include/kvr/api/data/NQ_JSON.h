@@ -51,6 +51,7 @@ public:
     /// Drops this handle's tree, then shares that of `other`; the scratch handle is left alone.
     NQ_JSON& operator=(const NQ_JSON& other);
 
+    /// Drops this handle's tree; the scratch handle is left alone.
     virtual ~NQ_JSON();
 
     /// Parses a whole file like the string constructor. A file that cannot be read counts as an

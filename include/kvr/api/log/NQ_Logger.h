@@ -18,7 +18,7 @@ namespace log {
 /// Ownership: the one instance belongs to the library and is deleted when the process exits; never
 ///            delete it.
 /// Failure:   instance() throws while the file cannot be opened. Errors of later writes are neither
-///            detected nor reported.
+///            detected nor reported. A lock that fails is a std::system_error.
 /// Encoding:  bytes as given: no time stamp, no quoting; a message with newlines makes several
 ///            lines.
 /// Threads:   any thread may call instance(), log() and logSysLog(); one lock keeps lines whole.
