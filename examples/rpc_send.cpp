@@ -35,8 +35,8 @@ const char kHelp[] =
     "\n"
     "Exit status: 0 all sent, 1 something could not be sent, 2 usage error.\n";
 
-/// The kernel queues what one send() gives in pieces of at least this size; the server may find only
-/// the first one.
+/// The kernel queues what one send() gives in pieces of at least this size; the server may find
+/// only the first one.
 constexpr std::size_t kSafeSize = 32 * 1024;
 
 /// A server that has given up a connection does not close it: sending would wait for ever.
@@ -109,8 +109,8 @@ void sendMessage(int descriptor, const std::string& label, const std::string& pa
         std::cerr << "rpc_send: " << label << ": " << payload.size()
                   << " bytes may not arrive in one piece\n";
 
-    // In one call, so that the server finds all of it. A blocking send comes back short only when the
-    // time limit has passed.
+    // In one call, so that the server finds all of it. A blocking send comes back short only when
+    // the time limit has passed.
     const ssize_t sent = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL);
     if (sent == -1 && errno != EAGAIN)
         failWithReason(label);

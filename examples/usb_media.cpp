@@ -1,6 +1,7 @@
 // Mounts a removable device whenever it is plugged in, and tells what is on it.
 
 #include <kvr/api/NQ_AutoMount.h>
+#include <kvr/api/datetime/NQ_Time.h>
 #include <kvr/api/file/NQ_Files.h>
 
 #include <cstdio>
@@ -85,8 +86,8 @@ int main(int argc, char** argv) {
     const sigset_t endSignals = blockEndSignals();
 
     try {
-        // The callbacks run on the watching thread, save for a device there at the start or the end.
-        // An exception out of them would end the program.
+        // The callbacks run on the watching thread, save for a device there at the start or the
+        // end. An exception out of them would end the program.
         const kvr::api::AutoMount media(
             device, directory,
             [&] {
@@ -98,6 +99,9 @@ int main(int argc, char** argv) {
             [&] { say("usb_media: " + device + " is unmounted"); });
         int signal = 0;
         sigwait(&endSignals, &signal);
+        // An object destroyed right after its construction may hang: the stop of a thread that has
+        // not begun its loop is lost. A signal can be that early.
+        kvr::api::datetime::NQ_Time::delay(100);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "usb_media: %s\n", error.what());
         return 1;

@@ -58,7 +58,8 @@ void openssl(const std::vector<std::string>& arguments) {
     ASSERT_EQ(0, ran.status) << ran.err;
 }
 
-/// A certificate authority, and a server's and a client's certificate of it, under the names that the class expects.
+/// A certificate authority, and a server's and a client's certificate of it, under the names that
+/// the class expects.
 class Certificates {
 public:
     Certificates() {

@@ -164,7 +164,8 @@ TEST(ExampleUsbMedia, ListsTheMediumAndUnmountsItAtTheEnd) {
     programs.add("umount");
     TempDir directory;
     writeFile(directory / "song", "la");
-    // A node that is always there and can be read; the programs above see to it that nothing is mounted.
+    // A node that is always there and can be read; the programs above see to it that nothing is
+    // mounted.
     RunningProgram media({TAVO_USB_MEDIA, "null", directory.path()});
     ASSERT_TRUE(says(media, "usb_media: " + directory / "song" + "\n"));
     const Ran ran = end(media);

@@ -30,8 +30,8 @@ private:
     int port_;
 };
 
-/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its state is kept over stop()
-/// and start().
+/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its state
+/// is kept over stop() and start().
 class Broker {
 public:
     /// `settings` are lines for its configuration; they follow the listener's.
@@ -45,12 +45,13 @@ public:
     /// Ends the broker as its service manager would, and waits.
     void stop();
 
-    /// What a subscriber gets for `filter`: one line "topic qos retained payload" per message, at most `count` of
-    /// them, or fewer when no more come for a while.
+    /// What a subscriber gets for `filter`: one line "topic qos retained payload" per message, at
+    /// most `count` of them, or fewer when no more come for a while.
     std::vector<std::string> receive(const std::string& filter, int count) const;
 
-    /// Makes a session that lasts, under the subscriber's name, so that receive() with the same name gets what is
-    /// published in between with a quality of service above 0 (or 0, with the broker's queue_qos0_messages).
+    /// Makes a session that lasts, under the subscriber's name, so that receiveKept() with the
+    /// same name gets what is published in between with a quality of service above 0 (or 0, with the
+    /// broker's queue_qos0_messages).
     void keepFor(const std::string& subscriber, const std::string& filter) const;
 
     /// What was kept for `subscriber`, as receive() gives it.

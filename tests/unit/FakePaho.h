@@ -4,8 +4,9 @@
 #include <string>
 #include <vector>
 
-/// Stands in for the MQTT client library: a test program that uses this class supplies the library's calls itself, and
-/// nanosleep(2) as well, so that a hundred attempts take no time. Everything is recorded. One at a time.
+/// Stands in for the MQTT client library: a test program that uses this class supplies the
+/// library's calls itself, and nanosleep(2) as well, so that a hundred attempts take no time.
+/// Everything is recorded. One at a time.
 class FakePaho {
 public:
     FakePaho();

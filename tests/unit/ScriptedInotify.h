@@ -20,8 +20,8 @@ struct InotifyCalls {
 };
 
 /// Puts `calls` in front of the kernel while it lives. A program that has this class supplies these
-/// calls itself, before the C library. One at a time; the answers are given on the thread that makes
-/// the call, without a lock.
+/// calls itself, before the C library. One at a time; the answers are given on the thread that
+/// makes the call, without a lock.
 class ScriptedInotify {
 public:
     explicit ScriptedInotify(const InotifyCalls& calls);
