@@ -21,6 +21,11 @@ enum Request : unsigned {
     kGetBin1 = 0x8000421Bu
 };
 
+// The type of ioctl()'s request: unsigned long in glibc, int in musl.
+template <class Type>
+Type requestTypeOf(int (*)(int, Type, ...));
+using RequestWord = decltype(requestTypeOf(&ioctl));
+
 int gpio_ioctl(int request, unsigned int value) {
     static int device = -1; // opened once and never closed
     if (device < 0)
@@ -29,7 +34,8 @@ int gpio_ioctl(int request, unsigned int value) {
         return -1;
     // Through unsigned, so that the read requests' top bit is not spread over a 64-bit request
     // word; the driver takes the argument as a long.
-    return ioctl(device, static_cast<unsigned int>(request), static_cast<unsigned long>(value));
+    return ioctl(device, static_cast<RequestWord>(static_cast<unsigned int>(request)),
+                 static_cast<unsigned long>(value));
 }
 
 int drive(Request request, Gpio_State state) {
