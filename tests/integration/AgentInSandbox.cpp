@@ -3,6 +3,7 @@
 #include "Waiting.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <sstream>
@@ -18,6 +19,8 @@ using support::eventually;
 namespace {
 
 const std::string kBuild = std::string("TAVO_BUILD_DIR=") + TAVO_BUILD;
+// Far above what anything takes here, for machines that are busy with other things.
+constexpr std::chrono::seconds kDeadline(30);
 constexpr char kWaiting[] = "Waiting for a connection...\n";
 
 std::size_t occurrences(const std::string& text, const std::string& part) {
@@ -74,7 +77,7 @@ AgentInSandbox::AgentInSandbox(const std::string& wrapper,
 std::string AgentInSandbox::call(const std::string& message) {
     const std::size_t before = responses().size();
     if (!Client(socketPath()).send(message) || !waitForResponses(before + 1))
-        return "no response";
+        return "no response; diagnostics: " + errors();
     return responses()[before];
 }
 
@@ -95,15 +98,15 @@ std::vector<std::string> AgentInSandbox::responses() const {
 }
 
 bool AgentInSandbox::waitForResponses(std::size_t count) const {
-    return eventually([&] { return responses().size() >= count; });
+    return eventually([&] { return responses().size() >= count; }, kDeadline);
 }
 
 bool AgentInSandbox::waitForErrors(const std::string& expected) const {
-    return eventually([&] { return errors().find(expected) != std::string::npos; });
+    return eventually([&] { return errors().find(expected) != std::string::npos; }, kDeadline);
 }
 
 bool AgentInSandbox::waitUntilIdle(std::size_t times) const {
-    return eventually([&] { return occurrences(errors(), kWaiting) >= times; });
+    return eventually([&] { return occurrences(errors(), kWaiting) >= times; }, kDeadline);
 }
 
 void AgentInSandbox::signal(int signal) { kill(program_->pid(), signal); }
