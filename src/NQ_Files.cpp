@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -88,7 +89,10 @@ FILE* popen2(const std::string& command, const std::vector<std::string>& args,
     const int end = reading ? pipe.readEnd : pipe.writeEnd;
     if (child == 0 || end == -1)
         return nullptr; // explicit, as not every C library's fdopen() checks its descriptor
-    return fdopen(end, reading ? "r" : "w");
+    FILE* stream = fdopen(end, reading ? "r" : "w");
+    if (stream == nullptr)
+        close(end); // or a child that fills the pipe would be waited for in vain
+    return stream;
 }
 
 int pclose2(FILE* stream, int pid) {
@@ -175,7 +179,9 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-bool isSelfOrParent(const std::string& name) { return name == "." || name == ".."; }
+bool isSelfOrParent(const char* name) {
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
 
 void appendEntries(const std::string& path, bool recursive, std::vector<std::string>& files) {
     const Directory directory(opendir(path.c_str()));
@@ -184,13 +190,13 @@ void appendEntries(const std::string& path, bool recursive, std::vector<std::str
         return;
     }
     while (const dirent* entry = readdir(directory.get())) {
-        const std::string name = entry->d_name;
-        if (isSelfOrParent(name))
+        if (isSelfOrParent(entry->d_name))
             continue;
+        std::string file = path + "/" + entry->d_name;
         if (recursive && entry->d_type == DT_DIR)
-            appendEntries(path + "/" + name, true, files);
+            appendEntries(file, true, files);
         else
-            files.push_back(path + "/" + name);
+            files.push_back(std::move(file));
     }
 }
 
