@@ -418,9 +418,9 @@ INSTANTIATE_TEST_SUITE_P(gateway_agent, TheEnd, testing::Values(SIGTERM, SIGINT)
 TEST(gateway_agent, KillsAProgramThatIgnoresBeingEnded) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
-    client.send(request("process.run",
-                        R"({"command":"sh","arguments":["-c",)"
-                        R"("ulimit -t 20; trap '' TERM; echo >/tmp/begun; while :; do :; done"]})"));
+    client.send(request(
+        "process.run", R"({"command":"sh","arguments":["-c",)"
+                       R"("ulimit -t 20; trap '' TERM; echo >/tmp/begun; while :; do :; done"]})"));
     ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
     const support::Ran ran = agent.end(SIGTERM);
     EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":9,"exit_code":null,"signal":9)"));
