@@ -35,7 +35,7 @@ std::vector<std::string> samples() {
     std::vector<std::string> all;
     for (std::size_t size = 0; size <= 100; ++size)
         all.push_back(randomBytes(size));
-    for (const std::size_t size : {1023, 1024, 1025, 65536, 1000003})
+    for (const std::size_t size : std::vector<std::size_t>{1023, 1024, 1025, 65536, 1000003})
         all.push_back(randomBytes(size));
     return all;
 }

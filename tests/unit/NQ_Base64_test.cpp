@@ -109,7 +109,7 @@ TEST(NQ_Base64, ZeroBytesAreBytesLikeOthers) {
 }
 
 TEST(NQ_Base64, LongDataIsOneLineToo) {
-    for (const std::size_t size : {48, 49, 60, 1000, 1024, 5000, 1000000}) {
+    for (const std::size_t size : std::vector<std::size_t>{48, 49, 60, 1000, 1024, 5000, 1000000}) {
         const std::string data = randomBytes(size, 1);
         const std::string text = NQ_Base64::base64_encode(data);
         ASSERT_EQ((size + 2) / 3 * 4, text.size());

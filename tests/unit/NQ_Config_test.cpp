@@ -358,6 +358,14 @@ TEST(NQ_Config, ALongerFileIsReplacedWhole) {
     }
 }
 
+TEST(NQ_Config, AfterEncodedContentPlainContentIsWrittenAsItIs) {
+    Placed placed("QUJD", true);
+    placed.config.applyConfig();
+    printedBy([&] { init(placed.config, {"app1", "", "cfg", "app.json", "QUJD", false}); });
+    placed.config.applyConfig();
+    EXPECT_EQ("QUJD", readFile(placed.file));
+}
+
 TEST(NQ_Config, AFileThatCannotBeWrittenPassesSilently) {
     for (const bool isBase64 : {false, true}) {
         Placed placed("QUJD", isBase64);

@@ -462,6 +462,7 @@ TEST(NQ_System, ThePrintedNumberIsTheProcess) {
     EXPECT_EQ(12, idPrintedAs("echo '12 34'"));
     EXPECT_EQ(12, idPrintedAs("echo 12; echo 34"));
     EXPECT_EQ(77, idPrintedAs("printf '  77'"));
+    EXPECT_EQ(12, idPrintedAs("echo 012"));
     EXPECT_EQ(4711, idPrintedAs("echo 4711; exit 1"));
 }
 
