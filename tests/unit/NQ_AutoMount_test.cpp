@@ -7,6 +7,7 @@
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 #include "FakePrograms.h"
+#include "HeldThreads.h"
 #include "PrivateMounts.h"
 #include "ScriptedInotify.h"
 #include "TempDir.h"
@@ -26,7 +27,9 @@
 
 #include <fcntl.h>
 #include <sys/inotify.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -264,6 +267,28 @@ TEST_F(AutoMountOperations, StateChangesBeforeTheCallback) {
         EXPECT_THROW(object->onDeviceEjected(), std::runtime_error);
     });
     EXPECT_EQ("~AutoMount()\n", onDestruction()); // not mounted any more
+
+    (void)printedBy([&] {
+        object = std::make_unique<AutoMount>(
+            kDevice, directory.path(), [] { throw std::runtime_error("inserted"); }, callNothing);
+        ASSERT_TRUE(loop.wait());
+        EXPECT_THROW(object->onDeviceInserted(), std::runtime_error);
+    });
+    EXPECT_EQ("~AutoMount()\n" + running(umountLine()), onDestruction());
+}
+
+TEST_F(AutoMountOperations, DestructionUnmountsAfterTheOwnThreadHasEnded) {
+    HeldThreads threads;
+    bool ended = false;
+    commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, 0);
+    (void)printedBy([&] {
+        object = std::make_unique<AutoMount>(kDevice, directory.path(), callNothing,
+                                             [&] { ended = threads.joinsReach(1); });
+        ASSERT_TRUE(loop.wait());
+        object->onDeviceInserted();
+        object.reset();
+    });
+    EXPECT_TRUE(ended);
 }
 
 TEST_F(AutoMountOperations, NamesReachTheShellAsTheyAre) {
@@ -446,11 +471,28 @@ TEST(AutoMount, NodeThatCannotBeOpenedCountsAsAbsent) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
         LoopSeen loop;
+        FakePrograms programs;
+        programs.add("mount");
+        const std::string none = "AutoMount(PARS)\nAutoMount()\n~AutoMount()\n";
+        const auto printed = [&] {
+            return printedBy([&] {
+                const AutoMount object(kDevice, directory.path());
+                ASSERT_TRUE(loop.wait());
+            });
+        };
         ASSERT_EQ(0, symlink("/dev/nowhere", kNode.c_str()));
-        EXPECT_EQ("AutoMount(PARS)\nAutoMount()\n~AutoMount()\n", printedBy([&] {
-                      const AutoMount object(kDevice, directory.path());
-                      ASSERT_TRUE(loop.wait());
-                  }));
+        EXPECT_EQ(none, printed());
+        removeNode();
+
+        // A socket is there for everybody, and opened by nobody.
+        const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        kNode.copy(address.sun_path, sizeof address.sun_path - 1);
+        ASSERT_EQ(0, bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        EXPECT_EQ(none, printed());
+        close(listener);
+        EXPECT_THAT(programs.calls(), IsEmpty());
     });
 }
 

@@ -138,6 +138,15 @@ TEST(NQ_Mqtt, ClientCertificateBringsItsFilesAndThePassword) {
               connectLine(mqtt, paho));
 }
 
+TEST(NQ_Mqtt, KeyPasswordIsPassedOnWithoutTheClientCertificateToo) {
+    FakePaho paho;
+    NQ_Mqtt mqtt("broker", "gateway");
+    mqtt.setSslOpts("HIGH", "opener", 0, 0, "/etc/certs");
+    EXPECT_EQ(kDefaultConnect +
+                  " ssl='HIGH',server=0,trust=null,cert=null,key=null,password='opener'",
+              connectLine(mqtt, paho));
+}
+
 TEST(NQ_Mqtt, FlagsOtherThanOneArePassedOnButAttachNoFiles) {
     FakePaho paho;
     NQ_Mqtt mqtt("broker", "gateway");
