@@ -129,9 +129,10 @@ TEST(NQ_Popen, ExecuteNonblockReportsTheRawWaitStatus) {
 TEST(NQ_Popen, ExecuteNonblockReportsFailedWaiting) {
     const ScriptedCall waiting(Call::waitpid, ECHILD);
     Progress run;
-    NQ_Popen::executeNonblock("true", {}, run.onOutput(), run.onExit());
+    NQ_Popen::executeNonblock("true", {}, run.onOutput(), run.onExit(), run.onStart());
     run.wait();
-    EXPECT_THAT(run.events, ElementsAre("exit -1"));
+    EXPECT_THAT(run.events, ElementsAre("start", "exit -1"));
+    EXPECT_EQ(run.pid, wait(nullptr)) << "the child is left for us";
 }
 
 TEST(NQ_Popen, ExecuteNonblockReturnsWhileTheProgramStillRuns) {
