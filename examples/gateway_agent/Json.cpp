@@ -47,6 +47,7 @@ ParsedJson parseJson(const std::string& text) {
         return failed("ends too early");
     if (error != json_tokener_success)
         return failed(json_tokener_error_desc(error) + at(end));
+    // Older generations of json-c ignore what follows, also when strict.
     const std::size_t rest = text.find_first_not_of(" \t\r\n", end);
     if (rest != std::string::npos)
         return failed("something follows the value" + at(rest));

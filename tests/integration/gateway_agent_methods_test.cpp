@@ -242,6 +242,11 @@ TEST(gateway_agent_process_run, AnswersOutputAndBothReadingsOfTheStatus) {
               agent.call(script("kill -KILL $$")));
 }
 
+TEST(gateway_agent_process_run, KnowsTheStatusAlsoWhenItsOwnParentIgnoredChildren) {
+    AgentInSandbox agent("exec env --ignore-signal=CHLD \"$@\"", {"--allow", "sh"});
+    EXPECT_THAT(agent.call(script("exit 3")), HasSubstr(R"("raw_status":768,"exit_code":3)"));
+}
+
 TEST(gateway_agent_process_run, PassesArgumentsAsTheyAre) {
     AgentInSandbox agent({"--allow", "printf"});
     EXPECT_EQ(result(R"({"output":"[a b]['$x;`y`][]","truncated":false,"raw_status":0,)"

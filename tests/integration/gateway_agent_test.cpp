@@ -400,6 +400,25 @@ TEST_P(TheEnd, WaitsForARequestInProgress) {
     expectCleanEnd(agent, ran, GetParam());
 }
 
+TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
+    AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
+    support::runProgram({"mkdir", agent.file("/tmp/bin")});
+    support::writeFile(agent.file("/tmp/bin/ubus"),
+                       "#!/bin/sh\n"
+                       "if [ \"$3\" = get ]; then echo >/tmp/begun; sleep 0.2;\n"
+                       "echo '{\"values\":{\"a\":\"1\"}}'; fi\n",
+                       0755);
+    Client client(agent.socketPath());
+    client.send(request("uci.apply", R"({"config":"x","section":"y","values":{"a":"1"}})"));
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    const support::Ran ran = agent.end(GetParam());
+    EXPECT_EQ(result(R"({"config":"x","section":"y","existed":true,"exists":true,)"
+                     R"("values":{"a":"1"},"restarted":false})") +
+                  "\n",
+              ran.out);
+    expectCleanEnd(agent, ran, GetParam());
+}
+
 TEST_P(TheEnd, EndsAProgramThatGoesOn) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
@@ -481,6 +500,7 @@ TEST(gateway_agent, EndsWhenItsDescriptorsAreUsedUp) {
     EXPECT_EQ(1, ran.status);
     EXPECT_GT(served, 10u);
     EXPECT_LT(served, 64u);
+    EXPECT_THAT(ran.err, Not(HasSubstr("Error accepting"))) << "they were used up to the last";
     EXPECT_THAT(agent.log(), EndsWith("ERROR: gateway_agent: ended: no descriptors are left for "
                                       "further connections\n"));
     EXPECT_FALSE(support::exists(agent.socketPath()));
