@@ -324,7 +324,6 @@ TEST_F(AsyncWatcherRunnerTest, LeavesNoDescriptorAndNoThread) {
 }
 
 TEST(AsyncWatcherRunnerDeathTest, DestroyingARunningRunnerEndsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             AsyncWatcherRunner runner;

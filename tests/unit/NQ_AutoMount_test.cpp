@@ -604,7 +604,6 @@ TEST(AutoMount, NameWithItsDirectoryNeverMatchesAndIsMountedUnderDevTwice) {
 }
 
 TEST(AutoMountDeathTest, EmptyCallbackEndsTheProcessOnTheOwnThread) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const TempDir directory;
     EXPECT_EXIT(
         {
@@ -623,10 +622,9 @@ TEST(AutoMountDeathTest, EmptyCallbackEndsTheProcessOnTheOwnThread) {
 }
 
 TEST(AutoMountDeathTest, ExceptionOutOfTheConstructorsOwnMountEndsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const TempDir directory;
     EXPECT_EXIT(
         {
-            const TempDir directory;
             DeafLoop loop;
             const CapturedCommands commands;
             // A device that is there on every machine; nothing is mounted.
