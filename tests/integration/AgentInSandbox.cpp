@@ -66,8 +66,17 @@ AgentInSandbox::AgentInSandbox(const std::vector<std::string>& arguments)
 
 AgentInSandbox::AgentInSandbox(const std::string& wrapper,
                                const std::vector<std::string>& arguments) {
-    const std::vector<std::string> command = {
-        TAVO_SANDBOX_RUN, "--root", root_ / "gateway", "sh", "-c", wrapper, "sh", TAVO_AGENT};
+    // Whoever starts the tests in the background may have SIGINT ignored, which shells pass on.
+    const std::vector<std::string> command = {"env",
+                                              "--default-signal=INT,QUIT",
+                                              TAVO_SANDBOX_RUN,
+                                              "--root",
+                                              root_ / "gateway",
+                                              "sh",
+                                              "-c",
+                                              wrapper,
+                                              "sh",
+                                              TAVO_AGENT};
     program_ = std::make_unique<support::RunningProgram>(
         joined(joined(command, arguments), {"agent"}), std::vector<std::string>{kBuild});
     if (!waitUntilIdle(1))
