@@ -7,6 +7,6 @@ exported() {
 
 # describe LIBRARY HEADERS OUT: types and functions of the interface, as abidw sees them in the debug information.
 describe() {
-    abidw --headers-dir "$2" --no-corpus-path --no-comp-dir-path --short-locs --drop-private-types --type-id-style hash \
-        --out-file "$3" "$1"
+    abidw --headers-dir "$2" --no-corpus-path --no-comp-dir-path --no-show-locs --no-parameter-names --no-elf-needed \
+        --drop-private-types --exported-interfaces-only --type-id-style hash --out-file "$3" "$1"
 }
