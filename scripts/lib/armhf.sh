@@ -7,3 +7,8 @@ prepare_armhf() {
     install_missing "${armhf_packages[@]}"
     "$repo/scripts/armhf-sysroot" >/dev/null || die "the sysroot could not be made"
 }
+
+# left_out_of_armhf: prints one regular expression that matches the tests which the emulated run leaves out.
+left_out_of_armhf() {
+    grep -v '^\(#\|$\)' "$repo/tests/armhf-left-out.txt" | paste -sd '|'
+}
