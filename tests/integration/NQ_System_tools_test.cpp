@@ -120,7 +120,7 @@ TEST(NQ_System_tools, PidofFindsARunningProgramAndNoneThatHasEnded) {
     {
         RunningProgram running({copy.path, "hold"});
         copy.started(running);
-        EXPECT_EQ(running.pid(), NQ_System::getProcIdByName(copy.name));
+        ASSERT_EQ(running.pid(), NQ_System::getProcIdByName(copy.name));
         EXPECT_EQ(0, NQ_System::sendSIG2Proc(NQ_System::getProcIdByName(copy.name), SIGTERM));
         EXPECT_EQ(128 + SIGTERM, running.wait().status);
     }
