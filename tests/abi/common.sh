@@ -8,5 +8,6 @@ exported() {
 # describe LIBRARY HEADERS OUT: types and functions of the interface, as abidw sees them in the debug information.
 describe() {
     abidw --headers-dir "$2" --no-corpus-path --no-comp-dir-path --no-show-locs --no-parameter-names --no-elf-needed \
-        --drop-private-types --exported-interfaces-only --type-id-style hash --out-file "$3" "$1"
+        --drop-private-types --exported-interfaces-only --type-id-style hash "$1" |
+        sed "s|path='${2%/include}/|path='|" >"$3" # where the sources lie does not matter
 }
