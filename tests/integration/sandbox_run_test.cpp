@@ -15,6 +15,7 @@
 #include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -50,6 +51,11 @@ public:
     explicit Terminal(const Arguments& arguments) {
         pid_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
         if (pid_ == 0) {
+            // The echo of a key and what the key brings about may come in either order.
+            termios settings{};
+            tcgetattr(STDIN_FILENO, &settings);
+            settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+            tcsetattr(STDIN_FILENO, TCSANOW, &settings);
             setenv("TAVO_BUILD_DIR", TAVO_BUILD_DIR, 1);
             std::vector<char*> argv;
             for (const std::string& argument : arguments)
@@ -467,7 +473,7 @@ TEST_F(SandboxRunRoot, CtrlCAtATerminalReachesTheProgramOnce) {
         support::writeFile(directory_ / "go", "");
         terminal.type("text\n");
         EXPECT_EQ(3, terminal.wait());
-        EXPECT_EQ("ready\r\n^Ccaught\r\ntext\r\ngot text\r\n", terminal.text());
+        EXPECT_EQ("ready\r\ncaught\r\ngot text\r\n", terminal.text());
         unlink((directory_ / "go").c_str());
     }
 }
