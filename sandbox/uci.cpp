@@ -60,7 +60,6 @@ std::string joined(const uci::Option& option, bool quoted) {
 }
 
 void commit(const Store& store, const std::string& argument) {
-    const Store::Lock lock(store);
     for (const std::string& package : packagesNamed(store, argument))
         store.commit(package);
 }
@@ -172,7 +171,9 @@ int main(int argc, char* argv[]) {
         return 255;
     }
     try {
-        command->run(Store::ofEnvironment(), arguments.size() == 2 ? arguments[1] : "");
+        const Store store = Store::ofEnvironment();
+        const Store::Lock lock(store);
+        command->run(store, arguments.size() == 2 ? arguments[1] : "");
     } catch (const std::exception& error) {
         if (!quiet)
             std::cerr << "uci: " << error.what() << "\n";

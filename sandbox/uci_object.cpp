@@ -240,9 +240,9 @@ std::string remove(const Store& store, json_object* arguments) {
 
 Outcome call(const Store& store, const std::string& method, json_object* arguments) {
     try {
+        const Store::Lock lock(store);
         if (method == "get")
             return {Status::Ok, get(store, arguments)};
-        const Store::Lock lock(store);
         if (method == "add")
             return {Status::Ok, add(store, arguments)};
         if (method == "set")

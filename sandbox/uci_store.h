@@ -24,8 +24,7 @@ struct Change {
     std::string value;  ///< the type for the first two kinds, empty for the deletions
 };
 
-/// Does one change to a package in memory. A change that finds nothing to do is no error, so that a
-/// list of changes may be done twice.
+/// Does one change to a package in memory. A change that finds nothing to do is no error.
 void apply(const Change& change, Package& package);
 
 /// The packages of one gateway: a directory of files, and a directory with the changes to each of
@@ -53,7 +52,9 @@ public:
     /// Writes the pending changes into the package's file; without one the file is not touched.
     void commit(const std::string& package) const;
 
-    /// Keeps other processes from changing anything while it lives.
+    /// Keeps other processes from changing anything while it lives. Readers need it as well: between
+    /// a commit's two steps, a package has the pending changes both in its file and beside it, and a
+    /// list would be read with its new elements twice.
     class Lock {
     public:
         explicit Lock(const Store& store);

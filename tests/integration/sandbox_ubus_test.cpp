@@ -1,6 +1,7 @@
 // The sandbox's `ubus` and `uci` on files of their own: what they print, refuse and write.
 #include "RunProgram.h"
 #include "TempDir.h"
+#include "Waiting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -560,6 +564,28 @@ TEST_F(SandboxUbus, SimultaneousChangesAreAllKept) {
     const std::string text = committed();
     for (int i = 0; i < 12; ++i)
         EXPECT_THAT(text, HasSubstr("\toption o" + std::to_string(i) + " 'v'\n"));
+}
+
+TEST_F(SandboxUbus, ReadersWaitForACommitToBeDone) {
+    ASSERT_EQ(0, mkdir((directory_ / "pending").c_str(), 0755));
+    const std::vector<std::vector<std::string>> readers = {
+        {"ubus", "call", "uci", "get", R"({"config":"network"})"},
+        {"uci", "show"},
+        {"uci", "get", "network.lan.dns"},
+        {"uci", "changes"}};
+    for (std::vector<std::string> reader : readers) {
+        reader.front() = std::string(TAVO_SANDBOX_BIN) + "/" + reader.front();
+        const int lock = open((directory_ / "pending").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ASSERT_EQ(0, flock(lock, LOCK_EX)); // as a commit does
+        support::RunningProgram program(reader, {"TAVO_UCI_CONFIG_DIR=" + config(),
+                                                 "TAVO_UCI_PENDING_DIR=" + directory_ / "pending"});
+        const std::string waiting = " -> FLOCK  ADVISORY  WRITE " + std::to_string(program.pid());
+        EXPECT_TRUE(support::eventually([&] {
+            return support::readFile("/proc/locks").find(waiting + " ") != std::string::npos;
+        })) << reader[1];
+        close(lock);
+        EXPECT_EQ(0, program.wait().status);
+    }
 }
 
 // --- reading --------------------------------------------------------------------------------------
