@@ -27,13 +27,14 @@
 ///     if (pid == 0)
 ///         _exit(127);
 /// @endcode
-/// A null stream with another `pid` means that no pipe could be made; the child still is to be
-/// waited for.
+/// A null stream with another `pid` means that no pipe, or no stream for it, could be made; the child
+/// still is to be waited for.
 ///
 /// Writing to a program that has ended raises SIGPIPE, which ends the process unless it is ignored.
 ///
-/// The descriptors are not close-on-exec: a child started meanwhile inherits them. A caller whose
-/// descriptors 0 to 2 are closed gets no output.
+/// The descriptors are not close-on-exec: a child started meanwhile inherits them. Keep descriptors
+/// 0 to 2 open: where one of them is closed, an end of the pipe can take its number, and the child
+/// loses that output or its input.
 TAVO_API FILE* popen2(const std::string& command, const std::vector<std::string>& args,
                       const std::string& type, int& pid);
 
@@ -60,15 +61,18 @@ namespace file {
 ///
 /// Failure: a failing fork() ends the process with exit(1), except in executeInsecure(). A program
 ///          that cannot be executed gives the text "execvp: " and the reason as its output, and
-///          exit code 127. Where SIGCHLD is ignored, statuses are -1 (255 from executeInsecure()).
+///          exit code 127 (in executeInsecure() the shell complains on its standard error instead).
+///          Where SIGCHLD is ignored, statuses are -1 (255 from executeInsecure()).
+/// Signals: a handler that was installed without SA_RESTART and runs while output is awaited ends
+///          the output of execute() and executeNonblock() there; executeInsecure() reads on.
 /// Threads: no state; any thread. Output is read up to each NUL byte of a piece: it is meant for
 ///          text.
 class TAVO_API NQ_Popen {
 public:
     /// Runs a command line by the shell, through popen(3), and returns its standard output.
     /// `status` receives the exit code alone, 0 to 255. Throws std::runtime_error "popen() failed!"
-    /// when the shell cannot be started. Nothing is quoted: give no text from outside. A read error
-    /// keeps the call turning.
+    /// when popen(3) fails, and leaves `status` alone. Nothing is quoted: give no text from outside.
+    /// After a read error it reads on, without end while the error stays.
     static std::string executeInsecure(const std::string& command, int& status);
     /// The same without the status.
     static std::string executeInsecure(const std::string& command);
@@ -104,8 +108,9 @@ public:
     /// order, without "." and "..".
     ///
     /// Flat, sub-directories are listed like files. Recursive, they are replaced by what is in
-    /// them; links are listed, never followed. A directory that cannot be opened contributes
-    /// nothing but a perror() line "opendir: Path does not exist or could not be read.".
+    /// them; links are listed, never followed, and so are directories on a file system that does not
+    /// tell types (DT_UNKNOWN). A directory that cannot be opened contributes nothing but a perror()
+    /// line "opendir: Path does not exist or could not be read.".
     static std::vector<std::string> getFilesFromDir(const std::string& path, bool recursive);
     /// The same, flat.
     static std::vector<std::string> getFilesFromDir(const std::string& path);

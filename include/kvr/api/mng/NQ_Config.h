@@ -41,8 +41,8 @@ public:
     void init(std::string appID, std::string agentID, std::string subDir, std::string fileName,
               std::string content, bool isBase64);
 
-    /// Whether the content, as received, parses as JSON; prints "Configuration NOT VALID" when not.
-    /// Not for base64 content.
+    /// Whether the content, as received, parses as JSON; when not, prints "Unable to parse json" and
+    /// "Configuration NOT VALID". Not for base64 content.
     bool checkConfig();
 
     /// Writes the file anew: the content as it is, or the bytes that its base64 text stands for.

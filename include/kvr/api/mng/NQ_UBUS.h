@@ -20,7 +20,8 @@ namespace mng {
 ///          whose value is "" is deleted; "values":{} deletes the whole section.
 /// Failure: only checkConfig() tells a text that does not parse. The statuses of commands are
 ///          ignored. Progress is printed on standard output. A "config", "section", "type" or
-///          "values" member that is null raises std::logic_error.
+///          "values" member that is null raises std::logic_error in init(), and a null option in
+///          checkConfig().
 /// Threads: one at a time; commands run synchronously. fork() failing ends the process (see
 ///          popen2() in NQ_Files.h).
 ///
@@ -29,8 +30,9 @@ namespace mng {
 ///          can run any command. Check such text before it comes here.
 class TAVO_API NQ_UBUS {
 public:
-    /// Stores and parses `cfg`. The readers below keep their earlier values when it does not parse
-    /// ("Unable to parse json" is printed then) or is empty.
+    /// Stores and parses `cfg`, and takes the four fields from it, in the order config, section,
+    /// type, values. They keep their earlier values when it is empty or does not parse ("Unable to
+    /// parse json" is printed then); getJsonCfg() gives the new text nevertheless.
     void init(const std::string& cfg);
 
     /// The text last given to init().

@@ -19,7 +19,8 @@ public:
     /// text from outside. Throws what NQ_Logger::instance() throws.
     static int runScript(const std::string& script);
 
-    /// kill(2).
+    /// kill(2), and what it returned: 0, or -1 with errno set. Trap: `pid` 0, which
+    /// getProcIdByName() gives for none, is the caller's whole process group.
     static int sendSIG2Proc(int pid, int signal);
 
     /// The target of a symbolic link, cut at 4095 bytes; empty when it cannot be read.
@@ -57,11 +58,11 @@ public:
     /// process.
     static std::string get_uboot_env_setting(const std::string& name);
 
-    /// The U-Boot variable "sn".
+    /// The U-Boot variable "sn". Throws what get_uboot_env_setting() throws.
     static std::string getDeviceSerialNumber();
 
-    /// "portID" of /opt/apps/ZEQ/cfg/ZEQ.json, the serial port's configuration; "1" when there is
-    /// no such file, "" when it has no such key. A file that does not parse ("Unable to parse json"
+    /// "portID" of /opt/apps/ZEQ/cfg/ZEQ.json, the serial port's configuration; "1" when that file
+    /// cannot be opened, "" when it has no such key. A file that does not parse ("Unable to parse json"
     /// is printed) has no keys; a key that is null raises std::logic_error.
     static std::string getPortId();
 
