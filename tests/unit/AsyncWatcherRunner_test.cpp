@@ -234,11 +234,13 @@ TEST_F(AsyncWatcherRunnerTest, StopWaitsForTheCallbackInProgress) {
     bool inCallback = false;
     bool mayReturn = false;
     bool callbackDone = false;
+    bool runningInCallback = false;
     arrivals.action = [&] {
         std::unique_lock<std::mutex> lock(guard);
         inCallback = true;
         changed.notify_all();
         changed.wait(lock, [&] { return mayReturn; });
+        runningInCallback = runner.isRunning(); // while the owner waits in stopWatcher()
         callbackDone = true;
     };
     watchDirectory();
@@ -257,6 +259,8 @@ TEST_F(AsyncWatcherRunnerTest, StopWaitsForTheCallbackInProgress) {
     });
     runner.stopWatcher();
     EXPECT_TRUE(callbackDone);
+    EXPECT_TRUE(runningInCallback);
+    EXPECT_FALSE(runner.isRunning());
     helper.join();
 }
 

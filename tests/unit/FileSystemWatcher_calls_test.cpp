@@ -19,6 +19,7 @@
 
 namespace {
 
+using support::CapturedOutput;
 using support::errorsOf;
 using support::printedBy;
 using testing::ElementsAre;
@@ -157,6 +158,25 @@ TEST(FileSystemWatcherCalls, FailedReadIsPrintedAndTheLoopGoesOn) {
                     record(1, IN_CREATE, "still")};
     EXPECT_EQ("read: -1\nread: -1\n", printedBy([&] { kernel.serve(watcher); }));
     EXPECT_THAT(recorder.seen, ElementsAre("still 100"));
+}
+
+TEST(FileSystemWatcherCalls, LinesArePrintedAtOnce) {
+    PlayedKernel kernel;
+    kernel.numbers = {{"/missing", -1}};
+    kernel.reads = {PlayedKernel::kReadFails};
+    FileSystemWatcher watcher;
+    Recorder recorder;
+    std::string afterAttaching;
+    std::string afterReading;
+    {
+        const CapturedOutput output;
+        watcher.attachWatcher(recorder.of("/missing"));
+        afterAttaching = output.written();
+        kernel.serve(watcher);
+        afterReading = output.written();
+    }
+    EXPECT_EQ("Couldn't add watch to /missing ERROR: No such file or directory\n", afterAttaching);
+    EXPECT_EQ(afterAttaching + "read: -1\n", afterReading);
 }
 
 TEST(FileSystemWatcherCalls, EmptyReadIsIgnored) {

@@ -11,6 +11,7 @@
 #include "HeldThreads.h"
 #include "TempDir.h"
 
+#include <atomic>
 #include <csignal>
 #include <functional>
 #include <memory>
@@ -30,6 +31,7 @@ namespace {
 
 using kvr::api::AutoMount;
 using support::CapturedCommands;
+using support::CapturedOutput;
 using support::exists;
 using support::FakePrograms;
 using support::openDescriptors;
@@ -81,7 +83,92 @@ protected:
     std::unique_ptr<AutoMount> object;
 };
 
+/// Looks on while the object is made and destroyed.
+class WatchedLife : public DeafLoop {
+public:
+    WatchedLife() {
+        calls_.addWatch = [this](int, const std::string&, std::uint32_t) {
+            printedBeforeWatch = output_.written();
+            threadsBeforeWatch = threads.made();
+            return 1;
+        };
+        calls_.poll = [this](pollfd* polled, nfds_t count, int) {
+            if (ending && !printedWhileLoopRuns) {
+                waiting = true;
+                printedWhileLoopRuns =
+                    support::eventually([&] { return written().find('~') != std::string::npos; });
+            }
+            begun = true;
+            return kernelPoll(polled, count, 5);
+        };
+    }
+
+    std::string written() const { return output_.written(); }
+
+    /// Keeps the loop from going on before the destructor has printed its line.
+    void letLoopWaitForTheEnd() {
+        ending = true;
+        EXPECT_TRUE(support::eventually([&] { return waiting.load(); }));
+    }
+
+    HeldThreads threads;
+    std::string printedBeforeWatch;
+    int threadsBeforeWatch = -1;
+    std::atomic<bool> begun{false};
+    std::atomic<bool> printedWhileLoopRuns{false};
+
+private:
+    std::atomic<bool> ending{false};
+    std::atomic<bool> waiting{false};
+    CapturedOutput output_;
+};
+
 } // namespace
+
+TEST(AutoMountLife, WatchesThenStartsItsThreadThenLooksForTheDevice) {
+    const TempDir directory;
+    const CapturedCommands commands; // none is run
+    int threadsWhenMounted = -1;
+    WatchedLife life;
+    // A device that is there on every machine.
+    const AutoMount object(
+        "null", directory.path(), [&] { threadsWhenMounted = life.threads.made(); }, callNothing);
+    EXPECT_TRUE(support::eventually([&] { return life.begun.load(); }));
+    EXPECT_EQ(0, life.threadsBeforeWatch);
+    EXPECT_EQ(1, threadsWhenMounted);
+    EXPECT_THAT(commands.lines(), ElementsAre("mount /dev/null " + directory.path()));
+}
+
+TEST(AutoMountLife, PrintsEveryLineAtOnce) {
+    const TempDir directory;
+    const CapturedCommands commands;
+    std::string afterConstruction;
+    std::string afterEvent;
+    std::string directoryMade;
+    {
+        WatchedLife life;
+        auto object = std::make_unique<AutoMount>(kDevice, directory.path());
+        EXPECT_TRUE(support::eventually([&] { return life.begun.load(); }));
+        EXPECT_EQ("AutoMount(PARS)\n", life.printedBeforeWatch);
+        afterConstruction = life.written();
+        handleDevEvent(Watcher("", 0, nullptr, nullptr), "other", IN_CREATE, object.get());
+        afterEvent = life.written();
+        life.letLoopWaitForTheEnd();
+        object.reset();
+        EXPECT_TRUE(life.printedWhileLoopRuns);
+    }
+    EXPECT_EQ("AutoMount(PARS)\nAutoMount()\n", afterConstruction);
+    EXPECT_EQ(afterConstruction + event("other", 256), afterEvent);
+    {
+        WatchedLife life;
+        const AutoMount object(kDevice, directory / "new");
+        EXPECT_TRUE(support::eventually([&] { return life.begun.load(); }));
+        directoryMade = life.printedBeforeWatch;
+    }
+    EXPECT_EQ("AutoMount(PARS)\nDirectory " + directory / "new" +
+                  " does not exist, creating it...\n",
+              directoryMade);
+}
 
 TEST_F(AutoMountOperations, WatchesCreationsAndDeletionsUnderDev) {
     make(0);

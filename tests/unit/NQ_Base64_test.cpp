@@ -16,10 +16,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/bio.h>
 
 namespace {
 
 std::set<FILE*> memoryStreams; // those open
+std::set<BIO*> chains;         // by their first filter, those that are not freed
 
 template <class Function>
 Function* next(const char* name) {
@@ -36,6 +38,16 @@ FILE* fmemopen(void* buffer, std::size_t size, const char* mode) noexcept {
         next<FILE*(void*, std::size_t, const char*)>("fmemopen")(buffer, size, mode);
     memoryStreams.insert(stream);
     return stream;
+}
+
+BIO* BIO_push(BIO* first, BIO* rest) {
+    chains.insert(first);
+    return next<decltype(BIO_push)>("BIO_push")(first, rest);
+}
+
+void BIO_free_all(BIO* chain) {
+    chains.erase(chain);
+    next<decltype(BIO_free_all)>("BIO_free_all")(chain);
 }
 
 int fclose(FILE* stream) {
@@ -250,6 +262,7 @@ TEST(NQ_Base64, NothingIsPrintedAndNothingStaysOpen) {
     EXPECT_EQ("", support::printedBy(work));
     EXPECT_EQ("", support::errorsOf(work));
     EXPECT_THAT(memoryStreams, testing::IsEmpty());
+    EXPECT_THAT(chains, testing::IsEmpty());
     EXPECT_THAT(support::openedSince(before), testing::IsEmpty());
 }
 

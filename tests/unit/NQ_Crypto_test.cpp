@@ -8,13 +8,81 @@
 #include <cstring>
 #include <initializer_list>
 #include <random>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include <dlfcn.h>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+
+namespace {
+
+std::set<EVP_CIPHER_CTX*> contexts; // those that are not freed
+std::string failing; // the call that is to tell `failure`, after it has done its work
+int failure = 0;
+
+template <class Function>
+Function* next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+int told(const char* name, int result) { return failing == name ? failure : result; }
+
+} // namespace
+
+// In front of OpenSSL's, to see what becomes of a context and to make each step fail.
+extern "C" {
+
+EVP_CIPHER_CTX* EVP_CIPHER_CTX_new() {
+    if (failing == "EVP_CIPHER_CTX_new")
+        return nullptr;
+    EVP_CIPHER_CTX* const context = next<decltype(EVP_CIPHER_CTX_new)>("EVP_CIPHER_CTX_new")();
+    contexts.insert(context);
+    return context;
+}
+
+void EVP_CIPHER_CTX_free(EVP_CIPHER_CTX* context) {
+    contexts.erase(context);
+    next<decltype(EVP_CIPHER_CTX_free)>("EVP_CIPHER_CTX_free")(context);
+}
+
+int EVP_EncryptInit_ex(EVP_CIPHER_CTX* context, const EVP_CIPHER* cipher, ENGINE* engine,
+                       const unsigned char* key, const unsigned char* iv) {
+    return told(__func__,
+                next<decltype(EVP_EncryptInit_ex)>(__func__)(context, cipher, engine, key, iv));
+}
+
+int EVP_EncryptUpdate(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength,
+                      const unsigned char* in, int inLength) {
+    return told(__func__,
+                next<decltype(EVP_EncryptUpdate)>(__func__)(context, out, outLength, in, inLength));
+}
+
+int EVP_EncryptFinal_ex(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength) {
+    return told(__func__, next<decltype(EVP_EncryptFinal_ex)>(__func__)(context, out, outLength));
+}
+
+int EVP_DecryptInit_ex(EVP_CIPHER_CTX* context, const EVP_CIPHER* cipher, ENGINE* engine,
+                       const unsigned char* key, const unsigned char* iv) {
+    return told(__func__,
+                next<decltype(EVP_DecryptInit_ex)>(__func__)(context, cipher, engine, key, iv));
+}
+
+int EVP_DecryptUpdate(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength,
+                      const unsigned char* in, int inLength) {
+    return told(__func__,
+                next<decltype(EVP_DecryptUpdate)>(__func__)(context, out, outLength, in, inLength));
+}
+
+int EVP_DecryptFinal_ex(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength) {
+    return told(__func__, next<decltype(EVP_DecryptFinal_ex)>(__func__)(context, out, outLength));
+}
+}
 
 namespace {
 
@@ -312,6 +380,14 @@ TEST(NQ_Crypto, DamageBeforeTheLastTwoBlocksIsNotNoticed) {
     EXPECT_EQ(Bytes(plain.begin() + 32, plain.end()), Bytes(back.begin() + 32, back.end()));
 }
 
+TEST(NQ_Crypto, EveryContextIsFreed) {
+    NQ_Crypto crypto = initialised({"abc"});
+    const Bytes cipher = encrypted(crypto, randomBytes(20, 14));
+    EXPECT_THAT(contexts, testing::IsEmpty());
+    decrypted(crypto, cipher);
+    EXPECT_THAT(contexts, testing::IsEmpty());
+}
+
 TEST(NQ_Crypto, NothingIsPrintedAndNoErrorIsLeftInTheQueue) {
     const auto work = [] {
         NQ_Crypto crypto = initialised({"abc"});
@@ -378,6 +454,26 @@ TEST_F(NQ_CryptoDeathTest, ANegativeLengthAbortsTheProcess) {
                 "");
     EXPECT_EXIT(crypto.decrypt(cipher.data(), -16, cipher.data()), testing::KilledBySignal(SIGABRT),
                 "");
+}
+
+TEST_F(NQ_CryptoDeathTest, EveryResultOtherThanOneAbortsTheProcess) {
+    for (const int result : {0, -1, 2}) {
+        for (const char* call : {"EVP_EncryptInit_ex", "EVP_EncryptUpdate", "EVP_EncryptFinal_ex"})
+            EXPECT_EXIT(failing = call; failure = result;
+                        encrypted(crypto, Bytes(40, 'x')), testing::KilledBySignal(SIGABRT), "^$")
+                << call << ' ' << result;
+        for (const char* call : {"EVP_DecryptInit_ex", "EVP_DecryptUpdate", "EVP_DecryptFinal_ex"})
+            EXPECT_EXIT(failing = call; failure = result;
+                        decrypted(crypto, cipher), testing::KilledBySignal(SIGABRT), "^$")
+                << call << ' ' << result;
+    }
+}
+
+TEST_F(NQ_CryptoDeathTest, NoContextAbortsTheProcess) {
+    EXPECT_EXIT(failing = "EVP_CIPHER_CTX_new";
+                encrypted(crypto, Bytes(40, 'x')), testing::KilledBySignal(SIGABRT), "^$");
+    EXPECT_EXIT(failing = "EVP_CIPHER_CTX_new";
+                decrypted(crypto, cipher), testing::KilledBySignal(SIGABRT), "^$");
 }
 
 TEST_F(NQ_CryptoDeathTest, HandleErrorsPrintsTheQueueAndAborts) {
