@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -156,6 +157,25 @@ TEST(StdInReader, AFlagSetByAnObserverLeavesTheNextLineUnread) {
     Channel channel(1);
     channel.input.write("a\nb\n");
     EXPECT_EQ("a\n", channel.run());
+    EXPECT_EQ(2, channel.input.unread());
+}
+
+TEST(StdInReader, ALineThatWasReadIsAnnouncedThoughTheFlagIsSetDuringItsEcho) {
+    Channel channel(1);
+    channel.input.write("a\nb\n");
+    struct StopsAtTheEcho : std::stringbuf {
+        explicit StopsAtTheEcho(bool& flag) : stop(flag) {}
+        int sync() override {
+            stop = true;
+            return 0;
+        }
+        bool& stop;
+    } echo(channel.stop);
+    std::streambuf* const before = std::cout.rdbuf(&echo);
+    channel.reader.loop(channel.stop);
+    std::cout.rdbuf(before);
+    EXPECT_EQ("a\n", echo.str());
+    EXPECT_THAT(channel.lines, ElementsAre("a"));
     EXPECT_EQ(2, channel.input.unread());
 }
 
