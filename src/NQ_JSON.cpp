@@ -101,7 +101,7 @@ std::string NQ_JSON::get_json_obj_as_string(const std::string& key) const {
     json_object* member = nullptr;
     if (!json_object_object_get_ex(obj, key.c_str(), &member))
         return std::string();
-    return json_object_to_json_string_ext(member, JSON_C_TO_STRING_PLAIN);
+    return required(json_object_to_json_string_ext(member, JSON_C_TO_STRING_PLAIN));
 }
 
 int NQ_JSON::get_json_int(const std::string& key) const {

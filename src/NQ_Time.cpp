@@ -31,7 +31,9 @@ void NQ_Time::sNow() {
     try {
         std::ostream& out = detail::out();
         out << "UTC timestamp:";
-        if (const char* text = std::asctime(std::gmtime(&now)))
+        // Not every C library's asctime() takes the null of a time without a calendar date.
+        const tm* parts = std::gmtime(&now);
+        if (const char* text = parts != nullptr ? std::asctime(parts) : nullptr)
             out << text;
         else
             out.setstate(std::ios::badbit);
