@@ -2,6 +2,7 @@
 
 #include "JsonLifetime.h"
 
+#include <climits>
 #include <stdexcept>
 #include <string>
 
@@ -51,6 +52,14 @@ TEST(NQ_JSON_readers, GetJsonObjAsStringGivesPlainJson) {
     EXPECT_EQ("[\"x\",2,null,{\"k\":\"v\"}]", json.get_json_obj_as_string("list"));
 }
 
+TEST(NQ_JSON_readers, SlashesAreEscapedInJsonTextButNotInCharacters) {
+    const NQ_JSON json("{\"o\":{\"path\":\"/a/b\"},\"path\":\"/a/b\"}");
+    EXPECT_EQ("{\"path\":\"\\/a\\/b\"}", json.get_json_obj_as_string("o"));
+    EXPECT_EQ("\"\\/a\\/b\"", json.get_json_obj_as_string("path"));
+    EXPECT_EQ("{ \"path\": \"\\/a\\/b\" }", json.get_json_string("o"));
+    EXPECT_EQ("/a/b", json.get_json_string("path"));
+}
+
 TEST(NQ_JSON_readers, GetJsonIntConverts) {
     const NQ_JSON json(kDocument);
     EXPECT_EQ(5, json.get_json_int("number"));
@@ -62,12 +71,16 @@ TEST(NQ_JSON_readers, GetJsonIntConverts) {
     EXPECT_EQ(0, json.get_json_int("nothing"));
     EXPECT_EQ(0, json.get_json_int("object"));
     EXPECT_EQ(-7, NQ_JSON("{\"n\":-7}").get_json_int("n"));
+    // Too large for an int: json-c gives the nearest.
+    EXPECT_EQ(INT_MAX, NQ_JSON("{\"n\":5000000000}").get_json_int("n"));
+    EXPECT_EQ(INT_MIN, NQ_JSON("{\"n\":-5000000000}").get_json_int("n"));
 }
 
 TEST(NQ_JSON_readers, GetJsonDoubleConverts) {
     const NQ_JSON json(kDocument);
     EXPECT_EQ(5.0, json.get_json_double("number"));
     EXPECT_EQ(1.5, json.get_json_double("fraction"));
+    EXPECT_EQ(0.1, NQ_JSON("{\"n\":0.1}").get_json_double("n"));
     EXPECT_EQ(12.0, json.get_json_double("digits"));
     EXPECT_EQ(1.0, json.get_json_double("yes"));
     EXPECT_EQ(0.0, json.get_json_double("text"));
@@ -130,7 +143,8 @@ TEST(NQ_JSON_readers, ReadersSeeChangesAtOnce) {
 TEST(NQ_JSON_readers, OnlyAnArrayIsAnArray) {
     EXPECT_TRUE(NQ_JSON("[]").json_object_is_array());
     EXPECT_FALSE(NQ_JSON("{}").json_object_is_array());
-    EXPECT_FALSE(NQ_JSON("\"[]\"").json_object_is_array());
+    for (const char* text : {"\"[]\"", "1 ", "1.5 ", "true ", "null "})
+        EXPECT_FALSE(NQ_JSON(std::string(text)).json_object_is_array()) << text;
     EXPECT_FALSE(NQ_JSON(static_cast<const json_object*>(nullptr)).json_object_is_array());
 }
 

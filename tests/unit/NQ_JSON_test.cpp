@@ -101,6 +101,13 @@ TEST(NQ_JSON, NestingIsLimitedToThirtyTwoLevels) {
     EXPECT_EQ(kComplaint, output.text());
 }
 
+TEST(NQ_JSON, TheParserIsAsLenientAsJsonCIsByDefault) {
+    CapturedOutput output;
+    EXPECT_EQ("{ \"a\": \"x\", \"b\": 2 }", NQ_JSON("{'a':'x', /* why */ \"b\":2}").asString());
+    EXPECT_EQ("\xff", NQ_JSON("\"\xff\"").asString()); // bytes that are no UTF-8
+    EXPECT_EQ("", output.text());
+}
+
 TEST(NQ_JSON, TheComplaintIsFlushed) {
     const support::ForkedChild child = support::inForkedChild([] {
         NQ_JSON("");
