@@ -10,11 +10,14 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -133,16 +136,22 @@ TEST(NQ_Sockets, NoDescriptorIsEverClosed) {
     {
         Scene scene;
         EXPECT_THAT(openedSince(before), SizeIs(1));
-        // A complete visit, one that a bad length ends, and one that an observer's exception ends.
+        // A complete visit, one that a bad length ends, one that an observer's exception ends, and
+        // two that fail in recv(): of the length, then of the payload.
+        const ScriptedCall receiving(Call::recv, [](int number) {
+            return number == 7 || number == 9 ? ECONNRESET : ScriptedCall::kPassOn;
+        });
         scene.recorder.alsoDo = [&] {
             if (scene.recorder.heard.back() == "bad")
                 throw std::runtime_error("bad");
         };
         scene.serve({scene.sends(message("one")), scene.sends(lengthPrefix(UINT32_MAX)),
-                     scene.sends(message("bad"))});
-        EXPECT_THAT(openedSince(before), SizeIs(1 + 1 + 3));
+                     scene.sends(message("bad")), scene.sends(message("lost")),
+                     scene.sends(message("lost"))});
+        EXPECT_EQ(9, receiving.count());
+        EXPECT_THAT(openedSince(before), SizeIs(1 + 1 + 5));
     }
-    EXPECT_THAT(openedSince(before), SizeIs(5)) << "the destructor closes nothing";
+    EXPECT_THAT(openedSince(before), SizeIs(7)) << "the destructor closes nothing";
 }
 
 TEST(NQ_Sockets, TheDestructorLeavesTheSocketFile) {
@@ -150,6 +159,21 @@ TEST(NQ_Sockets, TheDestructorLeavesTheSocketFile) {
     { const NQ_Sockets server(socketName.name.c_str()); }
     EXPECT_TRUE(support::exists(socketName.path));
     EXPECT_EQ(0, Client(socketName.path).error()) << "its descriptor still listens";
+}
+
+TEST(NQ_Sockets, ListensOnAPlainStreamSocket) {
+    const SocketName socketName;
+    const auto before = openDescriptors();
+    const NQ_Sockets server(socketName.name.c_str());
+    const auto opened = openedSince(before);
+    ASSERT_THAT(opened, SizeIs(1));
+    const int descriptor = *opened.begin();
+    int type = 0;
+    socklen_t size = sizeof type;
+    ASSERT_EQ(0, getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size));
+    EXPECT_EQ(SOCK_STREAM, type);
+    EXPECT_EQ(0, fcntl(descriptor, F_GETFD) & FD_CLOEXEC);
+    EXPECT_EQ(0, fcntl(descriptor, F_GETFL) & O_NONBLOCK);
 }
 
 TEST(NQ_Sockets, ListensWithABacklogOfFive) {
@@ -206,6 +230,16 @@ TEST(NQ_Sockets, AFailingSocketEndsTheProcess) {
             const NQ_Sockets server("never");
         },
         ExitedWithCode(1), Eq("socket: Too many open files\n"));
+}
+
+TEST(NQ_Sockets, AProcessThatEndsRunsItsExitHandlers) {
+    EXPECT_EXIT(
+        {
+            std::atexit([] { std::fputs("handler\n", stderr); });
+            const ScriptedCall fails(Call::socket, EMFILE);
+            const NQ_Sockets server("never");
+        },
+        ExitedWithCode(1), Eq("socket: Too many open files\nhandler\n"));
 }
 
 TEST(NQ_Sockets, AFailingBindEndsTheProcess) {
