@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iostream>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -170,6 +172,14 @@ TEST(NQ_Mqtt, TopicTurnsTheWillOn) {
     EXPECT_EQ(kDefaultConnect + " will='state','gone',qos=2,retained=1", connectLine(mqtt, paho));
 }
 
+TEST(NQ_Mqtt, TopicAloneDecidesWhetherMessagesMayBeEmpty) {
+    FakePaho paho;
+    NQ_Mqtt mqtt("broker", "gateway");
+    mqtt.setLwt("state", "", "", 1, 0);
+    EXPECT_EQ(kDefaultConnect + " will='state','',qos=1,retained=0", connectLine(mqtt, paho));
+    EXPECT_EQ(1, paho.count("publish client 'state' '' qos=1 retained=0 dup=0"));
+}
+
 TEST(NQ_Mqtt, EmptyTopicMeansNoWillAndNoConnectedMessage) {
     FakePaho paho;
     NQ_Mqtt mqtt("broker", "gateway");
@@ -207,6 +217,7 @@ TEST(NQ_Mqtt, SuccessLogsTheBareHost) {
     NQ_Mqtt mqtt("10.0.0.5", "gateway");
     connectLine(mqtt, paho);
     EXPECT_THAT(log.lines(), ElementsAre("<6> Connected to MQTT Broker at 10.0.0.5"));
+    EXPECT_EQ("Connected to MQTT Broker at %s", log.records()[0].format);
     EXPECT_EQ(0, paho.count("pause"));
 }
 
@@ -224,6 +235,19 @@ TEST(NQ_Mqtt, EachRefusalHasItsText) {
                     ElementsAre("<3> Failed to connect to MQTT Broker at tcp://10.0.0.5:1883",
                                 "<3> Connection refused: " + text.second))
             << text.first;
+}
+
+TEST(NQ_Mqtt, NothingInAnAddressIsInterpretedByTheSystemLog) {
+    FakePaho paho;
+    CapturedSyslog log;
+    bool keepTrying = false;
+    paho.connectResults = {3};
+    NQ_Mqtt mqtt("%d", "gateway");
+    mqtt.initialise();
+    mqtt.connect(keepTrying);
+    ASSERT_EQ(2u, log.records().size());
+    EXPECT_EQ("Failed to connect to MQTT Broker at tcp://%d:1883", log.records()[0].text);
+    EXPECT_EQ("%s", log.records()[1].format);
 }
 
 TEST(NQ_Mqtt, FailurePairIsLoggedOnTheFirstAndEveryThirtiethAttemptAfter) {
@@ -299,7 +323,31 @@ TEST(NQ_Mqtt, DebugTracesTheStartWithoutANewline) {
     NQ_Mqtt mqtt("broker", "gateway");
     mqtt.enableDebug();
     mqtt.initialise();
+    EXPECT_EQ("", output.written()) << "flushed";
     EXPECT_EQ("Trying to connect to tcp://broker:1883...", output.text());
+}
+
+TEST(NQ_Mqtt, DebugTracesAFailureBeforeAndTheSuccessAfterItsRecordsAndFlushesBoth) {
+    FakePaho paho;
+    CapturedSyslog log;
+    bool keepTrying = true;
+    paho.connectResults = {3, 0};
+    NQ_Mqtt mqtt("broker", "gateway");
+    mqtt.initialise();
+    mqtt.enableDebug();
+    struct Trace : std::stringbuf {
+        explicit Trace(const CapturedSyslog& systemLog) : log(systemLog) {}
+        int sync() override {
+            recordsAtFlush.push_back(log.records().size());
+            return 0;
+        }
+        const CapturedSyslog& log;
+        std::vector<std::size_t> recordsAtFlush;
+    } trace(log);
+    std::streambuf* const before = std::cout.rdbuf(&trace);
+    mqtt.connect(keepTrying);
+    std::cout.rdbuf(before);
+    EXPECT_THAT(trace.recordsAtFlush, ElementsAre(0u, 2u + 1u));
 }
 
 TEST(NQ_Mqtt, DebugTracesEveryFailureAndTheSuccess) {
