@@ -22,6 +22,13 @@ void record(int priority, const char* format, va_list arguments) {
         captured.push_back({priority, text, format});
 }
 
+// The identity in the log is the application's: nothing under test may set it.
+void recordOpening(const char* name, int options) {
+    const std::lock_guard<std::mutex> lock(guard);
+    if (capturing)
+        captured.push_back({options, "openlog", name ? name : ""});
+}
+
 } // namespace
 
 CapturedSyslog::CapturedSyslog() {
@@ -52,8 +59,11 @@ std::vector<std::string> CapturedSyslog::lines() const {
 // In front of the C library's, for the library under test as well; the second name is what
 // fortified builds call.
 extern "C" {
+void openlog(const char* name, int options, int facility);
 void syslog(int priority, const char* format, ...);
 void __syslog_chk(int priority, int flag, const char* format, ...);
+
+void openlog(const char* name, int options, int) { support::recordOpening(name, options); }
 
 void syslog(int priority, const char* format, ...) {
     va_list arguments;

@@ -19,7 +19,7 @@ struct SyslogRecord {
 
 /// Stands in for the system log while it lives: a test program that uses this class supplies
 /// `syslog` itself, in front of the C library's. Records made while none lives are dropped. One at
-/// a time.
+/// a time. An `openlog` leaves a record "openlog".
 class CapturedSyslog {
 public:
     CapturedSyslog();
