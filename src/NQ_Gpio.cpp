@@ -1,5 +1,7 @@
 #include <kvr/api/sys/NQ_Gpio.h>
 
+#include <atomic>
+
 #include <fcntl.h>
 #include <sys/ioctl.h>
 
@@ -27,11 +29,16 @@ Type requestTypeOf(int (*)(int, Type, ...));
 using RequestWord = decltype(requestTypeOf(&ioctl));
 
 int gpio_ioctl(int request, unsigned int value) {
-    static int device = -1; // opened once and never closed
-    if (device < 0)
+    // Opened once and never closed. Atomic only so that first calls at once are defined; it costs
+    // no more than an int. Deliberate: they may both open the device.
+    static std::atomic<int> cached{-1};
+    int device = cached.load(std::memory_order_relaxed);
+    if (device < 0) {
         device = open("/dev/gpio", O_RDWR);
-    if (device < 0)
-        return -1;
+        cached.store(device, std::memory_order_relaxed);
+        if (device < 0)
+            return -1;
+    }
     // Through unsigned, so that the read requests' top bit is not spread over a 64-bit request
     // word; the driver takes the argument as a long.
     return ioctl(device, static_cast<RequestWord>(static_cast<unsigned int>(request)),

@@ -5,12 +5,16 @@
 #include "TempDir.h"
 
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <mutex>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -63,17 +67,26 @@ public:
     std::vector<int> openFlags;
     std::vector<Call> calls;
 
+    /// Runs in every open, on the thread that opens.
+    std::function<void()> opening = [] {};
+
     int openDevice(int flags) {
+        opening();
+        const std::lock_guard<std::mutex> lock(guard_);
         openFlags.push_back(flags);
         errno = openError;
         return openError == 0 ? dup(STDERR_FILENO) : -1;
     }
     int control(int descriptor, unsigned long request, unsigned long value) {
+        const std::lock_guard<std::mutex> lock(guard_);
         calls.push_back({descriptor, request, value});
         return driver(request);
     }
 
     static FakeBoard* current;
+
+private:
+    std::mutex guard_; // of what the two calls note
 };
 
 FakeBoard* FakeBoard::current = nullptr;
@@ -359,6 +372,36 @@ TEST(NQ_Gpio, DescriptorZeroIsADeviceToo) {
         ASSERT_EQ(2u, board.calls.size());
         EXPECT_EQ(0, board.calls[0].descriptor);
         EXPECT_EQ(1u, board.openFlags.size());
+    });
+}
+
+TEST(NQ_Gpio, TwoFirstCallsAtOnceBothReachTheBoardAndOneDescriptorIsKept) {
+    inFreshProcess([] {
+        FakeBoard board;
+        board.driver = [](unsigned long) { return 1; };
+        // Neither opens before the other wants to.
+        std::mutex guard;
+        std::condition_variable both;
+        int wanting = 0;
+        board.opening = [&] {
+            std::unique_lock<std::mutex> lock(guard);
+            ++wanting;
+            both.notify_all();
+            EXPECT_TRUE(
+                both.wait_for(lock, std::chrono::seconds(10), [&] { return wanting == 2; }));
+        };
+        int other = 0;
+        std::thread second([&] { other = NQ_Gpio::getBin1(); });
+        EXPECT_EQ(1, NQ_Gpio::getBin0());
+        second.join();
+        EXPECT_EQ(1, other);
+        EXPECT_EQ(2u, board.openFlags.size());
+
+        EXPECT_EQ(1, NQ_Gpio::getOut0());
+        EXPECT_EQ(1, NQ_Gpio::getOut0());
+        ASSERT_EQ(4u, board.calls.size());
+        EXPECT_EQ(board.calls[2].descriptor, board.calls[3].descriptor);
+        EXPECT_EQ(2u, board.openFlags.size());
     });
 }
 
