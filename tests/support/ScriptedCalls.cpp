@@ -89,6 +89,12 @@ int bind(int descriptor, const sockaddr* address, socklen_t length) {
     return next<decltype(bind)>("bind")(descriptor, address, length);
 }
 
+FILE* fdopen(int descriptor, const char* type) {
+    if (ScriptedCall::fails(Call::fdopen))
+        return nullptr;
+    return next<decltype(fdopen)>("fdopen")(descriptor, type);
+}
+
 pid_t fork() {
     if (ScriptedCall::fails(Call::fork))
         return -1;

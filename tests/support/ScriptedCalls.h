@@ -7,7 +7,7 @@
 namespace support {
 
 /// Calls of the C library that a test can script.
-enum class Call { accept, bind, fork, listen, pipe, popen, recv, socket, waitpid };
+enum class Call { accept, bind, fdopen, fork, listen, pipe, popen, recv, socket, waitpid };
 
 /// Decides, while it lives, about each use of one call: a test program that uses this class
 /// supplies the calls itself, in front of the C library's. Without a script each reaches the C

@@ -279,6 +279,63 @@ TEST(NQ_Popen, WithoutAPipeTheOutputIsEmptyAndTheChildStillAwaited) {
     EXPECT_FALSE(hasChildren());
 }
 
+// Interrupted reading --------------------------------------------------------------------------------
+
+std::string interruptedPath;
+
+extern "C" void noteInterruption(int) {
+    const int file = open(interruptedPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    close(file);
+}
+
+/// Lets SIGUSR1 interrupt calls while it lives. The script below waits until this process sleeps,
+/// which it does only in reading, sends the signal, and prints when the handler has run, so that no
+/// output can come before the interruption.
+class Interruption {
+public:
+    Interruption() {
+        interruptedPath = directory_ / "interrupted";
+        struct sigaction action = {};
+        action.sa_handler = noteInterruption; // and no SA_RESTART
+        sigaction(SIGUSR1, &action, &before_);
+    }
+    ~Interruption() { sigaction(SIGUSR1, &before_, nullptr); }
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    std::string script() const {
+        return "trap '' PIPE\n"
+               "until grep -q '^State:.S' /proc/$PPID/status; do :; done\n"
+               "kill -USR1 $PPID\n"
+               "until [ -e " +
+               interruptedPath +
+               " ]; do :; done\n"
+               "echo text 2> /dev/null\n"
+               "exit 3\n";
+    }
+    bool happened() const { return support::exists(interruptedPath); }
+
+private:
+    TempDir directory_;
+    struct sigaction before_ = {};
+};
+
+TEST(NQ_Popen, ExecuteEndsTheOutputAtAnInterruptedRead) {
+    const Interruption interruption;
+    int status = kUntouched;
+    EXPECT_EQ("", shell(interruption.script(), status));
+    EXPECT_EQ(3 << 8, status) << "the child is awaited nevertheless";
+    EXPECT_TRUE(interruption.happened());
+}
+
+TEST(NQ_Popen, ExecuteInsecureReadsOnAfterAnInterruptedRead) {
+    const Interruption interruption;
+    int status = kUntouched;
+    EXPECT_EQ("text\n", NQ_Popen::executeInsecure(interruption.script(), status));
+    EXPECT_EQ(3, status);
+    EXPECT_TRUE(interruption.happened());
+}
+
 // executeInsecure ------------------------------------------------------------------------------------
 
 TEST(NQ_Popen, ExecuteInsecureGivesTheExitCodeAlone) {

@@ -6,6 +6,7 @@
 #include "TempDir.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -112,6 +113,51 @@ TEST(popen2, GivesTheChildThePipeAsItsTwoOutputsOnly) {
     EXPECT_EQ(0, pclose2(stream, pid));
 }
 
+TEST(popen2, GivesTheChildThePipeAsItsInputOnlyWithTypeW) {
+    const TempDir directory;
+    int pid = kUntouched;
+    std::FILE* const stream = popen2("sh", {}, "w", pid);
+    ASSERT_NE(nullptr, stream);
+    std::fprintf(stream,
+                 "pipe=$(readlink /proc/$$/fd/0)\n"
+                 "for fd in /proc/$$/fd/*; do\n"
+                 "    if [ \"$(readlink $fd)\" = \"$pipe\" ]; then echo ${fd##*/}; fi\n"
+                 "done > %s\n",
+                 (directory / "held").c_str());
+    EXPECT_EQ(0, pclose2(stream, pid));
+    EXPECT_EQ("0\n", readFile(directory / "held"));
+}
+
+TEST(popen2, TellsByABrokenPipeThatTheFedProgramHasEnded) {
+    std::signal(SIGPIPE, SIG_IGN);
+    int pid = kUntouched;
+    std::FILE* const stream = popen2("true", {}, "w", pid);
+    ASSERT_NE(nullptr, stream);
+    siginfo_t ended = {};
+    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT));
+    // No reading end is left, this process's own included.
+    errno = 0;
+    EXPECT_EQ(-1, write(fileno(stream), "text", 4));
+    EXPECT_EQ(EPIPE, errno);
+    EXPECT_EQ(0, pclose2(stream, pid));
+    std::signal(SIGPIPE, SIG_DFL);
+}
+
+TEST(popen2, SeesTheEndOfAnOutputThatTheProgramClosesWhileItRuns) {
+    int pid = kUntouched;
+    std::FILE* const stream =
+        popen2("sh", {"-c", "echo text; exec >&- 2>&-; kill -STOP $$"}, "r", pid);
+    ASSERT_NE(nullptr, stream);
+    siginfo_t stopped = {};
+    EXPECT_EQ(0, waitid(P_PID, static_cast<id_t>(pid), &stopped, WSTOPPED | WNOWAIT));
+    // A writing end of this process's own would keep the pipe from ending.
+    EXPECT_EQ(0, fcntl(fileno(stream), F_SETFL, O_NONBLOCK));
+    EXPECT_EQ("text\n", readAll(stream));
+    EXPECT_TRUE(std::feof(stream) != 0) << "the reading would have waited";
+    kill(pid, SIGKILL);
+    EXPECT_EQ(SIGKILL, pclose2(stream, pid));
+}
+
 TEST(popen2, ReturnsInTheCopyWhoseProgramCannotBeExecuted) {
     for (const char* type : {"r", "w"}) {
         const std::string errors = support::errorsOf([&] {
@@ -139,6 +185,29 @@ TEST(popen2, HasNoStreamWithoutAPipe) {
         EXPECT_EQ(5 << 8, pclose2(nullptr, pid));
         EXPECT_EQ(before, openDescriptors());
     }
+}
+
+TEST(popen2, LeavesNothingOpenWhenNoStreamCanBeMade) {
+    for (const char* type : {"r", "w"}) {
+        const auto before = openDescriptors();
+        const ScriptedCall fails(Call::fdopen, ENOMEM);
+        int pid = kUntouched;
+        EXPECT_EQ(nullptr, popen2("sh", {"-c", "exit 5"}, type, pid));
+        EXPECT_LT(0, pid);
+        EXPECT_EQ(before, openDescriptors());
+        EXPECT_EQ(5 << 8, pclose2(nullptr, pid));
+    }
+}
+
+TEST(popen2, MakesNoStreamOfAClosedDescriptorInTheCopy) {
+    // Not every C library's fdopen() would refuse it.
+    const support::CapturedErrors errors;
+    const ScriptedCall opening(Call::fdopen, ScriptedCall::kPassOn);
+    int pid = kUntouched;
+    std::FILE* const stream = popen2("/no/such/program", {}, "w", pid);
+    if (pid == 0)
+        _exit(stream == nullptr && opening.count() == 0 ? 42 : 43);
+    EXPECT_EQ(42 << 8, pclose2(stream, pid));
 }
 
 TEST(popen2, EndsTheProcessWhenForkFails) {
