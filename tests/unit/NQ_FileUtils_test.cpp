@@ -4,6 +4,8 @@
 #include "Descriptors.h"
 #include "TempDir.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -14,6 +16,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,6 +33,29 @@ Entry* nextEntry(const char* name, DIR* directory) {
         entry->d_type = DT_UNKNOWN;
     return entry;
 }
+
+/// One use of sendfile(), which moves four bytes at most while Transfers are watched.
+struct Transfer {
+    int to;
+    int from;
+    bool hasOffset;
+    std::size_t size;
+    int toFlags;
+    int fromFlags;
+};
+std::vector<Transfer>* transfers = nullptr;
+std::vector<int>* closed = nullptr;
+
+template <class Offset>
+ssize_t transfer(const char* name, int to, int from, Offset* offset, std::size_t size) {
+    const auto next =
+        reinterpret_cast<ssize_t (*)(int, int, Offset*, std::size_t)>(dlsym(RTLD_NEXT, name));
+    if (transfers == nullptr)
+        return next(to, from, offset, size);
+    transfers->push_back(
+        {to, from, offset != nullptr, size, fcntl(to, F_GETFL), fcntl(from, F_GETFL)});
+    return next(to, from, offset, std::min<std::size_t>(size, 4));
+}
 } // namespace
 
 // Some file systems leave the type of an entry open; this makes any of them do so.
@@ -39,6 +65,22 @@ extern "C" dirent64* readdir64(DIR* directory) {
     return nextEntry<dirent64>("readdir64", directory);
 }
 #endif
+
+// The kernel moves less than it is asked for only with files too large for a test.
+extern "C" ssize_t sendfile(int to, int from, off_t* offset, std::size_t size) {
+    return transfer("sendfile", to, from, offset, size);
+}
+#ifdef __GLIBC__
+extern "C" ssize_t sendfile64(int to, int from, off64_t* offset, std::size_t size) {
+    return transfer("sendfile64", to, from, offset, size);
+}
+#endif
+
+extern "C" int close(int descriptor) {
+    if (closed != nullptr)
+        closed->push_back(descriptor);
+    return reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"))(descriptor);
+}
 
 namespace {
 
@@ -333,6 +375,26 @@ TEST(NQ_FileUtils, AFailedTransferIsNotTold) {
     EXPECT_EQ(0, copy(directory.path(), directory / "copy")) << "a directory cannot be sent";
     EXPECT_EQ("", readFile(directory / "copy"));
     EXPECT_EQ(0, copy(directory / "source", "/dev/full"));
+}
+
+TEST(NQ_FileUtils, ATransferIsOneCallAndAPartOfItIsNotContinued) {
+    const TempDir directory;
+    writeFile(directory / "source", "0123456789");
+    std::vector<Transfer> made;
+    std::vector<int> closedFiles;
+    transfers = &made;
+    closed = &closedFiles;
+    const int result = copy(directory / "source", directory / "copy");
+    transfers = nullptr;
+    closed = nullptr;
+    EXPECT_EQ(0, result);
+    EXPECT_EQ("0123", readFile(directory / "copy"));
+    ASSERT_EQ(1u, made.size());
+    EXPECT_FALSE(made[0].hasOffset);
+    EXPECT_EQ(10u, made[0].size);
+    EXPECT_EQ(O_WRONLY, made[0].toFlags & O_ACCMODE);
+    EXPECT_EQ(O_RDONLY, made[0].fromFlags & O_ACCMODE);
+    EXPECT_THAT(closedFiles, ElementsAre(made[0].from, made[0].to));
 }
 
 TEST(NQ_FileUtils, CopyingClosesBothFiles) {
