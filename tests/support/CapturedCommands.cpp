@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 
 #include <dlfcn.h>
 
@@ -13,13 +14,20 @@ bool capturing = false;
 bool running = true;
 int given = 0;
 std::vector<std::string> captured;
+std::function<void()> before;
 
 /// True when the command is to run.
 bool record(const char* command) {
-    const std::lock_guard<std::mutex> lock(guard);
-    if (!capturing)
-        return true;
-    captured.push_back(command);
+    std::function<void()> action;
+    {
+        const std::lock_guard<std::mutex> lock(guard);
+        if (!capturing)
+            return true;
+        captured.push_back(command);
+        action = before;
+    }
+    if (action)
+        action(); // without the lock, as it may look at the lines
     return running;
 }
 
@@ -28,6 +36,7 @@ bool record(const char* command) {
 CapturedCommands::CapturedCommands(Mode mode, int status) {
     const std::lock_guard<std::mutex> lock(guard);
     captured.clear();
+    before = nullptr;
     capturing = true;
     running = mode == runAll;
     given = status;
@@ -41,6 +50,11 @@ CapturedCommands::~CapturedCommands() {
 std::vector<std::string> CapturedCommands::lines() const {
     const std::lock_guard<std::mutex> lock(guard);
     return captured;
+}
+
+void CapturedCommands::beforeEach(std::function<void()> action) {
+    const std::lock_guard<std::mutex> lock(guard);
+    before = std::move(action);
 }
 
 } // namespace support

@@ -1,6 +1,7 @@
 #ifndef TAVO_TESTS_CAPTURED_COMMANDS_H
 #define TAVO_TESTS_CAPTURED_COMMANDS_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ public:
     CapturedCommands& operator=(const CapturedCommands&) = delete;
 
     std::vector<std::string> lines() const;
+
+    /// Runs at each use of system(), before the command: shows what has happened by then.
+    void beforeEach(std::function<void()> action);
 };
 
 } // namespace support

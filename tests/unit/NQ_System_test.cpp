@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -122,6 +123,17 @@ TEST(NQ_System, AScriptIsLoggedAndRun) {
         EXPECT_EQ("", printedBy([] { EXPECT_EQ(0, NQ_System::runScript("/x/run.sh restart")); }));
         EXPECT_THAT(log.lines(), ElementsAre("<6> Executing...", "<6> /x/run.sh restart"));
         EXPECT_THAT(commands.lines(), ElementsAre("/x/run.sh restart"));
+    });
+}
+
+TEST(NQ_System, AScriptIsLoggedBeforeItRuns) {
+    withLogger([] {
+        const CapturedSyslog log;
+        CapturedCommands commands;
+        std::vector<std::string> loggedByThen;
+        commands.beforeEach([&] { loggedByThen = log.lines(); });
+        NQ_System::runScript("exit 0");
+        EXPECT_THAT(loggedByThen, ElementsAre("<6> Executing...", "<6> exit 0"));
     });
 }
 
@@ -365,6 +377,27 @@ TEST(NQ_System, AForkedChildIsAnotherProcess) {
     });
 }
 
+TEST(NQ_System, UnderAnotherNameItIsAnotherProgram) {
+    // The link tells the new name of a program's file that is renamed while it runs.
+    inFreshProcess([] {
+        const std::string name = "tavo-test-" + std::to_string(getpid());
+        const std::string lockFile = "/tmp/" + name + "-renamed.pid";
+        {
+            const FakeLink link("/usr/bin/" + name);
+            EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        }
+        const FakeLink link("/usr/bin/" + name + "-renamed");
+        {
+            const OtherHolder other(lockFile);
+            EXPECT_TRUE(NQ_System::appAlreadyRunning());
+        }
+        EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        EXPECT_TRUE(isLocked(lockFile));
+        unlink(lockFile.c_str());
+        unlink(("/tmp/" + name + ".pid").c_str());
+    });
+}
+
 TEST(NQ_System, AnUnreadableProgramLocksTheFileWithoutAName) {
     inPrivateMounts({"/tmp"}, [] {
         const FakeLink link("");
@@ -437,6 +470,21 @@ TEST(NQ_System, AModemIsThereWhenItsNodeIs) {
     });
 }
 
+TEST(NQ_System, WhatIsThereButCannotBeOpenedDoesNotCount) {
+    // A socket's node exists for everybody and opens for nobody.
+    inPrivateMounts({"/dev", "/opt"}, [] {
+        ASSERT_EQ(0, mknod("/dev/cdc-wdm0", S_IFSOCK | 0666, 0));
+        EXPECT_FALSE(NQ_System::hasCellularModem());
+        for (const char* directory : {"/opt/apps", "/opt/apps/ZEQ", "/opt/apps/ZEQ/cfg"})
+            ASSERT_EQ(0, mkdir(directory, 0755));
+        for (const char* path : {"/opt/apps/VEXLORTORED", "/opt/apps/Vexlor", "/opt/apps/NodeRED",
+                                 "/opt/apps/ZEQ/cfg/ZEQ.json"})
+            ASSERT_EQ(0, mknod(path, S_IFSOCK | 0666, 0));
+        EXPECT_THAT(companions(), ElementsAre(true, false, false, false));
+        EXPECT_EQ("", printedBy([] { EXPECT_EQ("1", NQ_System::getPortId()); }));
+    });
+}
+
 TEST(NQ_System, LookingForThingsLeavesNothingOpen) {
     inPrivateMounts({"/opt"}, [] {
         ASSERT_EQ(0, mkdir("/opt/apps", 0755));
@@ -481,7 +529,12 @@ TEST(NQ_System, OnlyTheFirst511BytesOfTheLineCount) {
     EXPECT_EQ(1, idPrintedAs("printf '%510s12\\n' ''"));
 }
 
-TEST(NQ_System, AnIdIsNarrowedToAnInt) { EXPECT_EQ(5, idPrintedAs("echo 4294967301")); }
+TEST(NQ_System, AnIdIsReadAsAnUnsignedLongAndNarrowedToAnInt) {
+    EXPECT_EQ(std::numeric_limits<int>::min() + 5, idPrintedAs("echo 2147483653"));
+    const bool isLong = sizeof(long) == 8; // else the number saturates
+    EXPECT_EQ(isLong ? 5 : -1, idPrintedAs("echo 4294967301"));
+    EXPECT_EQ(isLong ? 5 : -1, idPrintedAs("echo 9223372036854775813"));
+}
 
 TEST(NQ_System, PidofIsAskedForASingleProcess) {
     FakePrograms programs;
