@@ -230,6 +230,18 @@ TEST(NQ_Config, ContentIsPrintedAsReceived) {
               }));
 }
 
+TEST(NQ_Config, EveryLineIsFlushedBeforeTheCallReturns) {
+    NQ_Config config("R");
+    {
+        const support::CapturedOutput output;
+        init(config, {"", "", "", "", ""});
+        EXPECT_EQ("AppID:\nAgentID:\nGot Content:\nCreating directory:\n", output.written());
+    }
+    const support::CapturedOutput output;
+    config.checkConfig();
+    EXPECT_EQ("Unable to parse json\nConfiguration NOT VALID\n", output.written());
+}
+
 TEST(NQ_Config, TheLinesStandBeforeWhatTheCommandPrints) {
     TempDir root;
     writeFile(root / "app1", ""); // where a directory is wanted

@@ -8,6 +8,7 @@
 #include "UciTools.h"
 
 #include <cstdlib>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -337,6 +338,23 @@ TEST(NQ_UBUS, CheckConfigRefusesAnObjectThatWasNeverFilled) {
     bool result = true;
     EXPECT_EQ("Configuration NOT VALID\n", printedBy([&] { result = ubus.checkConfig(); }));
     EXPECT_FALSE(result);
+}
+
+TEST(NQ_UBUS, EveryLineIsFlushedBeforeTheCallReturns) {
+    const CapturedCommands commands;
+    const auto flushedBy = [](const std::function<void()>& action) {
+        const support::CapturedOutput output;
+        action();
+        return output.written();
+    };
+    NQ_UBUS ubus;
+    EXPECT_EQ("Configuration NOT VALID\n", flushedBy([&] { ubus.checkConfig(); }));
+    ubus = configured(R"({"config":"c","section":"s","values":{}})");
+    EXPECT_EQ("config:c\nsection:s\ntype:\nvalues:{ }\n", flushedBy([&] { ubus.checkConfig(); }));
+    EXPECT_EQ("Calling: ubus call uci x; uci commit c\n",
+              flushedBy([&] { ubus.applyConfig("x"); }));
+    EXPECT_EQ("Calling: /etc/init.d/c restart\nRestarting: c...\nService c restarted\n",
+              flushedBy([&] { ubus.restartService(); }));
 }
 
 // restartService ------------------------------------------------------------------------------------

@@ -6,6 +6,8 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -72,6 +74,24 @@ TEST(NQ_UBUS, ANullMemberRaisesALogicError) {
     for (const char* key : {"config", "section", "type", "values"}) {
         NQ_UBUS ubus;
         EXPECT_THROW(ubus.init("{\"" + std::string(key) + "\":null}"), std::logic_error) << key;
+    }
+}
+
+TEST(NQ_UBUS, TheFieldsAreTakenInOrderUpToANullOne) {
+    const std::vector<std::pair<std::string, std::vector<std::string>>> rows = {
+        {R"({"config":null,"section":"s","type":"t","values":"v"})",
+         {"network", "lan", "interface"}},
+        {R"({"config":"c","section":null,"type":"t","values":"v"})", {"c", "lan", "interface"}},
+        {R"({"config":"c","section":"s","type":null,"values":"v"})", {"c", "s", "interface"}},
+        {R"({"config":"c","section":"s","type":"t","values":null})", {"c", "s", "t"}}};
+    for (const auto& [text, fields] : rows) {
+        NQ_UBUS ubus = configured(kLan);
+        EXPECT_THROW(ubus.init(text), std::logic_error);
+        EXPECT_EQ(text, ubus.getJsonCfg());
+        EXPECT_EQ("{ \"config\": \"" + fields[0] + "\", \"name\": \"" + fields[1] +
+                      "\", \"type\": \"" + fields[2] + "\" }",
+                  ubus.makeAddConfig());
+        EXPECT_EQ(R"({ "ipaddr": "192.168.1.1", "gateway": "" })", ubus.getValuesField());
     }
 }
 
