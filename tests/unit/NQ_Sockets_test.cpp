@@ -179,6 +179,28 @@ TEST(NQ_Sockets, FlushesEveryLineAtOnce) {
                                      connected + received("hello") + kClosed));
 }
 
+TEST(NQ_Sockets, FlushesItsReportOfAFailure) {
+    Scene scene;
+    std::string inLoop;
+    std::string inConstructor;
+    {
+        const support::CapturedOutput output;
+        const ScriptedCall accepting(Call::accept, [&](int) {
+            scene.stop = true;
+            return ECONNABORTED;
+        });
+        scene.server.loop(scene.stop);
+        inLoop = output.written();
+    }
+    {
+        const support::CapturedOutput output;
+        const NQ_Sockets nameless(nullptr);
+        inConstructor = output.written();
+    }
+    EXPECT_EQ(std::string(kWaiting) + kFailed + "Error accepting socket connection\n\n", inLoop);
+    EXPECT_EQ("Some error on kvr::api::com::NQ_Sockets::NQ_Sockets\n", inConstructor);
+}
+
 // Lengths and payloads that do not fit ---------------------------------------------------------
 
 TEST(NQ_Sockets, APayloadInTwoSegmentsIsDeliveredAfterTheFirst) {
