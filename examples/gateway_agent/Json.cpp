@@ -1,5 +1,7 @@
 #include "Json.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace agent {
@@ -21,6 +23,43 @@ ParsedJson failed(const std::string& problem) {
 }
 
 std::string at(std::size_t offset) { return " at byte " + std::to_string(offset); }
+
+bool isOneOf(char c, const char* characters) {
+    return c != '\0' && std::strchr(characters, c) != nullptr;
+}
+
+constexpr char kDigits[] = "0123456789";
+constexpr char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+
+/// Where a text that json-c has taken is no JSON all the same; npos when it is. Even when strict,
+/// json-c takes NaN, Infinity, "1.", control characters in texts and keys in single quotes, and
+/// writes most of them again as they were.
+std::size_t firstNonJson(const std::string& text) {
+    bool inText = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inText) {
+            if (static_cast<unsigned char>(c) < 0x20)
+                return i;
+            if (c == '\\')
+                ++i; // the escaped character, which may be a quote
+            inText = c != '"';
+            continue;
+        }
+        inText = c == '"';
+        const bool inNumber = i > 0 && isOneOf(text[i - 1], kDigits); // where e and E may follow
+        if (c == '\'' || (c == '.' && !isOneOf(text[i + 1], kDigits)))
+            return i;
+        if (isOneOf(c, kLetters) && !inNumber) {
+            const std::size_t end = std::min(text.find_first_not_of(kLetters, i), text.size());
+            const std::string word = text.substr(i, end - i);
+            if (word != "true" && word != "false" && word != "null")
+                return i;
+            i = end - 1;
+        }
+    }
+    return std::string::npos;
+}
 
 } // namespace
 
@@ -51,6 +90,9 @@ ParsedJson parseJson(const std::string& text) {
     const std::size_t rest = text.find_first_not_of(" \t\r\n", end);
     if (rest != std::string::npos)
         return failed("something follows the value" + at(rest));
+    const std::size_t wrong = firstNonJson(text);
+    if (wrong != std::string::npos)
+        return failed("unexpected character" + at(wrong));
     result.valid = true;
     return result;
 }

@@ -391,6 +391,8 @@ TEST(gateway_agent_config_place, RefusesContentThatIsNotWhatItShouldBe) {
                       "\\\"content\\\" is not base64");
     expectRefusal(R"("file":"a.json","content":"{\"a\":1")",
                   "\\\"content\\\" is not JSON: unexpected end of data at byte 6");
+    expectRefusal(R"("file":"a.json","content":"{\"a\":NaN}")",
+                  "\\\"content\\\" is not JSON: unexpected character at byte 5");
     expectRefusal(R"("file":"a.json","content":"")",
                   "\\\"content\\\" is not JSON: unexpected end of data at byte 0");
     expectRefusal(R"("file":"a")", "\\\"content\\\" is missing");

@@ -110,6 +110,26 @@ TEST(gateway_agent, RefusesTextThatIsNoJson) {
     EXPECT_EQ(parseError("quoted object property name expected at byte 1"), agent.call("{/**/}"));
 }
 
+TEST(gateway_agent, RefusesWhatOnlyALaxReaderTakes) {
+    AgentInSandbox agent;
+    const std::string head = R"({"jsonrpc":"2.0","method":"none","id":)";
+    const auto refusedAt = [&](std::size_t offset) {
+        return parseError("unexpected character at byte " + std::to_string(head.size() + offset));
+    };
+    for (const char* id : {"NaN", "Infinity"})
+        EXPECT_EQ(refusedAt(0), agent.call(head + id + "}"));
+    EXPECT_EQ(refusedAt(1), agent.call(head + "-Infinity}"));
+    EXPECT_EQ(refusedAt(1), agent.call(head + "1.}"));
+    EXPECT_EQ(refusedAt(1), agent.call(head + "1.e5}"));
+    EXPECT_EQ(refusedAt(2), agent.call(head + "\"a\tb\"}"));
+    EXPECT_EQ(refusedAt(2), agent.call(head + "1,'a':2}"));
+    EXPECT_EQ(refusedAt(12), agent.call(head + "\"\\\"'N.\",\"a\":NaN}"));
+    // All of it is allowed within texts, and e and E within numbers.
+    for (const char* id : {"\"'NaN 1. Infinity'\"", "\"\\\\\\\"'\"", "1e5", "1.0E-5"})
+        EXPECT_THAT(agent.call(head + id + "}"),
+                    HasSubstr(std::string("\"id\":") + id + ",\"error\":{\"code\":-32601"));
+}
+
 TEST(gateway_agent, RefusesWhatFollowsTheRequest) {
     AgentInSandbox agent;
     EXPECT_THAT(agent.call(kDescribe + kDescribe), HasSubstr("\"code\":-32700"));
