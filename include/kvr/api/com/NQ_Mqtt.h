@@ -19,6 +19,7 @@ namespace com {
 ///          pointers into the options.
 /// Failure: results tell, and getLastResult() has Paho's code; nothing throws. connect() also
 ///          reports to the system log.
+/// Texts:   bytes, up to their first NUL byte; topics must be UTF-8.
 /// Threads: one at a time, except that the flag given to connect() is set by another thread.
 class TAVO_API NQ_Mqtt {
 public:
@@ -75,7 +76,7 @@ public:
     void setSslOpts(std::string enabledCipherSuites, std::string privateKeyPassword,
                     int enableServerCertAuth, int enableClientCertAuth, std::string certDir);
 
-    /// Sets the members of TLwt. Texts end at their first NUL byte.
+    /// Sets the members of TLwt.
     void setLwt(std::string topic, std::string message, std::string connectMessage, int qos,
                 int retained);
 
@@ -88,15 +89,16 @@ public:
     /// client.
     bool initialise();
 
-    /// Tries once a second until it is connected (true), or `keepTrying` is found false after a
-    /// failed try and its pause (false). While the host is empty nothing is tried. The first
-    /// failure and every 30th after it go to the system log (LOG_ERR), and the success (LOG_INFO).
-    /// Then publishes the connected message without waiting for it. May be called again after a
-    /// connection was lost.
+    /// Tries until it is connected (true), or `keepTrying` is found false after a failed try and
+    /// the pause of a second that follows it (false). A try takes up to the connect timeout. While
+    /// the host is empty there are pauses only. The first failure and every 30th after it go to the
+    /// system log (LOG_ERR), and the success (LOG_INFO). Then publishes the connected message
+    /// without waiting for it. May be called again after a connection was lost.
     bool connect(bool& keepTrying);
 
-    /// Publishes `payload` up to its first NUL byte and waits for the completion, at most the
-    /// connect timeout. True when it was completed.
+    /// Publishes `payload` and waits for the completion, at most the connect timeout. True when the
+    /// wait found nothing left to complete. Deliberate: whether Paho took the message is not looked
+    /// at, so one that it refuses (a topic that is no UTF-8) counts as completed while connected.
     bool send(std::string topic, std::string payload, int qos, int retained);
 
     /// Subscribes; true when the broker agreed. No way to receive is offered.
