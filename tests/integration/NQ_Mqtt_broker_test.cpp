@@ -129,6 +129,19 @@ TEST(NQ_MqttBroker, PayloadEndsAtItsFirstNul) {
     EXPECT_THAT(broker.receive("t", 1), ElementsAre("t 1 1 cut"));
 }
 
+TEST(NQ_MqttBroker, AMessageThatTheClientRefusesCountsAsCompletedWhileConnected) {
+    const Broker broker;
+    const auto mqtt = clientOf(broker.port());
+    mqtt->initialise();
+    EXPECT_FALSE(mqtt->send("\xff", "not UTF-8", 1, 0));
+    bool once = false;
+    ASSERT_TRUE(mqtt->connect(once));
+    EXPECT_TRUE(mqtt->send("\xff", "not UTF-8", 1, 0));
+    EXPECT_EQ(0, mqtt->getLastResult());
+    EXPECT_TRUE(mqtt->send("t", "the connection is whole", 1, 1));
+    EXPECT_THAT(broker.receive("#", 1), ElementsAre("t 1 1 the connection is whole"));
+}
+
 TEST(NQ_MqttBroker, SubscribeIsAnsweredByTheBroker) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
@@ -256,8 +269,10 @@ TEST(NQ_MqttBroker, WillIsDeliveredWhenTheProcessIsKilled) {
     broker.keepFor("watcher", "state");
     int ready[2];
     ASSERT_EQ(0, pipe(ready));
+    const pid_t parent = getpid();
     const pid_t child = fork();
     if (child == 0) {
+        support::endWithParent(parent);
         const auto mqtt = clientOf(broker.port());
         mqtt->setLwt("state", "gone", "here", 1, 0);
         const char answer = connects(*mqtt) && mqtt->send("other", "x", 1, 0) ? 'y' : 'n';

@@ -1,5 +1,6 @@
 #include "ForkedChild.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -7,6 +8,7 @@
 #include <stdexcept>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,16 +41,24 @@ std::string readAll(int descriptor) {
 
 } // namespace
 
+void endWithParent(pid_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent)
+        _exit(127); // it had ended before that
+}
+
 ForkedChild inForkedChild(const std::function<void()>& body) {
     std::cout.flush();
     std::fflush(nullptr);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe2");
+    const pid_t parent = getpid();
     const pid_t child = fork();
     if (child < 0)
         throw std::runtime_error("fork");
     if (child == 0) {
+        endWithParent(parent);
         dup2(ends[1], STDOUT_FILENO);
         close(ends[0]);
         close(ends[1]);

@@ -4,7 +4,13 @@
 #include <functional>
 #include <string>
 
+#include <sys/types.h>
+
 namespace support {
+
+/// Call first in a forked child: it is killed when the thread that forked it ends, so that no
+/// process is left of a test that is killed itself. `parent` is the process that forked.
+void endWithParent(pid_t parent);
 
 /// How a forked copy of the process ended.
 struct ForkedChild {

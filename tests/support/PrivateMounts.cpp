@@ -1,5 +1,7 @@
 #include "PrivateMounts.h"
 
+#include "ForkedChild.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -68,9 +70,11 @@ void inPrivateMounts(std::initializer_list<std::string> directories,
                      const std::function<void()>& body) {
     std::cout.flush();
     std::fflush(nullptr);
+    const pid_t parent = getpid();
     const pid_t child = fork();
     ASSERT_NE(-1, child) << std::strerror(errno);
     if (child == 0) {
+        endWithParent(parent);
         const Outcome outcome = runInside(directories, body);
         std::cout.flush();
         std::fflush(nullptr);

@@ -1,5 +1,7 @@
 #include "RunProgram.h"
 
+#include "ForkedChild.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -41,10 +43,12 @@ RunningProgram::RunningProgram(const std::vector<std::string>& arguments,
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
+    const pid_t parent = getpid();
     pid_ = fork();
     if (pid_ < 0)
         throw std::runtime_error("fork");
     if (pid_ == 0) {
+        endWithParent(parent);
         for (const std::string& variable : environment)
             putenv(const_cast<char*>(variable.c_str()));
         dup2(in_, 0);

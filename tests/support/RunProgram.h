@@ -15,7 +15,8 @@ struct Ran {
     std::string err; ///< all of its standard error
 };
 
-/// A child process with its output kept apart. Killed at the end of the scope if it still runs.
+/// A child process with its output kept apart. Killed at the end of the scope if it still runs, and
+/// with the thread that started it.
 class RunningProgram {
 public:
     /// Starts `arguments[0]` (looked up in PATH) with `environment` ("NAME=value") added and `input`
