@@ -50,7 +50,8 @@ void parseBroker(const std::string& text, Options& options) {
         options.port = text.substr(colon + 1);
     const bool isNumber = !options.port.empty() && options.port.size() <= 5 &&
                           options.port.find_first_not_of("0123456789") == std::string::npos;
-    if (options.host.empty() || !isNumber || std::stoi(options.port) > 65535)
+    if (options.host.empty() || !isNumber || std::stoi(options.port) < 1 ||
+        std::stoi(options.port) > 65535)
         usageError("the broker is not HOST or HOST:PORT");
 }
 

@@ -65,6 +65,7 @@ TEST(ExampleTelemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     expectUsage(path, "telemetry", {"extra"}, "unknown argument 'extra'");
     expectUsage(path, "telemetry", {"--fast"}, "unrecognized option '--fast'");
     expectUsage(path, "telemetry", {"--broker", ":1883"}, "the broker is not HOST or HOST:PORT");
+    expectUsage(path, "telemetry", {"--broker", "h:0"}, "the broker is not HOST or HOST:PORT");
     expectUsage(path, "telemetry", {"--broker", "h:99999"}, "the broker is not HOST or HOST:PORT");
     expectUsage(path, "telemetry", {"--topic", "a/#"}, "the topic is empty or has a wildcard");
 }
@@ -87,6 +88,33 @@ TEST(ExampleTelemetry, PublishesTheBoardsReadingsAndLightsTheLed) {
     EXPECT_EQ(0, end(telemetry).status);
     EXPECT_THAT(support::readFile(state), HasSubstr("led_wan 0\n"));
     EXPECT_THAT(broker.receive("board/state", 1), ElementsAre("board/state 1 1 offline"));
+}
+
+TEST(ExampleTelemetry, LedGoesOutWhileTheBrokerIsAway) {
+    Broker broker;
+    TempDir root;
+    RunningProgram telemetry({TAVO_SANDBOX_RUN, "--root", root / "root", TAVO_TELEMETRY, "--broker",
+                              "127.0.0.1:" + std::to_string(broker.port()), "--topic", "board"},
+                             {std::string("TAVO_BUILD_DIR=") + TAVO_BUILD_DIR});
+    const std::string state = root / "root/tmp/gpio.state";
+    const auto ledIs = [&](const std::string& value) {
+        return eventually([&] {
+            return support::exists(state) &&
+                   support::readFile(state).find("led_wan " + value + "\n") != std::string::npos;
+        });
+    };
+    ASSERT_TRUE(ledIs("1"));
+    broker.stop();
+    EXPECT_TRUE(ledIs("0"));
+    broker.start();
+    EXPECT_TRUE(ledIs("1"));
+    // An input that changes meanwhile is in the readings.
+    support::writeFile(state, "bin0 1\nbin1 0\ntemperature 41\nvoltage 12050\nled_wan 1\n");
+    EXPECT_TRUE(eventually([&] {
+        return broker.receive("board/bin0", 1) == std::vector<std::string>{"board/bin0 0 0 1"};
+    }));
+    EXPECT_EQ(0, end(telemetry).status);
+    EXPECT_TRUE(ledIs("0"));
 }
 
 TEST(ExampleTelemetry, EndsWhileItWaitsForABroker) {
