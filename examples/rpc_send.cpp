@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -61,12 +61,16 @@ constexpr int kSendLimitSeconds = 5;
 std::string readAll(const std::string& file) {
     if (file == "-")
         return std::string(std::istreambuf_iterator<char>(std::cin), {});
-    std::ifstream stream(file, std::ios::binary);
-    std::string content;
-    // Reading a directory opens, and fails only here.
-    if (!stream || (stream.peek(), stream.bad()))
+    const std::unique_ptr<FILE, int (*)(FILE*)> stream(std::fopen(file.c_str(), "rb"), std::fclose);
+    if (stream == nullptr)
         failWithReason(file);
-    content.assign(std::istreambuf_iterator<char>(stream), {});
+    std::string content;
+    char piece[4096];
+    while (const std::size_t length = std::fread(piece, 1, sizeof piece, stream.get()))
+        content.append(piece, length);
+    // A directory can be opened, but not read. Not every library's streams tell that from its end.
+    if (std::ferror(stream.get()) != 0)
+        failWithReason(file);
     return content;
 }
 

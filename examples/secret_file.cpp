@@ -12,10 +12,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -69,11 +68,16 @@ constexpr std::size_t kLargestFile = std::numeric_limits<int>::max() - 64u;
 }
 
 std::string readAll(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    // Reading a directory opens, and fails only here.
-    if (!stream || (stream.peek(), stream.bad()))
+    const std::unique_ptr<FILE, int (*)(FILE*)> stream(std::fopen(path.c_str(), "rb"), std::fclose);
+    if (stream == nullptr)
         failWithReason(path);
-    std::string content{std::istreambuf_iterator<char>(stream), {}};
+    std::string content;
+    char piece[4096];
+    while (const std::size_t length = std::fread(piece, 1, sizeof piece, stream.get()))
+        content.append(piece, length);
+    // A directory can be opened, but not read. Not every library's streams tell that from its end.
+    if (std::ferror(stream.get()) != 0)
+        failWithReason(path);
     if (content.size() > kLargestFile)
         fail(path + ": too large");
     return content;
