@@ -28,7 +28,7 @@ run() {
     }
 }
 
-export CXXFLAGS="-O1 -Wall -Wextra -Werror"
+export CXXFLAGS="${CXXFLAGS:-} -O1 -Wall -Wextra -Werror"
 cmake -S find_package -B by-cmake -DCMAKE_PREFIX_PATH="$root$prefix" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF >log 2>&1 &&
     cmake --build by-cmake >>log 2>&1 || { cat log >&2; exit 1; }
 run find_package by-cmake/consumer
