@@ -39,10 +39,10 @@ int lengthOf(json_object* array) {
     return is(array, json_type_array) ? static_cast<int>(json_object_array_length(array)) : 0;
 }
 
-/// Null when there is no such element. json-c would count on an array, and its older generation on
-/// an index from 0.
+/// Null when there is no such element. json-c looks at the end of the array alone: it would count on
+/// an array, and its older generation on an index from 0.
 json_object* elementOf(json_object* array, int idx) {
-    if (idx < 0 || idx >= lengthOf(array))
+    if (idx < 0 || !is(array, json_type_array))
         return nullptr;
     // The index has the type of the length: int in the older generation, size_t in the newer.
     return json_object_array_get_idx(array,
