@@ -1,22 +1,14 @@
 // What the agent's methods do to a gateway, and what they refuse.
 
 #include "AgentInSandbox.h"
-#include "Waiting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <cstdint>
-#include <memory>
 #include <sstream>
-#include <stdexcept>
+#include <string>
+#include <vector>
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-using support::eventually;
 using support::exists;
 using support::writeFile;
 using testing::EndsWith;
@@ -502,115 +494,6 @@ TEST(gateway_agent_gpio, TellsWhenTheBoardDoesNotAnswer) {
                           "does not answer: "));
     EXPECT_THAT(agent.call(request("gpio.set", R"({"name":"led_usr","value":1})")),
                 HasSubstr("\"data\":\"led_usr: the board does not answer: "));
-}
-
-// --mqtt
-
-int freePort() {
-    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    bind(descriptor, reinterpret_cast<const sockaddr*>(&address), length);
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
-    close(descriptor);
-    return ntohs(address.sin_port);
-}
-
-bool isListening(int port) {
-    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    const bool connected =
-        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    close(descriptor);
-    return connected;
-}
-
-/// A broker on a loopback port of its own.
-class Broker {
-public:
-    explicit Broker(int port) : program_({"mosquitto", "-p", std::to_string(port)}) {
-        if (!eventually([&] { return isListening(port); }))
-            throw std::runtime_error("mosquitto does not start");
-    }
-
-private:
-    support::RunningProgram program_;
-};
-
-std::string brokerAt(int port) { return "127.0.0.1:" + std::to_string(port); }
-
-/// Waits until `subscriber` has printed `expected`.
-bool hears(const support::RunningProgram& subscriber, const std::string& expected) {
-    return eventually([&] { return subscriber.outSoFar().find(expected) != std::string::npos; });
-}
-
-std::vector<std::string> subscribe(int port) {
-    return {"mosquitto_sub",      "-h", "127.0.0.1", "-p",
-            std::to_string(port), "-v", "-t",        "gateway_agent/agent/#"};
-}
-
-TEST(gateway_agent_mqtt, PublishesEveryResponseAndItsState) {
-    const int port = freePort();
-    Broker broker(port);
-    AgentInSandbox agent({"--mqtt", brokerAt(port)});
-    support::RunningProgram subscriber(subscribe(port));
-    ASSERT_TRUE(hears(subscriber, "gateway_agent/agent/state online\n"));
-    const std::string first = agent.call(request("none", "{}", 1));
-    const std::string second = agent.call("no json");
-    ASSERT_TRUE(hears(subscriber, "gateway_agent/agent/response " + first +
-                                      "\ngateway_agent/agent/response " + second + "\n"));
-    EXPECT_EQ(0, agent.end(SIGTERM).status);
-    EXPECT_TRUE(hears(subscriber, second + "\ngateway_agent/agent/state offline\n"));
-    EXPECT_THAT(agent.log(),
-                HasSubstr("INFO: gateway_agent: publishing to tcp://" + brokerAt(port) + "\n"));
-}
-
-TEST(gateway_agent_mqtt, LeavesAWillForWhenItIsKilled) {
-    const int port = freePort();
-    Broker broker(port);
-    AgentInSandbox agent("echo $$ >/tmp/agent.number; exec \"$@\"", {"--mqtt", brokerAt(port)});
-    support::RunningProgram subscriber(subscribe(port));
-    ASSERT_TRUE(hears(subscriber, "gateway_agent/agent/state online\n"));
-    kill(std::stoi(agent.read("/tmp/agent.number")), SIGKILL);
-    EXPECT_TRUE(hears(subscriber, "gateway_agent/agent/state offline\n"));
-}
-
-TEST(gateway_agent_mqtt, AnswersWithoutABrokerAndPublishesWhenItComes) {
-    const int port = freePort();
-    AgentInSandbox agent({"--mqtt", brokerAt(port)});
-    const std::string response = agent.call(request("none", "{}", 1));
-    EXPECT_THAT(response, HasSubstr("\"code\":-32601"));
-    Broker broker(port);
-    support::RunningProgram subscriber(subscribe(port));
-    EXPECT_TRUE(hears(subscriber, "gateway_agent/agent/response " + response + "\n"));
-}
-
-TEST(gateway_agent_mqtt, ConnectsAgainAfterTheBrokerWasAway) {
-    const int port = freePort();
-    auto broker = std::make_unique<Broker>(port);
-    AgentInSandbox agent({"--mqtt", brokerAt(port)});
-    ASSERT_TRUE(
-        eventually([&] { return agent.log().find("publishing to tcp://") != std::string::npos; }));
-    broker.reset();
-    const std::string response = agent.call(request("none", "{}", 7));
-    ASSERT_TRUE(eventually([&] {
-        return agent.log().find("ERROR: gateway_agent: lost tcp://") != std::string::npos;
-    }));
-    broker = std::make_unique<Broker>(port);
-    support::RunningProgram subscriber(subscribe(port));
-    EXPECT_TRUE(hears(subscriber, "gateway_agent/agent/response " + response + "\n"));
-}
-
-TEST(gateway_agent_mqtt, EndsWhileItTriesToConnect) {
-    AgentInSandbox agent({"--mqtt", brokerAt(freePort())});
-    const support::Ran ran = agent.end(SIGTERM);
-    EXPECT_EQ(0, ran.status);
-    EXPECT_THAT(agent.log(), EndsWith("INFO: gateway_agent: ended by SIGTERM\n"));
 }
 
 } // namespace

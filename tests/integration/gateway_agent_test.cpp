@@ -1,5 +1,5 @@
-// The agent's side of JSON-RPC and its life as a process. What its methods do is tested in
-// gateway_agent_methods_test.cpp.
+// The agent's side of JSON-RPC, its outputs and its command line. What its methods do is tested in
+// gateway_agent_methods_test.cpp, how it ends in gateway_agent_end_test.cpp.
 
 #include "AgentInSandbox.h"
 #include "Waiting.h"
@@ -7,20 +7,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdint>
 
 #include <sys/stat.h>
 
-using support::readFile;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 std::string parseError(const std::string& data) {
     return error("null", -32700, "Parse error", data);
@@ -374,159 +369,6 @@ TEST(gateway_agent, LeavesANameAloneThatIsServedAlready) {
     EXPECT_THAT(agent.call(kDescribe), HasSubstr("\"result\":"));
 }
 
-// The end
-
-class TheEnd : public testing::TestWithParam<int> {};
-
-std::string nameOf(int signal) { return signal == SIGTERM ? "SIGTERM" : "SIGINT"; }
-
-void expectCleanEnd(AgentInSandbox& agent, const support::Ran& ran, int signal) {
-    EXPECT_EQ(0, ran.status) << ran.err;
-    EXPECT_FALSE(support::exists(agent.socketPath()));
-    EXPECT_THAT(agent.log(), EndsWith("INFO: gateway_agent: ended by " + nameOf(signal) + "\n"));
-}
-
-TEST_P(TheEnd, IsCleanWhileNobodyIsConnected) {
-    AgentInSandbox agent;
-    const support::Ran ran = agent.end(GetParam());
-    expectCleanEnd(agent, ran, GetParam());
-    // Nothing had to be broken off.
-    EXPECT_THAT(ran.err, EndsWith("Connected.\nReceiving: 0 bytes\nReceive result:0\n"));
-}
-
-TEST_P(TheEnd, IsCleanWhileASilentClientIsConnected) {
-    AgentInSandbox agent;
-    Client client(agent.socketPath());
-    ASSERT_TRUE(agent.waitForErrors("Connected.\n"));
-    expectCleanEnd(agent, agent.end(GetParam()), GetParam());
-}
-
-TEST_P(TheEnd, IsCleanInTheMiddleOfAMessage) {
-    AgentInSandbox agent;
-    Client client(agent.socketPath());
-    client.sendRaw(std::string("\x10\0\0\0", 4));
-    ASSERT_TRUE(agent.waitForErrors("Receiving: 16 bytes\n"));
-    expectCleanEnd(agent, agent.end(GetParam()), GetParam());
-}
-
-TEST_P(TheEnd, WaitsForARequestInProgress) {
-    AgentInSandbox agent({"--allow", "sh"});
-    Client client(agent.socketPath());
-    client.send(request(
-        "process.run",
-        R"({"command":"sh","arguments":["-c","echo >/tmp/begun; sleep 0.3; echo finished"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
-    const support::Ran ran = agent.end(GetParam());
-    EXPECT_THAT(ran.out, HasSubstr(R"("output":"finished\n")"));
-    expectCleanEnd(agent, ran, GetParam());
-}
-
-TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
-    AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
-    support::runProgram({"mkdir", agent.file("/tmp/bin")});
-    support::writeFile(agent.file("/tmp/bin/ubus"),
-                       "#!/bin/sh\n"
-                       "if [ \"$3\" = get ]; then echo >/tmp/begun; sleep 0.2;\n"
-                       "echo '{\"values\":{\"a\":\"1\"}}'; fi\n",
-                       0755);
-    Client client(agent.socketPath());
-    client.send(request("uci.apply", R"({"config":"x","section":"y","values":{"a":"1"}})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
-    const support::Ran ran = agent.end(GetParam());
-    EXPECT_EQ(result(R"({"config":"x","section":"y","existed":true,"exists":true,)"
-                     R"("values":{"a":"1"},"restarted":false})") +
-                  "\n",
-              ran.out);
-    expectCleanEnd(agent, ran, GetParam());
-}
-
-TEST_P(TheEnd, EndsAProgramThatGoesOn) {
-    AgentInSandbox agent({"--allow", "sh"});
-    Client client(agent.socketPath());
-    client.send(
-        request("process.run",
-                R"({"command":"sh","arguments":["-c","echo >/tmp/begun; exec sleep 100"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
-    const support::Ran ran = agent.end(GetParam());
-    EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":15,"exit_code":null,"signal":15)"));
-    expectCleanEnd(agent, ran, GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(gateway_agent, TheEnd, testing::Values(SIGTERM, SIGINT),
-                         [](const auto& signal) { return nameOf(signal.param); });
-
-TEST(gateway_agent, KillsAProgramThatIgnoresBeingEnded) {
-    AgentInSandbox agent({"--allow", "sh"});
-    Client client(agent.socketPath());
-    client.send(request(
-        "process.run", R"({"command":"sh","arguments":["-c",)"
-                       R"("ulimit -t 20; trap '' TERM; echo >/tmp/begun; while :; do :; done"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
-    const support::Ran ran = agent.end(SIGTERM);
-    EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":9,"exit_code":null,"signal":9)"));
-    expectCleanEnd(agent, ran, SIGTERM);
-}
-
-TEST(gateway_agent, LeavesBehindWhatHoldsAProgramsOutput) {
-    AgentInSandbox agent({"--allow", "sh"});
-    Client client(agent.socketPath());
-    // The one in the background ends by itself a little later.
-    client.send(request("process.run", R"({"command":"sh","arguments":["-c",)"
-                                       R"("sleep 9 & echo >/tmp/begun; exec sleep 100"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
-    const auto begin = Clock::now();
-    const support::Ran ran = agent.end(SIGTERM);
-    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(8));
-    EXPECT_THAT(ran.out, HasSubstr(R"("code":-32000,"message":"Failed",)"
-                                   R"("data":"the agent ended before the program's output did")"));
-    expectCleanEnd(agent, ran, SIGTERM);
-}
-
-TEST(gateway_agent, BeginsNoRequestOnceItIsEnding) {
-    AgentInSandbox agent({"--allow", "sh"});
-    Client client(agent.socketPath());
-    client.send(request("process.run",
-                        R"({"command":"sh","arguments":["-c","echo >/tmp/begun; sleep 0.3"]})"));
-    client.send(kDescribe);
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
-    const support::Ran ran = agent.end(SIGTERM);
-    EXPECT_THAT(ran.out, Not(HasSubstr("methods")));
-    EXPECT_THAT(agent.log(),
-                HasSubstr("ERROR: gateway_agent: request dropped: the agent is ending\n"));
-    expectCleanEnd(agent, ran, SIGTERM);
-}
-
-TEST(gateway_agent, LetsProgramsBeginWithNoSignalBlockedOrIgnored) {
-    AgentInSandbox agent({"--allow", "grep"});
-    EXPECT_THAT(
-        agent.call(request("process.run",
-                           R"({"command":"grep","arguments":["Sig[BI]","/proc/self/status"]})")),
-        HasSubstr(R"("output":"SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n")"));
-}
-
-TEST(gateway_agent, EndsWhenItsDescriptorsAreUsedUp) {
-    AgentInSandbox agent("ulimit -n 64; exec \"$@\"", {});
-    const auto hasEnded = [&] { return agent.log().find("ended: ") != std::string::npos; };
-    std::size_t served = 0;
-    while (!hasEnded() && served < 100) {
-        try {
-            Client(agent.socketPath()).send(kDescribe);
-        } catch (const std::runtime_error&) {
-            break; // it has ended meanwhile
-        }
-        ++served;
-        support::eventually([&] { return agent.responses().size() >= served || hasEnded(); });
-    }
-    const support::Ran ran = agent.wait();
-    EXPECT_EQ(1, ran.status);
-    EXPECT_GT(served, 10u);
-    EXPECT_LT(served, 64u);
-    EXPECT_THAT(ran.err, Not(HasSubstr("Error accepting"))) << "they were used up to the last";
-    EXPECT_THAT(agent.log(), EndsWith("ERROR: gateway_agent: ended: no descriptors are left for "
-                                      "further connections\n"));
-    EXPECT_FALSE(support::exists(agent.socketPath()));
-}
-
 // The command line
 
 constexpr char kAgentTry[] = "Try 'gateway_agent --help' for more information.\n";
@@ -569,80 +411,6 @@ TEST(gateway_agent, SaysWhenItCannotServe) {
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("", ran.out);
     EXPECT_THAT(ran.err, EndsWith("bind: Not a directory\n"));
-}
-
-// rpc_send
-
-constexpr char kSendTry[] = "Try 'rpc_send --help' for more information.\n";
-
-TEST(rpc_send, SendsEachFileAsOneMessage) {
-    AgentInSandbox agent({"--allow", "sh"});
-    support::writeFile(agent.file("/tmp/a.json"), request("none", "{}", 1));
-    support::writeFile(agent.file("/tmp/b.json"), request("none", "{}", 2) + "\n");
-    // Programs that the agent runs are in its gateway, where they find its socket.
-    const auto inside = [&](const std::string& arguments) {
-        Client(agent.socketPath())
-            .send(R"({"jsonrpc":"2.0","method":"process.run","params":{"command":"sh",)"
-                  R"("arguments":["-c",")" TAVO_RPC_SEND " agent " +
-                  arguments + " </tmp/a.json >>/tmp/sent 2>&1; echo status $? >>/tmp/sent\"]}}");
-    };
-    inside("/tmp/b.json /tmp/a.json");
-    ASSERT_TRUE(agent.waitForResponses(2));
-    inside("");
-    inside("/tmp/b.json -");
-    ASSERT_TRUE(agent.waitForResponses(5));
-    std::string ids;
-    for (const std::string& response : agent.responses())
-        ids += response.substr(response.find("\"id\":") + 5, 1);
-    EXPECT_EQ("21121", ids);
-    EXPECT_EQ("status 0\nstatus 0\nstatus 0\n", agent.read("/tmp/sent"));
-}
-
-TEST(rpc_send, SaysWhatItCannotSend) {
-    const auto expectFailure = [](const std::string& arguments, const std::string& why) {
-        const support::Ran ran = runInSandbox(
-            {"sh", "-c", "mkdir /tmp/d; : >/tmp/empty; " TAVO_RPC_SEND " " + arguments});
-        EXPECT_EQ(1, ran.status);
-        EXPECT_EQ("rpc_send: " + why + "\n", ran.err);
-    };
-    expectFailure("nobody /etc/config/network", "/tmp/socketDDS/nobody: No such file or directory");
-    expectFailure("nobody /tmp/missing", "/tmp/missing: No such file or directory");
-    expectFailure("nobody /tmp/d", "/tmp/d: Is a directory");
-    expectFailure("nobody /tmp/empty",
-                  "/tmp/empty: empty (an empty message would end the connection)");
-    expectFailure(std::string(100, 'n') + " /etc/config/network",
-                  "the name is too long for a socket");
-}
-
-TEST(rpc_send, WarnsOfWhatMayArriveCutAndGivesUpWhenItIsNotTaken) {
-    AgentInSandbox agent({"--allow", "sh"});
-    support::writeFile(agent.file("/tmp/large"), std::string(40000, ' '));
-    support::writeFile(agent.file("/tmp/huge"), std::string(1 << 20, 'a'));
-    Client(agent.socketPath())
-        .send(R"({"jsonrpc":"2.0","method":"process.run","params":{"command":"sh",)"
-              R"("arguments":["-c","(exec >/tmp/sent 2>&1; for f in large huge; do )" TAVO_RPC_SEND
-              R"( agent /tmp/$f; echo status $?; done) &"]}})");
-    ASSERT_TRUE(support::eventually([&] {
-        return support::exists(agent.file("/tmp/sent")) &&
-               readFile(agent.file("/tmp/sent")).find("status 1\n") != std::string::npos;
-    }));
-    EXPECT_EQ("rpc_send: /tmp/large: 40000 bytes may not arrive in one piece\n"
-              "status 0\n"
-              "rpc_send: /tmp/huge: 1048576 bytes may not arrive in one piece\n"
-              "rpc_send: /tmp/huge: the server does not take the whole message\n"
-              "status 1\n",
-              agent.read("/tmp/sent"));
-}
-
-TEST(rpc_send, ExplainsItselfAndRefusesWrongCommandLines) {
-    EXPECT_THAT(support::runProgram({TAVO_RPC_SEND, "--help"}).out,
-                testing::StartsWith("Usage: rpc_send NAME [FILE...]\n"));
-    const support::Ran none = support::runProgram({TAVO_RPC_SEND});
-    EXPECT_EQ(2, none.status);
-    EXPECT_EQ(std::string("rpc_send: the NAME of the socket is missing\n") + kSendTry, none.err);
-    const support::Ran unknown = support::runProgram({TAVO_RPC_SEND, "--fast", "a"});
-    EXPECT_EQ(2, unknown.status);
-    EXPECT_EQ(std::string("rpc_send: unrecognized option '--fast'\n") + kSendTry, unknown.err);
 }
 
 } // namespace

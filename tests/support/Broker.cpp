@@ -65,7 +65,9 @@ bool Listener::waitForClient() const {
 int unusedPort() { return Listener().port(); }
 
 Broker::Broker(const std::string& settings) : port_(unusedPort()) {
-    std::string configuration = "listener " + std::to_string(port_) + " 127.0.0.1\n" + settings;
+    std::string configuration = "listener " + std::to_string(port_) + " 127.0.0.1\n" + settings +
+                                "persistence true\npersistence_location " + directory_.path() +
+                                "/\n";
     if (geteuid() == 0)
         configuration += "user root\n"; // or it could not read files of a temporary directory
     writeFile(directory_ / "mosquitto.conf", configuration);

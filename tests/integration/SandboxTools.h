@@ -1,0 +1,85 @@
+#ifndef TAVO_TESTS_SANDBOX_TOOLS_H
+#define TAVO_TESTS_SANDBOX_TOOLS_H
+
+#include "RunProgram.h"
+#include "TempDir.h"
+
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+constexpr char kNetwork[] = "\n"
+                            "config interface 'lan'\n"
+                            "\toption device 'br-lan'\n"
+                            "\toption gateway '10.0.0.1'\n"
+                            "\tlist dns '1.1.1.1'\n"
+                            "\tlist dns '8.8.8.8'\n"
+                            "\n"
+                            "config device\n"
+                            "\toption name 'br-lan'\n"
+                            "\n";
+
+constexpr char kUsageLine[] = "Usage: ubus [<options>] <command> [arguments...]\n";
+
+/// A gateway's package directory with the one package "network".
+class SandboxUbus : public testing::Test {
+protected:
+    SandboxUbus() {
+        mkdir(config().c_str(), 0755);
+        support::writeFile(config() + "/network", kNetwork);
+    }
+
+    std::string config() const { return directory_ / "config"; }
+    std::string network() const { return support::readFile(config() + "/network"); }
+
+    void provide(const std::string& package, const std::string& content) const {
+        support::writeFile(config() + "/" + package, content);
+    }
+
+    support::Ran tool(const std::string& name, std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), std::string(TAVO_SANDBOX_BIN) + "/" + name);
+        return support::runProgram(arguments, {"TAVO_UCI_CONFIG_DIR=" + config(),
+                                               "TAVO_UCI_PENDING_DIR=" + directory_ / "pending"});
+    }
+    support::Ran call(const std::string& method, const std::string& json) const {
+        return tool("ubus", {"call", "uci", method, json});
+    }
+    support::Ran uci(std::vector<std::string> arguments) const { return tool("uci", arguments); }
+
+    /// The file of the package network after a commit.
+    std::string committed() const {
+        expectSilent(uci({"commit", "network"}));
+        return network();
+    }
+
+    static void expectSilent(const support::Ran& ran) {
+        EXPECT_EQ(0, ran.status);
+        EXPECT_EQ("", ran.out);
+        EXPECT_EQ("", ran.err);
+    }
+
+    /// A refusal: status and message as given, nothing on standard output, nothing pending.
+    void expectRefused(const std::string& method, const std::string& json, int status,
+                       const std::string& text) const {
+        const support::Ran ran = call(method, json);
+        EXPECT_EQ(status, ran.status) << json;
+        EXPECT_EQ("", ran.out) << json;
+        EXPECT_EQ("Command failed: ubus call uci " + method + " " + json + " (" + text + ")\n",
+                  ran.err.substr(0, ran.err.find(kUsageLine)));
+        EXPECT_EQ(status == 254, ran.err.find(kUsageLine) != std::string::npos) << ran.err;
+        EXPECT_EQ("", uci({"changes"}).out) << json;
+    }
+    void expectNotFound(const std::string& method, const std::string& json) const {
+        expectRefused(method, json, 252, "Not found");
+    }
+    void expectInvalid(const std::string& method, const std::string& json) const {
+        expectRefused(method, json, 254, "Invalid argument");
+    }
+
+    support::TempDir directory_;
+};
+
+#endif
