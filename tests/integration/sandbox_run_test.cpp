@@ -492,6 +492,19 @@ TEST_F(SandboxRunRoot, ProgramDiesWithARunnerThatIsKilled) {
     EXPECT_EQ("", support::runProgram({"find", root(), "-lname", "/opt/.host/*"}).out);
 }
 
+TEST_F(SandboxRunRoot, ProgramDoesNotStartWhenItsRunnerIsGoneAlready) {
+    // As the runner starts it, but with the number of a process that is not the parent.
+    Arguments command = {"unshare", "--mount"};
+    if (support::runProgram(command + Arguments{"true"}).status != 0)
+        command = {"unshare", "--user", "--map-root-user", "--mount"};
+    const Ran ran = support::runProgram(command + Arguments{TAVO_SANDBOX_RUN, "--inside-of", "1",
+                                                            TAVO_BUILD_DIR "/sandbox/bin", root(),
+                                                            "/", "echo", "started"});
+    EXPECT_EQ(125, ran.status);
+    EXPECT_EQ("", ran.out + ran.err);
+    EXPECT_FALSE(support::exists(root()));
+}
+
 TEST_F(SandboxRunRoot, BelongsToOneRunAtATime) {
     RunningProgram first(sandbox(withRoot({"sh", "-c", "echo ready; exec sleep 60"})),
                          {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
