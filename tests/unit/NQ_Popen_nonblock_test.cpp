@@ -1,6 +1,7 @@
 #include <kvr/api/file/NQ_Files.h>
 
 #include "Descriptors.h"
+#include "HeldThreads.h"
 #include "ScriptedCalls.h"
 #include "TempDir.h"
 #include "Waiting.h"
@@ -12,6 +13,7 @@
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -37,6 +39,7 @@ using testing::ElementsAre;
 using testing::Eq;
 using testing::ExitedWithCode;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::KilledBySignal;
 
 /// What the callbacks of one run were told, in order: "start", each piece, "exit STATUS".
@@ -203,6 +206,29 @@ TEST(NQ_Popen, ExecuteNonblockRunsSeveralProgramsAtOnce) {
     for (Progress& run : runs)
         run.wait();
     EXPECT_THAT(runs[2].events, ElementsAre("baton", "exit 0"));
+}
+
+TEST(NQ_Popen, ExecuteNonblockStartsTheProgramOnItsThread) {
+    HeldThreads threads;
+    threads.hold();
+    Progress run;
+    NQ_Popen::executeNonblock("echo", {"text"}, run.onOutput(), run.onExit(), run.onStart());
+    EXPECT_EQ(1, threads.made());
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "the caller starts nothing";
+    EXPECT_THAT(run.events, IsEmpty());
+    threads.release();
+    run.wait();
+    EXPECT_THAT(run.events, ElementsAre("start", "text\n", "exit 0"));
+}
+
+TEST(NQ_Popen, ExecuteNonblockThrowsWhenNoThreadCanBeMade) {
+    HeldThreads threads;
+    threads.refuse(true);
+    Progress run;
+    EXPECT_THROW(NQ_Popen::executeNonblock("echo", {"text"}, run.onOutput(), run.onExit()),
+                 std::system_error);
+    EXPECT_THAT(run.events, IsEmpty());
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "nothing was started";
 }
 
 TEST(NQ_Popen, ExecuteNonblockNeedsNoStartCallback) {
