@@ -20,7 +20,12 @@ DDS"
     defines=-DCONSUMER_EXPECTS_DDS
 fi
 
+# Of all libraries, a consumer is to ask for ours, and the language's.
+export LDFLAGS="${LDFLAGS:-} -Wl,--no-as-needed" # what is linked is to show, used or not
 run() {
+    needed=$(readelf -d "$2" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
+        grep -vE '^(libstdc\+\+|libc\+\+|libc\+\+abi|libm|libgcc_s|libc|libpthread|ld-linux.*)\.so\.' || true)
+    [ "$needed" = libtavo.so.1 ] || { printf '%s: the consumer needs\n%s\n' "$1" "$needed" >&2; exit 1; }
     printed=$(LD_LIBRARY_PATH="$root$prefix/$libdir" "$2")
     [ "$printed" = "$expected" ] || {
         printf '%s: the consumer printed\n%s\ninstead of\n%s\n' "$1" "$printed" "$expected" >&2
