@@ -7,8 +7,9 @@
 
 #include <csignal>
 #include <functional>
+#include <string>
 
-#include <sys/prctl.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,47 +17,44 @@
 
 namespace {
 
-/// Has a copy of this process start another process, which `start` gives, and kills the copy; true
-/// when the other one was killed by that, or ended by itself because the copy was gone already.
-bool endsWhatIsStartedBy(const std::function<pid_t()>& start) {
-    prctl(PR_SET_CHILD_SUBREAPER, 1); // the other one's end is told to this process
-    int ends[2];
-    EXPECT_EQ(0, pipe(ends));
+/// Has a copy of this process start another process by `start`, and kills the copy once the other one
+/// has written a byte to the descriptor given; true when that one has ended soon after.
+bool endsWhatIsStartedBy(const std::function<void(int)>& start) {
+    int alive[2]; // the writing end is open as long as one of the two lives
+    EXPECT_EQ(0, pipe(alive));
     const pid_t copy = fork();
     if (copy == 0) {
-        const pid_t started = start();
-        (void)!write(ends[1], &started, sizeof started);
+        start(alive[1]);
         pause();
     }
-    pid_t started = -1;
-    EXPECT_EQ(static_cast<ssize_t>(sizeof started), read(ends[0], &started, sizeof started));
-    close(ends[0]);
-    close(ends[1]);
+    close(alive[1]);
+    char started = 0;
+    EXPECT_EQ(1, read(alive[0], &started, 1));
     kill(copy, SIGKILL);
     EXPECT_EQ(copy, waitpid(copy, nullptr, 0));
-    int status = 0;
-    EXPECT_EQ(started, waitpid(started, &status, 0));
-    return WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : WEXITSTATUS(status) == 127;
+    pollfd ended = {alive[0], POLLIN, 0};
+    const bool soon = poll(&ended, 1, 10000) == 1 && read(alive[0], &started, 1) == 0;
+    close(alive[0]);
+    return soon;
 }
 
 } // namespace
 
 TEST(RunningProgram, EndsWithTheProcessThatStartedIt) {
-    EXPECT_TRUE(endsWhatIsStartedBy([] {
-        static support::RunningProgram program({"sleep", "20"});
-        return program.pid();
+    EXPECT_TRUE(endsWhatIsStartedBy([](int descriptor) {
+        static support::RunningProgram program(
+            {"sh", "-c", "echo >/proc/self/fd/" + std::to_string(descriptor) + "; exec sleep 20"});
     }));
 }
 
 TEST(ForkedChild, EndsWithTheProcessThatForkedIt) {
-    EXPECT_TRUE(endsWhatIsStartedBy([] {
+    EXPECT_TRUE(endsWhatIsStartedBy([](int descriptor) {
         const pid_t parent = getpid();
-        const pid_t child = fork();
-        if (child == 0) {
+        if (fork() == 0) {
             support::endWithParent(parent);
+            (void)!write(descriptor, "\n", 1);
             sleep(20);
             _exit(0);
         }
-        return child;
     }));
 }
