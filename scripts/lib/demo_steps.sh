@@ -200,6 +200,7 @@ configuration_change_is network <<'END'
 -	list dns '9.9.9.9'
 -
 END
+services_asked_are < <(nothing)
 log_is <<'END'
 INFO: gateway_agent: request 3 uci.apply (136 bytes)
 INFO: gateway_agent: request 3 uci.apply: done
@@ -247,6 +248,8 @@ request 06-describe.json
 response_is <<'END'
 {"jsonrpc":"2.0","id":6,"result":{"methods":[{"name":"system.describe","description":"names and descriptions of all methods"},{"name":"uci.apply","description":"changes, creates or deletes (\"values\": {}) a section of the configuration: config, section, type, values, restart"},{"name":"config.place","description":"places a file for an application or one of its agents: application, agent, directory, file, content, base64, restart"},{"name":"process.run","description":"runs one of the allowed programs: command, arguments"},{"name":"system.info","description":"name and directory of the agent, serial number, modem, companion applications and serial port of the gateway"},{"name":"gpio.get","description":"reads a signal: name (out0, bin0, bin1, temperature, voltage)"},{"name":"gpio.set","description":"sets a signal: name (led_sim, led_wan, led_usr, led_pwr, out0), value (0 or 1)"}]}}
 END
+configuration_is_unchanged
+services_asked_are < <(nothing)
 log_is <<'END'
 INFO: gateway_agent: request 6 system.describe (57 bytes)
 INFO: gateway_agent: request 6 system.describe: done
@@ -257,6 +260,8 @@ request 07-malformed.json
 response_is <<'END'
 {"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"Parse error","data":"unexpected end of data at byte 72"}}
 END
+configuration_is_unchanged
+services_asked_are < <(nothing)
 log_is <<'END'
 INFO: gateway_agent: message (72 bytes)
 ERROR: gateway_agent: message refused: -32700 Parse error: unexpected end of data at byte 72
@@ -270,6 +275,7 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":8,"error":{"code":-32602,"message":"Invalid params","data":"single quotes are not accepted"}}
 END
 configuration_is_unchanged
+services_asked_are < <(nothing)
 log_is <<'END'
 INFO: gateway_agent: request 8 uci.apply (207 bytes)
 ERROR: gateway_agent: request 8 uci.apply: -32602 Invalid params: single quotes are not accepted
