@@ -1,2 +1,32 @@
-# Stand-in for the buildroot's file of this name.
-PKG_INSTALL_DIR:=$(PKG_BUILD_DIR)/ipkg-install
+# Stand-in for the buildroot's file of this name, with this machine's compiler. As there, CMake is told of another system, the
+# flags of the release build are replaced, and all that is installed is staged for recipes that ask for it.
+PKG_INSTALL:=1
+
+define Build/Configure/Default
+	CXXFLAGS="-Os -pipe" cmake -S $(PKG_BUILD_DIR) -B $(PKG_BUILD_DIR) -G Ninja \
+		-DCMAKE_SYSTEM_NAME=Linux \
+		-DCMAKE_SYSTEM_PROCESSOR=$(shell uname -m) \
+		-DCMAKE_BUILD_TYPE=Release \
+		-DCMAKE_CXX_FLAGS_RELEASE=-DNDEBUG \
+		-DCMAKE_SHARED_LINKER_FLAGS=-Wl,-Bsymbolic-functions \
+		-DCMAKE_FIND_ROOT_PATH=/usr \
+		-DCMAKE_STRIP=: \
+		-DCMAKE_INSTALL_PREFIX=/usr \
+		-DCMAKE_SKIP_RPATH=TRUE \
+		$(CMAKE_OPTIONS)
+endef
+
+define Build/Compile/Default
+	ninja -C $(PKG_BUILD_DIR)
+endef
+
+define Build/Install/Default
+	DESTDIR=$(PKG_INSTALL_DIR) ninja -C $(PKG_BUILD_DIR) install
+endef
+
+define Build/InstallDev/cmake
+	$(INSTALL_DIR) $(1)
+	$(CP) $(PKG_INSTALL_DIR)/* $(1)/
+endef
+
+Build/InstallDev = $(if $(CMAKE_INSTALL),$(Build/InstallDev/cmake))

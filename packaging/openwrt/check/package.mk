@@ -1,16 +1,27 @@
-# Stand-in for the buildroot's file of this name: the steps in their order, by this machine's compiler.
+# Stand-in for the buildroot's file of this name: the steps in their order.
+PKG_BUILD_DIR ?= $(BUILD_DIR)/$(PKG_NAME)-$(PKG_VERSION)
+PKG_INSTALL_DIR ?= $(PKG_BUILD_DIR)/ipkg-install
+
+Build/Configure=$(Build/Configure/Default)
+Build/Compile=$(Build/Compile/Default)
+Build/Install=$(if $(PKG_INSTALL),$(Build/Install/Default))
+
 define BuildPackage
-ifeq ($$(strip $$(Package/$(1))$$(Package/$(1)/install)),)
-$$(error the recipe describes no package $(1))
+$$(eval $$(Package/$(1)))
+ifeq ($$(and $$(SECTION),$$(CATEGORY),$$(TITLE),$$(Package/$(1)/install)),)
+$$(error the recipe does not describe the package $(1))
 endif
 all:
+	mkdir -p $$(PKG_BUILD_DIR)
 	$$(call Build/Prepare)
-	cmake -S $$(PKG_BUILD_DIR) -B $$(PKG_BUILD_DIR)/build -G Ninja -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib $$(CMAKE_OPTIONS)
-	cmake --build $$(PKG_BUILD_DIR)/build
-	DESTDIR=$$(PKG_INSTALL_DIR) cmake --install $$(PKG_BUILD_DIR)/build
+	$$(call Build/Configure)
+	$$(call Build/Compile)
+	$$(call Build/Install)
 	$$(call Build/InstallDev,$$(OUT)/staging)
 	$$(call Package/$(1)/install,$$(OUT)/package)
-version:
-	@echo $$(PKG_VERSION)
-.PHONY: all version
+describe:
+	@echo "version $$(PKG_VERSION)"
+	@echo "options $$(CMAKE_OPTIONS)"
+	@echo "missing $$(strip $$(foreach file,$$(PKG_FILE_DEPENDS),$$(if $$(wildcard $$(file)),,$$(file))))"
+.PHONY: all describe
 endef
