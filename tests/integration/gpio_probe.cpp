@@ -29,10 +29,20 @@ const std::map<std::string, int (*)()> kGetters = {{"out0", NQ_Gpio::getOut0},
                                                    {"temperature", NQ_Gpio::getTemperature},
                                                    {"voltage", NQ_Gpio::getVoltage}};
 
+constexpr int kInherited = 9;
+
+// Opens the device for the programs that are executed from then on.
+void hold() {
+    errno = 0;
+    const int device = open("/dev/gpio", O_RDWR);
+    std::printf("%s\n", std::strerror(errno));
+    if (device >= 0)
+        dup2(device, kInherited);
+}
+
 // One request straight on descriptor 9 where the caller provides it, else on a fresh one.
 int raw(unsigned long request) {
-    const int inherited = 9;
-    const int device = fcntl(inherited, F_GETFD) < 0 ? open("/dev/gpio", O_RDWR) : inherited;
+    const int device = fcntl(kInherited, F_GETFD) < 0 ? open("/dev/gpio", O_RDWR) : kInherited;
     errno = 0;
     const int result = ioctl(device, request, 1);
     std::printf("%d %s\n", result, std::strerror(errno));
@@ -48,6 +58,8 @@ int main(int argc, char* argv[]) {
         std::fflush(stdout);
         if (word.rfind("sh:", 0) == 0) // something that happens meanwhile
             (void)!std::system(argv[i] + 3);
+        else if (word == "hold")
+            hold();
         else if (word.rfind("0x", 0) == 0)
             raw(std::strtoul(argv[i], nullptr, 16));
         else if (equals != std::string::npos)

@@ -22,6 +22,7 @@ namespace {
 
 using support::Ran;
 using support::RunningProgram;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -378,18 +379,19 @@ TEST_F(SandboxRun, GpioPassesNegativeReadingsAsErrorsLikeADriver) {
 TEST_F(SandboxRun, GpioWithoutAStateFileIsABoardWithoutTheDevice) {
     EXPECT_EQ("-1\n0\n-1\n",
               shell("rm /tmp/gpio.state; " TAVO_GPIO_PROBE " led_wan=1 bin0 voltage").out);
-    EXPECT_NE(0, run({"bash", "-c", "rm /tmp/gpio.state; exec 9<> /dev/gpio"}).status);
-    EXPECT_EQ(0, run({"bash", "-c", "exec 9<> /dev/gpio"}).status);
+    EXPECT_EQ("No such file or directory\n",
+              shell("rm /tmp/gpio.state; " TAVO_GPIO_PROBE " hold").out);
 }
 
 TEST_F(SandboxRun, GpioDeviceIsInheritedByOtherPrograms) {
-    EXPECT_EQ("41 Success\n",
-              run({"bash", "-c", "exec 9<>/dev/gpio; " TAVO_GPIO_PROBE " 0x80004211"}).out);
+    EXPECT_EQ("Success\n41 Success\n",
+              run({TAVO_GPIO_PROBE, "hold", "sh:" TAVO_GPIO_PROBE " 0x80004211"}).out);
 }
 
 TEST_F(SandboxRun, GpioLeavesOtherDescriptorsAlone) {
-    EXPECT_EQ("-1 Inappropriate ioctl for device\n",
-              run({"bash", "-c", "exec 9<>/dev/null; " TAVO_GPIO_PROBE " 0x80004211"}).out);
+    EXPECT_THAT(run({"bash", "-c", "exec 9<>/dev/null; " TAVO_GPIO_PROBE " 0x80004211"}).out,
+                AnyOf("-1 Inappropriate ioctl for device\n",
+                      "-1 Function not implemented\n")); // an emulator, before the kernel
 }
 
 // --- a root that is kept --------------------------------------------------------------------------
