@@ -488,7 +488,8 @@ TEST(gateway_agent_gpio, RefusesUnknownSignalsAndValues) {
 }
 
 TEST(gateway_agent_gpio, TellsWhenTheBoardDoesNotAnswer) {
-    AgentInSandbox agent("unset LD_PRELOAD; exec \"$@\"", {}); // without the simulated board
+    // Without its state file the simulated board is a board without the device.
+    AgentInSandbox agent("export TAVO_GPIO_STATE=/nowhere; exec \"$@\"", {});
     EXPECT_THAT(agent.call(request("gpio.get", R"({"name":"voltage"})")),
                 HasSubstr("\"code\":-32000,\"message\":\"Failed\",\"data\":\"voltage: the board "
                           "does not answer: "));
