@@ -22,7 +22,7 @@ public:
     /// The same, without what the process's own streams still hold: shows what was flushed.
     std::string written() const;
 
-    /// Waits until `expected` has been written (anywhere in the text) or ten seconds have passed.
+    /// Waits until `expected` has been written (anywhere in the text) or half a minute has passed.
     bool waitFor(const std::string& expected) const;
 
 private:

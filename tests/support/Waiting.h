@@ -7,9 +7,10 @@
 namespace support {
 
 /// Looks at `condition` every millisecond until it holds or the deadline has passed; tells whether
-/// it held. For conditions outside the process, which nothing can signal.
+/// it held. For conditions outside the process, which nothing can signal. The deadline is far above
+/// what anything takes, for machines that are busy with other things.
 bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds deadline = std::chrono::seconds(10));
+                std::chrono::milliseconds deadline = std::chrono::seconds(30));
 
 } // namespace support
 

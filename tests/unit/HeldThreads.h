@@ -20,7 +20,7 @@ public:
 
     /// Threads made so far, refused ones not counted.
     int made() const;
-    /// Waits until a join has been asked for `count` times; false after ten seconds.
+    /// Waits until a join has been asked for `count` times; false after half a minute.
     bool joinsReach(int count) const;
 };
 
