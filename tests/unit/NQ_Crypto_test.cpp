@@ -401,9 +401,13 @@ TEST(NQ_Crypto, NothingIsPrintedAndNoErrorIsLeftInTheQueue) {
 
 // the end of the process --------------------------------------------------------------------------
 
+// An emulator that runs the test for another machine tells of the abort itself.
+const std::string kEnd = "(qemu: uncaught target signal 6 [^\n]*\n)?$";
+const std::string kNothing = "^" + kEnd;
+
 /// One record of OpenSSL's queue, and no other output: the thread, the code, where, and the reason.
 std::string onlyRecord(const std::string& reason) {
-    return "^[0-9A-F]+:error:[0-9A-F]+:[^\n]*:" + reason + ":[^\n]*\n$";
+    return "^[0-9A-F]+:error:[0-9A-F]+:[^\n]*:" + reason + ":[^\n]*\n" + kEnd;
 }
 
 class NQ_CryptoDeathTest : public testing::Test {
@@ -459,25 +463,26 @@ TEST_F(NQ_CryptoDeathTest, ANegativeLengthAbortsTheProcess) {
 TEST_F(NQ_CryptoDeathTest, EveryResultOtherThanOneAbortsTheProcess) {
     for (const int result : {0, -1, 2}) {
         for (const char* call : {"EVP_EncryptInit_ex", "EVP_EncryptUpdate", "EVP_EncryptFinal_ex"})
-            EXPECT_EXIT(failing = call; failure = result;
-                        encrypted(crypto, Bytes(40, 'x')), testing::KilledBySignal(SIGABRT), "^$")
+            EXPECT_EXIT(failing = call; failure = result; encrypted(crypto, Bytes(40, 'x')),
+                                                          testing::KilledBySignal(SIGABRT),
+                                                          kNothing)
                 << call << ' ' << result;
         for (const char* call : {"EVP_DecryptInit_ex", "EVP_DecryptUpdate", "EVP_DecryptFinal_ex"})
             EXPECT_EXIT(failing = call; failure = result;
-                        decrypted(crypto, cipher), testing::KilledBySignal(SIGABRT), "^$")
+                        decrypted(crypto, cipher), testing::KilledBySignal(SIGABRT), kNothing)
                 << call << ' ' << result;
     }
 }
 
 TEST_F(NQ_CryptoDeathTest, NoContextAbortsTheProcess) {
     EXPECT_EXIT(failing = "EVP_CIPHER_CTX_new";
-                encrypted(crypto, Bytes(40, 'x')), testing::KilledBySignal(SIGABRT), "^$");
+                encrypted(crypto, Bytes(40, 'x')), testing::KilledBySignal(SIGABRT), kNothing);
     EXPECT_EXIT(failing = "EVP_CIPHER_CTX_new";
-                decrypted(crypto, cipher), testing::KilledBySignal(SIGABRT), "^$");
+                decrypted(crypto, cipher), testing::KilledBySignal(SIGABRT), kNothing);
 }
 
 TEST_F(NQ_CryptoDeathTest, HandleErrorsPrintsTheQueueAndAborts) {
-    EXPECT_EXIT(crypto.handleErrors(), testing::KilledBySignal(SIGABRT), "^$");
+    EXPECT_EXIT(crypto.handleErrors(), testing::KilledBySignal(SIGABRT), kNothing);
     EXPECT_EXIT(
         {
             EVP_CIPHER_CTX* const context = EVP_CIPHER_CTX_new();
