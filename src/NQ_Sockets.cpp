@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -102,7 +103,12 @@ bool NQ_Sockets::receiveMessage(int client) {
         throw std::runtime_error("Error receiving socket data length\n");
     detail::out() << "Receiving: " << length << " bytes" << std::endl;
 
-    std::string payload(length, '\0');
+    std::string payload;
+    // Where size_t has 32 bits, a text may be shorter than a length tells. The C++ libraries have words
+    // of their own for that; this one is the same everywhere.
+    if (length > payload.max_size())
+        throw std::bad_alloc();
+    payload.resize(length);
     // Without the test, a recv() of 0 bytes would wait for the client's next byte.
     const ssize_t result = length == 0 ? 0 : recv(client, &payload[0], length, 0);
     detail::out() << "Receive result:" << result << std::endl;
