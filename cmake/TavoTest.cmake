@@ -37,6 +37,10 @@ function(tavo_test name)
     if(TAVO_SANITIZER STREQUAL "tsan")
         set(environment "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp")
     endif()
+    if(CMAKE_CROSSCOMPILING_EMULATOR AND CMAKE_SYSROOT)
+        # Where the emulator finds the libraries of the programs that a test executes.
+        list(APPEND environment "QEMU_LD_PREFIX=${CMAKE_SYSROOT}")
+    endif()
     # Lists do not survive the way through gtest_discover_tests(): only the first value would, and no property after it.
     set(lists ${CMAKE_CURRENT_BINARY_DIR}/${target}_lists.cmake)
     file(WRITE ${lists}
