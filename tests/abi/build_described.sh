@@ -5,7 +5,7 @@ set -eu
 . "$(dirname "$0")/common.sh"
 
 architecture=$1
-source=$2
+source=$(cd "$2" && pwd)
 build=$3
 out=$4
 case $architecture in
