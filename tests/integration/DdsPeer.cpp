@@ -106,7 +106,7 @@ std::string DdsPeer::next() {
         pollfd waiting = {output_, POLLIN, 0};
         char bytes[512];
         const ssize_t count =
-            poll(&waiting, 1, 10000) == 1 ? read(output_, bytes, sizeof bytes) : 0;
+            poll(&waiting, 1, 30000) == 1 ? read(output_, bytes, sizeof bytes) : 0;
         if (count <= 0)
             return "";
         unread_.append(bytes, static_cast<std::size_t>(count));

@@ -82,7 +82,7 @@ public:
     bool waitFor(const std::string& expected) {
         while (text_.find(expected) == std::string::npos) {
             pollfd waiting{terminal_, POLLIN, 0};
-            if (poll(&waiting, 1, 10000) <= 0 || !readSome())
+            if (poll(&waiting, 1, 30000) <= 0 || !readSome())
                 return false;
         }
         return true;
