@@ -20,8 +20,9 @@
 
 namespace {
 
-std::set<FILE*> memoryStreams; // those open
-std::set<BIO*> chains;         // by their first filter, those that are not freed
+std::set<FILE*> memoryStreams;  // those open
+std::size_t streamCapacity = 0; // of the last one
+std::set<BIO*> chains;          // by their first filter, those that are not freed
 
 template <class Function>
 Function* next(const char* name) {
@@ -37,6 +38,7 @@ FILE* fmemopen(void* buffer, std::size_t size, const char* mode) noexcept {
     FILE* const stream =
         next<FILE*(void*, std::size_t, const char*)>("fmemopen")(buffer, size, mode);
     memoryStreams.insert(stream);
+    streamCapacity = size;
     return stream;
 }
 
@@ -170,6 +172,7 @@ TEST(NQ_Base64, EncodingIntoABufferWritesTheTextAndATerminator) {
         std::string buffer(expected.size() + 8, '#');
         EXPECT_EQ(0, NQ_Base64::Base64Encode(data.data(), size, &buffer[0]));
         EXPECT_EQ(expected + zeros(1) + "#######", buffer) << size;
+        EXPECT_EQ(expected.size() + 1, streamCapacity) << "may be written to";
     }
 }
 
