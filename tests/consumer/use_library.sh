@@ -24,7 +24,7 @@ fi
 export LDFLAGS="${LDFLAGS:-} -Wl,--no-as-needed" # what is linked is to show, used or not
 run() {
     needed=$(readelf -d "$2" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
-        grep -vE '^(libstdc\+\+|libc\+\+|libc\+\+abi|libm|libgcc_s|libc|libpthread|ld-linux.*)\.so\.' || true)
+        grep -vE '^(libstdc\+\+|libc\+\+|libc\+\+abi|libunwind|libm|libgcc_s|libc|libpthread|ld-linux.*)\.so\.' || true)
     [ "$needed" = libtavo.so.1 ] || { printf '%s: the consumer needs\n%s\n' "$1" "$needed" >&2; exit 1; }
     printed=$(LD_LIBRARY_PATH="$root$prefix/$libdir" "$2")
     [ "$printed" = "$expected" ] || {
