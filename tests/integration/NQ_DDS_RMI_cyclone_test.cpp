@@ -6,19 +6,18 @@
 #include "CapturedSyslog.h"
 #include "DdsPeer.h"
 #include "Descriptors.h"
+#include "Threads.h"
 #include "Waiting.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <dds/dds.h>
 #include <gmock/gmock.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,27 +45,6 @@ protected:
     support::OwnDomain domain;
     NQ_DDS_RMI_RUNTIME rmi;
 };
-
-std::size_t threadsOfThisProcess() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
-}
-
-/// A thread that was joined may be listed for a moment longer.
-bool threadsFallBackTo(std::size_t count) {
-    return support::eventually([count] { return threadsOfThisProcess() == count; });
-}
-
-/// How many there are once a thread has come and gone: the first of a process may bring one of a
-/// sanitizer's with it.
-std::size_t threadsAfterAFirst() {
-    std::string listed;
-    std::thread([&listed] {
-        listed = "/proc/self/task/" + std::to_string(syscall(SYS_gettid));
-    }).join();
-    EXPECT_TRUE(support::eventually([&listed] { return !std::filesystem::exists(listed); }));
-    return threadsOfThisProcess();
-}
 
 template <class Work>
 void onThreads(int count, Work work) {
@@ -268,25 +246,25 @@ TEST_F(NQ_DDS_RMI_cyclone, StartOfARunningRuntimeIsTrueAndChangesNothing) {
 }
 
 TEST_F(NQ_DDS_RMI_cyclone, StopGivesBackEveryDescriptorAndThread) {
-    const std::size_t threads = threadsAfterAFirst();
+    const std::size_t threads = support::threadsAfterAFirst();
     const std::set<int> descriptors = support::openDescriptors();
     for (int i = 0; i < 3; ++i) {
         ASSERT_EQ(0, rmi.startRUNTIME(false));
-        EXPECT_GT(threadsOfThisProcess(), threads);
+        EXPECT_GT(support::threadsOfThisProcess(), threads);
         ASSERT_TRUE(rmi.stopRUNTIME());
         EXPECT_THAT(support::openedSince(descriptors), IsEmpty());
-        EXPECT_TRUE(threadsFallBackTo(threads));
+        EXPECT_TRUE(support::threadsFallBackTo(threads));
     }
 }
 
 TEST_F(NQ_DDS_RMI_cyclone, FailedStartLeavesNoDescriptorOrThreadBehind) {
     domain.useInterface("nosuchif0");
     const support::CapturedErrors errors;
-    const std::size_t threads = threadsOfThisProcess();
+    const std::size_t threads = support::threadsOfThisProcess();
     const std::set<int> descriptors = support::openDescriptors();
     ASSERT_EQ(1, rmi.startRUNTIME(false));
     EXPECT_THAT(support::openedSince(descriptors), IsEmpty());
-    EXPECT_TRUE(threadsFallBackTo(threads));
+    EXPECT_TRUE(support::threadsFallBackTo(threads));
 }
 
 TEST_F(NQ_DDS_RMI_cyclone, ThreadsThatStartAtOnceJoinOnce) {

@@ -5,17 +5,16 @@
 #include "HeldThreads.h"
 #include "ScriptedInotify.h"
 #include "TempDir.h"
+#include "Threads.h"
 #include "Waiting.h"
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
-#include <iterator>
 #include <mutex>
 #include <set>
 #include <string>
@@ -306,25 +305,20 @@ TEST_F(AsyncWatcherRunnerTest, BurstOfTenThousandWhileTheLoopRunsLosesNothing) {
 }
 
 TEST_F(AsyncWatcherRunnerTest, LeavesNoDescriptorAndNoThread) {
-    const auto threadsNow = [] {
-        const std::filesystem::directory_iterator tasks("/proc/self/task");
-        return std::distance(begin(tasks), end(tasks));
-    };
     ShortPasses loop;
-    std::thread([] {}).join(); // a sanitizer may start a thread of its own with the first one
+    const std::size_t threads = support::threadsAfterAFirst();
     const std::set<int> before = openDescriptors();
-    const auto threadsBefore = threadsNow();
     {
         AsyncWatcherRunner own;
         own.watcher().attachWatcher(
             Watcher(directory.path(), IN_CREATE, Arrivals::note, &arrivals));
         own.startWatcher();
         ASSERT_TRUE(loop.waitForPasses());
-        EXPECT_EQ(threadsBefore + 1, threadsNow());
+        EXPECT_EQ(threads + 1, support::threadsOfThisProcess());
         own.stopWatcher();
     }
     EXPECT_THAT(openedSince(before), IsEmpty());
-    EXPECT_TRUE(eventually([&] { return threadsNow() == threadsBefore; }));
+    EXPECT_TRUE(support::threadsFallBackTo(threads));
 }
 
 TEST(AsyncWatcherRunnerDeathTest, DestroyingARunningRunnerEndsTheProcess) {
