@@ -54,7 +54,7 @@ void useLocalDomain(int domain) {
         "<AllowMulticast>false</AllowMulticast></General>"
         "<Discovery><ParticipantIndex>auto</ParticipantIndex>"
         "<MaxAutoParticipantIndex>100</MaxAutoParticipantIndex>"
-        "<Peers><Peer address=\"localhost\"/></Peers></Discovery></Domain>";
+        "<Peers><Peer address=\"127.0.0.1\"/></Peers></Discovery></Domain>";
     setenv("CYCLONEDDS_URI", settings.c_str(), 1);
 }
 

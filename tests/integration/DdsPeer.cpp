@@ -63,7 +63,7 @@ void OwnDomain::useInterface(const std::string& name) {
                                  "<Discovery><ParticipantIndex>auto</ParticipantIndex>"
                                  "<MaxAutoParticipantIndex>100</MaxAutoParticipantIndex>"
                                  "<LeaseDuration>60s</LeaseDuration><Peers><Peer "
-                                 "address=\"localhost\"/></Peers></Discovery></Domain>";
+                                 "address=\"127.0.0.1\"/></Peers></Discovery></Domain>";
     setenv("CYCLONEDDS_URI", settings.c_str(), 1);
 }
 
