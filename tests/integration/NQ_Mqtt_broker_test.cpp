@@ -26,7 +26,6 @@ using support::Broker;
 using support::CapturedSyslog;
 using support::TempDir;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

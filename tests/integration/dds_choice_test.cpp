@@ -85,8 +85,8 @@ TEST_F(DdsChoice, UnknownValueIsAnError) {
 }
 
 TEST_F(DdsChoice, AutoPrefersOpenSpliceAndItsInterfaceIsEnough) {
-    const OpenSplice product;
-    const Ran ran = configure({}, product.home());
+    const OpenSplice vendor;
+    const Ran ran = configure({}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseOpenSplice, chosen());
     const Ran built = build();
@@ -109,16 +109,16 @@ TEST_F(DdsChoice, AutoWithoutAnyLeavesTheClassOutAndNamesThePackage) {
 }
 
 TEST_F(DdsChoice, OffLeavesTheClassOutWhateverIsThereAndSaysNothingMore) {
-    const OpenSplice product;
-    const Ran ran = configure({"-DTAVO_DDS=OFF"}, product.home());
+    const OpenSplice vendor;
+    const Ran ran = configure({"-DTAVO_DDS=OFF"}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseNone, chosen());
     EXPECT_THAT(ran.out + ran.err, Not(HasSubstr("cyclonedds-dev")));
 }
 
 TEST_F(DdsChoice, CycloneIsTakenWhenAskedForAlthoughOpenSpliceIsThere) {
-    const OpenSplice product;
-    const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS"}, product.home());
+    const OpenSplice vendor;
+    const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS"}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseCyclone, chosen());
 }
@@ -130,8 +130,8 @@ TEST_F(DdsChoice, CycloneAskedForButMissingIsAnErrorThatNamesThePackage) {
 }
 
 TEST_F(DdsChoice, OpenSpliceIsFoundByACMakeVariableToo) {
-    const OpenSplice product;
-    const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE", "-DOSPL_HOME=" + product.home()});
+    const OpenSplice vendor;
+    const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE", "-DOSPL_HOME=" + vendor.home()});
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseOpenSplice, chosen());
 }
@@ -143,14 +143,14 @@ TEST_F(DdsChoice, OpenSpliceAskedForButMissingIsAnErrorThatNamesTheVariable) {
 }
 
 TEST_F(DdsChoice, OpenSpliceWithoutALibraryDoesNotCount) {
-    const OpenSplice product;
-    ASSERT_EQ(0, remove(product.library("dcpssacpp").c_str()));
-    EXPECT_NE(0, configure({"-DTAVO_DDS=OPENSPLICE"}, product.home()).status);
+    const OpenSplice vendor;
+    ASSERT_EQ(0, remove(vendor.library("dcpssacpp").c_str()));
+    EXPECT_NE(0, configure({"-DTAVO_DDS=OPENSPLICE"}, vendor.home()).status);
 }
 
 TEST_F(DdsChoice, SwitchingFromOpenSpliceToCycloneInOneBuildTreeWorks) {
-    const OpenSplice product;
-    ASSERT_EQ(0, configure({"-DTAVO_DDS=OPENSPLICE"}, product.home()).status);
-    ASSERT_EQ(0, configure({"-DTAVO_DDS=CYCLONEDDS"}, product.home()).status);
+    const OpenSplice vendor;
+    ASSERT_EQ(0, configure({"-DTAVO_DDS=OPENSPLICE"}, vendor.home()).status);
+    ASSERT_EQ(0, configure({"-DTAVO_DDS=CYCLONEDDS"}, vendor.home()).status);
     EXPECT_EQ(kChoseCyclone, chosen());
 }

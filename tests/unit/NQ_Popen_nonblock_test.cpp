@@ -33,7 +33,6 @@ using support::Call;
 using support::openDescriptors;
 using support::ScriptedCall;
 using support::TempDir;
-using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::Eq;
