@@ -35,14 +35,12 @@ public:
         support::writeFile(home_ / "include/rmi/dds_service_sdk.h",
                            support::readFile(TAVO_VENDOR_INTERFACE));
         for (const char* name : {"ddsrmi", "dcpssacpp", "ddskernel"})
-            EXPECT_EQ(0, runProgram({TAVO_C_COMPILER, "-shared", "-o", library(name), "-x", "c",
+            EXPECT_EQ(0, runProgram({TAVO_C_COMPILER, "-shared", "-o", pathOf(name), "-x", "c",
                                      "/dev/null"})
                              .status);
     }
 
-    std::string library(const std::string& name) const {
-        return home_ / ("lib/lib" + name + ".so");
-    }
+    std::string pathOf(const std::string& name) const { return home_ / ("lib/lib" + name + ".so"); }
     const std::string& home() const { return home_.path(); }
 
 private:
@@ -144,7 +142,7 @@ TEST_F(DdsChoice, OpenSpliceAskedForButMissingIsAnErrorThatNamesTheVariable) {
 
 TEST_F(DdsChoice, OpenSpliceWithoutALibraryDoesNotCount) {
     const OpenSplice vendor;
-    ASSERT_EQ(0, remove(vendor.library("dcpssacpp").c_str()));
+    ASSERT_EQ(0, remove(vendor.pathOf("dcpssacpp").c_str()));
     EXPECT_NE(0, configure({"-DTAVO_DDS=OPENSPLICE"}, vendor.home()).status);
 }
 
