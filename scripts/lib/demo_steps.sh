@@ -2,8 +2,9 @@
 # gone with this shell.
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+agent_bin=$TAVO_BUILD_DIR/agent
 bin=$TAVO_BUILD_DIR/examples
-requests=$repo/examples/requests
+requests=$repo/agent/requests
 . "$repo/scripts/lib/show.sh"
 
 # --- the programs that run meanwhile
@@ -77,15 +78,15 @@ inotify_watches() {
 
 # --- requests
 
-# request FILE: sends a file of examples/requests and waits for the response line, which it leaves in $response.
+# request FILE: sends a file of agent/requests and waits for the response line, which it leaves in $response.
 request() {
     logged=$(lines_of /tmp/log.out)
     asked=$(lines_of /tmp/init.d.log)
     diagnosed=$(lines_of "$work/agent.err")
     rm -rf "$work/before"
     cp -R /etc/config "$work/before"
-    show "\$ rpc_send demo $1" <"$requests/$1"
-    "$bin/rpc_send" demo "$requests/$1"
+    show "\$ tavo-rpc demo $1" <"$requests/$1"
+    "$agent_bin/tavo-rpc" demo "$requests/$1"
     responses=$((responses + 1))
     await "the response" has_lines "$work/agent.out" "$responses"
     response=$(tail -n 1 "$work/agent.out")
@@ -124,10 +125,10 @@ for try in 1 2 3 4 5; do
     await "the broker" grep -q -e 'running$' -e 'Error' "$work/broker.err"
     holds "$work/broker.err" Error || break
 done
-start subscriber mosquitto_sub -h 127.0.0.1 -p "$port" -t 'gateway_agent/#' -v
+start subscriber mosquitto_sub -h 127.0.0.1 -p "$port" -t 'gateways/#' -v
 await "the subscriber" holds "$work/broker.err" "Sending SUBACK"
 : >/tmp/init.d.log
-start agent "$bin/gateway_agent" --allow uci --mqtt "127.0.0.1:$port" demo
+start agent "$agent_bin/tavo-agent" --allow uci --mqtt "127.0.0.1:$port" demo
 agent=$pid
 await "the agent" holds "$work/agent.err" "Waiting for a connection..."
 await "the connection" holds "$work/subscriber.out" online
@@ -157,8 +158,8 @@ services_asked_are <<'END'
 network restart
 END
 log_is <<'END'
-INFO: gateway_agent: request 1 uci.apply (256 bytes)
-INFO: gateway_agent: request 1 uci.apply: done
+INFO: tavo-agent: request 1 uci.apply (256 bytes)
+INFO: tavo-agent: request 1 uci.apply: done
 END
 
 step "Create a section that does not exist" "A guest network; nothing is restarted."
@@ -180,8 +181,8 @@ configuration_change_is network <<'END'
 END
 services_asked_are < <(nothing)
 log_is <<'END'
-INFO: gateway_agent: request 2 uci.apply (269 bytes)
-INFO: gateway_agent: request 2 uci.apply: done
+INFO: tavo-agent: request 2 uci.apply (269 bytes)
+INFO: tavo-agent: request 2 uci.apply: done
 END
 
 step "Delete it again" "No values at all stand for the whole section."
@@ -202,8 +203,8 @@ configuration_change_is network <<'END'
 END
 services_asked_are < <(nothing)
 log_is <<'END'
-INFO: gateway_agent: request 3 uci.apply (136 bytes)
-INFO: gateway_agent: request 3 uci.apply: done
+INFO: tavo-agent: request 3 uci.apply (136 bytes)
+INFO: tavo-agent: request 3 uci.apply: done
 END
 
 step "Change DHCP" "The package dhcp belongs to the service dnsmasq."
@@ -221,8 +222,8 @@ services_asked_are <<'END'
 dnsmasq restart
 END
 log_is <<'END'
-INFO: gateway_agent: request 4 uci.apply (218 bytes)
-INFO: gateway_agent: request 4 uci.apply: done
+INFO: tavo-agent: request 4 uci.apply (218 bytes)
+INFO: tavo-agent: request 4 uci.apply: done
 END
 
 step "Change the time servers" "A section called ntp belongs to the service sysntpd. Lists are arrays."
@@ -239,8 +240,8 @@ services_asked_are <<'END'
 sysntpd restart
 END
 log_is <<'END'
-INFO: gateway_agent: request 5 uci.apply (218 bytes)
-INFO: gateway_agent: request 5 uci.apply: done
+INFO: tavo-agent: request 5 uci.apply (218 bytes)
+INFO: tavo-agent: request 5 uci.apply: done
 END
 
 step "Describe the methods"
@@ -251,8 +252,8 @@ END
 configuration_is_unchanged
 services_asked_are < <(nothing)
 log_is <<'END'
-INFO: gateway_agent: request 6 system.describe (57 bytes)
-INFO: gateway_agent: request 6 system.describe: done
+INFO: tavo-agent: request 6 system.describe (57 bytes)
+INFO: tavo-agent: request 6 system.describe: done
 END
 
 step "A malformed request" "It breaks off; the answer is an error, and the agent goes on."
@@ -263,8 +264,8 @@ END
 configuration_is_unchanged
 services_asked_are < <(nothing)
 log_is <<'END'
-INFO: gateway_agent: message (72 bytes)
-ERROR: gateway_agent: message refused: -32700 Parse error: unexpected end of data at byte 72
+INFO: tavo-agent: message (72 bytes)
+ERROR: tavo-agent: message refused: -32700 Parse error: unexpected end of data at byte 72
 END
 
 step "An attempt to break in" \
@@ -277,8 +278,8 @@ END
 configuration_is_unchanged
 services_asked_are < <(nothing)
 log_is <<'END'
-INFO: gateway_agent: request 8 uci.apply (207 bytes)
-ERROR: gateway_agent: request 8 uci.apply: -32602 Invalid params: single quotes are not accepted
+INFO: tavo-agent: request 8 uci.apply (207 bytes)
+ERROR: tavo-agent: request 8 uci.apply: -32602 Invalid params: single quotes are not accepted
 END
 compare "is there a file /tmp/broken-in?" "$([ -e /tmp/broken-in ] && echo yes || echo no)" <<'END'
 no
@@ -290,8 +291,8 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":9,"result":{"output":"uci: Entry not found\n","truncated":false,"raw_status":256,"exit_code":1,"signal":null}}
 END
 log_is <<'END'
-INFO: gateway_agent: request 9 process.run (143 bytes)
-INFO: gateway_agent: request 9 process.run: done
+INFO: tavo-agent: request 9 process.run (143 bytes)
+INFO: tavo-agent: request 9 process.run: done
 END
 
 step "Run a program that is not allowed"
@@ -300,18 +301,18 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":10,"error":{"code":-32602,"message":"Invalid params","data":"program \"reboot\" is not allowed"}}
 END
 log_is <<'END'
-INFO: gateway_agent: request 10 process.run (105 bytes)
-ERROR: gateway_agent: request 10 process.run: -32602 Invalid params: program "reboot" is not allowed
+INFO: tavo-agent: request 10 process.run (105 bytes)
+ERROR: tavo-agent: request 10 process.run: -32602 Invalid params: program "reboot" is not allowed
 END
 
 step "Ask about the gateway" "The serial number comes from the boot environment."
 request 11-info.json
 response_is <<END
-{"jsonrpc":"2.0","id":11,"result":{"name":"gateway_agent","directory":"$(cd "$bin" && pwd -P)","serial_number":"GW0123456789","cellular_modem":false,"applications":{"modbus2mqtt":true,"vexlor2red":false,"vexlor":false,"nodered":true},"port":{"id":"2","name":"RS232"}}}
+{"jsonrpc":"2.0","id":11,"result":{"name":"tavo-agent","directory":"$(cd "$agent_bin" && pwd -P)","serial_number":"GW0123456789","cellular_modem":false,"applications":{"modbus2mqtt":true,"vexlor2red":false,"vexlor":false,"nodered":true},"port":{"id":"2","name":"RS232"}}}
 END
 log_is <<'END'
-INFO: gateway_agent: request 11 system.info (54 bytes)
-INFO: gateway_agent: request 11 system.info: done
+INFO: tavo-agent: request 11 system.info (54 bytes)
+INFO: tavo-agent: request 11 system.info: done
 END
 
 step "Place an application's configuration file" "Its script is asked to restart it."
@@ -326,8 +327,8 @@ services_asked_are <<'END'
 ZEQ/bin/run.sh restart
 END
 log_is <<'END'
-INFO: gateway_agent: request 12 config.place (246 bytes)
-INFO: gateway_agent: request 12 config.place: done
+INFO: tavo-agent: request 12 config.place (246 bytes)
+INFO: tavo-agent: request 12 config.place: done
 END
 
 step "Place a file of an application's agent" "It arrives as base64; the agent is stopped, to be started anew."
@@ -342,8 +343,8 @@ services_asked_are <<'END'
 stopAgent.sh meter
 END
 log_is <<'END'
-INFO: gateway_agent: request 13 config.place (292 bytes)
-INFO: gateway_agent: request 13 config.place: done
+INFO: tavo-agent: request 13 config.place (292 bytes)
+INFO: tavo-agent: request 13 config.place: done
 END
 
 step "Switch a LED on"
@@ -358,8 +359,8 @@ led_usr 1
 led_pwr 1
 END
 log_is <<'END'
-INFO: gateway_agent: request 14 gpio.set (94 bytes)
-INFO: gateway_agent: request 14 gpio.set: done
+INFO: tavo-agent: request 14 gpio.set (94 bytes)
+INFO: tavo-agent: request 14 gpio.set: done
 END
 
 step "Read the board's temperature"
@@ -368,8 +369,8 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":15,"result":{"name":"temperature","value":41}}
 END
 log_is <<'END'
-INFO: gateway_agent: request 15 gpio.get (86 bytes)
-INFO: gateway_agent: request 15 gpio.get: done
+INFO: tavo-agent: request 15 gpio.get (86 bytes)
+INFO: tavo-agent: request 15 gpio.get: done
 END
 
 step "End the agent" "SIGTERM lets it finish, remove its socket and sign off at the broker."
@@ -379,12 +380,12 @@ await "its farewell" holds "$work/subscriber.out" offline
 compare "exit status" "$status" <<<0
 compare "sockets left" "$(ls -A /tmp/socketDDS)" < <(nothing)
 log_is <<'END'
-INFO: gateway_agent: ended by SIGTERM
+INFO: tavo-agent: ended by SIGTERM
 END
 show "the first response as mosquitto_sub got it" < <(sed -n 2p "$work/subscriber.out")
 compare "was every response published, in order, between online and offline?" \
     "$(diff <(echo online; cat "$work/agent.out"; echo offline) \
-        <(sed 's|^gateway_agent/demo/[a-z]* ||' "$work/subscriber.out") >/dev/null && echo yes || echo no)" <<<yes
+        <(sed 's|^gateways/demo/[a-z]* ||' "$work/subscriber.out") >/dev/null && echo yes || echo no)" <<<yes
 
 part "The small examples"
 

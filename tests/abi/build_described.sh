@@ -15,7 +15,7 @@ armhf) compiler=-DCMAKE_TOOLCHAIN_FILE=$source/cmake/toolchain-armhf.cmake ;;
 esac
 
 mkdir -p "$build"
-cmake -S "$source" -B "$build" -G Ninja -DTAVO_DDS=CYCLONEDDS -DTAVO_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Release \
+cmake -S "$source" -B "$build" -G Ninja -DTAVO_DDS=CYCLONEDDS -DTAVO_BUILD_AGENT=OFF -DTAVO_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=Release \
     "$compiler" -DCMAKE_CXX_FLAGS=-g >"$build/log" 2>&1 &&
     cmake --build "$build" --target tavo >>"$build/log" 2>&1 || { tail -n 40 "$build/log" >&2; exit 1; }
 describe "$build/src/libtavo.so" "$source/include" "$out"

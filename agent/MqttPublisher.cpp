@@ -1,0 +1,117 @@
+#include "MqttPublisher.h"
+
+#include "Log.h"
+#include "rpc/Text.h"
+
+#include <kvr/api/com/NQ_Mqtt.h>
+
+#include <future>
+
+namespace agent {
+namespace {
+
+using kvr::api::com::NQ_Mqtt;
+
+constexpr std::size_t kMostKept = 100;
+
+constexpr int kTimeoutSeconds = 5; // for connecting and for each message
+constexpr int kRetrySeconds = 10;
+constexpr int kKeepAliveSeconds = 30;
+/// The synchronous MQTT client sends no keep-alive by itself, so that the broker would take a quiet
+/// agent for dead: this often the state is published anew.
+constexpr std::chrono::seconds kHeartbeat(10);
+
+constexpr int kAtLeastOnce = 1;
+constexpr int kRetained = 1;
+constexpr int kNotRetained = 0;
+
+const char kOnline[] = "online";
+const char kOffline[] = "offline";
+
+} // namespace
+
+MqttPublisher::MqttPublisher(const Broker& broker, const std::string& name)
+    : broker_(broker), name_(name), topic_("gateways/" + name) {
+    std::promise<void> registered;
+    thread_ = std::thread([this, &registered] {
+        const OwnStopFlags own(flags_);
+        registered.set_value();
+        run();
+    });
+    registered.get_future().wait(); // a stop before that would go unheard
+}
+
+MqttPublisher::~MqttPublisher() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ending_ = true;
+    }
+    changed_.notify_all();
+    setStopFlags(thread_);
+    thread_.join();
+}
+
+void MqttPublisher::publish(const std::string& response) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    queue_.push_back(response);
+    if (queue_.size() > kMostKept)
+        queue_.pop_front();
+    changed_.notify_all();
+}
+
+void MqttPublisher::run() {
+    NQ_Mqtt client(broker_.host, "tavo-agent-" + name_);
+    client.setConnOpts(broker_.port, "", "", kTimeoutSeconds, kRetrySeconds, kKeepAliveSeconds,
+                       /*reliable=*/1, /*cleansession=*/1);
+    client.setLwt(topic_ + "/state", kOffline, kOnline, kAtLeastOnce, kRetained);
+    client.initialise();
+    while (client.connect(flags_.keepTrying)) {
+        logInfo("publishing to " + safeLine(client.getServerUri()));
+        if (publishQueued(client)) {
+            // Leaving orderly keeps the broker from publishing the will.
+            client.send(topic_ + "/state", kOffline, kAtLeastOnce, kRetained);
+            return;
+        }
+        logError("lost " + safeLine(client.getServerUri()));
+        if (isEnding())
+            return;
+    }
+}
+
+/// True when the agent ends and everything is published, false when the connection is lost.
+bool MqttPublisher::publishQueued(NQ_Mqtt& client) {
+    std::string response;
+    while (awaitResponse(response)) {
+        const bool sent =
+            response.empty()
+                ? client.send(topic_ + "/state", kOnline, kAtLeastOnce, kRetained)
+                : client.send(topic_ + "/response", response, kAtLeastOnce, kNotRetained);
+        if (!sent)
+            return false;
+        dropFirst(response);
+    }
+    return true;
+}
+
+/// Waits for a response to publish; empty when it is time for a heartbeat. False when there is none
+/// and the agent ends.
+bool MqttPublisher::awaitResponse(std::string& response) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_for(lock, kHeartbeat, [this] { return ending_ || !queue_.empty(); });
+    response = queue_.empty() ? std::string() : queue_.front();
+    return !response.empty() || !ending_;
+}
+
+/// Not before it was sent: what a lost connection took along is sent again.
+void MqttPublisher::dropFirst(const std::string& response) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!queue_.empty() && queue_.front() == response)
+        queue_.pop_front();
+}
+
+bool MqttPublisher::isEnding() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return ending_;
+}
+
+} // namespace agent

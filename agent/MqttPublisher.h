@@ -1,0 +1,60 @@
+#ifndef TAVO_AGENT_MQTT_PUBLISHER_H
+#define TAVO_AGENT_MQTT_PUBLISHER_H
+
+#include "Options.h"
+#include "Signals.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace kvr {
+namespace api {
+namespace com {
+class NQ_Mqtt;
+}
+} // namespace api
+} // namespace kvr
+
+namespace agent {
+
+/// Publishes the responses at an MQTT broker, from a thread of its own: a broker that is slow or
+/// away delays no request.
+///
+/// Topics: gateways/NAME/response for the responses; gateways/NAME/state, retained, says
+/// "online" while the agent is connected and "offline" (its will) when it is not.
+class MqttPublisher {
+public:
+    /// Starts connecting; `name` is the agent's.
+    MqttPublisher(const Broker& broker, const std::string& name);
+    /// Publishes what is left, if connected, and "offline".
+    ~MqttPublisher();
+    MqttPublisher(const MqttPublisher&) = delete;
+    MqttPublisher& operator=(const MqttPublisher&) = delete;
+
+    /// Never waits. While the broker is away the latest responses are kept, the oldest dropped.
+    void publish(const std::string& response);
+
+private:
+    void run();
+    bool publishQueued(kvr::api::com::NQ_Mqtt& client);
+    bool awaitResponse(std::string& response);
+    void dropFirst(const std::string& response);
+    bool isEnding();
+
+    Broker broker_;
+    std::string name_;
+    std::string topic_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::string> queue_; // guarded by mutex_
+    bool ending_ = false;           // guarded by mutex_
+    StopFlags flags_;               // of the thread
+    std::thread thread_;
+};
+
+} // namespace agent
+
+#endif

@@ -1,0 +1,104 @@
+#include "Options.h"
+
+#include "rpc/Text.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include <getopt.h>
+
+namespace agent {
+namespace {
+
+/// Keeps the path within the 108 bytes of a socket address.
+constexpr std::size_t kLongestName = 64;
+
+const char kHelp[] =
+    "Usage: tavo-agent [OPTION...] NAME\n"
+    "Serves management requests (JSON-RPC 2.0) on the socket /tmp/socketDDS/NAME.\n"
+    "\n"
+    "  --allow PROGRAM   let process.run start PROGRAM, named in requests exactly as\n"
+    "                    here; repeatable; none is allowed by default\n"
+    "  --mqtt HOST:PORT  publish every response at this MQTT broker, too, as topic\n"
+    "                    gateways/NAME/response; gateways/NAME/state tells\n"
+    "                    \"online\" or, by a will, \"offline\"\n"
+    "  --help            print this text and exit\n"
+    "\n"
+    "Each response is one line of JSON on standard output. The progress of requests,\n"
+    "and what the commands they run print, goes to standard error. Requests and their\n"
+    "outcomes are logged in /tmp/log.out. Send requests with tavo-rpc; the method\n"
+    "system.describe lists the others.\n"
+    "\n"
+    "The socket is for its owner alone. SIGTERM and SIGINT end the agent, after the\n"
+    "request in progress. Run it under a supervisor: it also ends, with status 1,\n"
+    "when it has served so many connections that no descriptors are left.\n"
+    "\n"
+    "Exit status: 0 ended by a signal, 1 cannot serve, 2 usage error.\n";
+
+[[noreturn]] void usageError(const std::string& problem) {
+    if (!problem.empty())
+        std::fprintf(stderr, "tavo-agent: %s\n", problem.c_str());
+    std::fputs("Try 'tavo-agent --help' for more information.\n", stderr);
+    std::exit(2);
+}
+
+std::string checkedName(const std::string& name) {
+    if (!isName(name, "-.") || name == "." || name == "..")
+        usageError("'" + safeLine(name) +
+                   "' is no name for a socket: use letters, digits, _, - and .");
+    if (name.size() > kLongestName)
+        usageError("the name is longer than " + std::to_string(kLongestName) + " characters");
+    return name;
+}
+
+Broker parseBroker(const std::string& text) {
+    const std::size_t colon = text.rfind(':');
+    const std::string host = text.substr(0, colon);
+    const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
+    const bool isNumber = !port.empty() && port.size() <= 5 &&
+                          port.find_first_not_of("0123456789") == std::string::npos;
+    // Brackets and colons are for IPv6 addresses.
+    if (!isName(host, "-.:[]") || !isNumber || std::stoi(port) < 1 || std::stoi(port) > 65535)
+        usageError("'" + safeLine(text) + "' is no HOST:PORT of a broker");
+    return {host, port};
+}
+
+} // namespace
+
+Options parseOptions(int argc, char** argv) {
+    static const option known[] = {
+        {"allow", required_argument, nullptr, 'a'},
+        {"mqtt", required_argument, nullptr, 'm'},
+        {"help", no_argument, nullptr, 'h'},
+        {nullptr, 0, nullptr, 0},
+    };
+    Options options;
+    int found;
+    char programName[] = "tavo-agent";
+    argv[0] = programName; // what getopt_long() begins its messages with
+    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+        switch (found) {
+        case 'a':
+            if (*optarg == '\0')
+                usageError("--allow needs the name of a program");
+            options.allowed.push_back(optarg);
+            break;
+        case 'm':
+            options.broker = parseBroker(optarg);
+            break;
+        case 'h':
+            std::fputs(kHelp, stdout);
+            std::exit(0);
+        default:
+            usageError(""); // getopt_long() has said what is wrong
+        }
+    }
+    if (argc - optind < 1)
+        usageError("the NAME of the socket is missing");
+    if (argc - optind > 1)
+        usageError("more than one NAME");
+    options.name = checkedName(argv[optind]);
+    return options;
+}
+
+} // namespace agent

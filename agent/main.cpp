@@ -1,0 +1,88 @@
+// A management agent for the gateway: takes JSON-RPC requests on a local socket and carries them
+// out with the library's classes. See Options.cpp for its help text.
+
+#include "Agent.h"
+#include "Descriptors.h"
+#include "Log.h"
+#include "MqttPublisher.h"
+#include "Options.h"
+#include "OwnerOnly.h"
+#include "ServerThread.h"
+#include "Signals.h"
+#include "methods/ProcessRun.h"
+#include "rpc/Dispatcher.h"
+
+#include <kvr/api/com/NQ_Sockets.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+
+#include <unistd.h>
+
+namespace {
+
+using namespace agent;
+
+/// Returns the reason for ending, in words. `wellMeant` tells whether somebody asked for it.
+std::string awaitEnd(bool& wellMeant) {
+    for (;;) {
+        const int signal = awaitEndSignal(std::chrono::seconds(1));
+        wellMeant = false;
+        // Not only when woken: connections without a request use up descriptors, too.
+        if (descriptorsUsedUp())
+            return "no descriptors are left for further connections";
+        wellMeant = true;
+        if (signal != 0)
+            return signal == SIGTERM ? "SIGTERM" : "SIGINT";
+    }
+}
+
+int serve(const Options& options, const ResponseOutput& output) {
+    const std::string path = "/tmp/socketDDS/" + options.name;
+    if (isServed(path)) {
+        std::fprintf(stderr, "tavo-agent: %s is being served already\n", path.c_str());
+        return 1;
+    }
+    prepareSignals();
+    logInfo("serving " + path);
+
+    Dispatcher dispatcher(options.allowed);
+    dispatcher.RegisterMethods();
+    std::optional<MqttPublisher> publisher;
+    if (options.broker)
+        publisher.emplace(*options.broker, options.name);
+    OwnerOnly ownerOnly;
+    kvr::api::com::NQ_Sockets server(options.name.c_str());
+    Agent agent(dispatcher, output, publisher ? &*publisher : nullptr, ownerOnly);
+    server.attach(&agent);
+    ServerThread thread(server, path);
+
+    bool wellMeant = false;
+    const std::string reason = awaitEnd(wellMeant);
+    thread.stop(agent, dispatcher.processRun());
+    publisher.reset();
+    if (wellMeant)
+        logInfo("ended by " + reason);
+    else
+        logError("ended: " + reason);
+    const int status = wellMeant ? 0 : 1;
+    if (dispatcher.processRun().hasAbandoned())
+        _exit(status); // a thread still reads from the program, so streams cannot be closed
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const Options options = parseOptions(argc, argv);
+    const ResponseOutput output;
+    try {
+        return serve(options, output);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tavo-agent: %s\n", error.what());
+        return 1;
+    }
+}

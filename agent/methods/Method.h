@@ -1,0 +1,35 @@
+#ifndef TAVO_AGENT_METHOD_H
+#define TAVO_AGENT_METHOD_H
+
+#include "rpc/Json.h"
+#include "rpc/Params.h"
+
+#include <kvr/api/NQ_JsonRPC.h>
+
+#include <string>
+
+namespace agent {
+
+/// A method of the agent: derived classes say what it does with its parameters, this one puts the
+/// outcome into the response.
+class Method : public kvr::api::CallbackMethod {
+public:
+    Method(const std::string& name, const std::string& description)
+        : name_(name), description_(description) {}
+
+    /// Adds "result", or "error" for an RpcError, to the response; true for a result. Other
+    /// exceptions pass.
+    bool Call(const kvr::api::data::NQ_JSON& request, kvr::api::data::NQ_JSON& response) final;
+    std::string GetName() const final { return name_; }
+    std::string GetDescription() const final { return description_; }
+
+private:
+    virtual Json run(const Params& params) = 0;
+
+    std::string name_;
+    std::string description_;
+};
+
+} // namespace agent
+
+#endif

@@ -1,0 +1,105 @@
+#include "rpc/Request.h"
+
+#include "rpc/Rpc.h"
+#include "rpc/Text.h"
+
+#include <cstdint>
+#include <limits>
+
+namespace agent {
+namespace {
+
+[[noreturn]] void refuse(ErrorCode code, const std::string& why) { throw RpcError(code, why); }
+
+/// Finds the escape \u0000. json-c cuts a key there, and the library every text, so that what was
+/// checked would not be what is used.
+bool escapesNul(const std::string& text) {
+    for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+        if (text[i] != '\\')
+            continue;
+        if (text.compare(i + 1, 5, "u0000") == 0)
+            return true;
+        ++i; // the escaped character, which may be a backslash itself
+    }
+    return false;
+}
+
+/// json-c keeps integers in 64 bits and silently narrows larger ones; such an id would not come
+/// back as it was sent.
+bool mayBeNarrowed(json_object* id) {
+    if (!isType(id, json_type_int))
+        return false;
+    const std::int64_t value = json_object_get_int64(id);
+    return value == std::numeric_limits<std::int64_t>::max() ||
+           value == std::numeric_limits<std::int64_t>::min();
+}
+
+bool isUsableId(json_object* id) {
+    return id == nullptr || isType(id, json_type_string) || isType(id, json_type_double) ||
+           (isType(id, json_type_int) && !mayBeNarrowed(id));
+}
+
+json_object* member(const Json& object, const char* key) {
+    json_object* value = nullptr;
+    json_object_object_get_ex(object.get(), key, &value);
+    return value;
+}
+
+bool has(const Json& object, const char* key) {
+    return json_object_object_get_ex(object.get(), key, nullptr) != 0;
+}
+
+} // namespace
+
+Request::Request(const std::string& text) {
+    if (text.size() > kLongestRequest)
+        refuse(ErrorCode::invalidRequest,
+               "longer than " + std::to_string(kLongestRequest) + " bytes");
+    // What did not arrive of a message in pieces is zero bytes.
+    if (text.find('\0') != std::string::npos)
+        refuse(ErrorCode::parseError, "holds zero bytes, or did not arrive in one piece");
+    if (!isUtf8(text))
+        refuse(ErrorCode::parseError, "not UTF-8");
+
+    ParsedJson parsed = parseJson(text);
+    if (!parsed.valid)
+        refuse(ErrorCode::parseError, parsed.problem);
+    tree_ = std::move(parsed.value);
+    if (isType(tree_.get(), json_type_array))
+        refuse(ErrorCode::invalidRequest, "batches are not supported");
+    if (!isType(tree_.get(), json_type_object))
+        refuse(ErrorCode::invalidRequest, "not an object");
+
+    if (has(tree_, "id")) {
+        json_object* id = member(tree_, "id");
+        if (!isUsableId(id))
+            refuse(ErrorCode::invalidRequest, "\"id\" must be a string, a number or null");
+        id_ = id;
+        hasId_ = true;
+    }
+    json_object* method = member(tree_, "method");
+    if (isType(method, json_type_string))
+        method_ = textOf(method);
+    holdsNul_ = escapesNul(text);
+}
+
+void Request::check() const {
+    json_object* version = member(tree_, "jsonrpc");
+    if (!isType(version, json_type_string) || textOf(version) != "2.0")
+        refuse(ErrorCode::invalidRequest, "\"jsonrpc\" must be \"2.0\"");
+    if (method_.empty())
+        refuse(ErrorCode::invalidRequest, "\"method\" must be a string that is not empty");
+    if (has(tree_, "params")) {
+        json_object* params = member(tree_, "params");
+        if (isType(params, json_type_array))
+            refuse(ErrorCode::invalidParams, "parameters are passed by name, in an object");
+        if (!isType(params, json_type_object))
+            refuse(ErrorCode::invalidRequest, "\"params\" must be an object");
+    }
+    if (holdsNul_)
+        refuse(method_.find('\0') != std::string::npos ? ErrorCode::invalidRequest
+                                                       : ErrorCode::invalidParams,
+               "NUL characters are not accepted");
+}
+
+} // namespace agent

@@ -1,0 +1,46 @@
+#ifndef TAVO_AGENT_REQUEST_H
+#define TAVO_AGENT_REQUEST_H
+
+#include "rpc/Json.h"
+
+#include <cstddef>
+#include <string>
+
+namespace agent {
+
+/// Longest request that is looked into. A longer one would not arrive whole anyway: the socket
+/// server takes a message by one read, which gives no more than the socket's buffer holds.
+constexpr std::size_t kLongestRequest = 128 * 1024;
+
+/// A message from outside, checked. json-c and the library's dispatcher trust what they are given:
+/// they take invalid UTF-8, ignore what follows a value, stop at NUL characters, and raise
+/// std::logic_error for a "method" or "params" that is null. So a message must come through here
+/// first.
+class Request {
+public:
+    /// Parses `text`. Raises RpcError (parse error or invalid request) without an id when it is no
+    /// request at all; what is wrong in a request that has an id is told by check().
+    explicit Request(const std::string& text);
+
+    /// Raises RpcError when the request may not be handed to the dispatcher.
+    void check() const;
+
+    /// A request without an id gets no response.
+    bool isNotification() const { return !hasId_; }
+    /// Null for a notification, and for an id that is null.
+    json_object* id() const { return id_; }
+    /// Empty unless "method" is a text.
+    const std::string& method() const { return method_; }
+    json_object* tree() const { return tree_.get(); }
+
+private:
+    Json tree_;
+    json_object* id_ = nullptr; // part of tree_
+    bool hasId_ = false;
+    bool holdsNul_ = false;
+    std::string method_;
+};
+
+} // namespace agent
+
+#endif

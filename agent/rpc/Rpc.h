@@ -1,0 +1,44 @@
+#ifndef TAVO_AGENT_RPC_H
+#define TAVO_AGENT_RPC_H
+
+#include "rpc/Json.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace agent {
+
+/// The error codes of JSON-RPC 2.0, and one of the range it leaves to servers.
+enum class ErrorCode {
+    parseError = -32700,
+    invalidRequest = -32600,
+    methodNotFound = -32601,
+    invalidParams = -32602,
+    internalError = -32603,
+    failed = -32000, ///< the request was fine, but could not be carried out
+};
+
+/// Ends the handling of a request: becomes its error response. `what()` is the response's "data",
+/// one sentence for people.
+class RpcError : public std::runtime_error {
+public:
+    RpcError(ErrorCode code, const std::string& data) : std::runtime_error(data), code_(code) {}
+    ErrorCode code() const { return code_; }
+
+private:
+    ErrorCode code_;
+};
+
+/// The standard's name of a code ("Invalid params").
+const char* messageOf(ErrorCode code);
+
+/// The "error" member of a response.
+Json errorMember(const RpcError& error);
+
+/// A whole response but for its result or error, which the caller adds. `id` is null where none is
+/// known.
+Json newResponse(json_object* id);
+
+} // namespace agent
+
+#endif

@@ -1,0 +1,27 @@
+#ifndef TAVO_AGENT_TEXT_H
+#define TAVO_AGENT_TEXT_H
+
+#include <cstddef>
+#include <string>
+
+namespace agent {
+
+/// True when `text` is well-formed UTF-8: no stray or missing continuation bytes, no overlong forms,
+/// no surrogates, nothing above U+10FFFF.
+bool isUtf8(const std::string& text);
+
+/// `text` with every byte that belongs to no well-formed character replaced by U+FFFD.
+std::string repairedUtf8(const std::string& text);
+
+/// `text` as one line that is safe to print and to log: control characters and bytes that are no
+/// UTF-8 become escapes such as \n and \x1b, and what exceeds `limit` bytes is cut and marked by
+/// "...".
+std::string safeLine(const std::string& text, std::size_t limit = 200);
+
+/// True when `text` is not empty, holds nothing but A-Z, a-z, 0-9, '_' and the characters of
+/// `extra`, and does not begin with '-', which tools would take for an option.
+bool isName(const std::string& text, const char* extra);
+
+} // namespace agent
+
+#endif

@@ -1,0 +1,174 @@
+// How the agent ends: by a signal, whatever it is doing, or because it can serve no longer.
+
+#include "AgentInSandbox.h"
+#include "Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const std::string kDescribe = request("system.describe", "{}");
+
+class TheEnd : public testing::TestWithParam<int> {};
+
+std::string nameOf(int signal) { return signal == SIGTERM ? "SIGTERM" : "SIGINT"; }
+
+void expectCleanEnd(AgentInSandbox& agent, const support::Ran& ran, int signal) {
+    EXPECT_EQ(0, ran.status) << ran.err;
+    EXPECT_FALSE(support::exists(agent.socketPath()));
+    EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by " + nameOf(signal) + "\n"));
+}
+
+TEST_P(TheEnd, IsCleanWhileNobodyIsConnected) {
+    AgentInSandbox agent;
+    const support::Ran ran = agent.end(GetParam());
+    expectCleanEnd(agent, ran, GetParam());
+    // Nothing had to be broken off.
+    EXPECT_THAT(ran.err, EndsWith("Connected.\nReceiving: 0 bytes\nReceive result:0\n"));
+}
+
+TEST_P(TheEnd, IsCleanWhileASilentClientIsConnected) {
+    AgentInSandbox agent;
+    Client client(agent.socketPath());
+    ASSERT_TRUE(agent.waitForErrors("Connected.\n"));
+    expectCleanEnd(agent, agent.end(GetParam()), GetParam());
+}
+
+TEST_P(TheEnd, IsCleanInTheMiddleOfAMessage) {
+    AgentInSandbox agent;
+    Client client(agent.socketPath());
+    client.sendRaw(std::string("\x10\0\0\0", 4));
+    ASSERT_TRUE(agent.waitForErrors("Receiving: 16 bytes\n"));
+    expectCleanEnd(agent, agent.end(GetParam()), GetParam());
+}
+
+TEST_P(TheEnd, WaitsForARequestInProgress) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    client.send(request(
+        "process.run",
+        R"({"command":"sh","arguments":["-c","echo >/tmp/begun; sleep 0.3; echo finished"]})"));
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    const support::Ran ran = agent.end(GetParam());
+    EXPECT_THAT(ran.out, HasSubstr(R"("output":"finished\n")"));
+    expectCleanEnd(agent, ran, GetParam());
+}
+
+TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
+    AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
+    support::runProgram({"mkdir", agent.file("/tmp/bin")});
+    support::writeFile(agent.file("/tmp/bin/ubus"),
+                       "#!/bin/sh\n"
+                       "if [ \"$3\" = get ]; then echo >/tmp/begun; sleep 0.2;\n"
+                       "echo '{\"values\":{\"a\":\"1\"}}'; fi\n",
+                       0755);
+    Client client(agent.socketPath());
+    client.send(request("uci.apply", R"({"config":"x","section":"y","values":{"a":"1"}})"));
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    const support::Ran ran = agent.end(GetParam());
+    EXPECT_EQ(result(R"({"config":"x","section":"y","existed":true,"exists":true,)"
+                     R"("values":{"a":"1"},"restarted":false})") +
+                  "\n",
+              ran.out);
+    expectCleanEnd(agent, ran, GetParam());
+}
+
+TEST_P(TheEnd, EndsAProgramThatGoesOn) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    client.send(
+        request("process.run",
+                R"({"command":"sh","arguments":["-c","echo >/tmp/begun; exec sleep 100"]})"));
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    const support::Ran ran = agent.end(GetParam());
+    EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":15,"exit_code":null,"signal":15)"));
+    expectCleanEnd(agent, ran, GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(tavo_agent, TheEnd, testing::Values(SIGTERM, SIGINT),
+                         [](const auto& signal) { return nameOf(signal.param); });
+
+TEST(tavo_agent, KillsAProgramThatIgnoresBeingEnded) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    client.send(request(
+        "process.run", R"({"command":"sh","arguments":["-c",)"
+                       R"("ulimit -t 20; trap '' TERM; echo >/tmp/begun; while :; do :; done"]})"));
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    const support::Ran ran = agent.end(SIGTERM);
+    EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":9,"exit_code":null,"signal":9)"));
+    expectCleanEnd(agent, ran, SIGTERM);
+}
+
+TEST(tavo_agent, LeavesBehindWhatHoldsAProgramsOutput) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    // The one in the background ends by itself a little later.
+    client.send(request("process.run", R"({"command":"sh","arguments":["-c",)"
+                                       R"("sleep 9 & echo >/tmp/begun; exec sleep 100"]})"));
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    const auto begin = Clock::now();
+    const support::Ran ran = agent.end(SIGTERM);
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(8));
+    EXPECT_THAT(ran.out, HasSubstr(R"("code":-32000,"message":"Failed",)"
+                                   R"("data":"the agent ended before the program's output did")"));
+    expectCleanEnd(agent, ran, SIGTERM);
+}
+
+TEST(tavo_agent, BeginsNoRequestOnceItIsEnding) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    client.send(request("process.run",
+                        R"({"command":"sh","arguments":["-c","echo >/tmp/begun; sleep 0.3"]})"));
+    client.send(kDescribe);
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    const support::Ran ran = agent.end(SIGTERM);
+    EXPECT_THAT(ran.out, Not(HasSubstr("methods")));
+    EXPECT_THAT(agent.log(),
+                HasSubstr("ERROR: tavo-agent: request dropped: the agent is ending\n"));
+    expectCleanEnd(agent, ran, SIGTERM);
+}
+
+TEST(tavo_agent, LetsProgramsBeginWithNoSignalBlockedOrIgnored) {
+    AgentInSandbox agent({"--allow", "grep"});
+    EXPECT_THAT(
+        agent.call(request("process.run",
+                           R"({"command":"grep","arguments":["Sig[BI]","/proc/self/status"]})")),
+        HasSubstr(R"("output":"SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n")"));
+}
+
+TEST(tavo_agent, EndsWhenItsDescriptorsAreUsedUp) {
+    AgentInSandbox agent("ulimit -n 64; exec \"$@\"", {});
+    const auto hasEnded = [&] { return agent.log().find("ended: ") != std::string::npos; };
+    std::size_t served = 0;
+    while (!hasEnded() && served < 100) {
+        try {
+            Client(agent.socketPath()).send(kDescribe);
+        } catch (const std::runtime_error&) {
+            break; // it has ended meanwhile
+        }
+        ++served;
+        support::eventually([&] { return agent.responses().size() >= served || hasEnded(); });
+    }
+    const support::Ran ran = agent.wait();
+    EXPECT_EQ(1, ran.status);
+    EXPECT_GT(served, 10u);
+    EXPECT_LT(served, 64u);
+    EXPECT_THAT(ran.err, Not(HasSubstr("Error accepting"))) << "they were used up to the last";
+    EXPECT_THAT(agent.log(), EndsWith("ERROR: tavo-agent: ended: no descriptors are left for "
+                                      "further connections\n"));
+    EXPECT_FALSE(support::exists(agent.socketPath()));
+}
+
+} // namespace
