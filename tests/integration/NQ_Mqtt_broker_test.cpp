@@ -2,6 +2,7 @@
 
 #include "Broker.h"
 #include "CapturedSyslog.h"
+#include "Certificates.h"
 #include "ForkedChild.h"
 #include "Waiting.h"
 
@@ -24,6 +25,7 @@
 using kvr::api::com::NQ_Mqtt;
 using support::Broker;
 using support::CapturedSyslog;
+using support::Certificates;
 using support::TempDir;
 using testing::ElementsAre;
 
@@ -53,46 +55,6 @@ bool connects(NQ_Mqtt& mqtt) {
     mqtt.initialise();
     return mqtt.connect(once);
 }
-
-void openssl(const std::vector<std::string>& arguments) {
-    std::vector<std::string> command = {"openssl"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    const support::Ran ran = support::runProgram(command);
-    ASSERT_EQ(0, ran.status) << ran.err;
-}
-
-/// A certificate authority, and a server's and a client's certificate of it, under the names that
-/// the class expects.
-class Certificates {
-public:
-    Certificates() {
-        openssl({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
-                 "/CN=tavo test authority", "-keyout", directory / "ca.key", "-out",
-                 directory / "mqtt_ca-cert.crt"});
-        issue("server", "/CN=127.0.0.1", directory / "server.key", directory / "server.crt");
-        issue("client", "/CN=gateway", directory / "mqtt_client-key.key",
-              directory / "mqtt_client-cert.crt");
-    }
-
-    /// Broker settings for TLS.
-    std::string settings(bool clientMustShowCertificate) const {
-        return "allow_anonymous true\ncafile " + directory / "mqtt_ca-cert.crt" + "\ncertfile " +
-               directory / "server.crt" + "\nkeyfile " + directory / "server.key" +
-               "\nrequire_certificate " + (clientMustShowCertificate ? "true" : "false") + "\n";
-    }
-
-    TempDir directory;
-
-private:
-    void issue(const std::string& name, const std::string& subject, const std::string& key,
-               const std::string& certificate) {
-        openssl({"req", "-newkey", "rsa:2048", "-nodes", "-subj", subject, "-keyout", key, "-out",
-                 directory / (name + ".csr")});
-        openssl({"x509", "-req", "-days", "2", "-in", directory / (name + ".csr"), "-CA",
-                 directory / "mqtt_ca-cert.crt", "-CAkey", directory / "ca.key", "-CAcreateserial",
-                 "-out", certificate});
-    }
-};
 
 std::unique_ptr<NQ_Mqtt> tlsClientOf(const Broker& broker, const std::string& certDir,
                                      int serverAuth, int clientAuth) {
