@@ -278,10 +278,10 @@ namespace {
 /// Plays a broker for one connection: keeps the first packet and accepts the client.
 class PlayedBroker {
 public:
-    PlayedBroker() : port(support::unusedPort()), listener_(socket(AF_INET, SOCK_STREAM, 0)) {
+    PlayedBroker() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_port = htons(static_cast<std::uint16_t>(port.number()));
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         const int yes = 1;
         setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -301,7 +301,7 @@ public:
         return packet_;
     }
 
-    const int port;
+    const support::Port port;
 
 private:
     void serve() {
@@ -329,7 +329,7 @@ TEST(NQ_MqttWire, ConnectAsksToKeepTheSessionByDefault) {
     PlayedBroker broker;
     {
         NQ_Mqtt mqtt("127.0.0.1", "gw");
-        mqtt.setConnOpts(std::to_string(broker.port), "", "", 5, 10, 60, 1, 0);
+        mqtt.setConnOpts(std::to_string(broker.port.number()), "", "", 5, 10, 60, 1, 0);
         EXPECT_TRUE(connects(mqtt));
     }
     // Fixed header, "MQTT" level 4, flags 0 (session kept, no will, no user), keep-alive 60, "gw".
@@ -340,7 +340,7 @@ TEST(NQ_MqttWire, ConnectCarriesWillUserAndPassword) {
     PlayedBroker broker;
     {
         NQ_Mqtt mqtt("127.0.0.1", "gw");
-        mqtt.setConnOpts(std::to_string(broker.port), "me", "pw", 5, 10, 20, 1, 1);
+        mqtt.setConnOpts(std::to_string(broker.port.number()), "me", "pw", 5, 10, 20, 1, 1);
         mqtt.setLwt("st", "bye", "hi", 0, 1);
         EXPECT_TRUE(connects(mqtt));
     }

@@ -85,7 +85,8 @@ TEST(MqttPublisher, ConnectsAgainAfterTheBrokerWasAway) {
 }
 
 TEST(MqttPublisher, EndsWhileItTriesToConnect) {
-    AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(support::unusedPort())});
+    const support::Port silent;
+    AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(silent.number())});
     const support::Ran ran = agent.end(SIGTERM);
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));

@@ -62,10 +62,8 @@ bool Listener::waitForClient() const {
     return true;
 }
 
-int unusedPort() { return Listener().port(); }
-
-Broker::Broker(const std::string& settings) : port_(unusedPort()) {
-    std::string configuration = "listener " + std::to_string(port_) + " 127.0.0.1\n" + settings +
+Broker::Broker(const std::string& settings) {
+    std::string configuration = "listener " + std::to_string(port()) + " 127.0.0.1\n" + settings +
                                 "persistence true\npersistence_location " + directory_.path() +
                                 "/\n";
     if (geteuid() == 0)
@@ -78,19 +76,25 @@ void Broker::start() {
     program_ = std::make_unique<RunningProgram>(
         std::vector<std::string>{"mosquitto", "-c", directory_ / "mosquitto.conf"},
         std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
-    if (!eventually([&] { return takesConnections(port_); }))
+    if (!eventually([&] { return takesConnections(port()); }))
         throw std::runtime_error("mosquitto does not start: " + program_->errSoFar());
 }
 
 void Broker::stop() {
-    kill(program_->pid(), SIGTERM);
+    ::kill(program_->pid(), SIGTERM);
+    program_->wait();
+    program_.reset();
+}
+
+void Broker::kill() {
+    ::kill(program_->pid(), SIGKILL);
     program_->wait();
     program_.reset();
 }
 
 std::vector<std::string> Broker::client(const std::vector<std::string>& more) const {
     std::vector<std::string> arguments = {"mosquitto_sub", "-h", "127.0.0.1", "-p",
-                                          std::to_string(port_)};
+                                          std::to_string(port())};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return linesOf(runProgram(arguments).out);
 }

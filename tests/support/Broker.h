@@ -1,6 +1,7 @@
 #ifndef TAVO_TESTS_BROKER_H
 #define TAVO_TESTS_BROKER_H
 
+#include "Port.h"
 #include "RunProgram.h"
 #include "TempDir.h"
 
@@ -9,9 +10,6 @@
 #include <vector>
 
 namespace support {
-
-/// A port of 127.0.0.1 that nobody listens on.
-int unusedPort();
 
 /// Listens on a loopback port, and hangs up on whoever comes.
 class Listener {
@@ -30,20 +28,23 @@ private:
     int port_;
 };
 
-/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its state
-/// is kept over stop() and start().
+/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its port and
+/// its state are kept over stop() and start().
 class Broker {
 public:
     /// `settings` are lines for its configuration; they follow the listener's.
     explicit Broker(const std::string& settings = "allow_anonymous true\n");
 
-    int port() const { return port_; }
+    int port() const { return port_.number(); }
 
     /// Returns once the broker takes connections.
     void start();
 
     /// Ends the broker as its service manager would, and waits.
     void stop();
+
+    /// Kills the broker, which saves nothing, and waits.
+    void kill();
 
     /// What a subscriber gets for `filter`: one line "topic qos retained payload" per message, at
     /// most `count` of them, or fewer when no more come for a while.
@@ -65,7 +66,7 @@ private:
     std::vector<std::string> client(const std::vector<std::string>& more) const;
 
     TempDir directory_;
-    int port_;
+    Port port_;
     std::unique_ptr<RunningProgram> program_;
 };
 
