@@ -1,0 +1,28 @@
+// Obeys a supervising process that writes commands to standard input, one a line, until "stop".
+
+#include <kvr/api/StdInReader.h>
+#include <kvr/api/iot/Subject.h>
+
+#include <iostream>
+
+class Commands : public kvr::api::iot::Observer<StdInReader> {
+public:
+    explicit Commands(bool& s) : stop(s) {}
+    void update(StdInReader* reader) override {
+        if (reader->getLastLine() == "stop")
+            stop = true;
+        else
+            std::cout << "unknown command\n";
+    }
+
+private:
+    bool& stop;
+};
+
+int main() {
+    bool stop = false;
+    Commands commands(stop);
+    StdInReader reader;
+    reader.attach(&commands);
+    reader.loop(stop); // announces every line, and echoes it to standard output
+}
