@@ -3,100 +3,21 @@
 #include "Log.h"
 #include "MqttPublisher.h"
 #include "Signals.h"
-#include "rpc/Params.h"
-#include "rpc/Request.h"
-#include "rpc/Text.h"
-
-#include <exception>
-#include <stdexcept>
+#include "rpc/RequestHandler.h"
 
 namespace agent {
-namespace {
 
-using kvr::api::com::NQ_Sockets;
-using kvr::api::data::NQ_JSON;
-
-std::string named(const Request& request) {
-    return "request " +
-           (request.isNotification() ? "without id" : safeLine(oneLine(request.id()))) + " " +
-           safeLine(request.method().empty() ? "-" : request.method());
-}
-
-std::string described(json_object* error) {
-    const Params members(error);
-    return std::to_string(json_object_get_int(members.get("code"))) + " " +
-           members.text("message") + ": " + safeLine(members.text("data"));
-}
-
-/// The standard answers what is no valid request also where it has no id; a valid one without an id
-/// is a notification, whose sender wants no answer.
-bool wantsResponse(const Request& request, json_object* error) {
-    return !request.isNotification() || json_object_get_int(Params(error).get("code")) ==
-                                            static_cast<int>(ErrorCode::invalidRequest);
-}
-
-} // namespace
-
-void Agent::update(NQ_Sockets* server) {
-    const std::lock_guard<std::mutex> lock(busy_);
-    if (ending_) {
-        logError("request dropped: the agent is ending");
-        throw std::runtime_error("the agent is ending");
-    }
+void Agent::update(kvr::api::com::NQ_Sockets* server) {
     ownerOnly_.lift();
-    handle(server->getLastMessage());
+    const Response response = handler_.handle(server->getLastMessage(), "");
+    if (!response.text.empty()) {
+        if (!output_.write(response.text))
+            logError("the response could not be written");
+        if (publisher_ != nullptr)
+            publisher_->publish(response.text);
+    }
     if (descriptorsUsedUp())
         wakeMainThread(); // which looks into it
-}
-
-void Agent::handle(const std::string& message) {
-    const Json response = respond(message);
-    if (response == nullptr)
-        return;
-    // Programs print any bytes; what they printed must not make the response invalid.
-    const std::string line = repairedUtf8(oneLine(response.get()));
-    if (!output_.write(line))
-        logError("the response could not be written");
-    if (publisher_ != nullptr)
-        publisher_->publish(line);
-}
-
-Json Agent::respond(const std::string& message) {
-    try {
-        const Request request(message);
-        logInfo(named(request) + " (" + std::to_string(message.size()) + " bytes)");
-        Json response = dispatch(request);
-        json_object* error = Params(response.get()).get("error");
-        if (error == nullptr)
-            logInfo(named(request) + ": done");
-        else
-            logError(named(request) + ": " + described(error));
-        return wantsResponse(request, error) ? std::move(response) : nullptr;
-    } catch (const RpcError& refusal) {
-        logInfo("message (" + std::to_string(message.size()) + " bytes)");
-        Json response = newResponse(nullptr);
-        put(response, "error", errorMember(refusal));
-        logError("message refused: " + described(Params(response.get()).get("error")));
-        return response;
-    }
-}
-
-Json Agent::dispatch(const Request& request) {
-    Json response = newResponse(request.id());
-    try {
-        request.check();
-        if (dispatcher_.Lookup(request.method()) == nullptr)
-            throw RpcError(ErrorCode::methodNotFound,
-                           "there is no method \"" + safeLine(request.method(), 60) + "\"");
-        NQ_JSON shared(response.get());
-        const Unblocked unblocked;
-        dispatcher_.Process(NQ_JSON(request.tree()), shared);
-    } catch (const RpcError& error) {
-        put(response, "error", errorMember(error));
-    } catch (const std::exception& error) {
-        put(response, "error", errorMember(RpcError(ErrorCode::internalError, error.what())));
-    }
-    return response;
 }
 
 } // namespace agent

@@ -1,7 +1,7 @@
 #include "ServerThread.h"
 
-#include "Agent.h"
 #include "methods/ProcessRun.h"
+#include "rpc/RequestHandler.h"
 
 #include <algorithm>
 #include <mutex>
@@ -54,8 +54,8 @@ void ServerThread::wake() const {
     close(waker_);
 }
 
-void ServerThread::stop(Agent& agent, ProcessRun& program) {
-    agent.refuseRequests();
+void ServerThread::stop(RequestHandler& handler, ProcessRun& program) {
+    handler.refuseRequests();
     setStopFlags(thread_);
     wake();
 
@@ -65,7 +65,7 @@ void ServerThread::stop(Agent& agent, ProcessRun& program) {
     milliseconds waited(0);
     while (!ended) {
         // Not in the middle of a request: only reading from a client may be broken off.
-        std::unique_lock<std::mutex> idle(agent.busy(), std::try_to_lock);
+        std::unique_lock<std::mutex> idle(handler.busy(), std::try_to_lock);
         if (idle.owns_lock()) {
             breakOff(thread_);
             idle.unlock();

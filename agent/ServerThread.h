@@ -11,8 +11,8 @@
 
 namespace agent {
 
-class Agent;
 class ProcessRun;
+class RequestHandler;
 
 /// Runs the loop of a socket server on a thread of its own and ends it.
 ///
@@ -26,7 +26,7 @@ public:
 
     /// Ends the loop, waits for it, and removes the socket file. A request in progress is finished
     /// first; a program that it runs is ended by SIGTERM, then by SIGKILL.
-    void stop(Agent& agent, ProcessRun& program);
+    void stop(RequestHandler& handler, ProcessRun& program);
 
 private:
     bool endsWithin(std::chrono::milliseconds limit);

@@ -11,6 +11,7 @@
 #include "Signals.h"
 #include "methods/ProcessRun.h"
 #include "rpc/Dispatcher.h"
+#include "rpc/RequestHandler.h"
 
 #include <kvr/api/com/NQ_Sockets.h>
 
@@ -56,13 +57,14 @@ int serve(const Options& options, const ResponseOutput& output) {
         publisher.emplace(*options.broker, options.name);
     OwnerOnly ownerOnly;
     kvr::api::com::NQ_Sockets server(options.name.c_str());
-    Agent agent(dispatcher, output, publisher ? &*publisher : nullptr, ownerOnly);
+    RequestHandler handler(dispatcher);
+    Agent agent(handler, output, publisher ? &*publisher : nullptr, ownerOnly);
     server.attach(&agent);
     ServerThread thread(server, path);
 
     bool wellMeant = false;
     const std::string reason = awaitEnd(wellMeant);
-    thread.stop(agent, dispatcher.processRun());
+    thread.stop(handler, dispatcher.processRun());
     publisher.reset();
     if (wellMeant)
         logInfo("ended by " + reason);

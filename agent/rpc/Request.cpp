@@ -77,6 +77,8 @@ Request::Request(const std::string& text) {
         id_ = id;
         hasId_ = true;
     }
+    json_object* answer = member(tree_, "answer");
+    wantsAnswer_ = isType(answer, json_type_boolean) && json_object_get_boolean(answer) != 0;
     json_object* method = member(tree_, "method");
     if (isType(method, json_type_string))
         method_ = textOf(method);

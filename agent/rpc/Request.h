@@ -27,6 +27,8 @@ public:
 
     /// A request without an id gets no response.
     bool isNotification() const { return !hasId_; }
+    /// The extension "answer": true, by which the sender asks for the response on its connection.
+    bool wantsAnswer() const { return wantsAnswer_; }
     /// Null for a notification, and for an id that is null.
     json_object* id() const { return id_; }
     /// Empty unless "method" is a text.
@@ -37,6 +39,7 @@ private:
     Json tree_;
     json_object* id_ = nullptr; // part of tree_
     bool hasId_ = false;
+    bool wantsAnswer_ = false;
     bool holdsNul_ = false;
     std::string method_;
 };

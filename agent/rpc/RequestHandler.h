@@ -1,0 +1,50 @@
+#ifndef TAVO_AGENT_REQUEST_HANDLER_H
+#define TAVO_AGENT_REQUEST_HANDLER_H
+
+#include "rpc/Dispatcher.h"
+#include "rpc/Json.h"
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+namespace agent {
+
+class Request;
+
+/// The outcome of one message.
+struct Response {
+    std::string text;            ///< one line of JSON without a newline; empty for a notification
+    bool wantedBySender = false; ///< the request asks for it on the connection that it came by
+};
+
+/// Carries out the requests of all senders, one at a time: checks each, has it dispatched, and logs
+/// the request and its outcome.
+class RequestHandler {
+public:
+    /// `dispatcher` must outlive the handler and be used by nobody else.
+    explicit RequestHandler(Dispatcher& dispatcher) : dispatcher_(dispatcher) {}
+
+    /// Carries out one message and returns its response, as valid UTF-8. Blocks while another thread
+    /// is in here. `sender` is named in the log; it is empty for the local socket. Throws
+    /// std::runtime_error once refuseRequests() was called. From any thread.
+    Response handle(const std::string& message, const std::string& sender);
+
+    /// From now on no request is begun. From any thread.
+    void refuseRequests();
+
+    /// Held while a message is handled.
+    std::mutex& busy() { return busy_; }
+
+private:
+    Json respond(const std::string& message, const std::string& from, bool& wantedBySender);
+    Json dispatch(const Request& request);
+
+    Dispatcher& dispatcher_;
+    std::mutex busy_;
+    std::atomic<bool> ending_{false};
+};
+
+} // namespace agent
+
+#endif
