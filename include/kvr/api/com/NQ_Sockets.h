@@ -13,22 +13,29 @@ namespace com {
 /// A Unix-domain stream server that takes length-prefixed messages from one client at a time and
 /// announces each to its observers.
 ///
-/// Wire:    per message 4 bytes of payload length (unsigned, host byte order), then the payload,
-///          any bytes. Nothing is ever sent back. A length of 0 ends the connection. Each part is
-///          taken by one recv() call: a payload that arrives in pieces is delivered after the first
-///          piece, filled up with zero bytes, and its rest is taken for the next length. Send a
-///          message with one call and keep it below the socket's buffer. A buffer of the announced
-///          length is made before any of the payload has come, so every client is trusted with up
-///          to 4 GiB of memory.
+/// Wire:    each message is 4 bytes of payload length (unsigned, host byte order), then the
+///          payload, any bytes. The server never sends. A length of 0 ends the connection.
 /// Output:  everything that happens is printed on standard output.
 /// Failure: a server that cannot be set up ends the process: perror() "socket", "bind" or "listen",
-///          then exit(1). What goes wrong on a connection is printed, and the connection abandoned.
+///          then exit(1). A failure on a connection is printed, and the connection abandoned.
 /// Threads: loop() runs on the caller's thread and calls the observers there. No locks.
+/// Signals: a handler that was installed without SA_RESTART makes the waiting call fail. The loop
+///          then abandons the connection, and with it the client's messages.
 ///
-/// Deliberate: neither the descriptors of clients nor the listening socket are ever closed, so
-/// about a thousand connections exhaust a default descriptor limit; accept() then fails over and
-/// over, and loop() prints that at full speed. The socket file stays behind and is replaced at the
-/// next start. The socket is as accessible as the process's umask makes it.
+/// Traps:
+/// - Each part is taken by one recv() call. A payload that arrives in pieces is delivered after the
+///   first piece, filled up with zero bytes, and its rest is taken for the next length. Send a
+///   message with one call, at most 32 KiB.
+/// - The buffer for a payload is allocated before the payload arrives. A length that is really text
+///   announces up to 4 GiB (3.8 GB were seen), so trust the clients or limit the process's memory.
+/// - One client is served at a time, without a time limit. A client that stays connected and silent
+///   makes all others wait.
+/// - Neither the descriptors of clients nor the listening socket are ever closed (Deliberate).
+///   About a thousand connections exhaust a default limit. accept() then fails repeatedly, and
+///   loop() prints that at full speed.
+/// - The directory /tmp/socketDDS is trusted. A user who makes it first owns what is in it: make it
+///   as root when the system starts. The umask decides who may connect to the socket.
+/// - The socket file stays behind, and the next server of that name replaces it without a message.
 class TAVO_API NQ_Sockets : public iot::Subject<NQ_Sockets> {
 public:
     /// Makes the directory /tmp/socketDDS when missing and listens on the socket file `name` in it,
@@ -43,16 +50,17 @@ public:
     NQ_Sockets(const NQ_Sockets&) = delete;
     NQ_Sockets& operator=(const NQ_Sockets&) = delete;
 
-    /// Makes a fresh listening socket on the path. May end the process (see above).
+    /// Makes a new listening socket on the path. May end the process (see above).
     void initSocketSrv();
 
-    /// Makes a fresh listening socket, then serves connections until `stop` is found true. The flag
-    /// is looked at before the first connection and after each one; it interrupts neither the wait
-    /// for a client nor a connection in progress. An exception that is not derived from
-    /// std::exception passes through.
+    /// Makes a new listening socket, then serves connections until `stop` is true. The flag is read
+    /// before the first connection and after each one. It interrupts neither the wait for a client
+    /// nor a connection in progress: to end the loop, set it and connect once. An exception of an
+    /// observer that is derived from std::exception is printed, and the connection abandoned;
+    /// any other passes through.
     void loop(bool& stop);
 
-    /// The most recent complete message; changes with the next one. For observers, in update().
+    /// The most recent message; changes with the next one. For observers, in update().
     const std::string& getLastMessage() const;
 
 private:

@@ -12,16 +12,23 @@ namespace kvr {
 namespace api {
 namespace log {
 
-/// The process-wide logger: appends lines "LEVEL: message" to /tmp/log.out, and hands records to
+/// The process-wide logger: appends lines "LEVEL: message" to /tmp/log.out, and passes records to
 /// the system log.
 ///
-/// Ownership: the one instance belongs to the library and is deleted when the process exits; never
+/// Ownership: the one instance belongs to the library and is deleted when the process exits. Do not
 ///            delete it.
 /// Failure:   instance() throws while the file cannot be opened. Errors of later writes are neither
-///            detected nor reported. A lock that fails is a std::system_error.
-/// Encoding:  bytes as given: no time stamp, no quoting; a message with newlines makes several
-///            lines.
-/// Threads:   any thread may call instance(), log() and logSysLog(); one lock keeps lines whole.
+///            detected nor reported: after one, such as a full disk, this process logs nothing
+///            more. A lock that fails throws std::system_error.
+/// Encoding:  bytes as given, without time or quoting. A message with newlines makes several lines.
+/// Threads:   any thread may call instance(), log() and logSysLog() concurrently; one lock keeps
+///            lines whole. Processes that share the file are not locked against each other: between
+///            a message of 1 KiB or more and its newline another process can write.
+/// Size:      the file grows without end, and /tmp is often in memory. Truncating it in place is
+///            safe, as every write appends. Renaming it is not: the process keeps writing to the
+///            renamed file.
+/// Security:  the name is trusted. A user who makes the file or a link of that name first can read
+///            the log or direct it elsewhere: make the file as root when the system starts.
 class TAVO_API NQ_Logger {
 public:
     /// "/tmp/log.out".
@@ -52,13 +59,13 @@ public:
     /// each is flushed.
     void log(const std::vector<std::string>& messages, const std::string& level);
 
-    /// Appends one line without taking the lock: only for callers that know that no other thread is
-    /// logging.
+    /// Appends one line without taking the lock. Only for a caller that knows that no other thread
+    /// is logging.
     void logHelper(const std::string& message, const std::string& level);
 
-    /// Calls syslog(3) with `priority` (6 is LOG_INFO, 3 is LOG_ERR) and writes nothing to the
+    /// Calls syslog(3) with `priority` (6 is LOG_INFO, 3 is LOG_ERR), and writes nothing to the
     /// file. The process's own openlog() settings apply. Deliberate: `message` is the format
-    /// string, so a percent sign in it is interpreted. Give no text from outside.
+    /// string, so a percent sign in it is interpreted. Never pass text from outside.
     void logSysLog(char priority, const char* message);
 
 private:
