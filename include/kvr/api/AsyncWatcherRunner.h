@@ -8,9 +8,9 @@
 
 /// Runs the loop of a FileSystemWatcher on a thread of its own, where the callbacks then run.
 ///
-/// Order:   attach through watcher(), startWatcher(), stopWatcher(), destroy. May be started and
+/// Order:   attach through watcher(), startWatcher(), stopWatcher(), destroy. It may be started and
 ///          stopped again.
-/// Failure: destroying a runner that runs ends the process (std::terminate()), and so does an
+/// Failure: destroying a runner that still runs ends the process (std::terminate()), and so does an
 ///          exception that leaves a callback.
 /// Threads: one owner thread starts and stops; no locks.
 class TAVO_API AsyncWatcherRunner {
@@ -21,17 +21,18 @@ public:
     /// The watcher, for attaching and detaching while the loop does not run.
     FileSystemWatcher& watcher();
 
-    /// Starts the thread; does nothing when it was started already. Throws std::system_error when
-    /// no thread can be made.
+    /// Starts the thread; does nothing when it is started already. Throws std::system_error when no
+    /// thread can be made.
     void startWatcher();
 
-    /// Stops the loop and waits for the thread, about 500 ms and the time of a callback in
-    /// progress. Does nothing when not started. Deliberate trap: right after startWatcher() the
-    /// loop may not have begun yet, which then clears the flag; this call waits until somebody
-    /// calls watcher().stop() again.
+    /// Stops the loop and waits for the thread: up to 500 ms and the time of a callback in
+    /// progress. Does nothing when not started. Trap, deliberate: the loop clears the stop flag
+    /// when it begins. A call right after startWatcher() can come before that; it then waits until
+    /// another thread calls watcher().stop(). Stop only after a callback has run, or after a
+    /// second.
     void stopWatcher();
 
-    /// True from startWatcher() until stopWatcher(); the thread itself is not asked.
+    /// True from startWatcher() until stopWatcher(), whatever the thread does.
     bool isRunning() const;
 
 private:

@@ -7,15 +7,19 @@
 #include <utility>
 #include <vector>
 
-/// A registration with a FileSystemWatcher: what to watch, and whom to call.
+/// A registration with a FileSystemWatcher: what to watch, and which function to call.
 class TAVO_API Watcher {
 public:
     /// Called for every event of a registration, on the thread that runs the watcher's loop.
     ///
-    /// `watcher` is the entry of the watcher's own list: it is invalid once the callback attaches
-    /// or detaches anything. `name` is the entry of a watched directory that is concerned; without
-    /// such a name its content is unspecified. `mask` is the event's whole mask, IN_ISDIR and the
-    /// like included. `context` is what the registration was given. An exception leaves the loop.
+    /// - `watcher`: the entry in the watcher's own list; invalid as soon as the callback attaches
+    ///   or detaches anything.
+    /// - `name`: the entry of the watched directory that the event is about; unspecified for an
+    ///   event of the watched path itself.
+    /// - `mask`: the event's whole mask, with bits such as IN_ISDIR.
+    /// - `context`: the registration's.
+    ///
+    /// An exception leaves the loop.
     typedef void (*Callback)(const Watcher& watcher, const std::string& name, unsigned int mask,
                              void* context);
 
@@ -37,12 +41,15 @@ TAVO_API bool operator==(const Watcher& a, const Watcher& b);
 ///
 /// Ownership: registrations are copied. Callbacks and contexts must outlive them.
 /// Failure:   nothing throws. A refused registration and a failing read are printed on standard
-///            output, other failures pass silently. When the constructor's inotify_init() fails, it
-///            prints a perror() line "Couldn't initialize inotify" on standard error; the object
-///            then stays usable in form, and nothing can be attached.
-/// Threads:   run() is called on the thread that is to get the callbacks. While it runs, only
-///            stop() may be called from another thread; callbacks may attach and detach. The stop
-///            flags are plain by design, read once per pass of at most 500 ms.
+///            output; other failures are silent. When inotify_init() fails, the constructor prints
+///            a perror() line "Couldn't initialize inotify" on standard error, and every
+///            registration is refused.
+/// Losses:    when the kernel's queue overflows (fs.inotify.max_queued_events), events are dropped
+///            and no callback runs. Keep callbacks short, and list the directory again where a
+///            missed event matters. A rebuild (see resetState()) drops what is queued as well.
+/// Threads:   run() is called on the thread that is to run the callbacks. While it runs, another
+///            thread may only call stop(); callbacks may attach and detach. The stop flags are
+///            plain by design and read once per pass of at most 500 ms (docs/threads.md).
 class TAVO_API FileSystemWatcher {
 public:
     /// Makes the inotify instance; nothing is registered yet.
@@ -59,11 +66,12 @@ public:
     /// ERROR: REASON" when the kernel refuses.
     void attachWatcher(const Watcher& w);
 
-    /// Unregisters `path`: removes the kernel's watch of the first entry with that path, and the
-    /// entries equal to it in number and path that follow it directly. Deliberate: the entries
-    /// behind those are compared with the one that has moved into the found entry's place. So an
-    /// equal entry farther behind stays in the list, without a watch, and copies of the entry that
-    /// moved go as well. Does nothing when there is no such path.
+    /// Unregisters `path`: removes the kernel's watch of the first entry with that path, that
+    /// entry, and the equal ones directly behind it. Does nothing when there is no such path.
+    ///
+    /// Deliberate: the entries behind those are compared with the entry that has moved into the
+    /// first one's place. So an equal entry farther back stays in the list, without a watch, and
+    /// copies of the moved entry are removed too. Register each path once to avoid this.
     void detachWatcher(const std::string& path);
 
     /// The same for the path of `w`.
@@ -72,16 +80,18 @@ public:
     /// Whether `path` is registered.
     bool watcherExists(const std::string& path) const;
 
-    /// Makes a new inotify instance and registers every entry there anew. run() does so when the
-    /// kernel dropped a watch. Prints nothing: entries whose path is gone stay, with the watch
-    /// number -1, and match the kernel's notice of lost events, which has that number.
+    /// Makes a new inotify instance and registers every entry there. run() does so when the kernel
+    /// has dropped a watch, for instance because its path was deleted. Prints nothing. An entry
+    /// whose path does not exist stays in the list without a watch, and is not watched when the
+    /// path is made again. The callback of such an entry is called for a queue overflow
+    /// (IN_Q_OVERFLOW).
     void resetState();
 
-    /// Calls back for every event until `stop` is found true, at the latest 500 ms after it was
-    /// set, plus the time of a callback in progress. Returns at once when it is true already.
+    /// Calls back for every event until `stop` is true. Returns at most 500 ms after it was set,
+    /// plus the time of a callback in progress; immediately when it is true already.
     void run(bool& stop);
 
-    /// The same until stop(). Trap: clears the flag on entry, so an earlier stop() is lost.
+    /// The same until stop(). Trap: clears its flag when it begins, so an earlier stop() is lost.
     void run();
 
     /// Ends run(), from any thread.

@@ -8,8 +8,8 @@
 #include <functional>
 #include <string>
 
-/// The callback that an AutoMount (`context`) registers for /dev: prints every event, and mounts or
-/// unmounts when `name` is its device.
+/// The callback that an AutoMount registers for /dev, with itself as `context`. Prints every event,
+/// and mounts or unmounts when `name` is its device. Applications do not call it.
 TAVO_API void handleDevEvent(const Watcher& watcher, const std::string& name, unsigned int mask,
                              void* context);
 
@@ -17,25 +17,36 @@ namespace kvr {
 namespace api {
 
 /// Mounts one removable block device whenever its node appears under /dev, and unmounts it when the
-/// node goes.
+/// node disappears.
 ///
 /// Output:  every step is printed on standard output.
-/// Failure: a mount or unmount command that fails leaves no trace but its own output. Statuses are
-///          those of system(3): where SIGCHLD is ignored, nothing ever counts as mounted.
+/// Failure: a mount or unmount command that fails is not reported except by its own output.
+///          Statuses are those of system(3): where SIGCHLD is ignored, nothing ever counts as
+///          mounted.
 /// Threads: the node's events are handled on a thread of the object's own, and both callbacks run
-///          there, except those of the constructor's own mount and of the destructor's unmount. A
-///          callback must not destroy the object.
-/// Traps:   names are put into shell command lines without quoting: give no text from outside. An
-///          exception out of a callback ends the process, also during construction. An object
-///          destroyed right after its construction may hang, as the stop of its thread can be lost
-///          (see AsyncWatcherRunner::stopWatcher()).
+///          there. Those of the constructor's mount and of the destructor's unmount run on the
+///          thread that constructs or destroys. A callback must not destroy the object.
+///
+/// Traps:
+/// - Names are put into shell command lines without quoting, and `mount` and `umount` are found
+///   along
+///   PATH: never pass text from outside.
+/// - An exception that leaves a callback ends the process, also during construction.
+/// - An object that is destroyed right after its construction may hang, as the stop of its thread
+///   can be lost (see AsyncWatcherRunner::stopWatcher()). Let at least a second pass: the thread
+///   needs about a millisecond to start, and longer on a busy board.
+/// - A stick that is pulled while a file on it is open stays mounted. umount(8) reports that the
+///   target is busy, `onEjected` is not called, and mount(8) refuses the next insertion as already
+///   mounted. Close the files and call onDeviceEjected(), or run `umount -l` yourself.
 class TAVO_API AutoMount {
 public:
-    /// Makes the directory `mountPoint` when missing (mode 0775 as reduced by the umask, one
-    /// level), starts watching, and mounts the device at once when it is present. `device` is a
-    /// bare name such as sda1: one with /dev/ in front never matches. `onInserted` is called after
-    /// every successful mount, `onEjected` after every successful unmount; neither may be empty.
-    /// Throws std::runtime_error "Error creating directory 'DIRECTORY'".
+    /// Makes the directory `mountPoint` when it is missing, starts watching, and mounts the device
+    /// when it is present already.
+    ///
+    /// The directory is made with mode 0775 as reduced by the umask, without its parents. `device`
+    /// is a bare name such as sda1; one with /dev/ in front never matches. `onInserted` is called
+    /// after every successful mount, `onEjected` after every successful unmount; neither may be
+    /// empty. Throws std::runtime_error "Error creating directory 'DIRECTORY'".
     AutoMount(const std::string& device, const std::string& mountPoint,
               std::function<void()> onInserted, std::function<void()> onEjected);
 

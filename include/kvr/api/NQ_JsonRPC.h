@@ -23,10 +23,10 @@ public:
     /// NQ_RPCHandler::Process() returns.
     virtual bool Call(const data::NQ_JSON& request, data::NQ_JSON& response) = 0;
 
-    /// The method's name. Asked afresh at every look-up.
+    /// The method's name. Called again for every look-up.
     virtual std::string GetName() const = 0;
 
-    /// One line for a describe method. The dispatcher never calls it.
+    /// One line of text, for a method that lists the methods. The dispatcher never calls it.
     virtual std::string GetDescription() const = 0;
 };
 
@@ -34,14 +34,13 @@ public:
 ///
 /// Ownership: a handler given to AddMethod() belongs to the dispatcher, which deletes it in
 ///            DeleteMethod() or on destruction.
-/// Failure:   Process() returns false; only handlers touch the response, and nothing is logged. A
+/// Failure:   Process() returns false; only handlers change the response, and nothing is logged. A
 ///            "method" or "params" member that is null, and a null C string, raise
-///            std::logic_error.
-/// Threads:   the table must not change while another thread looks up or processes; concurrent
+///            std::logic_error. Exceptions of handlers pass through.
+/// Threads:   the table must not change while another thread looks up or processes. Concurrent
 ///            Process() calls are as safe as the handlers are.
 ///
-/// The dispatcher knows nothing of "id", "result" or "error": answers are the business of handlers
-/// and callers.
+/// The dispatcher does not use "id", "result" or "error": handlers and callers make the answers.
 class TAVO_API NQ_RPCHandler {
 public:
     // The order of the virtual operations is part of the binary interface.

@@ -15,16 +15,18 @@ namespace crypto {
 ///
 /// Order:   init(), any number of encrypt() and decrypt(), zeroize().
 /// Failure: every failure of OpenSSL prints its error queue on standard error and ABORTS THE
-///          PROCESS. That includes decrypting with a wrong key or damaged data: decrypt only what
-///          is known to be intact.
-/// Threads: an object belongs to one thread at a time.
+///          PROCESS. That includes decrypting with a wrong key or damaged data. Decrypt only data
+///          that is known to be intact, or decrypt in a forked child.
+/// Limits:  nothing is authenticated, and the vector is the same for every text of one key. Equal
+///          texts give equal ciphertexts.
+/// Threads: an object is used by one thread at a time.
 class TAVO_API NQ_Crypto {
 public:
-    /// Derives key and vector from the texts of `parts`, joined in order without separators: the
-    /// key is the first 32 hexadecimal digits of their SHA-1 digest, the vector the first 16 of the
-    /// digest of the joined text reversed. Always 0. Trap: either digest ends at the first NUL byte
-    /// that it meets, so one in the joined text hides what follows it from the key, and what
-    /// precedes the last one from the vector.
+    /// Derives key and vector from the texts of `parts`, joined in order without separators. The
+    /// key is the first 32 hexadecimal digits of their SHA-1 digest; the vector is the first 16 of
+    /// the digest of the joined text reversed. Always 0. Trap: a digest ends at the first NUL byte.
+    /// One in the joined text hides what follows it from the key, and what precedes it from the
+    /// vector.
     int init(std::vector<std::string>& parts);
 
     /// Writes the first `n` (0 to 40, others are clamped) lowercase hexadecimal digits of the
@@ -60,9 +62,10 @@ private:
     unsigned char iv[128] = {};  // of which the cipher reads 16
 };
 
-/// Base64 (RFC 4648, with padding) on one line: no line breaks are made, and none are accepted.
-/// Failure: none is told. Where a text is not valid, what could not be decoded reads as zero bytes.
-/// Threads: no state; any thread.
+/// Base64 (RFC 4648, with padding) on one line: line breaks are neither written nor accepted.
+/// Failure: not reported. The part of an invalid text that cannot be decoded reads as zero bytes.
+///          To check a text, encode the result again and compare.
+/// Threads: no state; any thread, concurrently.
 class TAVO_API NQ_Base64 {
 public:
     /// Base64 text of any bytes.
@@ -75,10 +78,10 @@ public:
     /// for 4 * ceil(length / 3) + 1 bytes. Always 0.
     static int Base64Encode(const char* buffer, unsigned int length, char* b64text);
 
-    /// Decodes a zero-terminated text into `buffer` and stores the count of bytes in `*length` (as
-    /// BIO_read() tells it: a negative count of an invalid text wraps). Always 0. `buffer` needs
-    /// calcDecodeLength() bytes for a well-formed text; for one that may have surplus padding, as
-    /// many as the text is long.
+    /// Decodes a zero-terminated text into `buffer` and stores the result of BIO_read(), the count
+    /// of bytes, in `*length`; a negative result for an invalid text wraps. Always 0. `buffer`
+    /// needs calcDecodeLength() bytes for a well-formed text, and as many as the text is long where
+    /// it may have surplus padding.
     static int Base64Decode(const char* b64message, char* buffer, unsigned int* length);
 
     /// Size of the decoded bytes, computed from the text's length and its padding only.

@@ -17,17 +17,29 @@ namespace data {
 ///
 /// Ownership: a handle owns one json-c reference to its tree. Deliberate: copies are shallow.
 ///            Copying, assigning, wrapping a `json_object*` and taking a member or an element all
-///            share the tree, so a change made through one handle is seen through every other. The
+///            share the tree. A change made through one handle is seen through every other. The
 ///            tree is freed with its last reference.
 /// Failure:   a handle may hold no value (`getObj()` is null), for instance after a text that does
-///            not parse. Readers give fixed defaults for a missing key. A JSON null, or a null
-///            pointer, where text is expected raises std::logic_error: check with keyExists() and
-///            the type first where a null can occur. A null pointer given as a key or as a text
-///            raises it too. Builders given a container of the wrong type (or null) change nothing.
+///            not parse. Readers return fixed defaults for a missing key. A null pointer or a JSON
+///            null where text is expected raises std::logic_error: check the type first where a
+///            null can occur. Builders given a container of the wrong type (or null) change
+///            nothing.
 /// Encoding:  bytes; nothing is converted or checked. Texts end at their first NUL byte (a JSON
 ///            "\u0000").
-/// Threads:   no locking, and json-c's reference counts are not atomic: handles that share a tree
-///            belong to one thread at a time.
+/// Threads:   no locking, and json-c's reference counts are not atomic. Handles that share a tree
+///            are used by one thread at a time.
+///
+/// The builders make texts and arrays. Numbers, booleans and nulls are made by json-c's own
+/// functions, and nested objects by a second handle:
+/// @code
+///     NQ_JSON limits;
+///     limits.addObjtoObj(limits.getObj(), "max", json_object_new_int(40));
+///     NQ_JSON report;
+///     report.addKeyVal("name", "gateway-7");
+///     report.addObjtoObj(report.getObj(), "load", json_object_new_double(0.25));
+///     // Takes over a reference: `limits` keeps its own only because of json_object_get().
+///     report.addObjtoObj(report.getObj(), "limits", json_object_get(limits.getObj()));
+/// @endcode
 class TAVO_API NQ_JSON {
 public:
     /// A new empty object.
@@ -35,30 +47,29 @@ public:
 
     /// Parses `text` by one json_tokener_parse_ex() call with json-c's default nesting depth (32).
     ///
-    /// Prints "Unable to parse json" on standard output and holds no value when that fails. The
-    /// call does not see the end of the text, so whatever json-c closes only there (a bare number,
-    /// `true`, `false`, `null`, an empty text) fails as well. What follows a complete value is
+    /// When that fails, "Unable to parse json" is printed on standard output and the handle holds
+    /// no value. The call does not see the end of the text. What json-c completes only there fails
+    /// too: a bare number, `true`, `false`, `null`, an empty text. Text behind a complete value is
     /// ignored.
     NQ_JSON(const std::string& text);
 
-    /// Shares `o`; the caller keeps its own reference. A null `o` gives a handle that holds no
-    /// value.
+    /// Shares `o`; the caller keeps its own reference. A null `o` makes a handle without a value.
     NQ_JSON(const json_object* o);
 
     /// Shares the tree of `other`; the scratch handle is not copied.
     NQ_JSON(const NQ_JSON& other);
 
-    /// Drops this handle's tree, then shares that of `other`; the scratch handle is left alone.
+    /// Releases this handle's tree, then shares that of `other`; the scratch handle is unchanged.
     NQ_JSON& operator=(const NQ_JSON& other);
 
-    /// Drops this handle's tree; the scratch handle is left alone.
+    /// Releases this handle's tree, not the scratch handle.
     virtual ~NQ_JSON();
 
     /// Parses a whole file like the string constructor. A file that cannot be read counts as an
     /// empty text.
     static NQ_JSON fromFile(const std::string& path);
 
-    /// Text of a member as json_object_get_string() gives it: the characters of a string, the
+    /// Text of a member as json_object_get_string() returns it: the characters of a string, the
     /// spaced JSON text of anything else. "" when the key is missing or this is no object. Raises
     /// std::logic_error for a JSON null.
     std::string get_json_string(const std::string& key) const;
@@ -74,7 +85,7 @@ public:
     /// A member as json_object_get_double() converts it; 0.0 when the key is missing.
     double get_json_double(const std::string& key) const;
 
-    /// A handle that shares a member; one that holds no value when the key is missing.
+    /// A handle that shares a member; it holds no value when the key is missing.
     NQ_JSON get_json_object(const std::string& key) const;
 
     /// True also for a member whose value is null.
@@ -100,22 +111,22 @@ public:
     /// and when there is no such element.
     std::string get_json_string_arrayID(const char* key, int idx) const;
 
-    /// A handle that shares element `idx` of this array; one that holds no value when there is no
-    /// such element.
+    /// A handle that shares element `idx` of this array; it holds no value when there is no such
+    /// element.
     NQ_JSON getArrayObject(int idx) const;
 
     /// The tree itself, null when this handle holds no value. No reference is taken.
     json_object* getObj() const;
 
-    /// The scratch handle, null until settempObj(). The class keeps it for the caller and neither
-    /// reads, copies nor frees it.
+    /// The scratch handle, null until settempObj(). The class stores it for the caller; it never
+    /// reads, copies or frees it.
     json_object* gettempObj() const;
 
     /// Sets the scratch handle. No reference is taken.
     void settempObj(json_object* o);
 
-    /// The whole document as json_object_get_string() gives it: spaced JSON text, for a string its
-    /// bare characters. Raises std::logic_error when this handle holds no value.
+    /// The whole document as json_object_get_string() returns it: spaced JSON text, or the bare
+    /// characters of a string. Raises std::logic_error when this handle holds no value.
     std::string asString() const;
 
     /// Appends a new string to an array. Deliberate: an array, despite the name.
@@ -136,8 +147,8 @@ public:
     /// NUL byte.
     void addKeyVal(const std::string& key, const std::string& value);
 
-    /// A new empty array; the caller owns the one reference (release it with json_object_put(), or
-    /// give it to a container).
+    /// A new empty array. The caller owns the one reference: release it with json_object_put(), or
+    /// pass it to a container.
     json_object* newArray();
 
     /// Replaces the content of `out` by the members' texts under their keys. Raises

@@ -18,10 +18,10 @@ public:
     static bool BothAreSpaces(char a, char b);
 
     /// Replaces every occurrence of `from`, left to right; inserted text is not searched again.
-    /// Trap: never returns for an empty `from`, which is found again at every position.
+    /// Trap: never returns for an empty `from`, which is found at every position.
     static void replaceAll(std::string& str, const std::string& from, const std::string& to);
 
-    /// Makes one blank of every run of blanks. Nothing is trimmed; tabs and newlines stay.
+    /// Replaces every run of blanks by one blank. Nothing is trimmed; tabs and newlines stay.
     static void reduceSpace(std::string& str);
 
     /// Removes every character for which isspace(3) holds in the current C locale.

@@ -17,7 +17,7 @@ class TAVO_API Observer {
 public:
     // The order of the virtual operations is part of the binary interface.
 
-    /// Detaches nothing: do that before.
+    /// Does not detach the observer: detach it before.
     virtual ~Observer() {}
 
     /// Called by the subject on the thread that runs it, one announcement at a time. Read what is
@@ -27,17 +27,17 @@ public:
 
 /// Announces events to the attached observers. T is the class derived from it.
 ///
-/// Ownership: observers are not owned; each must be detached before it goes, or outlive the
+/// Ownership: observers are not owned. Each must be detached before it is destroyed, or outlive the
 ///            subject.
-/// Threads:   attach and detach on the subject's own thread (an observer may do so in update()), or
-///            while it is idle. No locks.
+/// Threads:   attach and detach on the subject's own thread, also in update(), or while the subject
+///            is idle. No locks.
 template <class T>
 class TAVO_API Subject {
 public:
     /// Forgets the observers and deletes none.
     virtual ~Subject() {}
 
-    /// Adds `observer` behind the others. One that is attached twice is called twice.
+    /// Adds `observer` behind the others. An observer that is attached twice is called twice.
     void attach(Observer<T>* observer) { observers.push_back(observer); }
 
     /// Removes every occurrence of `observer`.

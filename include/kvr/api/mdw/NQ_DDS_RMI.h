@@ -10,8 +10,7 @@ namespace api {
 namespace mdw {
 
 /// Starts and stops the default DDS RMI runtime of the process, as an RMI client or as an RMI
-/// server, with fixed options. Services, proxies and QoS are the application's own business with
-/// DDS RMI.
+/// server, with fixed options. The application makes services, proxies and QoS with DDS RMI itself.
 ///
 /// Ownership: the runtime belongs to DDS RMI, one per process. The object holds a share of it from
 ///            the first startRUNTIME() on; copies hold one each. Destroying the object stops
@@ -19,13 +18,13 @@ namespace mdw {
 /// Output:    system log records of informational priority, failures included; nothing on standard
 ///            output.
 /// Failure:   a return value; exceptions of DDS RMI pass through.
-/// Threads:   one object is used by one thread at a time. Objects on several threads reach the same
-///            runtime, which takes care of itself when it is the one over Cyclone DDS: all of them
-///            are told that it runs.
+/// Threads:   one object is used by one thread at a time. Objects on several threads share the one
+///            runtime. The runtime over Cyclone DDS has a mutex for this; for OpenSplice see its
+///            own documentation.
 ///
-/// Part of the library unless it was built with TAVO_DDS=OFF. Where `<dds_service_sdk.h>` comes
-/// from was decided by the same setting; the CMake target and the pkg-config module of the library
-/// name its directory.
+/// The class is part of the library unless that was built with TAVO_DDS=OFF. The same setting
+/// decides where `<dds_service_sdk.h>` comes from; the CMake target and the pkg-config module name
+/// its directory.
 class TAVO_API NQ_DDS_RMI_RUNTIME {
 public:
     /// Fetches the default runtime and starts it unless it runs already, whoever started it and in
@@ -33,8 +32,8 @@ public:
     ///   true:  --RMIServiceDiscoveryTimeout=20 (seconds) and --RMIClientThreadingModel=MT
     ///   false: --RMIClientThreadingModel=MT
     ///
-    /// 0: it runs. 1: there is no default runtime, or it did not start. The system log receives, in
-    /// this order,
+    /// Returns 0 when the runtime runs, 1 when there is no default runtime or it did not start. The
+    /// system log receives, in this order,
     ///   "Failed to get the default Runtime "     alone, when there is none (1)
     ///   "=== Runtime start"
     ///   "=== Great! Runtime is usable"           it ran already (0); nothing follows
@@ -43,9 +42,9 @@ public:
     /// Deliberate: the blank at the end of two of them, and "=== Runtime started" before a failure.
     int startRUNTIME(bool isClient);
 
-    /// Stops the runtime, also for others who use it, and passes on what its own stop operation
-    /// returns. The share of the runtime is kept, and it may be started again. Trap: must not be
-    /// called before startRUNTIME() has fetched a runtime; the pointer is not checked.
+    /// Stops the runtime, for all its users in the process, and returns the result of its own stop
+    /// operation. The object keeps its share of the runtime and may start it again. Trap: must not
+    /// be called before startRUNTIME() has fetched a runtime; the pointer is not checked.
     bool stopRUNTIME();
 
 private:

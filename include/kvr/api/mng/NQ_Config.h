@@ -9,44 +9,44 @@ namespace kvr {
 namespace api {
 namespace mng {
 
-/// Places one configuration file for an application or for one of its agents, and has them take it
-/// up.
+/// Places one configuration file for an application or for one of its agents, and restarts the
+/// application or stops the agent so that the file takes effect.
 ///
 /// Order:   init(), for JSON content checkConfig(), applyConfig(), then stopAgent() or
 ///          notifyAppRestart().
-/// Output:  init() prints what it got, content included, on standard output. Scripts are logged in
-///          the system log (see NQ_System::runScript()).
-/// Failure: only checkConfig() tells one. A file or directory that cannot be written and a script
-///          that fails pass silently. stopAgent() and notifyAppRestart() throw what
-///          NQ_System::runScript() throws: while the logger's file cannot be opened, the script is
-///          not run.
+/// Output:  init() prints its arguments, content included, on standard output. Scripts are logged
+///          in the system log (see NQ_System::runScript()).
+/// Failure: checkConfig() returns false. No other failure is reported: not a file or directory that
+///          cannot be written, not a full disk, not a script that fails. Read the file back where
+///          it matters. stopAgent() and notifyAppRestart() throw what NQ_System::runScript()
+///          throws: while the logger's file cannot be opened, the script is not run.
 /// Threads: one at a time; commands run synchronously.
 ///
-/// Trap:  nothing is checked or quoted for the shell, deliberately: identifiers and names with
-///        blanks, shell characters or ".." change the commands and the paths. Check text from
-///        outside before it comes here.
+/// Trap:    nothing is checked or quoted for the shell, deliberately. Identifiers and names with
+///          blanks, shell characters or ".." change the commands and the paths. Check text from
+///          outside before it comes here.
 class TAVO_API NQ_Config {
 public:
     /// Every application has a directory named after its identifier under `rootDirectory`.
     explicit NQ_Config(const std::string& rootDirectory = "/opt/apps")
         : isBase64(false), appsRoot(rootDirectory) {}
 
-    /// Works out the file's path, prints what it got, and makes the directory by `mkdir -p`.
+    /// Works out the file's path, prints its arguments, and makes the directory by `mkdir -p`.
     ///
     /// The file is ROOT/appID/agents/agentID/subDir/fileName, for an empty `agentID`
     /// ROOT/appID/subDir/fileName, and for an empty `appID` just `fileName`, a full path. The
-    /// directory is what stands before the file's last "/" or "\". Deliberate: for a bare name
-    /// without either, a directory of that very name is made, and the file cannot be written.
-    /// `content` is base64 text when `isBase64` is set.
+    /// directory is the part before the file's last "/" or "\". Deliberate: for a name without
+    /// either, a directory of that very name is made, and the file cannot be written. `content` is
+    /// base64 text when `isBase64` is set.
     void init(std::string appID, std::string agentID, std::string subDir, std::string fileName,
               std::string content, bool isBase64);
 
-    /// Whether the content, as received, parses as JSON; when not, prints "Unable to parse json" and
-    /// "Configuration NOT VALID". Not for base64 content.
+    /// Whether the content, as received, parses as JSON. Prints "Unable to parse json" and
+    /// "Configuration NOT VALID" when it does not. Not for base64 content.
     bool checkConfig();
 
-    /// Writes the file anew: the content as it is, or the bytes that its base64 text stands for.
-    /// Always true.
+    /// Replaces the file's content by the content as given, or by the bytes that its base64 text
+    /// encodes. A reader can see the file half written. Always true.
     bool applyConfig();
 
     /// Runs /opt/components/mng/AG_Config/bin/stopAgent.sh with the agent's identifier when init()

@@ -14,25 +14,34 @@ namespace mng {
 /// Applies one section of the gateway's UCI configuration, through the `ubus` and `uci` tools.
 ///
 /// Order:   init(), checkConfig(), applyConfig(), restartService().
-/// Input:   a JSON object such as
-///          {"config":"network","section":"lan","type":"interface","values":{"ipaddr":"192.168.1.1","gateway":""}}
-///          with the package, the section, its type (for creating it) and the options. An option
-///          whose value is "" is deleted; "values":{} deletes the whole section.
-/// Failure: only checkConfig() tells a text that does not parse. The statuses of commands are
-///          ignored. Progress is printed on standard output. A "config", "section", "type" or
-///          "values" member that is null raises std::logic_error in init(), and a null option in
-///          checkConfig().
-/// Threads: one at a time; commands run synchronously. fork() failing ends the process (see
-///          popen2() in NQ_Files.h).
+/// Input:   a JSON object with the package, the section, its type (for creating it) and the
+///          options. An option whose value is "" is deleted; "values":{} deletes the whole section.
+///          Example:
+/// @code
+/// {"config":"network","section":"lan","type":"interface","values":{"mtu":"1500","gateway":""}}
+/// @endcode
+/// Output:  progress is printed on standard output, and so is what the tools print.
+/// Failure: checkConfig() returns false for a text that does not parse. No other failure is
+///          reported: the commands' statuses are ignored. A "config", "section", "type" or "values"
+///          member that is null raises std::logic_error in init(), a null option in checkConfig().
+///          A failing fork() ends the process (see popen2() in NQ_Files.h).
+/// Threads: one at a time; commands run synchronously.
 ///
-/// Trap:    the texts are put between single quotes into shell command lines and nothing is
-///          escaped, deliberately: a single quote in them breaks the line, and text from outside
-///          can run any command. Check such text before it comes here.
+/// Traps:
+/// - The texts are put between single quotes into shell command lines, and nothing is escaped,
+///   deliberately. A single quote breaks the line, and text from outside can run any command. Check
+///   such text before it comes here.
+/// - True does not mean that anything changed: read the section back with getSystemCfg().
+/// - Without "section", or when it is no text, and with "type", all sections of the type change.
+///   Without "config" all packages are committed.
+/// - The tools are found along PATH.
+///
+/// docs/uci.md has the other traps of the real tools, with a remedy for each.
 class TAVO_API NQ_UBUS {
 public:
     /// Stores and parses `cfg`, and takes the four fields from it, in the order config, section,
-    /// type, values. They keep their earlier values when it is empty or does not parse ("Unable to
-    /// parse json" is printed then); getJsonCfg() gives the new text nevertheless.
+    /// type, values. When it is empty or does not parse, "Unable to parse json" is printed and the
+    /// fields keep their earlier values; getJsonCfg() returns the new text nevertheless.
     void init(const std::string& cfg);
 
     /// The text last given to init().
@@ -47,14 +56,15 @@ public:
     /// True when "values" is an empty object: its text equals "{ }".
     bool hasEmptyValues() const;
 
-    /// What `ubus call uci get` prints for the section, errors included; empty when a known package
-    /// has no such section.
+    /// What `ubus call uci get` prints for the section, error messages included; empty when the
+    /// package exists and has no such section.
     std::string getSystemCfg() const;
 
-    /// Prints the four fields and every option that has a value, and deletes the options whose
-    /// value is empty (one command, and a commit). Without "values" the line "Unable to parse json"
-    /// follows the four, and nothing is deleted. False, after the line "Configuration NOT VALID",
-    /// when the text of init() is empty or did not parse.
+    /// Prints the four fields and every option that has a value. Deletes the options whose value is
+    /// empty, and commits that, so the deletion stays when applyConfig() fails. Without "values"
+    /// the line "Unable to parse json" follows the four fields, and nothing is deleted. Returns
+    /// false, after the line "Configuration NOT VALID", when the text of init() is empty or did not
+    /// parse.
     bool checkConfig();
 
     /// JSON argument of the add verb, without the verb and without quotes.
@@ -71,12 +81,14 @@ public:
     /// shell. Always true.
     bool applyConfig(const std::string& ubusArgs);
 
-    /// Deletes the section when hasEmptyValues(); otherwise creates it when getSystemCfg() is
-    /// empty, and sets it to the text of init(), as it stands. Always true.
+    /// Deletes the section when hasEmptyValues(). Otherwise creates it when getSystemCfg() is
+    /// empty, and passes the text of init() unchanged to the set verb. Each command is followed by
+    /// a commit, which includes what others have left pending in the package. Always true.
     bool applyConfig();
 
     /// Prints and runs "/etc/init.d/SERVICE restart". The service is sysntpd for a section called
-    /// ntp, dnsmasq for the package dhcp, else the package's name. Always true.
+    /// ntp, dnsmasq for the package dhcp, else the package's name. Always true, also when there is
+    /// no such script.
     bool restartService();
 
 private:

@@ -7,8 +7,8 @@ namespace kvr {
 namespace api {
 namespace sys {
 
-/// What an LED or the output is set to. The number goes to the board's driver unchanged; where a
-/// driver knows further values (blink modes, say), cast them.
+/// The state of an LED or of the output. The number is passed to the board's driver unchanged; cast
+/// further values that a driver knows, such as blink modes.
 enum Gpio_State : int { GPIO_OFF = 0, GPIO_ON = 1 };
 
 /// The board's LEDs, its digital output and inputs, temperature and supply voltage, through
@@ -17,10 +17,10 @@ enum Gpio_State : int { GPIO_OFF = 0, GPIO_ON = 1 };
 /// The device is opened by the first call and stays open until the process ends; a failed open is
 /// tried again by the next call.
 /// Failure: nothing is printed. Without the device, or when the driver refuses, operations return
-///          -1 with errno set, except the three digital readers, which return 0: a missing board
-///          reads as a low level.
-/// Threads: any thread; two first calls at once may open the device twice, and one descriptor is
-///          then left unused.
+///          -1 with errno set. The three digital readers return 0 instead: a missing board reads as
+///          a low level. Check that /dev/gpio can be opened where that matters.
+/// Threads: any thread, concurrently. Two concurrent first calls may open the device twice; one
+///          descriptor is then left unused.
 class TAVO_API NQ_Gpio {
 public:
     /// Sets the LED of the SIM; the result of ioctl(2).

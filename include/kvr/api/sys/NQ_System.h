@@ -9,18 +9,22 @@ namespace kvr {
 namespace api {
 namespace sys {
 
-/// What a program asks about itself and the gateway it runs on.
+/// Questions about this program and about the gateway it runs on.
+///
+/// Security: `pidof`, `fw_printenv` and a script's commands are found along PATH, and the lock
+///           file's name in /tmp is trusted. A user who holds a lock on that file first makes
+///           appAlreadyRunning() return true: make the file as root when the system starts.
 /// Threads: any thread, one at a time for appAlreadyRunning().
 class TAVO_API NQ_System {
 public:
     /// Sends "Executing..." and the script to the system log (LOG_INFO), runs it by the shell and
-    /// returns what system(3) returned: the raw wait status, or -1. Nothing is quoted, and a
-    /// percent sign in the script is interpreted by the log (see NQ_Logger::logSysLog()): give no
-    /// text from outside. Throws what NQ_Logger::instance() throws.
+    /// returns the result of system(3): the raw wait status, or -1. Nothing is quoted, and a
+    /// percent sign in the script is interpreted by the log (see NQ_Logger::logSysLog()): never
+    /// pass text from outside. Throws what NQ_Logger::instance() throws.
     static int runScript(const std::string& script);
 
-    /// kill(2), and what it returned: 0, or -1 with errno set. Trap: `pid` 0, which
-    /// getProcIdByName() gives for none, is the caller's whole process group.
+    /// Calls kill(2) and returns its result: 0, or -1 with errno set. Trap: `pid` 0, which
+    /// getProcIdByName() returns for "not found", signals the caller's whole process group.
     static int sendSIG2Proc(int pid, int signal);
 
     /// The target of a symbolic link, cut at 4095 bytes; empty when it cannot be read.
@@ -49,21 +53,21 @@ public:
     static bool hasNodeRedApp();
 
     /// A process id of a program, by `pidof -s`; 0 when there is none. The shell interprets `name`:
-    /// give no text from outside.
+    /// never pass text from outside.
     static int getProcIdByName(std::string name);
 
     /// Value of a U-Boot variable, as `fw_printenv` prints it, without newlines. Deliberate: cut at
-    /// a "=" in it. Throws std::out_of_range when the tool prints no "=", as U-Boot's own does for
-    /// a variable that is not set (libubootenv's prints an empty value). A failing fork() ends the
-    /// process.
+    /// a "=" in it. Throws std::out_of_range when the tool prints no "=". U-Boot's own tool does
+    /// that for a variable that is not set; libubootenv's prints an empty value. A failing fork()
+    /// ends the process.
     static std::string get_uboot_env_setting(const std::string& name);
 
     /// The U-Boot variable "sn". Throws what get_uboot_env_setting() throws.
     static std::string getDeviceSerialNumber();
 
     /// "portID" of /opt/apps/ZEQ/cfg/ZEQ.json, the serial port's configuration; "1" when that file
-    /// cannot be opened, "" when it has no such key. A file that does not parse ("Unable to parse json"
-    /// is printed) has no keys; a key that is null raises std::logic_error.
+    /// cannot be opened, "" when it has no such key. A file that does not parse ("Unable to parse
+    /// json" is printed) has no keys; a key that is null raises std::logic_error.
     static std::string getPortId();
 
     /// "RS485" when getPortId() is "1", else "RS232". Raises what getPortId() raises.
