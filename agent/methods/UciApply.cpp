@@ -1,5 +1,6 @@
 #include "methods/UciApply.h"
 
+#include "methods/UciSection.h"
 #include "rpc/Rpc.h"
 #include "rpc/Text.h"
 
@@ -13,6 +14,8 @@ using kvr::api::mng::NQ_UBUS;
 /// The text becomes one argument of a shell command, for which Linux allows 128 KiB.
 constexpr std::size_t kLongestSection = 64 * 1024;
 
+[[noreturn]] void fail(const std::string& why) { throw RpcError(ErrorCode::failed, why); }
+
 bool isTextList(json_object* value) {
     if (!isType(value, json_type_array) || json_object_array_length(value) == 0)
         return false;
@@ -23,8 +26,8 @@ bool isTextList(json_object* value) {
     return true;
 }
 
-void checkValues(json_object* values) {
-    json_object_object_foreach(values, option, value) {
+void checkOptions(json_object* options) {
+    json_object_object_foreach(options, option, value) {
         if (!isName(option, ""))
             refuseParam("an option's name may hold only letters, digits and _");
         if (!isType(value, json_type_string) && !isTextList(value))
@@ -33,113 +36,145 @@ void checkValues(json_object* values) {
     }
 }
 
-/// The text for NQ_UBUS, made of the checked parts alone.
-std::string sectionText(const Params& params) {
-    // Looked for in the text written anew, in which an escaped quote (\u0027) shows as what it is.
-    if (oneLine(params.whole()).find('\'') != std::string::npos)
+/// Looks into what the library will get, written anew: an escaped quote (\u0027) shows as what it is
+/// there.
+void refuseQuotes(const Params& params) {
+    Json given = newObject();
+    for (const char* name : {"config", "section", "type", "values"})
+        put(given, name, share(params.get(name)));
+    if (oneLine(given.get()).find('\'') != std::string::npos)
         refuseParam("single quotes are not accepted");
+}
 
+/// A checked request.
+struct Change {
+    explicit Change(const Params& params);
+
+    bool deletes() const { return json_object_object_length(values.get()) == 0; }
+    /// The text for NQ_UBUS, made of the checked parts alone.
+    std::string sectionText() const;
+
+    UciName name;
+    std::string type; ///< empty when not given
+    Json values;
+    Json expect; ///< null when not given
+    bool restart;
+};
+
+Change::Change(const Params& params)
+    : name(params), type(params.has("type") ? params.name("type", "-") : std::string()),
+      values(share(params.object("values"))),
+      expect(params.has("expect") ? share(params.object("expect")) : nullptr),
+      restart(params.flagOr("restart", false)) {
+    checkOptions(values.get());
+    if (expect != nullptr)
+        checkOptions(expect.get());
+    if (deletes() && name.isPosition() && expect == nullptr)
+        refuseParam("deleting \"" + name.section() +
+                    "\" needs \"expect\", the options that it has: another section may have moved "
+                    "to this position");
+}
+
+std::string Change::sectionText() const {
     Json section = newObject();
-    put(section, "config", newText(params.name("config", "-")));
-    put(section, "section", newText(params.name("section", "-")));
-    if (params.has("type"))
-        put(section, "type", newText(params.name("type", "-")));
-    json_object* values = params.object("values");
-    checkValues(values);
-    put(section, "values", share(values));
-
-    const std::string text = oneLine(section.get());
+    put(section, "config", newText(name.config()));
+    put(section, "section", newText(name.section()));
+    if (!type.empty())
+        put(section, "type", newText(type));
+    put(section, "values", share(values.get()));
+    std::string text = oneLine(section.get());
     if (text.size() > kLongestSection)
         refuseParam("the section is longer than " + std::to_string(kLongestSection) + " bytes");
     return text;
 }
 
-[[noreturn]] void fail(const std::string& why) { throw RpcError(ErrorCode::failed, why); }
-
-/// The section as it is now; null when it does not exist. Raises RpcError with the tool's own
-/// message when it cannot be read: NQ_UBUS would take that message for a section and go on.
-Json currentSection(const NQ_UBUS& ubus) {
-    const std::string text = ubus.getSystemCfg();
-    if (text.empty())
-        return nullptr;
-    ParsedJson parsed = parseJson(text);
-    json_object* values = nullptr;
-    json_object_object_get_ex(parsed.value.get(), "values", &values);
-    if (!isType(values, json_type_object))
-        fail("the configuration cannot be read: " +
-             safeLine(text.substr(0, text.find_last_not_of('\n') + 1)));
-    return share(values);
+std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names)
+        text += (text.empty() ? "" : ", ") + name;
+    return safeLine(text);
 }
 
-/// The options that are not as asked for, by name; an option asked to be "" must be gone.
-std::string optionsNotTaken(json_object* asked, const Json& present) {
-    std::string names;
-    json_object_object_foreach(asked, option, value) {
-        json_object* now = nullptr;
-        const bool exists = json_object_object_get_ex(present.get(), option, &now) != 0;
-        const bool toBeGone =
-            isType(value, json_type_string) && json_object_get_string_len(value) == 0;
-        const bool taken = toBeGone ? !exists : exists && oneLine(now) == oneLine(value);
-        if (!taken)
-            names += std::string(names.empty() ? "" : ", ") + option;
+/// Refuses a change that the section, as it is now, does not allow.
+void checkPresent(const Change& change, const UciSection& present) {
+    if (change.deletes() && present.anonymous && !change.name.isPosition())
+        refuseParam("section \"" + change.name.section() +
+                    "\" is anonymous, and the next one inherits its name: delete it as \"@" +
+                    safeLine(present.type, 60) + "[INDEX]\", with \"expect\"");
+    if (!present.exists && (change.name.isPosition() || change.expect != nullptr))
+        fail(change.name.text() + " does not exist");
+    if (change.expect == nullptr)
+        return;
+    std::vector<std::string> names = optionsThatDiffer(change.expect, present.options);
+    json_object_object_foreach(present.options.get(), option, value) {
+        (void)value;
+        if (!Params(change.expect.get()).has(option))
+            names.emplace_back(option);
     }
-    return names;
+    if (!names.empty())
+        fail(change.name.text() + " is not as expected: " + joined(names));
+}
+
+/// How many sections could take the place of the one that is to be deleted, itself included.
+std::size_t candidates(const Change& change) {
+    return change.deletes() && change.name.isPosition()
+               ? countSections(change.name.config(), change.name.positionType())
+               : 0;
 }
 
 /// The commands' statuses are lost in the library, so their effect is looked at instead.
-void verify(const NQ_UBUS& ubus, json_object* asked, const Json& present) {
-    const std::string name = ubus.getConfigField() + "/" + ubus.getSectionField();
-    if (ubus.hasEmptyValues()) {
-        if (present != nullptr)
-            fail(name + " could not be deleted");
-        return;
-    }
-    if (present == nullptr)
-        fail(name + " does not exist and could not be created");
-    const std::string names = optionsNotTaken(asked, present);
-    if (!names.empty())
-        fail(name + " did not take over: " + safeLine(names));
+void verifyDeleted(const Change& change, std::size_t candidatesBefore) {
+    const bool deleted = change.name.isPosition() ? candidates(change) < candidatesBefore
+                                                  : !readSection(change.name).exists;
+    if (!deleted)
+        fail(change.name.text() + " could not be deleted");
 }
 
-/// The options alone, without ".type" and the like, which the service adds.
-Json optionsOf(const Json& present) {
-    Json options = newObject();
-    json_object_object_foreach(present.get(), name, value) {
-        if (name[0] != '.')
-            put(options, name, share(value));
-    }
-    return options;
+void verifySet(const Change& change, const UciSection& now) {
+    if (!now.exists)
+        fail(change.name.text() + " does not exist and could not be created");
+    const std::vector<std::string> names = optionsThatDiffer(change.values, now.options);
+    if (!names.empty())
+        fail(change.name.text() + " differs from what was asked for: " + joined(names));
 }
 
 } // namespace
 
 UciApply::UciApply()
     : Method("uci.apply", "changes, creates or deletes (\"values\": {}) a section of the "
-                          "configuration: config, section, type, values, restart") {}
+                          "configuration: config, section, type, values, expect, restart") {}
 
 Json UciApply::run(const Params& params) {
-    params.allowOnly({"config", "section", "type", "values", "restart"});
-    const bool restart = params.flagOr("restart", false);
+    params.allowOnly({"config", "section", "type", "values", "expect", "restart"});
+    refuseQuotes(params);
+    const Change change(params);
     NQ_UBUS ubus;
-    ubus.init(sectionText(params));
+    ubus.init(change.sectionText());
 
-    const bool existed = currentSection(ubus) != nullptr;
+    const std::size_t candidatesBefore = candidates(change);
+    const UciSection before = readSection(change.name);
+    checkPresent(change, before);
     if (!ubus.checkConfig())
         throw RpcError(ErrorCode::internalError, "the section was not accepted");
     ubus.applyConfig();
-    const Json present = currentSection(ubus);
-    verify(ubus, params.object("values"), present);
-    if (restart)
+    UciSection now;
+    if (change.deletes()) {
+        verifyDeleted(change, candidatesBefore);
+    } else {
+        now = readSection(change.name);
+        verifySet(change, now);
+    }
+    if (change.restart)
         ubus.restartService();
 
     Json result = newObject();
-    put(result, "config", newText(ubus.getConfigField()));
-    put(result, "section", newText(ubus.getSectionField()));
-    put(result, "existed", newBool(existed));
-    put(result, "exists", newBool(present != nullptr));
-    if (present != nullptr)
-        put(result, "values", optionsOf(present));
-    put(result, "restarted", newBool(restart));
+    put(result, "config", newText(change.name.config()));
+    put(result, "section", newText(change.name.section()));
+    put(result, "existed", newBool(before.exists));
+    put(result, "exists", newBool(now.exists));
+    if (now.exists)
+        put(result, "values", share(now.options.get()));
+    put(result, "restarted", newBool(change.restart));
     return result;
 }
 

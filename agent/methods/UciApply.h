@@ -9,9 +9,15 @@ namespace agent {
 ///
 /// The library puts the section's text between single quotes into shell command lines and quotes
 /// nothing itself: with a single quote in it, text from outside could run any command. So this is
-/// where it is checked. A single quote anywhere, and a package, section, type or option name with
-/// anything but letters, digits, '_' and '-', is refused before the library sees it, and what the
-/// library gets is written anew from what was checked.
+/// where it is checked. A single quote in what the library gets, and a package, section, type or
+/// option name with a character that the tools do not take, is refused before the library sees it.
+/// What the library gets is written anew from what was checked.
+///
+/// The configuration has other writers. So the section is read back, and the error names what
+/// differs. The change is not repeated, which could undo another writer's. An anonymous section is
+/// deleted only by its position and with its content in "expect": both its position and its
+/// generated name pass to the next section when it is deleted, so that a request sent twice would
+/// delete two.
 class UciApply : public Method {
 public:
     UciApply();

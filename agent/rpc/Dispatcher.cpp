@@ -6,6 +6,7 @@
 #include "methods/SystemDescribe.h"
 #include "methods/SystemInfo.h"
 #include "methods/UciApply.h"
+#include "methods/UciGet.h"
 
 namespace agent {
 
@@ -14,7 +15,8 @@ Dispatcher::Dispatcher(const std::vector<std::string>& allowed)
 
 void Dispatcher::RegisterMethods() {
     const std::vector<kvr::api::CallbackMethod*> added = {
-        new UciApply, new ConfigPlace, processRun_, new SystemInfo, new GpioGet, new GpioSet};
+        new UciGet,     new UciApply, new ConfigPlace, processRun_,
+        new SystemInfo, new GpioGet,  new GpioSet};
     AddMethod(new SystemDescribe({added.begin(), added.end()}));
     for (kvr::api::CallbackMethod* method : added)
         AddMethod(method);

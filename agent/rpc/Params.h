@@ -31,8 +31,6 @@ public:
     /// A text that isName() with the characters of `extra`.
     std::string name(const char* name, const char* extra) const;
 
-    json_object* whole() const { return object_; }
-
 private:
     json_object* object_;
 };

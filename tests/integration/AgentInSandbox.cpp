@@ -147,3 +147,5 @@ std::string error(const std::string& id, int code, const std::string& message,
 std::string invalidParams(const std::string& data) {
     return error("1", -32602, "Invalid params", data);
 }
+
+std::string failed(const std::string& data) { return error("1", -32000, "Failed", data); }

@@ -77,5 +77,6 @@ std::string result(const std::string& value, int id = 1);
 std::string error(const std::string& id, int code, const std::string& message,
                   const std::string& data);
 std::string invalidParams(const std::string& data);
+std::string failed(const std::string& data);
 
 #endif

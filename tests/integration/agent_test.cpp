@@ -44,8 +44,10 @@ TEST(tavo_agent, DescribesAllItsMethods) {
     EXPECT_EQ(
         "{\"jsonrpc\":\"2.0\",\"id\":\"a\",\"result\":{\"methods\":[" +
             described("system.describe", "names and descriptions of all methods") + "," +
-            described("uci.apply", "changes, creates or deletes (\\\"values\\\": {}) a section of "
-                                   "the configuration: config, section, type, values, restart") +
+            described("uci.get", "reads a section of the configuration: config, section") + "," +
+            described("uci.apply",
+                      "changes, creates or deletes (\\\"values\\\": {}) a section of "
+                      "the configuration: config, section, type, values, expect, restart") +
             "," +
             described("config.place",
                       "places a file for an application or one of its agents: application, agent, "

@@ -1,0 +1,62 @@
+#ifndef TAVO_AGENT_UCI_SECTION_H
+#define TAVO_AGENT_UCI_SECTION_H
+
+#include "rpc/Json.h"
+#include "rpc/Params.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace agent {
+
+/// The parameters "config" and "section": which section of which package is meant.
+class UciName {
+public:
+    /// Refuses what the tools cannot name, and every character that a shell or a path could
+    /// interpret.
+    explicit UciName(const Params& params);
+
+    const std::string& config() const { return config_; }
+    const std::string& section() const { return section_; }
+
+    /// True for "@TYPE[INDEX]": a position, which names another section once one before it is
+    /// deleted.
+    bool isPosition() const { return !positionType_.empty(); }
+    /// TYPE of a position; empty for a name.
+    const std::string& positionType() const { return positionType_; }
+
+    /// "network/lan", for messages.
+    std::string text() const { return config_ + "/" + section_; }
+
+private:
+    std::string config_;
+    std::string section_;
+    std::string positionType_;
+};
+
+/// A section as the tools report it, uncommitted changes included.
+struct UciSection {
+    bool exists = false;
+    /// It has only a generated name, such as cfg0392bd, which is made anew from its position each
+    /// time the file is loaded.
+    bool anonymous = false;
+    std::string name; ///< its own or generated name
+    std::string type;
+    Json options; ///< an object of texts and of arrays of texts; null when the section is missing
+};
+
+/// Reads a section. Raises RpcError with the tool's message when that fails: NQ_UBUS would take the
+/// message for a section and carry on.
+UciSection readSection(const UciName& name);
+
+/// The number of sections of a type in a package. Raises RpcError likewise.
+std::size_t countSections(const std::string& config, const std::string& type);
+
+/// The names of the options of `asked` that `present` holds differently. An option that is "" in
+/// `asked` must be missing in `present`.
+std::vector<std::string> optionsThatDiffer(const Json& asked, const Json& present);
+
+} // namespace agent
+
+#endif
