@@ -1,5 +1,6 @@
-# Installs the library in two components: `runtime`, the shared library alone, which is all that a gateway's image carries,
-# and `development`, the rest.
+# Installs the library in two components: `runtime`, the shared library alone, which is all that a
+# gateway's image carries, and `development`, the rest. The folders agent/ and sandbox/ install the
+# components `agent` and `sandbox`.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS tavo EXPORT tavoTargets

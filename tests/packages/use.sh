@@ -1,0 +1,46 @@
+#!/bin/sh
+# use.sh: uses the installed packages as their users would. Runs in a root that holds nothing else.
+set -eu
+
+fail() {
+    echo "packages: $*" >&2
+    exit 1
+}
+
+triplet=$(gcc -print-multiarch)
+sh /consumer/use_library.sh "" /usr "lib/$triplet" ON | sed 's/^/packages: /'
+
+systemd-analyze verify --man=no /lib/systemd/system/tavo-agent.service || fail "the unit file is wrong"
+if systemctl is-enabled --quiet tavo-agent.service; then fail "the installation enabled the agent"; fi
+
+# The agent, the sender, the tools and the library are the installed ones.
+cat >/request.json <<'END'
+{"jsonrpc":"2.0","id":1,"method":"uci.apply","params":{"config":"network","section":"lan",
+ "type":"interface","values":{"ipaddr":"192.168.7.1"},"restart":true}}
+END
+tavo-sandbox --root /gateway sh -c '
+    tavo-agent demo >/tmp/responses & agent=$!
+    for attempt in $(seq 100); do
+        [ -S /tmp/socketDDS/demo ] && break
+        sleep 0.1
+    done
+    tavo-rpc demo /request.json
+    for attempt in $(seq 100); do
+        [ -s /tmp/responses ] && break
+        sleep 0.1
+    done
+    kill "$agent"
+    wait "$agent"' || fail "the agent did not end well"
+grep -q '"ipaddr":"192.168.7.1"' /gateway/tmp/responses || fail "$(cat /gateway/tmp/responses)"
+grep -qx "	option ipaddr '192.168.7.1'" /gateway/etc/config/network || fail "the file was not changed"
+grep -qx 'network restart' /gateway/tmp/init.d.log || fail "the service was not restarted"
+echo "packages: an installed agent answered in the installed sandbox"
+
+# The manual pages can be shown, and removing the packages leaves nothing behind.
+for page in man1/tavo-rpc.1.gz man1/tavo-sandbox.1.gz man8/tavo-agent.8.gz; do
+    gzip -t "/usr/share/man/$page" || fail "no manual page $page"
+done
+dpkg --purge tavo-agent tavo-sandbox libtavo-dev libtavo1 >/dev/null
+left=$(find / -xdev -name '*tavo*' -not -path '/debs/*' -not -path '/proc/*' -not -path '/var/*')
+[ -z "$left" ] || fail "these files stay after the packages were purged: $left"
+echo "packages: purged without a trace"
