@@ -12,6 +12,8 @@ namespace {
 
 /// Keeps the path within the 108 bytes of a socket address.
 constexpr std::size_t kLongestName = 64;
+constexpr int kLeastLog = 4096;
+constexpr int kMostLog = 64 * 1024 * 1024;
 
 const char kHelp[] =
     "Usage: tavo-agent [OPTION...] NAME\n"
@@ -19,6 +21,8 @@ const char kHelp[] =
     "\n"
     "  --allow PROGRAM   let process.run start PROGRAM, named in requests exactly as\n"
     "                    here; repeatable; none is allowed by default\n"
+    "  --log-limit BYTES when the log is longer, keep half as much in /tmp/log.out.1 and\n"
+    "                    empty it (1048576 unless given, at least 4096)\n"
     "  --mqtt HOST:PORT  publish every response at this MQTT broker, too, as topic\n"
     "                    gateways/NAME/response; gateways/NAME/state tells\n"
     "                    \"online\" or, by a will, \"offline\"\n"
@@ -51,14 +55,29 @@ std::string checkedName(const std::string& name) {
     return name;
 }
 
+/// A number written in digits alone; 0 when `text` is none, or not within 1 to `most`.
+int parseNumber(const std::string& text, int most) {
+    if (text.empty() || text.size() > 8 ||
+        text.find_first_not_of("0123456789") != std::string::npos)
+        return 0;
+    const int number = std::stoi(text);
+    return number <= most ? number : 0;
+}
+
+std::size_t parseLogLimit(const std::string& text) {
+    const int bytes = parseNumber(text, kMostLog);
+    if (bytes < kLeastLog)
+        usageError("--log-limit takes a number of bytes, " + std::to_string(kLeastLog) + " to " +
+                   std::to_string(kMostLog));
+    return static_cast<std::size_t>(bytes);
+}
+
 Broker parseBroker(const std::string& text) {
     const std::size_t colon = text.rfind(':');
     const std::string host = text.substr(0, colon);
     const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
-    const bool isNumber = !port.empty() && port.size() <= 5 &&
-                          port.find_first_not_of("0123456789") == std::string::npos;
     // Brackets and colons are for IPv6 addresses.
-    if (!isName(host, "-.:[]") || !isNumber || std::stoi(port) < 1 || std::stoi(port) > 65535)
+    if (!isName(host, "-.:[]") || parseNumber(port, 65535) == 0)
         usageError("'" + safeLine(text) + "' is no HOST:PORT of a broker");
     return {host, port};
 }
@@ -68,6 +87,7 @@ Broker parseBroker(const std::string& text) {
 Options parseOptions(int argc, char** argv) {
     static const option known[] = {
         {"allow", required_argument, nullptr, 'a'},
+        {"log-limit", required_argument, nullptr, 'l'},
         {"mqtt", required_argument, nullptr, 'm'},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
@@ -82,6 +102,9 @@ Options parseOptions(int argc, char** argv) {
             if (*optarg == '\0')
                 usageError("--allow needs the name of a program");
             options.allowed.push_back(optarg);
+            break;
+        case 'l':
+            options.logLimit = parseLogLimit(optarg);
             break;
         case 'm':
             options.broker = parseBroker(optarg);

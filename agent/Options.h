@@ -1,6 +1,7 @@
 #ifndef TAVO_AGENT_OPTIONS_H
 #define TAVO_AGENT_OPTIONS_H
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,9 +14,10 @@ struct Broker {
 };
 
 struct Options {
-    std::string name;                 ///< of the socket
-    std::vector<std::string> allowed; ///< programs for process.run
-    std::optional<Broker> broker;     ///< where responses are published, too
+    std::string name;                   ///< of the socket
+    std::vector<std::string> allowed;   ///< programs for process.run
+    std::optional<Broker> broker;       ///< where responses are published, too
+    std::size_t logLimit = 1024 * 1024; ///< bytes
 };
 
 /// Reads the command line. Ends the process for --help (status 0) and, with a message, for anything

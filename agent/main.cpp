@@ -9,6 +9,7 @@
 #include "OwnerOnly.h"
 #include "ServerThread.h"
 #include "Signals.h"
+#include "SocketDirectory.h"
 #include "methods/ProcessRun.h"
 #include "rpc/Dispatcher.h"
 #include "rpc/RequestHandler.h"
@@ -19,6 +20,7 @@
 #include <cstdlib>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include <unistd.h>
@@ -42,7 +44,12 @@ std::string awaitEnd(bool& wellMeant) {
 }
 
 int serve(const Options& options, const ResponseOutput& output) {
-    const std::string path = "/tmp/socketDDS/" + options.name;
+    openLog(options.logLimit);
+    makeSocketDirectory();
+    const std::string problem = socketDirectoryProblem();
+    if (!problem.empty())
+        throw std::runtime_error(problem);
+    const std::string path = socketPath(options.name);
     if (isServed(path)) {
         std::fprintf(stderr, "tavo-agent: %s is being served already\n", path.c_str());
         return 1;

@@ -1,6 +1,8 @@
 // tavo-rpc: sends messages to a program that serves NQ_Sockets: for each, the length in four bytes, host byte
 // order, then the bytes.
 
+#include "SocketDirectory.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -88,11 +90,14 @@ std::string readPayload(const std::string& file) {
 }
 
 int connectTo(const std::string& name) {
-    const std::string path = "/tmp/socketDDS/" + name;
+    const std::string path = agent::socketPath(name);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path)
         fail("the name is too long for a socket");
+    const std::string problem = agent::socketDirectoryProblem();
+    if (!problem.empty())
+        fail(problem);
     std::copy(path.begin(), path.end(), address.sun_path);
     const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
     if (descriptor == -1)

@@ -51,6 +51,22 @@ TEST(tavo_rpc, SaysWhatItCannotSend) {
                   "the name is too long for a socket");
 }
 
+TEST(tavo_rpc, SendsNothingToADirectoryThatOthersControl) {
+    const auto expectRefusal = [](const std::string& directory, const std::string& why) {
+        const support::Ran ran = runInSandbox(
+            {"sh", "-c", "mkdir /tmp/socketDDS; " + directory + "; echo {} | " TAVO_RPC " agent"});
+        EXPECT_EQ(1, ran.status);
+        EXPECT_EQ("tavo-rpc: /tmp/socketDDS" + why + "\n", ran.err);
+    };
+    expectRefusal("chmod 0777 /tmp/socketDDS",
+                  " can be written to by others and has no sticky bit");
+    expectRefusal("chmod 1777 /tmp/socketDDS", "/agent: No such file or directory");
+    const std::string foreign = "chown 12345 /tmp/socketDDS";
+    if (runInSandbox({"sh", "-c", "mkdir /tmp/socketDDS && " + foreign}).status != 0)
+        GTEST_SKIP() << "a directory of another user's takes root";
+    expectRefusal(foreign, " belongs to another user");
+}
+
 TEST(tavo_rpc, WarnsOfWhatMayArriveCutAndGivesUpWhenItIsNotTaken) {
     AgentInSandbox agent({"--allow", "sh"});
     support::writeFile(agent.file("/tmp/large"), std::string(40000, ' '));

@@ -12,7 +12,6 @@
 
 #include <sys/stat.h>
 
-using testing::EndsWith;
 using testing::HasSubstr;
 
 namespace {
@@ -401,17 +400,40 @@ TEST(tavo_agent, RefusesWrongCommandLines) {
     for (const char* name : {"a/b", "..", ".", "a b", "a'", ""})
         expectRefusal({name}, "'" + std::string(name) +
                                   "' is no name for a socket: use letters, digits, _, - and .");
+    for (const char* limit : {"", "4095", "67108865", "999999999", "1M", "-1", "4096.5", "0x10000"})
+        expectRefusal({"--log-limit", limit, "a"},
+                      "--log-limit takes a number of bytes, 4096 to 67108864");
     expectRefusal({"--", "-a"}, "'-a' is no name for a socket: use letters, digits, _, - and .");
     expectRefusal({std::string(65, 'n')}, "the name is longer than 64 characters");
 }
 
-TEST(tavo_agent, SaysWhenItCannotServe) {
-    // A file stands where the directory of the sockets should be.
-    const support::Ran ran =
-        runInSandbox({"sh", "-c", "echo >/tmp/socketDDS; exec \"$@\"", "sh", TAVO_AGENT, "agent"});
-    EXPECT_EQ(1, ran.status);
-    EXPECT_EQ("", ran.out);
-    EXPECT_THAT(ran.err, EndsWith("bind: Not a directory\n"));
+TEST(tavo_agent, ServesInNoDirectoryThatOthersControl) {
+    const auto expectRefusal = [](const std::string& before, const std::string& why) {
+        const support::Ran ran =
+            runInSandbox({"sh", "-c", before + "; exec \"$@\"", "sh", TAVO_AGENT, "agent"});
+        EXPECT_EQ(1, ran.status);
+        EXPECT_EQ("", ran.out);
+        EXPECT_EQ("tavo-agent: /tmp/socketDDS " + why + "\n", ran.err);
+    };
+    expectRefusal("echo >/tmp/socketDDS", "is not a directory");
+    expectRefusal("mkdir /tmp/a; ln -s a /tmp/socketDDS", "is not a directory");
+    for (const char* mode : {"0777", "0775", "0757", "0720", "0702"})
+        expectRefusal(std::string("mkdir /tmp/socketDDS; chmod ") + mode + " /tmp/socketDDS",
+                      "can be written to by others and has no sticky bit");
+    const std::string foreign = "mkdir /tmp/socketDDS; chown 12345 /tmp/socketDDS";
+    if (runInSandbox({"sh", "-c", foreign}).status != 0)
+        GTEST_SKIP() << "a directory of another user's takes root";
+    expectRefusal(foreign, "belongs to another user");
+    expectRefusal(foreign + "; chmod 1777 /tmp/socketDDS", "belongs to another user");
+}
+
+TEST(tavo_agent, ServesInADirectoryWhereOthersReplaceOnlyTheirOwnFiles) {
+    for (const char* mode : {"1777", "0755"}) {
+        AgentInSandbox agent("mkdir /tmp/socketDDS; chmod " + std::string(mode) +
+                                 " /tmp/socketDDS; exec \"$@\"",
+                             {});
+        EXPECT_THAT(agent.call(kDescribe), HasSubstr("\"result\":"));
+    }
 }
 
 } // namespace

@@ -1,0 +1,139 @@
+// The gateway's log as the agent treats it: what it refuses to write to, and how it keeps it short.
+
+#include "AgentInSandbox.h"
+#include "Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using support::Ran;
+using testing::EndsWith;
+using testing::StartsWith;
+
+namespace {
+
+const std::string kServing = "INFO: tavo-agent: serving /tmp/socketDDS/agent\n";
+
+/// Starts the agent after the shell commands `before`, where it is expected to give up.
+Ran startAfter(const std::string& before) {
+    return runInSandbox({"sh", "-c", before + "; exec \"$@\"", "sh", TAVO_AGENT, "agent"});
+}
+
+void expectRefusal(const std::string& before, const std::string& why) {
+    const Ran ran = startAfter(before);
+    EXPECT_EQ(1, ran.status) << before;
+    EXPECT_EQ("tavo-agent: " + why + "\n", ran.err) << before;
+}
+
+TEST(LogFile, IsRefusedWhenOpeningItCouldBlock) {
+    expectRefusal("mkfifo /tmp/log.out", "/tmp/log.out is not a regular file");
+    expectRefusal("mkfifo /tmp/f; ln -s f /tmp/log.out", "/tmp/log.out is not a regular file");
+    expectRefusal("mkdir /tmp/log.out", "/tmp/log.out is not a regular file");
+}
+
+TEST(LogFile, IsRefusedWhenAnotherUserMayHaveLinkedIt) {
+    expectRefusal("echo >/tmp/a; ln /tmp/a /tmp/log.out", "/tmp/log.out is a hard link");
+    const std::string foreign = "ln -s a /tmp/log.out; chown -h 12345 /tmp/log.out";
+    if (runInSandbox({"sh", "-c", foreign}).status != 0)
+        GTEST_SKIP() << "links of another user's take root";
+    expectRefusal(foreign, "/tmp/log.out is a link of another user's");
+    expectRefusal("mkfifo /tmp/a; " + foreign, "/tmp/log.out is a link of another user's");
+}
+
+TEST(LogFile, MayBeALinkOfItsOwnUser) {
+    AgentInSandbox toNew("ln -s elsewhere /tmp/log.out; exec \"$@\"", {});
+    EXPECT_EQ(kServing, toNew.read("/tmp/elsewhere"));
+    AgentInSandbox toNothing("ln -s /dev/null /tmp/log.out; exec \"$@\"", {"--log-limit", "4096"});
+    EXPECT_THAT(toNothing.call(request("none", "{}")), testing::HasSubstr("-32601"));
+}
+
+TEST(LogFile, MayBeOneOfAnotherUsersPrograms) {
+    const std::string foreign = "echo first >/tmp/log.out && chown 12345 /tmp/log.out";
+    if (runInSandbox({"sh", "-c", foreign}).status != 0)
+        GTEST_SKIP() << "files of another user take root";
+    // Where the kernel protects files in directories that everybody may write to, it refuses this.
+    if (runInSandbox({"sh", "-c", foreign + " && echo >>/tmp/log.out"}).status != 0)
+        GTEST_SKIP() << "fs.protected_regular forbids to open them";
+    AgentInSandbox agent(foreign + "; exec \"$@\"", {});
+    EXPECT_EQ("first\n" + kServing, agent.log());
+}
+
+// 5000 lines of 12 bytes, longer than any limit below.
+const std::string kFill = "seq -f 'line %06.0f' 5000 >/tmp/log.out; ";
+
+std::string lines(int first, int last) {
+    std::string text;
+    for (int i = first; i <= last; ++i)
+        text += "line " + std::string(6 - std::to_string(i).size(), '0') + std::to_string(i) + "\n";
+    return text;
+}
+
+const std::string kCut = "INFO: tavo-agent: earlier lines are in /tmp/log.out.1\n";
+
+TEST(LogFile, IsCutToHalfItsLimitInWholeLines) {
+    AgentInSandbox agent(kFill + "exec \"$@\"", {"--log-limit", "8192"});
+    ASSERT_TRUE(support::eventually([&] { return agent.log() == kCut; })) << agent.log();
+    // 4096 bytes hold the agent's line of 47 bytes and 337 whole ones of 12.
+    EXPECT_EQ(lines(5000 - 337 + 1, 5000) + kServing, agent.read("/tmp/log.out.1"));
+}
+
+TEST(LogFile, StaysAsItIsUpToItsLimit) {
+    // 60000 bytes, and the agent's line.
+    const std::string limit = std::to_string(60000 + kServing.size());
+    AgentInSandbox agent(kFill + "exec \"$@\"", {"--log-limit", limit});
+    EXPECT_EQ(lines(1, 5000) + kServing, agent.log());
+    agent.call(request("none", "{}"));
+    EXPECT_TRUE(support::exists(agent.file("/tmp/log.out.1")));
+}
+
+TEST(LogFile, IsCutInPlaceForThoseWhoHaveItOpen) {
+    AgentInSandbox agent(kFill + "exec 3>>/tmp/log.out; \"$@\"",
+                         {"--log-limit", "8192", "--allow", "sh"});
+    EXPECT_EQ(kCut, agent.log());
+    // The shell's descriptor is passed on to the agent's programs.
+    agent.call(request("process.run", R"({"command":"sh","arguments":["-c","echo later >&3"]})"));
+    EXPECT_THAT(agent.log(), StartsWith(kCut + "INFO: tavo-agent: request 1 process.run "));
+    EXPECT_THAT(agent.log(), EndsWith("bytes)\nlater\nINFO: tavo-agent: request 1 process.run: "
+                                      "done\n"));
+    agent.end(SIGTERM);
+}
+
+TEST(LogFile, IsCutAgainAndAgain) {
+    AgentInSandbox agent({"--log-limit", "4096"});
+    Client client(agent.socketPath());
+    for (int id = 1; id <= 400; ++id)
+        ASSERT_TRUE(client.send(request("none", "{}", id)));
+    ASSERT_TRUE(agent.waitForResponses(400));
+    agent.end(SIGTERM);
+    EXPECT_LE(agent.log().size(), 4096u);
+    EXPECT_LE(agent.read("/tmp/log.out.1").size(), 2048u);
+    EXPECT_GE(agent.read("/tmp/log.out.1").size(), 2048u - 200u);
+    EXPECT_THAT(agent.log(), StartsWith(kCut));
+    EXPECT_THAT(agent.log(), EndsWith("ended by SIGTERM\n"));
+}
+
+TEST(LogFile, ReplacesWhatStandsInTheWayOfItsCopy) {
+    AgentInSandbox agent("echo keep >/tmp/target; ln -s target /tmp/log.out.1; " + kFill +
+                             "exec \"$@\"",
+                         {"--log-limit", "8192"});
+    EXPECT_EQ(kCut, agent.log());
+    EXPECT_EQ("keep\n", agent.read("/tmp/target"));
+    struct stat status = {};
+    ASSERT_EQ(0, lstat(agent.file("/tmp/log.out.1").c_str(), &status));
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+    EXPECT_EQ(0644u, status.st_mode & 07777u);
+}
+
+TEST(LogFile, IsCutAlsoWithoutACopy) {
+    AgentInSandbox agent("mkdir /tmp/log.out.1; " + kFill + "exec \"$@\"", {"--log-limit", "8192"});
+    EXPECT_EQ("ERROR: tavo-agent: earlier lines are lost: /tmp/log.out.1: File exists\n",
+              agent.log());
+}
+
+} // namespace
