@@ -1,0 +1,8 @@
+// The version serves the preprocessor, as numbers, and the program, as a text.
+#include <kvr/api/version.h>
+
+#if TAVO_VERSION_MAJOR < 1 || TAVO_VERSION_MINOR < 0 || TAVO_VERSION_PATCH < 0
+#error "no version"
+#endif
+
+const char* version() { return "built with libtavo " TAVO_VERSION; }
