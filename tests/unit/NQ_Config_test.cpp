@@ -175,9 +175,12 @@ TEST(NQ_Config, TheRootIsUsedAsItIsGiven) {
 TEST(NQ_Config, ApplicationsLieUnderOptAppsByDefault) {
     const CapturedCommands commands;
     NQ_Config config;
-    printedBy([&] { init(config, {"app1", "", "cfg", "f"}); });
-    EXPECT_EQ("/opt/apps/app1/cfg/f", config.getConfigFile());
-    EXPECT_THAT(commands.lines(), ElementsAre("mkdir -p /opt/apps/app1/cfg"));
+    NQ_Config withEmptyBraces = {};
+    for (NQ_Config* made : {&config, &withEmptyBraces}) {
+        printedBy([&] { init(*made, {"app1", "", "cfg", "f"}); });
+        EXPECT_EQ("/opt/apps/app1/cfg/f", made->getConfigFile());
+        EXPECT_EQ("mkdir -p /opt/apps/app1/cfg", commands.lines().back());
+    }
 }
 
 TEST(NQ_Config, InitAgainReplacesEverything) {

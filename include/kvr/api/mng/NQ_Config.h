@@ -27,8 +27,11 @@ namespace mng {
 ///          outside before it comes here.
 class TAVO_API NQ_Config {
 public:
+    /// Every application has a directory named after its identifier under /opt/apps.
+    NQ_Config() : isBase64(false), appsRoot("/opt/apps") {}
+
     /// Every application has a directory named after its identifier under `rootDirectory`.
-    explicit NQ_Config(const std::string& rootDirectory = "/opt/apps")
+    explicit NQ_Config(const std::string& rootDirectory)
         : isBase64(false), appsRoot(rootDirectory) {}
 
     /// Works out the file's path, prints its arguments, and makes the directory by `mkdir -p`.
