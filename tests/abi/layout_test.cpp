@@ -106,6 +106,11 @@ TEST(Layout, FieldsOfTheThreeTextsStay) {
     EXPECT_EQ(at(64, 48), placeOf(files, &file::NQ_Files::third));
 }
 
+TEST(Layout, TheLastLineOfAReaderStays) {
+    const StdInReader reader;
+    EXPECT_EQ(at(32, 16), placeOf(reader, &StdInReader::lastLine));
+}
+
 TEST(Layout, FieldsOfThePublishersOptionsStay) {
     using Connection = com::NQ_Mqtt::TConnOpts;
     const Connection connection;

@@ -57,7 +57,8 @@ private:
     std::size_t expected_;
     Listener listener_{[this](StdInReader& from) {
         EXPECT_EQ(&reader, &from);
-        lines.push_back(from.getLastLine());
+        lines.push_back(from.lastLine);
+        EXPECT_EQ(&from.lastLine, &from.getLastLine());
         stop = lines.size() == expected_;
     }};
 };

@@ -23,11 +23,11 @@ public:
     /// it turns at full speed until then.
     void loop(bool& stop);
 
-    /// The last line read, without its newline; empty at first and after a wait that `stop` ended.
-    /// For observers, in update().
+    /// The same as lastLine.
     const std::string& getLastLine() const;
 
-private:
+    /// The last line read, without its newline; empty at first and after a wait that `stop` ended.
+    /// For observers, in update(); only loop() changes it.
     std::string lastLine;
 };
 
