@@ -144,6 +144,15 @@ TEST(Watcher, EqualityLooksAtThePathAlone) {
     EXPECT_FALSE(a == Watcher(std::string("/a\0", 3), IN_CREATE, Events::note, &context));
 }
 
+TEST(Watcher, InequalityIsTheOpposite) {
+    int context = 0;
+    const Watcher a("/a", IN_CREATE, Events::note, &context);
+    EXPECT_FALSE(a != Watcher("/a", IN_DELETE, nullptr, nullptr));
+    EXPECT_TRUE(a != Watcher("/b", IN_CREATE, Events::note, &context));
+    EXPECT_FALSE(std::make_pair(1, a) != std::make_pair(1, Watcher("/a", 0, nullptr, nullptr)));
+    EXPECT_TRUE(std::make_pair(1, a) != std::make_pair(2, a));
+}
+
 TEST_F(FileSystemWatcherTest, ReportsCreatedAndDeletedEntries) {
     watcher.attachWatcher(events.of(directory.path(), IN_CREATE | IN_DELETE));
     writeFile(directory / "file", "");

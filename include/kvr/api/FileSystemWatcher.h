@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/inotify.h>
+
 /// A registration with a FileSystemWatcher: what to watch, and which function to call.
 class TAVO_API Watcher {
 public:
@@ -23,7 +25,7 @@ public:
     typedef void (*Callback)(const Watcher& watcher, const std::string& name, unsigned int mask,
                              void* context);
 
-    /// `mask` is an inotify(7) event mask. `context` is handed back to the callback and otherwise
+    /// `mask` is an inotify(7) event mask, such as IN_CREATE | IN_DELETE. `context` is handed back to the callback and otherwise
     /// not touched.
     Watcher(const std::string& path, unsigned int mask, Callback callback, void* context);
 
@@ -36,6 +38,9 @@ public:
 
 /// Registrations are equal when their paths are; nothing else counts.
 TAVO_API bool operator==(const Watcher& a, const Watcher& b);
+
+/// Registrations differ when their paths do.
+inline bool operator!=(const Watcher& a, const Watcher& b) { return !(a == b); }
 
 /// Watches files and directories by one inotify(7) instance, and calls back for every event.
 ///
