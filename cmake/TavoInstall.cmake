@@ -13,6 +13,8 @@ endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kvr
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
     FILES_MATCHING PATTERN *.h ${_tavo_left_out})
+install(FILES ${PROJECT_BINARY_DIR}/include/kvr/api/version.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kvr/api COMPONENT development)
 if(TAVO_DDS_INSTALL_INCLUDEDIR)
     install(FILES ${PROJECT_SOURCE_DIR}/rmi/include/dds_service_sdk.h
         DESTINATION ${TAVO_DDS_INSTALL_INCLUDEDIR} COMPONENT development)
@@ -36,9 +38,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavoConfig.cmake ${CMAKE_CURRENT_BINAR
     DESTINATION ${_tavo_package} COMPONENT development)
 install(EXPORT tavoTargets NAMESPACE tavo:: DESTINATION ${_tavo_package} COMPONENT development)
 
-# For pkg-config. Paths are relative to the file, so that the installed tree can be moved. Paho has no file for pkg-config:
-# its headers' place is named here when the compiler would not look there by itself. A cross build's tree is left out, since
-# that is where our headers will be too.
+# For pkg-config. Paths are relative to the file, so that the installed tree can be moved. The places of Paho's headers and of
+# json-c are named when the compiler would not look there by itself. A cross build's tree is left out, since that is where our
+# headers will be too. json-c's own file is not required: it adds a directory in which <json.h> is found.
 set(_tavo_pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH TAVO_PC_PREFIX /x/${_tavo_pkgconfig} /x)
 string(REGEX REPLACE "/$" "" TAVO_PC_PREFIX "${TAVO_PC_PREFIX}")
@@ -61,14 +63,24 @@ elseif(TAVO_DDS_PROVIDER STREQUAL "OPENSPLICE")
         string(APPEND TAVO_PC_LIBS " ${OpenSpliceRMI_${_name}_LIBRARY}")
     endforeach()
 endif()
-get_target_property(_tavo_directories eclipse-paho-mqtt-c::paho-mqtt3cs INTERFACE_INCLUDE_DIRECTORIES)
-set(_tavo_searched ${CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES} ${CMAKE_SYSROOT}/usr/include)
-foreach(_root IN LISTS CMAKE_FIND_ROOT_PATH)
-    list(APPEND _tavo_searched ${_root}/usr/include ${_root}/include)
+set(_tavo_searched ${CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES} ${CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES})
+foreach(_root IN ITEMS "${CMAKE_SYSROOT}" ${CMAKE_FIND_ROOT_PATH})
+    foreach(_directory IN ITEMS include lib lib/${CMAKE_LIBRARY_ARCHITECTURE})
+        list(APPEND _tavo_searched ${_root}/usr/${_directory} ${_root}/${_directory})
+    endforeach()
 endforeach()
+get_target_property(_tavo_directories eclipse-paho-mqtt-c::paho-mqtt3cs INTERFACE_INCLUDE_DIRECTORIES)
+list(APPEND _tavo_directories ${TAVO_JSONC_INCLUDE_DIR})
+list(REMOVE_DUPLICATES _tavo_directories)
 list(REMOVE_ITEM _tavo_directories ${_tavo_searched})
 foreach(_directory IN LISTS _tavo_directories)
     string(APPEND TAVO_PC_CFLAGS " -I${_directory}")
 endforeach()
+get_filename_component(_tavo_directories ${TAVO_JSONC_LIBRARY} DIRECTORY)
+list(REMOVE_ITEM _tavo_directories ${_tavo_searched})
+foreach(_directory IN LISTS _tavo_directories)
+    string(APPEND TAVO_PC_LIBS " -L${_directory}")
+endforeach()
+string(APPEND TAVO_PC_LIBS " -ljson-c")
 configure_file(cmake/tavo.pc.in tavo.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavo.pc DESTINATION ${_tavo_pkgconfig} COMPONENT development)

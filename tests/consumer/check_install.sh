@@ -28,6 +28,7 @@ DESTDIR=$work/development cmake --install "$build" --prefix /opt/tavo --componen
 listed "$work/development/opt/tavo" | sed 's/tavoTargets-[a-z]*\.cmake/tavoTargets-CONFIG.cmake/' >"$work/installed"
 {
     (cd "$source" && find include -name '*.h')
+    echo include/kvr/api/version.h
     [ "$dds" = OFF ] || echo include/tavo/rmi/dds_service_sdk.h
     for file in libtavo.so pkgconfig/tavo.pc cmake/tavo/tavoConfig.cmake cmake/tavo/tavoConfigVersion.cmake \
         cmake/tavo/tavoTargets.cmake cmake/tavo/tavoTargets-CONFIG.cmake; do
@@ -45,4 +46,4 @@ fi
 mkdir "$work/moved"
 cp -a "$work/runtime/opt" "$work/development/opt" "$work/moved"
 rm -rf "$work/runtime" "$work/development"
-"$here/use_library.sh" "$work/moved" /opt/tavo "$libdir" "$dds"
+"$here/use_library.sh" "$work/moved" /opt/tavo "$libdir" "$dds" "$version"

@@ -1,11 +1,13 @@
 // An application as its author would write it, built against the installed library alone. One object of each kind: a class
-// with virtual operations, a static operation, a class that holds a foreign type, a template, a global function.
+// with virtual operations, a static operation, a class that holds a foreign type, a template, a global function, json-c's own
+// functions for a document's handles.
 #include <kvr/api/NQ_JsonRPC.h>
 #include <kvr/api/StdInReader.h>
 #include <kvr/api/com/NQ_Mqtt.h>
 #include <kvr/api/crypto/NQ_Crypto.h>
 #include <kvr/api/data/NQ_JSON.h>
 #include <kvr/api/file/NQ_Files.h>
+#include <kvr/api/version.h>
 
 #if defined(CONSUMER_EXPECTS_DDS)
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
@@ -48,8 +50,13 @@ int main() {
     const kvr::api::com::NQ_Mqtt publisher("localhost", "consumer");
     StdInReader reader;
     char* const copy = convert(kvr::api::crypto::NQ_Base64::base64_encode("hello"));
-    std::printf("%s %s %zu %d\n", response.asString().c_str(), copy, reader.getLastLine().size(),
+    std::printf("%s %s %zu %d\n", response.asString().c_str(), copy, reader.lastLine.size(),
                 publisher.getLastResult());
+    json_object* const number = json_object_new_int(5);
+    std::printf("%s\n", json_object_get_string(number));
+    json_object_put(number);
+    std::printf("%s %d.%d.%d\n", TAVO_VERSION, TAVO_VERSION_MAJOR, TAVO_VERSION_MINOR,
+                TAVO_VERSION_PATCH);
     delete[] copy;
 #if defined(CONSUMER_EXPECTS_DDS)
     kvr::api::mdw::NQ_DDS_RMI_RUNTIME runtime;

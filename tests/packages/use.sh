@@ -8,7 +8,8 @@ fail() {
 }
 
 triplet=$(gcc -print-multiarch)
-sh /consumer/use_library.sh "" /usr "lib/$triplet" ON | sed 's/^/packages: /'
+sh /consumer/use_library.sh "" /usr "lib/$triplet" ON \
+    "$(dpkg-query -W -f '${Version}' libtavo-dev)" | sed 's/^/packages: /'
 
 systemd-analyze verify --man=no /lib/systemd/system/tavo-agent.service || fail "the unit file is wrong"
 if systemctl is-enabled --quiet tavo-agent.service; then fail "the installation enabled the agent"; fi

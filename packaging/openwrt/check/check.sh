@@ -37,5 +37,5 @@ printf '%s\n' "./usr/lib/libtavo.so.${version%%.*}" "./usr/lib/libtavo.so.$versi
 (cd "$work/build/libtavo-$version/ipkg-install" && find . ! -type d | LC_ALL=C sort) >"$work/installed"
 grep -qx './usr/lib/pkgconfig/tavo.pc' "$work/installed" || fail "tavo.pc is not where the buildroot looks for it"
 (cd "$work/staging" && find . ! -type d | LC_ALL=C sort) | diff -u "$work/installed" - >&2 || fail "files are not staged"
-"$source/tests/consumer/use_library.sh" "$work/staging" /usr lib OFF >/dev/null
+"$source/tests/consumer/use_library.sh" "$work/staging" /usr lib OFF "$version" >/dev/null
 echo "OpenWrt recipe: version $version, file lists as installed, used from its staging directory"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-struct json_object;
+#include <json-c/json_object.h>
 
 namespace kvr {
 namespace api {

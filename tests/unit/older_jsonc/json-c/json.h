@@ -1,55 +1,17 @@
 #ifndef TAVO_TEST_OLDER_JSONC_JSON_H
 #define TAVO_TEST_OLDER_JSONC_JSON_H
 
-// What NQ_JSON uses of json-c, declared as its generation before 0.13 does: lengths and indexes are
-// int, nothing is const, and adding a member has no result. For compiling only.
+#include <json-c/json_object.h>
 
 extern "C" {
 
-typedef int json_bool;
-struct json_object;
 struct json_tokener;
-enum json_type { json_type_object = 4, json_type_array };
 enum json_tokener_error { json_tokener_success };
-#define JSON_C_TO_STRING_PLAIN 0
-
-json_object* json_object_get(json_object* value);
-int json_object_put(json_object* value);
-int json_object_is_type(json_object* value, json_type type);
-const char* json_object_to_json_string_ext(json_object* value, int flags);
-
-json_object* json_object_new_object(void);
-void json_object_object_add(json_object* object, const char* key, json_object* value);
-json_bool json_object_object_get_ex(json_object* object, const char* key, json_object** value);
-
-json_object* json_object_new_array(void);
-int json_object_array_length(json_object* array);
-int json_object_array_add(json_object* array, json_object* value);
-json_object* json_object_array_get_idx(json_object* array, int idx);
-
-json_object* json_object_new_string(const char* text);
-const char* json_object_get_string(json_object* value);
-int json_object_get_int(json_object* value);
-double json_object_get_double(json_object* value);
 
 json_tokener* json_tokener_new(void);
 void json_tokener_free(json_tokener* tokener);
 json_tokener_error json_tokener_get_error(json_tokener* tokener);
 json_object* json_tokener_parse_ex(json_tokener* tokener, const char* text, int length);
-
-// Members are a list there, too; this one is only of the same shape for its users.
-struct OlderMember {
-    char* key;
-    json_object* value;
-    OlderMember* next;
-};
-OlderMember* olderMembers(json_object* object);
-#define json_object_object_foreach(object, key, value)                                             \
-    char* key = nullptr;                                                                           \
-    json_object* value = nullptr;                                                                  \
-    for (OlderMember* member = olderMembers(object);                                               \
-         member != nullptr && (key = member->key, value = member->value, true);                    \
-         member = member->next)
 }
 
 #endif
