@@ -3,6 +3,7 @@
 #include "Broker.h"
 #include "Certificates.h"
 #include "FakePrograms.h"
+#include "Port.h"
 #include "PrivateMounts.h"
 #include "RunProgram.h"
 #include "TempDir.h"
@@ -198,7 +199,8 @@ TEST(MinimalPublish, PublishesOverTlsAndLeavesItsState) {
 }
 
 TEST(MinimalPublish, NamesABrokerThatDoesNotAnswer) {
-    const std::string port = std::to_string(support::unusedPort());
+    const support::Port unused;
+    const std::string port = std::to_string(unused.number());
     const Ran ran = runProgram({program("publish"), "127.0.0.1", port, "/nowhere"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("cannot connect to ssl://127.0.0.1:" + port + "\n", ran.err);
