@@ -2,7 +2,6 @@
 
 #include "Log.h"
 #include "MqttPublisher.h"
-#include "Signals.h"
 #include "rpc/RequestHandler.h"
 
 namespace agent {
@@ -16,8 +15,6 @@ void Agent::update(kvr::api::com::NQ_Sockets* server) {
         if (publisher_ != nullptr)
             publisher_->publish(response.text);
     }
-    if (descriptorsUsedUp())
-        wakeMainThread(); // which looks into it
 }
 
 } // namespace agent

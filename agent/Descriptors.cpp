@@ -4,14 +4,10 @@
 #include <csignal>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace agent {
 namespace {
-
-/// Kept back for pipes, files and programs.
-constexpr int kReserve = 32;
 
 void ignoreBrokenPipe(int) {}
 
@@ -45,16 +41,6 @@ bool ResponseOutput::write(const std::string& line) const {
             done += static_cast<std::size_t>(result);
     }
     return true;
-}
-
-bool descriptorsUsedUp() {
-    rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
-        return false;
-    const int next = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0); // the lowest free number
-    if (next >= 0)
-        close(next);
-    return next < 0 || static_cast<rlim_t>(next) + kReserve >= limit.rlim_cur;
 }
 
 } // namespace agent

@@ -24,10 +24,6 @@ private:
     int descriptor_;
 };
 
-/// True when so few descriptors are left that the agent will soon fail to serve. The socket server
-/// never closes a client's descriptor, so about a thousand connections use up the usual limit.
-bool descriptorsUsedUp();
-
 } // namespace agent
 
 #endif

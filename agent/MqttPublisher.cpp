@@ -1,11 +1,10 @@
 #include "MqttPublisher.h"
 
 #include "Log.h"
+#include "Signals.h"
 #include "rpc/Text.h"
 
 #include <kvr/api/com/NQ_Mqtt.h>
-
-#include <future>
 
 namespace agent {
 namespace {
@@ -21,6 +20,9 @@ constexpr int kKeepAliveSeconds = 30;
 /// agent for dead: this often the state is published anew.
 constexpr std::chrono::seconds kHeartbeat(10);
 
+/// For what is left when the agent ends.
+constexpr std::chrono::seconds kEndLimit(3);
+
 constexpr int kAtLeastOnce = 1;
 constexpr int kRetained = 1;
 constexpr int kNotRetained = 0;
@@ -31,24 +33,30 @@ const char kOffline[] = "offline";
 } // namespace
 
 MqttPublisher::MqttPublisher(const Broker& broker, const std::string& name)
-    : broker_(broker), name_(name), topic_("gateways/" + name) {
-    std::promise<void> registered;
-    thread_ = std::thread([this, &registered] {
-        const OwnStopFlags own(flags_);
-        registered.set_value();
-        run();
+    : broker_(broker), name_(name), topic_("gateways/" + name), end_(ended_.get_future()) {
+    std::promise<void> ready;
+    thread_ = std::thread([this, &ready] {
+        KeepTrying keepTrying;
+        ready.set_value();
+        run(keepTrying.flag());
+        ended_.set_value();
     });
-    registered.get_future().wait(); // a stop before that would go unheard
+    ready.get_future().wait(); // stopTrying() would have no effect before
 }
 
 MqttPublisher::~MqttPublisher() {
+    end();
+    thread_.join();
+}
+
+bool MqttPublisher::end() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         ending_ = true;
     }
     changed_.notify_all();
-    setStopFlags(thread_);
-    thread_.join();
+    stopTrying(thread_);
+    return end_.wait_for(kEndLimit) == std::future_status::ready;
 }
 
 void MqttPublisher::publish(const std::string& response) {
@@ -59,13 +67,13 @@ void MqttPublisher::publish(const std::string& response) {
     changed_.notify_all();
 }
 
-void MqttPublisher::run() {
+void MqttPublisher::run(bool& keepTrying) {
     NQ_Mqtt client(broker_.host, "tavo-agent-" + name_);
     client.setConnOpts(broker_.port, "", "", kTimeoutSeconds, kRetrySeconds, kKeepAliveSeconds,
                        /*reliable=*/1, /*cleansession=*/1);
     client.setLwt(topic_ + "/state", kOffline, kOnline, kAtLeastOnce, kRetained);
     client.initialise();
-    while (client.connect(flags_.keepTrying)) {
+    while (client.connect(keepTrying)) {
         logInfo("publishing to " + safeLine(client.getServerUri()));
         if (publishQueued(client)) {
             // Leaving orderly keeps the broker from publishing the will.

@@ -2,10 +2,10 @@
 #define TAVO_AGENT_MQTT_PUBLISHER_H
 
 #include "Options.h"
-#include "Signals.h"
 
 #include <condition_variable>
 #include <deque>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -29,16 +29,20 @@ class MqttPublisher {
 public:
     /// Starts connecting; `name` is the agent's.
     MqttPublisher(const Broker& broker, const std::string& name);
-    /// Publishes what is left, if connected, and "offline".
+    /// Calls end() and waits for the thread, however long that takes.
     ~MqttPublisher();
     MqttPublisher(const MqttPublisher&) = delete;
     MqttPublisher& operator=(const MqttPublisher&) = delete;
+
+    /// Publishes what is left, if connected, and "offline". False when the broker does not answer for
+    /// three seconds: the thread then still waits for it, and only _exit() ends the process in time.
+    bool end();
 
     /// Never waits. While the broker is away the latest responses are kept, the oldest dropped.
     void publish(const std::string& response);
 
 private:
-    void run();
+    void run(bool& keepTrying);
     bool publishQueued(kvr::api::com::NQ_Mqtt& client);
     bool awaitResponse(std::string& response);
     void dropFirst(const std::string& response);
@@ -51,7 +55,8 @@ private:
     std::condition_variable changed_;
     std::deque<std::string> queue_; // guarded by mutex_
     bool ending_ = false;           // guarded by mutex_
-    StopFlags flags_;               // of the thread
+    std::promise<void> ended_;
+    std::future<void> end_;
     std::thread thread_;
 };
 

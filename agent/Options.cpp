@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t kLongestName = 64;
 constexpr int kLeastLog = 4096;
 constexpr int kMostLog = 64 * 1024 * 1024;
+constexpr int kMostSeconds = 24 * 60 * 60;
 
 const char kHelp[] =
     "Usage: tavo-agent [OPTION...] NAME\n"
@@ -21,6 +22,8 @@ const char kHelp[] =
     "\n"
     "  --allow PROGRAM   let process.run start PROGRAM, named in requests exactly as\n"
     "                    here; repeatable; none is allowed by default\n"
+    "  --idle SECONDS    cut off a client that sends nothing for so long (10 unless\n"
+    "                    given, at most 86400)\n"
     "  --log-limit BYTES when the log is longer, keep half as much in /tmp/log.out.1 and\n"
     "                    empty it (1048576 unless given, at least 4096)\n"
     "  --mqtt HOST:PORT  publish every response at this MQTT broker, too, as topic\n"
@@ -34,8 +37,7 @@ const char kHelp[] =
     "system.describe lists the others.\n"
     "\n"
     "The socket is for its owner alone. SIGTERM and SIGINT end the agent, after the\n"
-    "request in progress. Run it under a supervisor: it also ends, with status 1,\n"
-    "when it has served so many connections that no descriptors are left.\n"
+    "request in progress.\n"
     "\n"
     "Exit status: 0 ended by a signal, 1 cannot serve, 2 usage error.\n";
 
@@ -72,6 +74,14 @@ std::size_t parseLogLimit(const std::string& text) {
     return static_cast<std::size_t>(bytes);
 }
 
+std::chrono::seconds parseSeconds(const char* name, const std::string& text) {
+    const int seconds = parseNumber(text, kMostSeconds);
+    if (seconds == 0)
+        usageError(std::string(name) + " takes a number of seconds, 1 to " +
+                   std::to_string(kMostSeconds));
+    return std::chrono::seconds(seconds);
+}
+
 Broker parseBroker(const std::string& text) {
     const std::size_t colon = text.rfind(':');
     const std::string host = text.substr(0, colon);
@@ -87,6 +97,7 @@ Broker parseBroker(const std::string& text) {
 Options parseOptions(int argc, char** argv) {
     static const option known[] = {
         {"allow", required_argument, nullptr, 'a'},
+        {"idle", required_argument, nullptr, 'i'},
         {"log-limit", required_argument, nullptr, 'l'},
         {"mqtt", required_argument, nullptr, 'm'},
         {"help", no_argument, nullptr, 'h'},
@@ -102,6 +113,9 @@ Options parseOptions(int argc, char** argv) {
             if (*optarg == '\0')
                 usageError("--allow needs the name of a program");
             options.allowed.push_back(optarg);
+            break;
+        case 'i':
+            options.idleLimit = parseSeconds("--idle", optarg);
             break;
         case 'l':
             options.logLimit = parseLogLimit(optarg);

@@ -1,33 +1,23 @@
 #include "Signals.h"
 
-#include <cerrno>
-#include <ctime>
-
 #include <pthread.h>
-#include <semaphore.h>
 
 namespace agent {
 namespace {
 
-constexpr int kSetFlags = SIGUSR1;
-constexpr int kBreakOff = SIGUSR2;
+constexpr int kStopTrying = SIGUSR1;
 
 pthread_t mainThread;
-sem_t brokenOff;
-thread_local StopFlags* ownFlags = nullptr;
+thread_local bool* ownFlag = nullptr;
 
 // Handlers: nothing but what may be done in one.
 
 void passOn(int signal) { pthread_kill(mainThread, signal); }
 
-void setOwnFlags(int) {
-    if (ownFlags != nullptr) {
-        ownFlags->stop = true;
-        ownFlags->keepTrying = false;
-    }
+void clearOwnFlag(int) {
+    if (ownFlag != nullptr)
+        *ownFlag = false;
 }
-
-void acknowledge(int) { sem_post(&brokenOff); }
 
 void handle(int signal, void (*handler)(int), int flags) {
     struct sigaction action = {};
@@ -48,27 +38,22 @@ sigset_t endSignals() {
 
 void prepareSignals() {
     mainThread = pthread_self();
-    sem_init(&brokenOff, 0, 0);
     handle(SIGTERM, passOn, SA_RESTART);
     handle(SIGINT, passOn, SA_RESTART);
-    handle(kSetFlags, setOwnFlags, SA_RESTART);
-    handle(kBreakOff, acknowledge, 0);
+    handle(kStopTrying, clearOwnFlag, SA_RESTART);
     // Whatever this process was started with: ignored, it would lose the statuses of programs.
     handle(SIGCHLD, SIG_DFL, 0);
     const sigset_t set = endSignals();
     pthread_sigmask(SIG_SETMASK, &set, nullptr);
 }
 
-int awaitEndSignal(std::chrono::milliseconds limit) {
+int awaitEndSignal() {
     const sigset_t set = endSignals();
-    timespec timeout = {};
-    timeout.tv_sec = static_cast<time_t>(limit.count() / 1000);
-    timeout.tv_nsec = static_cast<long>(limit.count() % 1000) * 1000000;
-    const int signal = sigtimedwait(&set, nullptr, &timeout);
-    return signal > 0 ? signal : 0;
+    int signal = 0;
+    while (sigwait(&set, &signal) != 0) {
+    }
+    return signal;
 }
-
-void wakeMainThread() { pthread_kill(mainThread, SIGTERM); }
 
 Unblocked::Unblocked() {
     const sigset_t set = endSignals();
@@ -77,23 +62,10 @@ Unblocked::Unblocked() {
 
 Unblocked::~Unblocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
-OwnStopFlags::OwnStopFlags(StopFlags& flags) { ownFlags = &flags; }
+KeepTrying::KeepTrying() { ownFlag = &flag_; }
 
-OwnStopFlags::~OwnStopFlags() { ownFlags = nullptr; }
+KeepTrying::~KeepTrying() { ownFlag = nullptr; }
 
-void setStopFlags(std::thread& thread) { pthread_kill(thread.native_handle(), kSetFlags); }
-
-void breakOff(std::thread& thread) {
-    pthread_kill(thread.native_handle(), kBreakOff);
-    timespec deadline = {};
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_nsec += 100000000;
-    if (deadline.tv_nsec >= 1000000000) {
-        deadline.tv_nsec -= 1000000000;
-        ++deadline.tv_sec;
-    }
-    while (sem_timedwait(&brokenOff, &deadline) == -1 && errno == EINTR) {
-    }
-}
+void stopTrying(std::thread& thread) { pthread_kill(thread.native_handle(), kStopTrying); }
 
 } // namespace agent

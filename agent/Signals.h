@@ -1,7 +1,6 @@
 #ifndef TAVO_AGENT_SIGNALS_H
 #define TAVO_AGENT_SIGNALS_H
 
-#include <chrono>
 #include <thread>
 
 #include <signal.h>
@@ -10,18 +9,14 @@ namespace agent {
 
 /// Signals in this program:
 /// - SIGTERM and SIGINT are blocked in every thread; the main thread waits for them.
-/// - SIGUSR1 to a thread sets that thread's own StopFlags. The library's loops look at a plain bool,
-///   which only their own thread may write without a race.
-/// - SIGUSR2 to a thread breaks off a system call in which it waits.
+/// - SIGUSR1 to a thread clears that thread's own KeepTrying. The library's MQTT client looks at a
+///   plain bool, which only its own thread may write without a race.
 
 /// Call in main() before any thread starts.
 void prepareSignals();
 
-/// Waits for SIGTERM or SIGINT, at most for `limit`; 0 when neither came.
-int awaitEndSignal(std::chrono::milliseconds limit);
-
-/// Wakes the main thread from awaitEndSignal() as SIGTERM does. From any thread.
-void wakeMainThread();
+/// Waits for SIGTERM or SIGINT, and returns the one that came.
+int awaitEndSignal();
 
 /// Lets SIGTERM and SIGINT through to the programs that the calling thread starts meanwhile: what is
 /// blocked stays blocked in a program, and a restarted service that cannot be ended by SIGTERM would
@@ -37,28 +32,24 @@ private:
     sigset_t before_;
 };
 
-/// The flags of the library's loops. Each of them is set only on its own thread.
-struct StopFlags {
-    bool stop = false;      ///< for loops that end when it becomes true
-    bool keepTrying = true; ///< for loops that end when it becomes false
-};
-
-/// Makes `flags` those of the calling thread while it lives.
-class OwnStopFlags {
+/// A flag for NQ_Mqtt::connect(), which goes on until it is false. Belongs to the thread that makes
+/// it, which alone may read or write the flag; one per thread.
+class KeepTrying {
 public:
-    explicit OwnStopFlags(StopFlags& flags);
-    ~OwnStopFlags();
-    OwnStopFlags(const OwnStopFlags&) = delete;
-    OwnStopFlags& operator=(const OwnStopFlags&) = delete;
+    KeepTrying();
+    ~KeepTrying();
+    KeepTrying(const KeepTrying&) = delete;
+    KeepTrying& operator=(const KeepTrying&) = delete;
+
+    bool& flag() { return flag_; }
+
+private:
+    bool flag_ = true;
 };
 
-/// Sets the flags of `thread`. What the thread is doing goes on undisturbed. They are set before the
-/// thread returns from any system call that it waits in now.
-void setStopFlags(std::thread& thread);
-
-/// Breaks off the system call in which `thread` waits, and returns when that has happened (or after
-/// a tenth of a second, when the thread has ended).
-void breakOff(std::thread& thread);
+/// Clears the flag of `thread`, before that thread returns from any system call in which it waits
+/// now. The call itself goes on undisturbed.
+void stopTrying(std::thread& thread);
 
 } // namespace agent
 

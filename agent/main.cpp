@@ -16,6 +16,7 @@
 
 #include <kvr/api/com/NQ_Sockets.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -28,20 +29,6 @@
 namespace {
 
 using namespace agent;
-
-/// Returns the reason for ending, in words. `wellMeant` tells whether somebody asked for it.
-std::string awaitEnd(bool& wellMeant) {
-    for (;;) {
-        const int signal = awaitEndSignal(std::chrono::seconds(1));
-        wellMeant = false;
-        // Not only when woken: connections without a request use up descriptors, too.
-        if (descriptorsUsedUp())
-            return "no descriptors are left for further connections";
-        wellMeant = true;
-        if (signal != 0)
-            return signal == SIGTERM ? "SIGTERM" : "SIGINT";
-    }
-}
 
 int serve(const Options& options, const ResponseOutput& output) {
     openLog(options.logLimit);
@@ -67,20 +54,15 @@ int serve(const Options& options, const ResponseOutput& output) {
     RequestHandler handler(dispatcher);
     Agent agent(handler, output, publisher ? &*publisher : nullptr, ownerOnly);
     server.attach(&agent);
-    ServerThread thread(server, path);
+    ServerThread thread(server, path, options.idleLimit);
 
-    bool wellMeant = false;
-    const std::string reason = awaitEnd(wellMeant);
+    const int signal = awaitEndSignal();
     thread.stop(handler, dispatcher.processRun());
-    publisher.reset();
-    if (wellMeant)
-        logInfo("ended by " + reason);
-    else
-        logError("ended: " + reason);
-    const int status = wellMeant ? 0 : 1;
-    if (dispatcher.processRun().hasAbandoned())
-        _exit(status); // a thread still reads from the program, so streams cannot be closed
-    return status;
+    const bool published = !publisher || publisher->end();
+    logInfo(std::string("ended by ") + (signal == SIGTERM ? "SIGTERM" : "SIGINT"));
+    if (dispatcher.processRun().hasAbandoned() || !published)
+        _exit(0); // a thread still waits, so nothing that it uses may be destroyed
+    return 0;
 }
 
 } // namespace

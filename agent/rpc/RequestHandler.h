@@ -33,15 +33,12 @@ public:
     /// From now on no request is begun. From any thread.
     void refuseRequests();
 
-    /// Held while a message is handled.
-    std::mutex& busy() { return busy_; }
-
 private:
     Json respond(const std::string& message, const std::string& from, bool& wantedBySender);
     Json dispatch(const Request& request);
 
     Dispatcher& dispatcher_;
-    std::mutex busy_;
+    std::mutex busy_; ///< held while a message is handled
     std::atomic<bool> ending_{false};
 };
 

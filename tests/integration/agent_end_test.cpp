@@ -1,4 +1,4 @@
-// How the agent ends: by a signal, whatever it is doing, or because it can serve no longer.
+// How the agent ends: by a signal, whatever it is doing.
 
 #include "AgentInSandbox.h"
 #include "Waiting.h"
@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <stdexcept>
 
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -146,29 +145,6 @@ TEST(tavo_agent, LetsProgramsBeginWithNoSignalBlockedOrIgnored) {
         agent.call(request("process.run",
                            R"({"command":"grep","arguments":["Sig[BI]","/proc/self/status"]})")),
         HasSubstr(R"("output":"SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n")"));
-}
-
-TEST(tavo_agent, EndsWhenItsDescriptorsAreUsedUp) {
-    AgentInSandbox agent("ulimit -n 64; exec \"$@\"", {});
-    const auto hasEnded = [&] { return agent.log().find("ended: ") != std::string::npos; };
-    std::size_t served = 0;
-    while (!hasEnded() && served < 100) {
-        try {
-            Client(agent.socketPath()).send(kDescribe);
-        } catch (const std::runtime_error&) {
-            break; // it has ended meanwhile
-        }
-        ++served;
-        support::eventually([&] { return agent.responses().size() >= served || hasEnded(); });
-    }
-    const support::Ran ran = agent.wait();
-    EXPECT_EQ(1, ran.status);
-    EXPECT_GT(served, 10u);
-    EXPECT_LT(served, 64u);
-    EXPECT_THAT(ran.err, Not(HasSubstr("Error accepting"))) << "they were used up to the last";
-    EXPECT_THAT(agent.log(), EndsWith("ERROR: tavo-agent: ended: no descriptors are left for "
-                                      "further connections\n"));
-    EXPECT_FALSE(support::exists(agent.socketPath()));
 }
 
 } // namespace

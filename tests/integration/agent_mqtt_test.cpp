@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <string>
 #include <vector>
@@ -90,6 +91,19 @@ TEST(MqttPublisher, EndsWhileItTriesToConnect) {
     const support::Ran ran = agent.end(SIGTERM);
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));
+}
+
+TEST(MqttPublisher, EndsInTimeWhileTheBrokerTakesConnectionsAndStaysSilent) {
+    const support::Listener broker;
+    AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(broker.port())});
+    ASSERT_TRUE(broker.holdClient());
+    agent.call(request("none", "{}", 1));
+    const auto begin = std::chrono::steady_clock::now();
+    const support::Ran ran = agent.end(SIGTERM);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_EQ(0, ran.status);
+    EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));
+    EXPECT_FALSE(support::exists(agent.socketPath()));
 }
 
 } // namespace

@@ -393,6 +393,8 @@ TEST(tavo_agent, RefusesWrongCommandLines) {
     expectRefusal({"--allow"}, "option '--allow' requires an argument");
     expectRefusal({"--allow", "", "a"}, "--allow needs the name of a program");
     expectRefusal({"--verbose", "a"}, "unrecognized option '--verbose'");
+    for (const char* seconds : {"", "0", "86401", "1s", "-1", " 1", "99999999999999999999"})
+        expectRefusal({"--idle", seconds, "a"}, "--idle takes a number of seconds, 1 to 86400");
     for (const char* broker :
          {"host", "host:", ":1883", "host:0", "host:65536", "host:18x", "a b:1"})
         expectRefusal({"--mqtt", broker, "a"},

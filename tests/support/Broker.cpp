@@ -54,9 +54,13 @@ Listener::Listener() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
 
 Listener::~Listener() { close(socket_); }
 
-bool Listener::waitForClient() const {
+bool Listener::holdClient() const {
     pollfd waiting = {socket_, POLLIN, 0};
-    if (poll(&waiting, 1, 10000) != 1)
+    return poll(&waiting, 1, 10000) == 1;
+}
+
+bool Listener::waitForClient() const {
+    if (!holdClient())
         return false;
     close(accept(socket_, nullptr, nullptr));
     return true;

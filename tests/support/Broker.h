@@ -11,7 +11,7 @@
 
 namespace support {
 
-/// Listens on a loopback port, and hangs up on whoever comes.
+/// Listens on a loopback port; hangs up on clients, or never answers them.
 class Listener {
 public:
     Listener();
@@ -22,6 +22,9 @@ public:
     int port() const { return port_; }
     /// Takes one connection and closes it; false when none comes within ten seconds.
     bool waitForClient() const;
+    /// Waits for a connection and leaves it without an answer; false when none comes within ten
+    /// seconds.
+    bool holdClient() const;
 
 private:
     int socket_;

@@ -1,0 +1,140 @@
+// The program's own accept().
+//
+// The library's socket server calls accept() for each client and never closes what it returns, nor
+// does it limit how long a client may stay silent. A server that runs for years would use up its
+// descriptors after about a thousand connections, and one silent client would keep all others out.
+// Neither can be changed through the server's interface. But a function that a program exports takes
+// precedence over the C library's, also for the shared libraries that the program loads. So the
+// program defines accept() itself: for the server's listener it does what the server leaves out, for
+// every other socket it does what the C library's does.
+
+#include "Accept.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace agent {
+namespace {
+
+/// Between two attempts when the system is short of descriptors or memory. The server tries again
+/// without a pause, and prints two lines each time.
+constexpr int kShortagePauseMs = 200;
+
+Connections* active = nullptr;
+
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
+}
+
+/// A client that has hung up already; -1 when there are no descriptors for it.
+int hungUpClient() {
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
+        return -1;
+    close(pair[1]);
+    return pair[0];
+}
+
+} // namespace
+
+Connections::Connections(const std::string& path, std::chrono::seconds idleLimit)
+    : path_(path), idleLimit_(idleLimit), wakeUp_(eventfd(0, EFD_CLOEXEC)) {
+    if (wakeUp_ < 0)
+        throw std::runtime_error("no descriptor for an event");
+    active = this;
+}
+
+Connections::~Connections() {
+    active = nullptr;
+    closeClient();
+    close(wakeUp_);
+}
+
+void Connections::endLoop() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ending_ = true;
+    // For a loop that waits for a client's bytes: it reads what has arrived, then the end. The other
+    // direction stays open for an answer.
+    if (client_ >= 0)
+        shutdown(client_, SHUT_RD);
+    eventfd_write(wakeUp_, 1); // for a loop that waits for a client
+}
+
+bool Connections::isListener(int descriptor) const {
+    sockaddr_un address = {};
+    socklen_t length = sizeof address;
+    if (getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+        address.sun_family != AF_UNIX)
+        return false;
+    // The server binds without a terminator.
+    const std::size_t most =
+        length - std::min<std::size_t>(length, offsetof(sockaddr_un, sun_path));
+    return path_ == std::string(address.sun_path,
+                                std::find(address.sun_path, address.sun_path + most, '\0'));
+}
+
+/// False when the loop is to end.
+bool Connections::waitForClient(int listener) const {
+    pollfd waiting[] = {{listener, POLLIN, 0}, {wakeUp_, POLLIN, 0}};
+    while (poll(waiting, 2, -1) < 0 && errno == EINTR) {
+    }
+    return waiting[1].revents == 0;
+}
+
+int Connections::next(int listener, sockaddr* address, socklen_t* length) {
+    closeClient(); // the server is done with it
+    // The server makes its listener inheritable. A service that a request restarts would keep the
+    // name served when the agent is gone.
+    fcntl(listener, F_SETFD, FD_CLOEXEC);
+    if (!waitForClient(listener)) {
+        stop_ = true;
+        keep(hungUpClient());
+        return client_;
+    }
+    const int client = accept4(listener, address, length, SOCK_CLOEXEC);
+    if (client < 0) {
+        const int error = errno;
+        pollfd ending = {wakeUp_, POLLIN, 0};
+        if (isShortage(error))
+            poll(&ending, 1, kShortagePauseMs);
+        errno = error;
+        return client;
+    }
+    timeval limit = {};
+    limit.tv_sec = static_cast<time_t>(idleLimit_.count());
+    setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    keep(client);
+    return client;
+}
+
+void Connections::keep(int client) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    client_ = client;
+    if (ending_ && client_ >= 0)
+        shutdown(client_, SHUT_RD);
+}
+
+void Connections::closeClient() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (client_ >= 0)
+        close(client_);
+    client_ = -1;
+}
+
+} // namespace agent
+
+extern "C" __attribute__((visibility("default"))) int accept(int descriptor, sockaddr* address,
+                                                             socklen_t* length) {
+    if (agent::active != nullptr && agent::active->isListener(descriptor))
+        return agent::active->next(descriptor, address, length);
+    return accept4(descriptor, address, length, 0);
+}

@@ -1,0 +1,56 @@
+#ifndef TAVO_AGENT_ACCEPT_H
+#define TAVO_AGENT_ACCEPT_H
+
+#include <chrono>
+#include <mutex>
+#include <string>
+
+#include <sys/socket.h>
+
+namespace agent {
+
+/// The connections of the socket server, from the side of accept(): Accept.cpp defines that function
+/// for the whole program and asks this object when the server calls it. One exists at a time, on
+/// behalf of one server.
+///
+/// - A client's descriptor is closed when the server asks for the next client.
+/// - A client that sends nothing for the idle limit is given up: the server's recv() then fails.
+/// - endLoop() ends the server's loop, whatever it waits for.
+class Connections {
+public:
+    /// `path` is the server's socket file.
+    Connections(const std::string& path, std::chrono::seconds idleLimit);
+    ~Connections();
+    Connections(const Connections&) = delete;
+    Connections& operator=(const Connections&) = delete;
+
+    /// The flag for NQ_Sockets::loop(). It is written only by the thread that runs the loop, in
+    /// accept(), so that it needs no lock.
+    bool& stopFlag() { return stop_; }
+
+    /// Ends the loop after the message in progress. From any thread.
+    void endLoop();
+
+    /// True when `descriptor` is a listening socket of the server.
+    bool isListener(int descriptor) const;
+
+    /// What accept() returns for the server's listener.
+    int next(int listener, sockaddr* address, socklen_t* length);
+
+private:
+    bool waitForClient(int listener) const;
+    void keep(int client);
+    void closeClient();
+
+    std::string path_;
+    std::chrono::seconds idleLimit_;
+    int wakeUp_; ///< an eventfd, readable once the loop is to end
+    bool stop_ = false;
+    std::mutex mutex_;
+    bool ending_ = false; // guarded by mutex_
+    int client_ = -1;     // guarded by mutex_
+};
+
+} // namespace agent
+
+#endif
