@@ -91,6 +91,9 @@ bool Connections::waitForClient(int listener) const {
 }
 
 int Connections::next(int listener, sockaddr* address, socklen_t* length) {
+    if (first_)
+        listening_.set_value();
+    first_ = false;
     closeClient(); // the server is done with it
     // The server makes its listener inheritable. A service that a request restarts would keep the
     // name served when the agent is gone.

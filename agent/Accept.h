@@ -2,6 +2,7 @@
 #define TAVO_AGENT_ACCEPT_H
 
 #include <chrono>
+#include <future>
 #include <mutex>
 #include <string>
 
@@ -28,6 +29,9 @@ public:
     /// accept(), so that it needs no lock.
     bool& stopFlag() { return stop_; }
 
+    /// Waits until the loop asks for its first client: the server then listens.
+    void waitUntilListening() { listening_.get_future().wait(); }
+
     /// Ends the loop after the message in progress. From any thread.
     void endLoop();
 
@@ -45,6 +49,8 @@ private:
     std::string path_;
     std::chrono::seconds idleLimit_;
     int wakeUp_; ///< an eventfd, readable once the loop is to end
+    std::promise<void> listening_;
+    bool first_ = true; ///< until next() is called
     bool stop_ = false;
     std::mutex mutex_;
     bool ending_ = false; // guarded by mutex_

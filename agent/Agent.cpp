@@ -7,7 +7,6 @@
 namespace agent {
 
 void Agent::update(kvr::api::com::NQ_Sockets* server) {
-    ownerOnly_.lift();
     const Response response = handler_.handle(server->getLastMessage(), "");
     if (!response.text.empty()) {
         if (!output_.write(response.text))

@@ -2,7 +2,6 @@
 #define TAVO_AGENT_AGENT_H
 
 #include "Descriptors.h"
-#include "OwnerOnly.h"
 
 #include <kvr/api/com/NQ_Sockets.h>
 
@@ -14,11 +13,9 @@ class RequestHandler;
 /// Takes the messages of the socket server: has each handled, prints the response and publishes it.
 class Agent : public kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 public:
-    /// `ownerOnly` is lifted with the first message; `publisher` may be null. All must outlive the
-    /// agent.
-    Agent(RequestHandler& handler, const ResponseOutput& output, MqttPublisher* publisher,
-          OwnerOnly& ownerOnly)
-        : handler_(handler), output_(output), publisher_(publisher), ownerOnly_(ownerOnly) {}
+    /// `publisher` may be null. All must outlive the agent.
+    Agent(RequestHandler& handler, const ResponseOutput& output, MqttPublisher* publisher)
+        : handler_(handler), output_(output), publisher_(publisher) {}
 
     /// On the server's thread. Raises std::runtime_error once the handler refuses requests, upon
     /// which the server gives up the connection.
@@ -28,7 +25,6 @@ private:
     RequestHandler& handler_;
     const ResponseOutput& output_;
     MqttPublisher* publisher_;
-    OwnerOnly& ownerOnly_;
 };
 
 } // namespace agent

@@ -5,7 +5,7 @@
 
 namespace agent {
 
-/// Lets what is created belong to the owner alone, until lifted.
+/// Lets what is created belong to the owner alone, while it lives.
 ///
 /// Who can connect to the agent's socket can change the gateway's configuration, and the library
 /// creates the socket as accessible as the umask makes it: once in the server's constructor and
@@ -15,19 +15,12 @@ namespace agent {
 class OwnerOnly {
 public:
     OwnerOnly() : before_(umask(077)) {}
-    ~OwnerOnly() { lift(); }
+    ~OwnerOnly() { umask(before_); }
     OwnerOnly(const OwnerOnly&) = delete;
     OwnerOnly& operator=(const OwnerOnly&) = delete;
 
-    void lift() {
-        if (!lifted_)
-            umask(before_);
-        lifted_ = true;
-    }
-
 private:
     mode_t before_;
-    bool lifted_ = false;
 };
 
 } // namespace agent

@@ -1,52 +1,23 @@
 #include "ServerThread.h"
 
-#include "methods/ProcessRun.h"
-#include "rpc/RequestHandler.h"
-
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 namespace agent {
-namespace {
-
-using std::chrono::milliseconds;
-
-/// For a request in progress.
-constexpr milliseconds kGrace(500);
-/// From SIGTERM to SIGKILL for a program, and from there to leaving it behind.
-constexpr milliseconds kProgramGrace(2000);
-
-} // namespace
 
 ServerThread::ServerThread(kvr::api::com::NQ_Sockets& server, const std::string& path,
                            std::chrono::seconds idleLimit)
-    : path_(path), connections_(path, idleLimit), end_(ended_.get_future()) {
-    thread_ = std::thread([this, &server] {
-        server.loop(connections_.stopFlag());
-        ended_.set_value();
-    });
+    : path_(path), connections_(path, idleLimit),
+      thread_([this, &server] { server.loop(connections_.stopFlag()); }) {
+    connections_.waitUntilListening();
 }
 
-bool ServerThread::endsWithin(milliseconds limit) {
-    return end_.wait_for(limit) == std::future_status::ready;
-}
-
-void ServerThread::stop(RequestHandler& handler, ProcessRun& program) {
-    handler.refuseRequests();
-    connections_.endLoop();
-    if (!endsWithin(kGrace)) {
-        program.signalProgram(SIGTERM);
-        if (!endsWithin(kProgramGrace)) {
-            program.signalProgram(SIGKILL);
-            if (!endsWithin(kProgramGrace))
-                program.abandon(); // something that the program started still holds its output
-        }
-    }
+ServerThread::~ServerThread() {
+    beginEnd();
     thread_.join();
     unlink(path_.c_str());
 }

@@ -6,33 +6,29 @@
 #include <kvr/api/com/NQ_Sockets.h>
 
 #include <chrono>
-#include <future>
 #include <string>
 #include <thread>
 
 namespace agent {
 
-class ProcessRun;
-class RequestHandler;
-
-/// Runs the loop of a socket server on a thread of its own and ends it.
+/// Runs the loop of a socket server on a thread of its own.
 class ServerThread {
 public:
     /// `path` is the server's socket file; a client that stays silent for `idleLimit` is cut off.
+    /// Returns once the server listens.
     ServerThread(kvr::api::com::NQ_Sockets& server, const std::string& path,
                  std::chrono::seconds idleLimit);
+    /// Ends the loop after the message in progress, waits for it, and removes the socket file.
+    ~ServerThread();
+    ServerThread(const ServerThread&) = delete;
+    ServerThread& operator=(const ServerThread&) = delete;
 
-    /// Ends the loop, waits for it, and removes the socket file. A request in progress is finished
-    /// first; a program that it runs is ended by SIGTERM, then by SIGKILL.
-    void stop(RequestHandler& handler, ProcessRun& program);
+    /// Lets the loop end after the message in progress. From any thread.
+    void beginEnd() { connections_.endLoop(); }
 
 private:
-    bool endsWithin(std::chrono::milliseconds limit);
-
     std::string path_;
     Connections connections_;
-    std::promise<void> ended_;
-    std::future<void> end_;
     std::thread thread_;
 };
 

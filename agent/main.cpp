@@ -16,6 +16,7 @@
 
 #include <kvr/api/com/NQ_Sockets.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +30,24 @@
 namespace {
 
 using namespace agent;
+
+/// For a request in progress when the agent ends.
+constexpr std::chrono::milliseconds kGrace(500);
+/// From SIGTERM to SIGKILL for a program, and from there to leaving it behind.
+constexpr std::chrono::milliseconds kProgramGrace(2000);
+
+/// Waits for the request in progress. A program that it runs is ended by SIGTERM, then by SIGKILL.
+void awaitRequest(RequestHandler& handler, ProcessRun& program) {
+    if (handler.waitUntilIdle(kGrace))
+        return;
+    program.signalProgram(SIGTERM);
+    if (handler.waitUntilIdle(kProgramGrace))
+        return;
+    program.signalProgram(SIGKILL);
+    if (handler.waitUntilIdle(kProgramGrace))
+        return;
+    program.abandon(); // something that the program started still holds its output
+}
 
 int serve(const Options& options, const ResponseOutput& output) {
     openLog(options.logLimit);
@@ -49,15 +68,22 @@ int serve(const Options& options, const ResponseOutput& output) {
     std::optional<MqttPublisher> publisher;
     if (options.broker)
         publisher.emplace(*options.broker, options.name);
-    OwnerOnly ownerOnly;
-    kvr::api::com::NQ_Sockets server(options.name.c_str());
     RequestHandler handler(dispatcher);
-    Agent agent(handler, output, publisher ? &*publisher : nullptr, ownerOnly);
-    server.attach(&agent);
-    ServerThread thread(server, path, options.idleLimit);
+    Agent agent(handler, output, publisher ? &*publisher : nullptr);
+    std::optional<kvr::api::com::NQ_Sockets> server;
+    std::optional<ServerThread> thread;
+    {
+        const OwnerOnly ownerOnly;
+        server.emplace(options.name.c_str());
+        server->attach(&agent);
+        thread.emplace(*server, path, options.idleLimit);
+    }
 
     const int signal = awaitEndSignal();
-    thread.stop(handler, dispatcher.processRun());
+    handler.refuseRequests();
+    thread->beginEnd();
+    awaitRequest(handler, dispatcher.processRun());
+    thread.reset();
     const bool published = !publisher || publisher->end();
     logInfo(std::string("ended by ") + (signal == SIGTERM ? "SIGTERM" : "SIGINT"));
     if (dispatcher.processRun().hasAbandoned() || !published)

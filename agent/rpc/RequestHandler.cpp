@@ -43,11 +43,7 @@ bool wantsResponse(const Request& request, json_object* error) {
 } // namespace
 
 Response RequestHandler::handle(const std::string& message, const std::string& sender) {
-    const std::lock_guard<std::mutex> lock(busy_);
-    if (ending_) {
-        logError("request dropped: the agent is ending");
-        throw std::runtime_error("the agent is ending");
-    }
+    const Turn turn(*this);
     Response response;
     const Json tree = respond(message, origin(message, sender), response.wantedBySender);
     // Programs print any bytes; what they printed must not make the response invalid.
@@ -56,7 +52,31 @@ Response RequestHandler::handle(const std::string& message, const std::string& s
     return response;
 }
 
-void RequestHandler::refuseRequests() { ending_ = true; }
+void RequestHandler::refuseRequests() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ending_ = true;
+}
+
+bool RequestHandler::waitUntilIdle(std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return idle_.wait_for(lock, limit, [this] { return !busy_; });
+}
+
+RequestHandler::Turn::Turn(RequestHandler& handler) : handler_(handler) {
+    std::unique_lock<std::mutex> lock(handler_.mutex_);
+    handler_.idle_.wait(lock, [this] { return !handler_.busy_; });
+    if (handler_.ending_) {
+        logError("request dropped: the agent is ending");
+        throw std::runtime_error("the agent is ending");
+    }
+    handler_.busy_ = true;
+}
+
+RequestHandler::Turn::~Turn() {
+    const std::lock_guard<std::mutex> lock(handler_.mutex_);
+    handler_.busy_ = false;
+    handler_.idle_.notify_all();
+}
 
 /// The response; null for a notification.
 Json RequestHandler::respond(const std::string& message, const std::string& from,

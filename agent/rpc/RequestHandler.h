@@ -4,7 +4,8 @@
 #include "rpc/Dispatcher.h"
 #include "rpc/Json.h"
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 
@@ -33,13 +34,30 @@ public:
     /// From now on no request is begun. From any thread.
     void refuseRequests();
 
+    /// Waits until no request is in progress, at most for `limit`; false when one still is.
+    bool waitUntilIdle(std::chrono::milliseconds limit);
+
 private:
+    /// Held while a message is handled.
+    class Turn {
+    public:
+        explicit Turn(RequestHandler& handler);
+        ~Turn();
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+    private:
+        RequestHandler& handler_;
+    };
+
     Json respond(const std::string& message, const std::string& from, bool& wantedBySender);
     Json dispatch(const Request& request);
 
     Dispatcher& dispatcher_;
-    std::mutex busy_; ///< held while a message is handled
-    std::atomic<bool> ending_{false};
+    std::mutex mutex_;
+    std::condition_variable idle_;
+    bool busy_ = false;   // guarded by mutex_
+    bool ending_ = false; // guarded by mutex_
 };
 
 } // namespace agent

@@ -122,9 +122,13 @@ TEST(agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
     agent.call(request("process.run", R"({"command":"sh","arguments":["-c",)"
                                       R"("sleep 100 >/dev/null 2>&1 & echo $! >/tmp/left"]})"));
     kill(processOf(agent), SIGKILL);
-    const std::string status = "/proc/" + std::to_string(processOf(agent)) + "/status";
-    ASSERT_TRUE(eventually(
-        [&] { return support::readFile(status).find("State:\tZ") != std::string::npos; }));
+    // Dead, with all threads; its parent does not wait for it.
+    const std::string process = "/proc/" + std::to_string(processOf(agent));
+    ASSERT_TRUE(eventually([&] {
+        const std::filesystem::directory_iterator threads(process + "/task");
+        return std::distance(begin(threads), end(threads)) == 1 &&
+               support::readFile(process + "/status").find("State:\tZ") != std::string::npos;
+    }));
     EXPECT_THROW(Client(agent.socketPath()), std::runtime_error);
     EXPECT_EQ(0, kill(std::stoi(agent.read("/tmp/left")), SIGKILL)) << "it must be running";
 }
