@@ -17,7 +17,7 @@
 
 namespace {
 
-const char* const kMethods[] = {"get", "add", "set", "delete", "rename"};
+const char* const kMethods[] = {"get", "add", "set", "delete", "rename", "changes"};
 
 const char kPackage[] = "\n"
                         "config interface 'lan'\n"
@@ -76,11 +76,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (json_object_is_type(arguments, json_type_object)) {
         const char* const method = kMethods[data[0] % (sizeof kMethods / sizeof *kMethods)];
         checkOutcome(uci::call(gateway.store(), method, arguments));
-        if (!gateway.store().pending("network").empty()) {
-            const std::string changed = uci::format(gateway.store().load("network"));
+        const uci::Loaded before = gateway.store().load("network");
+        if (!before.pending.empty()) {
             gateway.store().commit("network");
-            fuzzing::require(uci::format(gateway.store().load("network")) == changed,
+            const uci::Loaded after = gateway.store().load("network");
+            fuzzing::require(uci::format(after.package) == uci::format(before.package),
                              "a commit keeps what was pending");
+            fuzzing::require(after.pending.empty(), "nothing waits after a commit");
             gateway.restore();
         }
     }

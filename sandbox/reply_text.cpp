@@ -22,7 +22,6 @@ std::string quoted(const std::string& value) {
             break;
         case '"':
         case '\\':
-        case '/': // the bus tool does so, though JSON need not
             text += '\\';
             text += c;
             break;
@@ -41,61 +40,61 @@ std::string quoted(const std::string& value) {
 
 } // namespace
 
-void ReplyText::open(const std::string& key) {
-    if (!key.empty())
-        beginMember(key);
-    text_ += "{";
-    ++level_;
+void ReplyText::open(const std::string& key, char bracket) {
+    begin(key);
+    text_ += bracket;
+    closing_ += bracket == '{' ? '}' : ']';
     newLine();
     first_ = true;
 }
 
 void ReplyText::close() {
-    --level_;
+    const char bracket = closing_.back();
+    closing_.pop_back();
     newLine();
-    text_ += "}";
+    text_ += bracket;
     first_ = false;
 }
 
 void ReplyText::add(const std::string& key, const std::string& value) {
-    beginMember(key);
+    begin(key);
     text_ += quoted(value);
 }
 
 void ReplyText::add(const std::string& key, const std::vector<std::string>& values) {
-    beginMember(key);
-    text_ += "[";
-    ++level_;
-    bool first = true;
-    for (const std::string& value : values) {
-        if (!first)
-            text_ += ",";
-        first = false;
-        newLine();
-        text_ += quoted(value);
-    }
-    --level_;
-    newLine();
-    text_ += "]";
+    openArray(key);
+    for (const std::string& value : values)
+        add("", value);
+    close();
 }
 
 void ReplyText::addBoolean(const std::string& key, bool value) {
-    beginMember(key);
+    begin(key);
     text_ += value ? "true" : "false";
 }
 
 void ReplyText::addNumber(const std::string& key, long value) {
-    beginMember(key);
+    begin(key);
     text_ += std::to_string(value);
 }
 
-void ReplyText::beginMember(const std::string& key) {
+std::string ReplyText::finish() {
+    while (!closing_.empty())
+        close();
+    return text_ + "\n";
+}
+
+void ReplyText::begin(const std::string& key) {
     if (!first_) {
         text_ += ",";
         newLine();
     }
     first_ = false;
-    text_ += quoted(key) + ": ";
+    if (!key.empty())
+        text_ += quoted(key) + (inOneLine_ ? ":" : ": ");
 }
 
-void ReplyText::newLine() { text_ += "\n" + std::string(level_, '\t'); }
+void ReplyText::newLine() {
+    if (!inOneLine_)
+        text_ += "\n" + std::string(closing_.size(), '\t');
+}

@@ -4,11 +4,15 @@
 #include <string>
 #include <vector>
 
-/// JSON text in the bus tool's layout: one tab per level, one member or element a line.
+/// JSON text in the bus tool's layout: one tab per level, one member or element a line, or all in one
+/// line. `key` is empty for elements of an array.
 class ReplyText {
 public:
-    /// Opens an object; `key` is empty for the outermost.
-    void open(const std::string& key = "");
+    /// Begins the outermost object.
+    explicit ReplyText(bool inOneLine = false) : inOneLine_(inOneLine) { open("", '{'); }
+
+    void openObject(const std::string& key) { open(key, '{'); }
+    void openArray(const std::string& key) { open(key, '['); }
     void close();
 
     void add(const std::string& key, const std::string& value);
@@ -16,15 +20,17 @@ public:
     void addBoolean(const std::string& key, bool value);
     void addNumber(const std::string& key, long value);
 
-    /// Complete once everything is closed.
-    const std::string& text() const { return text_; }
+    /// Ends the outermost object too.
+    std::string finish();
 
 private:
-    void beginMember(const std::string& key);
+    void open(const std::string& key, char bracket);
+    void begin(const std::string& key);
     void newLine();
 
+    bool inOneLine_;
     std::string text_;
-    std::size_t level_ = 0;
+    std::string closing_; ///< the brackets still to come, innermost last
     bool first_ = true;
 };
 

@@ -10,17 +10,34 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace {
 
-using uci::Outcome;
 using uci::Status;
 
-const char kUsage[] = "Usage: ubus [<options>] <command> [arguments...]\n"
+const char kUsage[] = " [<options>] <command> [arguments...]\n"
                       "This one belongs to the desktop sandbox and knows one command:\n"
                       " - call <path> <method> [<message>]\tCall a method of the object uci:\n"
-                      "\t\t\t\t\tget, add, set, delete\n";
+                      "\t\t\t\t\tget, add, set, delete, rename,\n"
+                      "\t\t\t\t\tchanges, commit, revert, configs\n"
+                      "Options:\n"
+                      " -S\t\tPrint replies in one line, and no messages\n"
+                      " -s <socket>, -t <timeout>, -v\n"
+                      "\t\tAccepted, without effect\n";
 
 const int kNoBus = -1;
+const int kMisused = 1;
+
+struct Tool {
+    const char* name;
+    bool terse = false;
+
+    int usage(int status) const {
+        std::cerr << "Usage: " << name << kUsage;
+        return status;
+    }
+};
 
 const char* textOf(Status status) {
     switch (status) {
@@ -32,6 +49,8 @@ const char* textOf(Status status) {
         return "Method not found";
     case Status::NotFound:
         return "Not found";
+    case Status::PermissionDenied:
+        return "Permission denied";
     case Status::ParseError:
         return "Parsing message data failed";
     case Status::UnknownError:
@@ -40,34 +59,41 @@ const char* textOf(Status status) {
     return "Success";
 }
 
-/// Reports a failed call as the tool does; the result is the exit status, the bus's number negated.
-int fail(const std::vector<std::string>& arguments, Status status) {
+/// Reports a failure in the older form, with the bus's number as the exit status.
+int failBriefly(const Tool& tool, Status status) {
+    if (!tool.terse)
+        std::cerr << "Command failed: " << textOf(status) << "\n";
+    return static_cast<int>(status);
+}
+
+/// Reports a failed call. For scripts, that is when standard error is no terminal, the tool repeats
+/// the call, and the exit status is the number negated; its own check for wrong usage takes one of
+/// these for its own.
+int fail(const Tool& tool, const std::vector<std::string>& arguments, Status status) {
+    if (tool.terse || ::isatty(STDERR_FILENO) == 1)
+        return failBriefly(tool, status);
     std::cerr << "Command failed: ubus call ";
     for (const std::string& argument : arguments)
         std::cerr << argument << " ";
     std::cerr << "(" << textOf(status) << ")\n";
-    if (status == Status::InvalidArgument)
-        std::cerr << kUsage;
-    return -static_cast<int>(status);
+    const int result = -static_cast<int>(status);
+    return status == Status::InvalidArgument ? tool.usage(result) : result;
 }
 
 using Json = std::unique_ptr<json_object, decltype(&json_object_put)>;
 
-int call(const uci::Store& store, const std::vector<std::string>& arguments) {
+int call(const Tool& tool, const uci::Store& store, const std::vector<std::string>& arguments) {
     if (arguments.size() < 2 || arguments.size() > 3)
-        return fail(arguments, Status::InvalidArgument);
+        return tool.usage(-static_cast<int>(Status::InvalidArgument));
     const std::string message = arguments.size() == 3 ? arguments[2] : "{}";
     const Json json(json_tokener_parse(message.c_str()), json_object_put);
     if (!json || !json_object_is_type(json.get(), json_type_object))
-        return fail(arguments, Status::ParseError);
-    if (arguments[0] != "uci") {
-        // Found out before the call is made, hence the other form and the positive status.
-        std::cerr << "Command failed: " << textOf(Status::NotFound) << "\n";
-        return static_cast<int>(Status::NotFound);
-    }
-    const Outcome outcome = uci::call(store, arguments[1], json.get());
+        return fail(tool, arguments, Status::ParseError);
+    if (arguments[0] != "uci")
+        return failBriefly(tool, Status::NotFound);
+    const uci::Outcome outcome = uci::call(store, arguments[1], json.get(), tool.terse);
     if (outcome.status != Status::Ok)
-        return fail(arguments, outcome.status);
+        return fail(tool, arguments, outcome.status);
     std::cout << outcome.reply << std::flush;
     return 0;
 }
@@ -75,15 +101,23 @@ int call(const uci::Store& store, const std::vector<std::string>& arguments) {
 } // namespace
 
 int main(int argc, char* argv[]) {
-    const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments.empty() || arguments[0] != "call") {
-        std::cerr << kUsage;
-        return -static_cast<int>(Status::InvalidArgument);
+    Tool tool{argv[0]};
+    for (int option = 0; (option = ::getopt(argc, argv, "s:t:vS")) != -1;) {
+        if (option == 'S')
+            tool.terse = true;
+        else if (option == '?')
+            return tool.usage(kMisused);
     }
+    const std::vector<std::string> arguments(argv + optind, argv + argc);
+    if (arguments.empty())
+        return tool.usage(kMisused);
     const uci::Store store = uci::Store::ofEnvironment();
     if (!store.isPresent()) {
-        std::cerr << "Failed to connect to ubus\n";
+        if (!tool.terse)
+            std::cerr << "Failed to connect to ubus\n";
         return kNoBus;
     }
-    return call(store, {arguments.begin() + 1, arguments.end()});
+    if (arguments[0] != "call")
+        return tool.usage(-static_cast<int>(Status::InvalidArgument));
+    return call(tool, store, {arguments.begin() + 1, arguments.end()});
 }

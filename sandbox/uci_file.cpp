@@ -1,192 +1,122 @@
 #include "uci_file.h"
 
+#include "uci_words.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 
 namespace uci {
 
 namespace {
 
-bool isAlphanumeric(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-bool consistsOf(const std::string& word, const char* furtherCharacters) {
-    const std::string further = furtherCharacters;
-    return !word.empty() && std::all_of(word.begin(), word.end(), [&](char c) {
-        return isAlphanumeric(c) || further.find(c) != std::string::npos;
-    });
-}
-
-/// Cuts a text into words. One object reads one text, front to back.
-class Splitter {
-public:
-    explicit Splitter(const std::string& text) : text_(text) {}
-
-    std::vector<Statement> run() {
-        while (at_ < text_.size())
-            readLine();
-        return std::move(statements_);
-    }
-
-private:
-    void readLine() {
-        Statement statement;
-        statement.line = line_;
-        while (at_ < text_.size() && text_[at_] != '\n') {
-            const char c = text_[at_];
-            if (c == ' ' || c == '\t' || c == '\r')
-                ++at_;
-            else if (c == '#')
-                at_ = std::min(text_.find('\n', at_), text_.size());
-            else
-                statement.words.push_back(readWord());
-        }
-        next(); // the line end
-        if (!statement.words.empty())
-            statements_.push_back(std::move(statement));
-    }
-
-    // Quoted and bare pieces that touch each other make one word: that is how a quote gets into a
-    // value ('it'\''s').
-    std::string readWord() {
-        std::string word;
-        while (at_ < text_.size()) {
-            const char c = text_[at_];
-            if (c == '\'')
-                readSingleQuoted(word);
-            else if (c == '"')
-                readDoubleQuoted(word);
-            else if (c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '#')
-                break;
-            else if (c == '\\' && at_ + 1 < text_.size())
-                readEscaped(word);
-            else
-                word += next();
-        }
-        return word;
-    }
-
-    void readSingleQuoted(std::string& word) {
-        next();
-        while (peek() != '\'')
-            word += next();
-        next();
-    }
-
-    void readDoubleQuoted(std::string& word) {
-        next();
-        while (peek() != '"') {
-            if (peek() == '\\')
-                readEscaped(word);
-            else
-                word += next();
-        }
-        next();
-    }
-
-    void readEscaped(std::string& word) {
-        next();
-        if (peek() == '\n')
-            next(); // a line continued on the next one
-        else
-            word += next();
-    }
-
-    char peek() const {
-        if (at_ >= text_.size())
-            throw ParseError("unterminated word", line_);
-        return text_[at_];
-    }
-
-    char next() {
-        if (at_ >= text_.size())
-            return '\n';
-        if (text_[at_] == '\n')
-            ++line_;
-        return text_[at_++];
-    }
-
-    const std::string& text_;
-    std::size_t at_ = 0;
-    std::size_t line_ = 1;
-    std::vector<Statement> statements_;
-};
-
-/// Builds a package from statements.
+/// Builds a package from its text.
 class Reader {
 public:
-    Package run(const std::vector<Statement>& statements) {
-        for (const Statement& statement : statements)
-            read(statement);
-        nameAnonymousSections();
+    explicit Reader(const std::string& text) : words_(text) {}
+
+    Package run() {
+        while (words_.nextLine())
+            while (readStatement()) {
+            }
         return std::move(package_);
     }
 
 private:
-    void read(const Statement& statement) {
-        const std::string& keyword = statement.words.front();
-        const std::size_t arguments = statement.words.size() - 1;
-        if (keyword == "package" && arguments == 1)
-            return; // the file's name tells the package
-        if (keyword == "config" && (arguments == 1 || arguments == 2))
-            readSection(statement);
-        else if ((keyword == "option" || keyword == "list") && arguments == 2)
-            readOption(statement, keyword == "list");
+    /// False at the end of the line.
+    bool readStatement() {
+        const std::optional<std::string> keyword = words_.keyword();
+        if (!keyword || keyword->front() == '#')
+            return false;
+        if (*keyword == "package" || *keyword == "p")
+            readPackage();
+        else if (*keyword == "config" || *keyword == "c")
+            readSection();
+        else if (*keyword == "option" || *keyword == "o")
+            readOption(false);
+        else if (*keyword == "list" || *keyword == "l")
+            readOption(true);
         else
-            throw ParseError("invalid command", statement.line);
+            words_.fail("invalid command");
+        return true;
     }
 
-    void readSection(const Statement& statement) {
-        const std::string& type = statement.words[1];
-        const std::string name = statement.words.size() > 2 ? statement.words[2] : "";
-        if (!isTypeName(type) || !(name.empty() || isName(name)))
-            throw ParseError("invalid character in name field", statement.line);
-        if (Section* earlier = name.empty() ? nullptr : package_.find(name)) {
-            if (earlier->type != type)
-                throw ParseError("section " + name + " has another type before", statement.line);
-            current_ = static_cast<std::size_t>(earlier - package_.sections.data());
-            return;
-        }
-        package_.append(type, name, name.empty());
-        positions_.push_back(package_.counted);
-        current_ = package_.sections.size() - 1;
+    // The file's name counts, not this one.
+    void readPackage() {
+        words_.enterArguments("package without name");
+        const std::string name = needArgument();
+        if (!isPlainPackageName(name))
+            words_.fail("invalid character in name field");
+        endStatement();
     }
 
-    void readOption(const Statement& statement, bool isList) {
+    void readSection() {
+        words_.enterArguments("config without name");
+        const std::string type = needArgument();
+        if (!isTypeName(type))
+            words_.fail("invalid character in type field");
+        const std::string name = words_.argument();
+        if (!name.empty() && !isName(name))
+            words_.fail("invalid character in name field");
+        endStatement();
+
+        Section* section = name.empty() ? &package_.addAnonymous(type) : package_.find(name);
+        if (!section)
+            section = &package_.add(type, name);
+        else if (section->type != type)
+            words_.fail("section of different type overwrites prior section with same name");
+        current_ = static_cast<std::size_t>(section - package_.sections.data());
+    }
+
+    void readOption(bool isList) {
         if (package_.sections.empty())
-            throw ParseError("option command found before the first section", statement.line);
-        const std::string& name = statement.words[1];
-        const std::string& value = statement.words[2];
+            words_.fail("option/list command found before the first section");
+        words_.enterArguments("option without name");
+        const std::string name = needArgument();
         if (!isName(name))
-            throw ParseError("invalid character in name field", statement.line);
+            words_.fail("invalid character in name field");
+        const std::string value = words_.argument();
+        endStatement();
+
         Section& section = package_.sections[current_];
         if (isList)
             section.addToList(name, value);
-        else if (value.empty())
-            section.removeOption(name);
-        else
+        else if (!value.empty())
             section.setOption(name, value);
     }
 
-    // Only now, because a later named section may already carry the name.
-    void nameAnonymousSections() {
-        const std::size_t total = package_.counted;
-        for (std::size_t i = 0; i < package_.sections.size(); ++i) {
-            Section& section = package_.sections[i];
-            if (!section.anonymous)
-                continue;
-            package_.counted = positions_[i] - 1;
-            section.name = package_.nextName(section.type);
-        }
-        package_.counted = total;
+    std::string needArgument() {
+        std::string argument = words_.argument();
+        if (argument.empty())
+            words_.fail("insufficient arguments");
+        return argument;
     }
 
+    void endStatement() {
+        if (!words_.argument().empty())
+            words_.fail("too many arguments");
+    }
+
+    static bool isPlainPackageName(std::string name) {
+        std::replace(name.begin(), name.end(), '-', '_');
+        return isName(name);
+    }
+
+    WordReader words_;
     Package package_;
     std::size_t current_ = 0;
-    std::vector<std::size_t> positions_;
 };
+
+// The platform's hash of the type; the options are not known yet when it makes the name.
+std::string generatedName(const Package& package, const std::string& type) {
+    std::uint32_t hash = 5381;
+    for (const char c : type)
+        hash = hash * 33 + static_cast<unsigned char>(c);
+    char name[32];
+    std::snprintf(name, sizeof name, "cfg%02zx%04x", package.counted, hash & 0xffffU);
+    return name;
+}
 
 } // namespace
 
@@ -196,14 +126,21 @@ Option* Section::find(const std::string& option) {
     return found == options.end() ? nullptr : &*found;
 }
 
-void Section::setOption(const std::string& option, const std::string& value) {
+const Option* Section::find(const std::string& option) const {
+    return const_cast<Section*>(this)->find(option);
+}
+
+bool Section::setOption(const std::string& option, const std::string& value) {
     Option* existing = find(option);
-    if (existing && !existing->isList) {
-        existing->values.front() = value;
-        return;
+    if (!existing) {
+        options.push_back({option, false, {value}});
+        return true;
     }
-    removeOption(option);
-    options.push_back({option, false, {value}});
+    if (!existing->isList && existing->values.front() == value)
+        return false;
+    existing->isList = false;
+    existing->values = {value};
+    return true;
 }
 
 void Section::addToList(const std::string& option, const std::string& value) {
@@ -216,12 +153,9 @@ void Section::addToList(const std::string& option, const std::string& value) {
     existing->values.push_back(value);
 }
 
-bool Section::removeOption(const std::string& option) {
-    Option* existing = find(option);
-    if (!existing)
-        return false;
-    options.erase(options.begin() + (existing - options.data()));
-    return true;
+void Section::removeOption(const std::string& option) {
+    if (Option* existing = find(option))
+        options.erase(options.begin() + (existing - options.data()));
 }
 
 Section* Package::find(const std::string& section) {
@@ -230,48 +164,43 @@ Section* Package::find(const std::string& section) {
     return found == sections.end() ? nullptr : &*found;
 }
 
-Section& Package::append(const std::string& type, const std::string& name, bool anonymous) {
+Section* Package::at(const std::string& type, int index) {
+    std::vector<Section*> fitting;
+    for (Section& section : sections)
+        if (type.empty() || section.type == type)
+            fitting.push_back(&section);
+    const auto count = static_cast<std::ptrdiff_t>(fitting.size());
+    const std::ptrdiff_t position = index < 0 ? index + count : index;
+    return position < 0 || position >= count ? nullptr
+                                             : fitting[static_cast<std::size_t>(position)];
+}
+
+Section& Package::add(const std::string& type, const std::string& name) {
     ++counted;
     Section section;
     section.type = type;
     section.name = name;
-    section.anonymous = anonymous;
     sections.push_back(std::move(section));
     return sections.back();
 }
 
-bool Package::remove(const std::string& section) {
-    Section* existing = find(section);
-    if (!existing)
-        return false;
-    sections.erase(sections.begin() + (existing - sections.data()));
-    return true;
+Section& Package::addAnonymous(const std::string& type) {
+    Section& section = add(type, "");
+    section.name = generatedName(*this, type);
+    section.anonymous = true;
+    return section;
 }
 
-std::string Package::nextName(const std::string& type) const {
-    std::uint32_t hash = 5381;
-    for (const char c : type)
-        hash = hash * 33 + static_cast<unsigned char>(c);
-    for (;; ++hash) { // until no section of the file carries the name already
-        char name[32];
-        std::snprintf(name, sizeof name, "cfg%02zx%04x", counted + 1, hash & 0xffffU);
-        const auto taken = [&](const Section& each) { return each.name == name; };
-        if (std::none_of(sections.begin(), sections.end(), taken))
-            return name;
-    }
+void Package::remove(const Section& section) {
+    sections.erase(sections.begin() + (&section - sections.data()));
 }
 
-ParseError::ParseError(const std::string& reason, std::size_t line)
-    : std::runtime_error("Parse error (" + reason + ") at line " + std::to_string(line)) {}
-
-std::vector<Statement> split(const std::string& text) { return Splitter(text).run(); }
-
-Package parse(const std::string& text) { return Reader().run(split(text)); }
+Package parse(const std::string& text) { return Reader(text).run(); }
 
 std::string format(const Package& package) {
-    std::string text = "\n";
+    std::string text;
     for (const Section& section : package.sections) {
-        text += "config " + section.type;
+        text += "\nconfig " + escapeQuotes(section.type);
         if (!section.anonymous)
             text += " " + quote(section.name);
         text += "\n";
@@ -279,26 +208,8 @@ std::string format(const Package& package) {
             for (const std::string& value : option.values)
                 text += std::string(option.isList ? "\tlist " : "\toption ") + option.name + " " +
                         quote(value) + "\n";
-        text += "\n";
     }
-    return text;
+    return text + "\n";
 }
-
-std::string quote(const std::string& word) {
-    std::string quoted = "'";
-    for (const char c : word) {
-        if (c == '\'')
-            quoted += "'\\''";
-        else
-            quoted += c;
-    }
-    return quoted + "'";
-}
-
-bool isName(const std::string& word) { return consistsOf(word, "_"); }
-
-bool isTypeName(const std::string& word) { return consistsOf(word, "_-"); }
-
-bool isPackageName(const std::string& word) { return consistsOf(word, "_-"); }
 
 } // namespace uci

@@ -2,7 +2,6 @@
 #define TAVO_SANDBOX_UCI_FILE_H
 
 #include <cstddef>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -22,50 +21,32 @@ struct Section {
     std::vector<Option> options; ///< in file order
 
     Option* find(const std::string& option);
-    /// Replaces a single value where it stands; anything else becomes the last option.
-    void setOption(const std::string& option, const std::string& value);
+    const Option* find(const std::string& option) const;
+    /// Replaces an option where it stands, or appends it. False when it has that value already.
+    bool setOption(const std::string& option, const std::string& value);
     /// Appends to a list; a single value of that name becomes the list's first element.
     void addToList(const std::string& option, const std::string& value);
-    /// False when there was none.
-    bool removeOption(const std::string& option);
+    void removeOption(const std::string& option);
 };
 
 struct Package {
     std::vector<Section> sections;
-    /// Sections counted so far, deleted ones included: numbers the names of anonymous sections.
+    /// Sections made so far, deleted ones included: numbers the names of anonymous sections.
     std::size_t counted = 0;
 
+    /// The first section of that name.
     Section* find(const std::string& section);
-    Section& append(const std::string& type, const std::string& name, bool anonymous);
-    /// False when there was none.
-    bool remove(const std::string& section);
-    /// Name for the anonymous section of that type which would be appended next.
-    std::string nextName(const std::string& type) const;
+    /// The section at `index`, negative from the end, among those of `type`; all for an empty type.
+    Section* at(const std::string& type, int index);
+    /// Appends a section. References to others become invalid.
+    Section& add(const std::string& type, const std::string& name);
+    Section& addAnonymous(const std::string& type);
+    void remove(const Section& section);
 };
 
-/// A file that is no UCI text; what() says where and why.
-class ParseError : public std::runtime_error {
-public:
-    ParseError(const std::string& reason, std::size_t line);
-};
-
-/// Words of a text, line by line, quotes and comments resolved; lines without a word are left out.
-/// Quoted words may hold line ends.
-struct Statement {
-    std::size_t line = 0; ///< where it begins, from 1
-    std::vector<std::string> words;
-};
-std::vector<Statement> split(const std::string& text);
-
+/// Reads a package file. Throws Error.
 Package parse(const std::string& text);
 std::string format(const Package& package);
-
-/// The word between single quotes, as files hold it.
-std::string quote(const std::string& word);
-
-bool isName(const std::string& word);        ///< of an option or a section
-bool isTypeName(const std::string& word);    ///< of a section's type
-bool isPackageName(const std::string& word); ///< which is also the file's name
 
 } // namespace uci
 

@@ -1,259 +1,378 @@
 #include "uci_object.h"
 
+#include "bus_arguments.h"
 #include "reply_text.h"
+#include "uci_edit.h"
+#include "uci_error.h"
+#include "uci_words.h"
 
-#include <json-c/json.h>
-
-#include <cstdint>
-#include <exception>
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
 #include <optional>
 
 namespace uci {
 
 namespace {
 
+using Type = std::optional<std::string>;
+
 /// How a method ends when it cannot do what it was asked.
 struct Refusal {
     Status status;
 };
 
-// The daemon's argument tables name a type for each member and drop members of another one, so
-// these count as missing. A text ends at its first NUL on the bus.
-json_object* member(json_object* arguments, const char* key, json_type type) {
-    json_object* found = nullptr;
-    json_object_object_get_ex(arguments, key, &found);
-    return found && json_object_is_type(found, type) ? found : nullptr;
-}
-
-std::optional<std::string> text(json_object* arguments, const char* key) {
-    json_object* found = member(arguments, key, json_type_string);
-    if (!found)
-        return std::nullopt;
-    return json_object_get_string(found);
+void refuse(Status status) {
+    if (status != Status::Ok)
+        throw Refusal{status};
 }
 
 std::string needText(json_object* arguments, const char* key) {
-    const std::optional<std::string> found = text(arguments, key);
+    const std::optional<std::string> found = bus::text(arguments, key);
     if (!found)
         throw Refusal{Status::InvalidArgument};
     return *found;
 }
 
-/// The package an operation is about; it exists.
-std::string needPackage(const Store& store, json_object* arguments) {
-    const std::string package = needText(arguments, "config");
-    if (!isPackageName(package))
-        throw Refusal{Status::InvalidArgument};
-    if (!store.has(package))
-        throw Refusal{Status::NotFound};
-    return package;
+// There are no sessions here, so every one is unknown.
+void refuseSession(json_object* arguments) {
+    if (bus::text(arguments, "ubus_rpc_session"))
+        throw Refusal{Status::PermissionDenied};
 }
 
-Section& needSection(Package& package, const std::string& name) {
-    Section* section = package.find(name);
-    if (!section)
-        throw Refusal{Status::NotFound};
-    return *section;
+/// A section's name, or "@type[index]".
+bool isSectionText(const std::string& text) {
+    if (text.empty() || text.front() != '@')
+        return isName(text);
+    const std::size_t open = text.find('[');
+    if (open == std::string::npos)
+        return false;
+    std::string type = text.substr(1, open - 1);
+    std::replace(type.begin(), type.end(), '-', '_');
+    char* end = nullptr;
+    const char* const number = text.c_str() + open + 1;
+    std::strtol(number, &end, 10);
+    return (type.empty() || isName(type)) && end != number && std::string(end) == "]";
 }
 
-void describe(const Section& section, std::optional<long> index, ReplyText& reply) {
+bool isDaemonsTypeName(std::string type) {
+    std::replace(type.begin(), type.end(), '-', '_');
+    return isName(type);
+}
+
+Section* findSection(Package& package, const std::string& text) {
+    if (text.empty() || text.front() != '@')
+        return package.find(text);
+    try {
+        return findByIndex(package, text);
+    } catch (const Error&) {
+        return nullptr;
+    }
+}
+
+void addOption(ReplyText& reply, const std::string& key, const Option& option) {
+    if (option.isList)
+        reply.add(key, option.values);
+    else
+        reply.add(key, option.values.front());
+}
+
+void addSection(ReplyText& reply, const std::string& key, const Section& section,
+                std::optional<long> index) {
+    reply.openObject(key);
     reply.addBoolean(".anonymous", section.anonymous);
     reply.add(".type", section.type);
     reply.add(".name", section.name);
     if (index)
         reply.addNumber(".index", *index);
-    for (const Option& option : section.options) {
-        if (option.isList)
-            reply.add(option.name, option.values);
-        else
-            reply.add(option.name, option.values.front());
-    }
+    for (const Option& option : section.options)
+        addOption(reply, option.name, option);
+    reply.close();
 }
 
-std::string get(const Store& store, json_object* arguments) {
-    Package package = store.load(needPackage(store, arguments));
-    const std::optional<std::string> name = text(arguments, "section");
-    const std::optional<std::string> optionName = text(arguments, "option");
-    ReplyText reply;
-    reply.open();
-    if (!name) {
-        reply.open("values");
+void addChanges(ReplyText& reply, const std::string& key, const std::vector<Change>& changes) {
+    static const char* const kNames[] = {"set",      "add",    "remove", "list-add",
+                                         "list-del", "rename", "order"};
+    reply.openArray(key);
+    for (const Change& change : changes) {
+        reply.openArray("");
+        reply.add("", kNames[change.kind]);
+        reply.add("", change.section);
+        if (change.option)
+            reply.add("", *change.option);
+        if (change.value && change.kind == Change::Reorder)
+            reply.addNumber("", std::atol(change.value->c_str()));
+        else if (change.value)
+            reply.add("", *change.value);
+        reply.close();
+    }
+    reply.close();
+}
+
+/// One call. Each method returns whether it has a reply.
+class Call {
+public:
+    Call(const Store& store, json_object* arguments, ReplyText& reply)
+        : store_(store), arguments_(arguments), reply_(reply) {}
+
+    bool configs() {
+        reply_.add("configs", store_.packages());
+        return true;
+    }
+
+    bool get() {
+        const std::string config = needText(arguments_, "config");
+        refuseSession(arguments_);
+        Package package = store_.load(config).package;
+        const std::optional<std::string> name = bus::text(arguments_, "section");
+        if (!name) {
+            describe(package);
+            return true;
+        }
+        // What is missing is no error: the daemon answers nothing then.
+        Section* const section = findSection(package, *name);
+        if (!section)
+            return false;
+        if (const std::optional<std::string> option = bus::text(arguments_, "option")) {
+            const Option* const found = section->find(*option);
+            if (found)
+                addOption(reply_, "value", *found);
+            return found;
+        }
+        addSection(reply_, "values", *section, std::nullopt);
+        return true;
+    }
+
+    bool add() {
+        const std::string config = needText(arguments_, "config");
+        const std::string type = needText(arguments_, "type");
+        refuseSession(arguments_);
+        const std::optional<std::string> name = bus::text(arguments_, "name");
+        if (!isDaemonsTypeName(type) || (name && !isName(*name)))
+            throw Refusal{Status::InvalidArgument};
+
+        Edit edit{store_.load(config).package, {}};
+        if (name)
+            edit.record(uci::set(edit.package, resolve(edit.package, *name, std::nullopt), type));
+        else
+            edit.record(uci::addSection(edit.package, type));
+        const std::string section = name ? *name : edit.changes.back().section;
+        Status first = Status::Ok;
+        if (json_object* const values = bus::table(arguments_, "values")) {
+            for (const auto& [option, value] : bus::members(values)) {
+                const Status status = addValue(edit, edit.package.find(section), option, value);
+                if (first == Status::Ok)
+                    first = status;
+            }
+        }
+        refuse(first);
+        store_.addPending(config, edit.changes);
+        reply_.add("section", section);
+        return true;
+    }
+
+    bool set() {
+        const std::string config = needText(arguments_, "config");
+        json_object* const values = bus::table(arguments_, "values");
+        const std::optional<std::string> name = needFilter();
+        if (!values)
+            throw Refusal{Status::InvalidArgument};
+        refuseSession(arguments_);
+        if (name && !isSectionText(*name))
+            throw Refusal{Status::InvalidArgument};
+
+        Edit edit{store_.load(config).package, {}};
+        Status last = Status::Ok;
+        bool any = false;
+        const auto setAll = [&](Section* section) {
+            for (const auto& [option, value] : bus::members(values)) {
+                any = true;
+                const Status status = setValue(edit, section, option, value);
+                if (status != Status::Ok)
+                    last = status;
+            }
+        };
+        if (name) {
+            setAll(findSection(edit.package, *name));
+        } else {
+            for (const Section& section : edit.package.sections)
+                if (fits(section, type(), match()))
+                    setAll(edit.package.find(section.name));
+        }
+        refuse(last);
+        refuse(any ? Status::Ok : Status::NotFound);
+        store_.addPending(config, edit.changes);
+        return false;
+    }
+
+    bool remove() {
+        const std::string config = needText(arguments_, "config");
+        const std::optional<std::string> name = needFilter();
+        refuseSession(arguments_);
+        if ((type() && !isDaemonsTypeName(*type())) || (name && !isSectionText(*name)))
+            throw Refusal{Status::InvalidArgument};
+
+        Edit edit{store_.load(config).package, {}};
+        const auto options = optionsToDelete();
+        if (name) {
+            refuse(removeOptions(edit, findSection(edit.package, *name), options));
+        } else {
+            refuse(removeFitting(edit, options));
+        }
+        store_.addPending(config, edit.changes);
+        return false;
+    }
+
+    bool rename() {
+        const std::string config = needText(arguments_, "config");
+        const std::string section = needText(arguments_, "section");
+        const std::string name = needText(arguments_, "name");
+        refuseSession(arguments_);
+        if (!isName(name))
+            throw Refusal{Status::InvalidArgument};
+        Package package = store_.load(config).package;
+        const Target target{package.find(section), section, bus::text(arguments_, "option")};
+        store_.addPending(config, {uci::rename(target, name)});
+        return false;
+    }
+
+    bool changes() {
+        const std::optional<std::string> config = bus::text(arguments_, "config");
+        if (config) {
+            refuseSession(arguments_);
+            addChanges(reply_, "changes", store_.load(*config).pending);
+            return true;
+        }
+        reply_.openObject("changes");
+        if (!bus::text(arguments_, "ubus_rpc_session"))
+            for (const std::string& package : store_.packages())
+                addChangesOf(package);
+        return true;
+    }
+
+    bool commit() {
+        const std::string config = needText(arguments_, "config");
+        refuseSession(arguments_);
+        store_.commit(config);
+        return false;
+    }
+
+    bool revert() {
+        const std::string config = needText(arguments_, "config");
+        refuseSession(arguments_);
+        store_.load(config); // it must be there, and readable
+        store_.revert(config, std::nullopt, std::nullopt);
+        return false;
+    }
+
+private:
+    Type type() const { return bus::text(arguments_, "type"); }
+    json_object* match() const { return bus::table(arguments_, "match"); }
+
+    /// The argument "section"; without it, "type" or "match" must say which sections are meant.
+    std::optional<std::string> needFilter() const {
+        std::optional<std::string> section = bus::text(arguments_, "section");
+        if (!section && !type() && !match())
+            throw Refusal{Status::InvalidArgument};
+        return section;
+    }
+
+    void describe(const Package& package) {
+        reply_.openObject("values");
         long index = 0;
         for (const Section& section : package.sections) {
-            reply.open(section.name);
-            describe(section, index++, reply);
-            reply.close();
-        }
-        reply.close();
-    } else {
-        Section* section = package.find(*name);
-        if (!section)
-            return ""; // the daemon answers nothing at all, successfully
-        if (optionName) {
-            const Option* option = section->find(*optionName);
-            if (!option)
-                return "";
-            if (option->isList)
-                reply.add("value", option->values);
-            else
-                reply.add("value", option->values.front());
-        } else {
-            reply.open("values");
-            describe(*section, std::nullopt, reply);
-            reply.close();
+            if (fits(section, type(), match()))
+                addSection(reply_, section.name, section, index);
+            ++index;
         }
     }
-    reply.close();
-    return reply.text() + "\n";
-}
 
-/// The text that an option stores for a JSON value.
-std::string scalar(json_object* value) {
-    switch (json_object_get_type(value)) {
-    case json_type_string:
-        return json_object_get_string(value);
-    case json_type_int:
-        return std::to_string(static_cast<std::int64_t>(json_object_get_int64(value)));
-    case json_type_boolean:
-        return json_object_get_boolean(value) ? "1" : "0";
-    default:
-        throw Refusal{Status::InvalidArgument};
-    }
-}
-
-std::vector<json_object*> elementsOf(json_object* array) {
-    // An int in the older json-c, a size_t in the newer one.
-    using Index = decltype(json_object_array_length(array));
-    std::vector<json_object*> elements;
-    for (Index i = 0; i < json_object_array_length(array); ++i)
-        elements.push_back(json_object_array_get_idx(array, i));
-    return elements;
-}
-
-/// The changes that give `section` the values. None of them is stored when one value is refused.
-std::vector<Change> changesFor(Section& section, json_object* values) {
-    std::vector<Change> changes;
-    json_object_object_foreach(values, key, value) {
-        if (!isName(key))
-            throw Refusal{Status::InvalidArgument};
-        const Option* existing = section.find(key);
-        if (json_object_is_type(value, json_type_array)) {
-            // Always stored anew, at the end, as the daemon does even for an equal list.
-            const std::vector<json_object*> elements = elementsOf(value);
-            if (elements.empty())
-                throw Refusal{Status::InvalidArgument};
-            if (existing)
-                changes.push_back({Change::DeleteOption, section.name, key, ""});
-            for (json_object* element : elements)
-                changes.push_back({Change::AddListElement, section.name, key, scalar(element)});
-            continue;
-        }
-        const std::string wanted = scalar(value);
-        if (wanted.empty()) {
-            if (existing)
-                changes.push_back({Change::DeleteOption, section.name, key, ""});
-        } else if (!existing || existing->isList || existing->values.front() != wanted) {
-            changes.push_back({Change::SetOption, section.name, key, wanted});
+    void addChangesOf(const std::string& package) {
+        try {
+            const std::vector<Change> pending = store_.load(package).pending;
+            if (!pending.empty())
+                addChanges(reply_, package, pending);
+        } catch (const Error&) { // the other packages count all the same
         }
     }
-    return changes;
-}
 
-std::string add(const Store& store, json_object* arguments) {
-    const std::string type = needText(arguments, "type");
-    const std::optional<std::string> wantedName = text(arguments, "name");
-    if (!isTypeName(type) || (wantedName && !isName(*wantedName)))
-        throw Refusal{Status::InvalidArgument};
-    const std::string packageName = needPackage(store, arguments);
-
-    Package package = store.load(packageName);
-    const std::string name = wantedName ? *wantedName : package.nextName(type);
-    std::vector<Change> changes;
-    const Section* existing = package.find(name);
-    if (!existing || existing->type != type)
-        changes.push_back({wantedName ? Change::NameSection : Change::AddSection, name, "", type});
-    if (json_object* values = member(arguments, "values", json_type_object)) {
-        for (const Change& change : changes)
-            apply(change, package);
-        const std::vector<Change> further = changesFor(*package.find(name), values);
-        changes.insert(changes.end(), further.begin(), further.end());
+    /// The options that a delete is about; none for the whole section.
+    std::optional<std::vector<std::string>> optionsToDelete() const {
+        if (json_object* const array = bus::array(arguments_, "options")) {
+            std::vector<std::string> names;
+            for (json_object* element : bus::elements(array))
+                if (json_object_is_type(element, json_type_string))
+                    names.emplace_back(json_object_get_string(element));
+            return names;
+        }
+        if (const std::optional<std::string> single = bus::text(arguments_, "option"))
+            return std::vector<std::string>{*single};
+        return std::nullopt;
     }
-    store.addPending(packageName, changes);
 
-    ReplyText reply;
-    reply.open();
-    reply.add("section", name);
-    reply.close();
-    return reply.text() + "\n";
-}
-
-std::string set(const Store& store, json_object* arguments) {
-    const std::string sectionName = needText(arguments, "section");
-    json_object* values = member(arguments, "values", json_type_object);
-    if (!values)
-        throw Refusal{Status::InvalidArgument};
-    const std::string packageName = needPackage(store, arguments);
-
-    Package package = store.load(packageName);
-    Section& section = needSection(package, sectionName);
-    if (json_object_object_length(values) == 0)
-        throw Refusal{Status::NotFound};
-    store.addPending(packageName, changesFor(section, values));
-    return "";
-}
-
-/// Names of the options a delete is about; none for the whole section.
-std::optional<std::vector<std::string>> optionsToDelete(json_object* arguments) {
-    std::vector<std::string> names;
-    if (json_object* array = member(arguments, "options", json_type_array)) {
-        for (json_object* element : elementsOf(array))
-            if (json_object_is_type(element, json_type_string))
-                names.push_back(json_object_get_string(element));
-        return names;
+    Status removeFitting(Edit& edit, const std::optional<std::vector<std::string>>& options) const {
+        Status last = Status::Ok;
+        bool any = false;
+        std::size_t i = 0;
+        while (i < edit.package.sections.size()) {
+            const std::size_t before = edit.package.sections.size();
+            const Section& section = edit.package.sections[i];
+            if (fits(section, type(), match())) {
+                any = true;
+                const Status status = removeOptions(edit, edit.package.find(section.name), options);
+                if (status != Status::Ok)
+                    last = status;
+            }
+            if (edit.package.sections.size() == before)
+                ++i;
+        }
+        return any ? last : Status::NotFound;
     }
-    if (const std::optional<std::string> single = text(arguments, "option"))
-        return std::vector<std::string>{*single};
-    return std::nullopt;
-}
 
-std::string remove(const Store& store, json_object* arguments) {
-    const std::string sectionName = needText(arguments, "section");
-    const std::string packageName = needPackage(store, arguments);
+    const Store& store_;
+    json_object* arguments_;
+    ReplyText& reply_;
+};
 
-    Package package = store.load(packageName);
-    Section& section = needSection(package, sectionName);
-    std::vector<Change> changes;
-    if (const auto options = optionsToDelete(arguments)) {
-        for (const std::string& option : *options)
-            if (section.removeOption(option))
-                changes.push_back({Change::DeleteOption, sectionName, option, ""});
-        if (changes.empty())
-            throw Refusal{Status::NotFound};
-    } else {
-        changes.push_back({Change::DeleteSection, sectionName, "", ""});
+struct Method {
+    const char* name;
+    bool (Call::*run)();
+};
+const Method kMethods[] = {
+    {"get", &Call::get},       {"add", &Call::add},         {"set", &Call::set},
+    {"delete", &Call::remove}, {"configs", &Call::configs}, {"changes", &Call::changes},
+    {"commit", &Call::commit}, {"revert", &Call::revert},   {"rename", &Call::rename}};
+
+Status statusOf(const Error& error) {
+    switch (error.kind()) {
+    case Error::InvalidArgument:
+        return Status::InvalidArgument;
+    case Error::NotFound:
+        return Status::NotFound;
+    case Error::Io:
+    case Error::Parse:
+        break;
     }
-    store.addPending(packageName, changes);
-    return "";
+    return Status::UnknownError;
 }
 
 } // namespace
 
-Outcome call(const Store& store, const std::string& method, json_object* arguments) {
+Outcome call(const Store& store, const std::string& method, json_object* arguments,
+             bool inOneLine) {
+    const auto* const found = std::find_if(std::begin(kMethods), std::end(kMethods),
+                                           [&](const Method& each) { return each.name == method; });
+    if (found == std::end(kMethods))
+        return {Status::MethodNotFound, ""};
     try {
         const Store::Lock lock(store);
-        if (method == "get")
-            return {Status::Ok, get(store, arguments)};
-        if (method == "add")
-            return {Status::Ok, add(store, arguments)};
-        if (method == "set")
-            return {Status::Ok, set(store, arguments)};
-        if (method == "delete")
-            return {Status::Ok, remove(store, arguments)};
-        return {Status::MethodNotFound, ""};
+        ReplyText reply(inOneLine);
+        Call call(store, arguments, reply);
+        return {Status::Ok, (call.*found->run)() ? reply.finish() : ""};
     } catch (const Refusal& refusal) {
         return {refusal.status, ""};
-    } catch (const std::exception&) { // a broken or unreadable file
-        return {Status::UnknownError, ""};
+    } catch (const Error& error) {
+        return {statusOf(error), ""};
     }
 }
 

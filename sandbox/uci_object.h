@@ -16,6 +16,7 @@ enum class Status {
     InvalidArgument = 2,
     MethodNotFound = 3,
     NotFound = 4,
+    PermissionDenied = 6,
     UnknownError = 9,
     ParseError = 12
 };
@@ -26,8 +27,9 @@ struct Outcome {
     std::string reply;
 };
 
-/// Calls get, add, set or delete. `arguments` is a JSON object; it stays the caller's.
-Outcome call(const Store& store, const std::string& method, json_object* arguments);
+/// Calls a method. `arguments` is a JSON object; it stays the caller's.
+Outcome call(const Store& store, const std::string& method, json_object* arguments,
+             bool inOneLine = false);
 
 } // namespace uci
 

@@ -1,8 +1,9 @@
 #include "uci_store.h"
 
+#include "uci_error.h"
+#include "uci_words.h"
+
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace uci {
@@ -20,66 +22,50 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The pending file holds one change per statement, in the words and quotes of package files:
-// KEYWORD SECTION [OPTION] [VALUE]
-struct Form {
-    Change::Kind kind;
-    const char* keyword;
-    bool hasOption;
-    bool hasValue;
-
-    std::size_t words() const { return 2U + (hasOption ? 1U : 0U) + (hasValue ? 1U : 0U); }
-};
-const std::array<Form, 6> kForms{{{Change::NameSection, "section", false, true},
-                                  {Change::AddSection, "anonymous", false, true},
-                                  {Change::DeleteSection, "drop", false, false},
-                                  {Change::SetOption, "option", true, true},
-                                  {Change::AddListElement, "list", true, true},
-                                  {Change::DeleteOption, "delete", true, false}}};
-
-Change changeOf(const Statement& statement) {
-    const auto form = std::find_if(kForms.begin(), kForms.end(), [&](const Form& each) {
-        return each.keyword == statement.words[0] && each.words() == statement.words.size();
-    });
-    if (form == kForms.end())
-        throw ParseError("invalid pending change", statement.line);
-    return {form->kind, statement.words[1], form->hasOption ? statement.words[2] : "",
-            form->hasValue ? statement.words.back() : ""};
-}
-
-std::string lineOf(const Change& change) {
-    const Form& form = *std::find_if(kForms.begin(), kForms.end(),
-                                     [&](const Form& each) { return each.kind == change.kind; });
-    std::string line = std::string(form.keyword) + " " + quote(change.section);
-    if (form.hasOption)
-        line += " " + quote(change.option);
-    if (form.hasValue)
-        line += " " + quote(change.value);
-    return line + "\n";
-}
-
 std::string contentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    if (!file)
-        throw std::system_error(errno, std::generic_category(), path);
     std::ostringstream content;
     content << file.rdbuf();
+    if (!file)
+        throw Error(Error::Io);
     return content.str();
 }
 
-// By a rename, so that a reader never meets half a file.
-void replaceContent(const std::string& path, const std::string& content) {
-    const std::string fresh = path + ".new";
-    std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
+std::string contentOrNothing(const std::string& path) {
+    std::error_code none;
+    return fs::is_regular_file(path, none) ? contentOf(path) : "";
+}
+
+void write(const std::string& path, std::ios::openmode mode, const std::string& content) {
+    std::ofstream file(path, mode | std::ios::binary);
     file << content;
     file.close();
     if (!file)
-        throw std::system_error(errno, std::generic_category(), fresh);
-    std::error_code missing; // a file that is written for the first time
-    const fs::file_status old = fs::status(path, missing);
-    if (fs::exists(old))
-        fs::permissions(fresh, old.permissions());
-    fs::rename(fresh, path);
+        throw Error(Error::Io);
+}
+
+// By a rename, so that a reader never meets half a file. A symbolic link stays one.
+void replaceContent(const std::string& path, const std::string& content) {
+    std::error_code failure;
+    const fs::path target = fs::canonical(path, failure);
+    const std::string fresh =
+        fs::path(path).parent_path() / ("." + target.filename().string() + ".new");
+    write(fresh, std::ios::trunc, content);
+    if (!failure)
+        fs::permissions(fresh, fs::status(target).permissions(), failure);
+    if (!failure)
+        fs::rename(fresh, target, failure);
+    if (failure) {
+        std::error_code none;
+        fs::remove(fresh, none);
+        throw Error(Error::Io);
+    }
+}
+
+// New files and directories get the rights of those in the directory of packages.
+mode_t modeOf(const std::string& path, mode_t otherwise) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : otherwise;
 }
 
 std::string environmentOr(const char* variable, const char* otherwise) {
@@ -88,37 +74,6 @@ std::string environmentOr(const char* variable, const char* otherwise) {
 }
 
 } // namespace
-
-void apply(const Change& change, Package& package) {
-    Section* section = package.find(change.section);
-    switch (change.kind) {
-    case Change::NameSection:
-        if (section)
-            section->type = change.value;
-        else
-            package.append(change.value, change.section, false);
-        break;
-    case Change::AddSection:
-        if (!section)
-            package.append(change.value, change.section, true);
-        break;
-    case Change::DeleteSection:
-        package.remove(change.section);
-        break;
-    case Change::SetOption:
-        if (section)
-            section->setOption(change.option, change.value);
-        break;
-    case Change::AddListElement:
-        if (section)
-            section->addToList(change.option, change.value);
-        break;
-    case Change::DeleteOption:
-        if (section)
-            section->removeOption(change.option);
-        break;
-    }
-}
 
 Store::Store(std::string configDirectory, std::string pendingDirectory)
     : configDirectory_(std::move(configDirectory)), pendingDirectory_(std::move(pendingDirectory)) {
@@ -129,51 +84,91 @@ Store Store::ofEnvironment() {
             environmentOr("TAVO_UCI_PENDING_DIR", "/tmp/.uci")};
 }
 
-bool Store::isPresent() const { return fs::is_directory(configDirectory_); }
-
-bool Store::has(const std::string& package) const {
-    return isPackageName(package) && fs::is_regular_file(configFile(package));
+bool Store::isPresent() const {
+    std::error_code none;
+    return fs::is_directory(configDirectory_, none);
 }
 
 std::vector<std::string> Store::packages() const {
+    std::error_code failure;
+    bool isEmpty = true;
     std::vector<std::string> names;
-    for (const fs::directory_entry& entry : fs::directory_iterator(configDirectory_))
-        if (has(entry.path().filename().string()))
-            names.push_back(entry.path().filename().string());
+    for (const fs::directory_entry& entry : fs::directory_iterator(configDirectory_, failure)) {
+        const std::string name = entry.path().filename().string();
+        std::error_code none;
+        isEmpty = isEmpty && name.front() == '.';
+        if (name.find('.') == std::string::npos && isPackageName(name) && !entry.is_directory(none))
+            names.push_back(name);
+    }
+    if (isEmpty)
+        throw Error(Error::NotFound);
     std::sort(names.begin(), names.end());
     return names;
 }
 
-Package Store::load(const std::string& package) const {
-    Package loaded = parse(contentOf(configFile(package)));
-    for (const Change& change : pending(package))
-        apply(change, loaded);
-    return loaded;
-}
+Loaded Store::load(const std::string& package) const {
+    // The platform would take these for files elsewhere.
+    if (!package.empty() && (package.front() == '.' || package.front() == '/'))
+        throw Error(Error::NotFound);
+    if (!isPackageName(package))
+        throw Error(Error::InvalidArgument);
+    std::error_code none;
+    if (!fs::is_regular_file(configFile(package), none))
+        throw Error(Error::NotFound);
 
-std::vector<Change> Store::pending(const std::string& package) const {
-    std::vector<Change> changes;
-    if (fs::exists(pendingFile(package)))
-        for (const Statement& statement : split(contentOf(pendingFile(package))))
-            changes.push_back(changeOf(statement));
-    return changes;
+    Loaded loaded;
+    loaded.package = parse(contentOf(configFile(package)));
+    for (const std::optional<Change>& change :
+         parseChanges(package, contentOrNothing(pendingFile(package)))) {
+        if (!change)
+            continue;
+        loaded.pending.push_back(*change);
+        try {
+            replay(*change, loaded.package);
+            loaded.changed = true;
+        } catch (const Error&) { // the file has changed since
+        }
+    }
+    return loaded;
 }
 
 void Store::addPending(const std::string& package, const std::vector<Change>& changes) const {
     if (changes.empty())
         return;
-    std::string content =
-        fs::exists(pendingFile(package)) ? contentOf(pendingFile(package)) : std::string();
+    std::string lines;
     for (const Change& change : changes)
-        content += lineOf(change);
-    replaceContent(pendingFile(package), content);
+        lines += formatChange(package, change);
+    ::mkdir(pendingDirectory_.c_str(), modeOf(configDirectory_, 0700));
+    const int created = ::open(pendingFile(package).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC,
+                               modeOf(configFile(package), 0600));
+    if (created >= 0)
+        ::close(created);
+    write(pendingFile(package), std::ios::app, lines);
+}
+
+void Store::revert(const std::string& package, const std::optional<std::string>& section,
+                   const std::optional<std::string>& option) const {
+    std::string kept;
+    for (const std::optional<Change>& change :
+         parseChanges(package, contentOrNothing(pendingFile(package)))) {
+        if (!change)
+            return; // the platform gives up as well
+        const bool matches =
+            (!section || change->section == *section) && (!option || change->option == option);
+        if (!matches)
+            kept += formatChange(package, *change);
+    }
+    std::error_code none;
+    if (fs::exists(pendingFile(package), none))
+        write(pendingFile(package), std::ios::trunc, kept);
 }
 
 void Store::commit(const std::string& package) const {
-    if (!fs::exists(pendingFile(package)))
+    const Loaded loaded = load(package);
+    if (!loaded.changed)
         return;
-    replaceContent(configFile(package), format(load(package)));
-    fs::remove(pendingFile(package));
+    replaceContent(configFile(package), format(loaded.package));
+    write(pendingFile(package), std::ios::trunc, "");
 }
 
 std::string Store::configFile(const std::string& package) const {
@@ -184,13 +179,15 @@ std::string Store::pendingFile(const std::string& package) const {
     return pendingDirectory_ + "/" + package;
 }
 
-Store::Lock::Lock(const Store& store) {
-    fs::create_directories(store.pendingDirectory_);
-    directory_ = ::open(store.pendingDirectory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory_ < 0 || ::flock(directory_, LOCK_EX) != 0)
-        throw std::system_error(errno, std::generic_category(), store.pendingDirectory_);
+Store::Lock::Lock(const Store& store)
+    : directory_(::open(store.configDirectory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (directory_ >= 0)
+        ::flock(directory_, LOCK_EX);
 }
 
-Store::Lock::~Lock() { ::close(directory_); }
+Store::Lock::~Lock() {
+    if (directory_ >= 0)
+        ::close(directory_);
+}
 
 } // namespace uci

@@ -1,34 +1,25 @@
 #ifndef TAVO_SANDBOX_UCI_STORE_H
 #define TAVO_SANDBOX_UCI_STORE_H
 
+#include "uci_change.h"
 #include "uci_file.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace uci {
 
-/// One change that waits for a commit.
-struct Change {
-    enum Kind {
-        NameSection,    ///< make a named section, or give an existing one another type
-        AddSection,     ///< make an anonymous section
-        DeleteSection,  //
-        SetOption,      ///< to a single value
-        AddListElement, ///< at the end
-        DeleteOption
-    };
-    Kind kind;
-    std::string section;
-    std::string option; ///< empty for the section kinds
-    std::string value;  ///< the type for the first two kinds, empty for the deletions
+/// A package as everybody sees it: its file with the pending changes on top.
+struct Loaded {
+    Package package;
+    std::vector<Change> pending; ///< also those that no longer fit the file
+    bool changed = false;        ///< whether at least one did fit
 };
-
-/// Does one change to a package in memory. A change that finds nothing to do is no error.
-void apply(const Change& change, Package& package);
 
 /// The packages of one gateway: a directory of files, and a directory with the changes to each of
 /// them that nobody has committed yet. `ubus` and `uci` are separate processes and meet here.
+/// Every function throws Error.
 class Store {
 public:
     Store(std::string configDirectory, std::string pendingDirectory);
@@ -39,16 +30,15 @@ public:
 
     /// False where no gateway is: there is no directory of packages at all.
     bool isPresent() const;
-    bool has(const std::string& package) const;
     /// Sorted by name.
     std::vector<std::string> packages() const;
 
-    /// The package with its pending changes. It must exist. Throws ParseError.
-    Package load(const std::string& package) const;
+    Loaded load(const std::string& package) const;
 
-    std::vector<Change> pending(const std::string& package) const;
     void addPending(const std::string& package, const std::vector<Change>& changes) const;
-
+    /// Forgets the pending changes to a section or to an option of it; to the whole package without.
+    void revert(const std::string& package, const std::optional<std::string>& section,
+                const std::optional<std::string>& option) const;
     /// Writes the pending changes into the package's file; without one the file is not touched.
     void commit(const std::string& package) const;
 

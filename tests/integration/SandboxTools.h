@@ -4,6 +4,7 @@
 #include "RunProgram.h"
 #include "TempDir.h"
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -39,10 +40,14 @@ protected:
         support::writeFile(config() + "/" + package, content);
     }
 
+    /// Where the tools find this gateway, and where they are found by their names.
+    std::vector<std::string> environment() const {
+        return {"TAVO_UCI_CONFIG_DIR=" + config(), "TAVO_UCI_PENDING_DIR=" + directory_ / "pending",
+                std::string("PATH=") + TAVO_SANDBOX_BIN + ":" + std::getenv("PATH")};
+    }
     support::Ran tool(const std::string& name, std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), std::string(TAVO_SANDBOX_BIN) + "/" + name);
-        return support::runProgram(arguments, {"TAVO_UCI_CONFIG_DIR=" + config(),
-                                               "TAVO_UCI_PENDING_DIR=" + directory_ / "pending"});
+        arguments.insert(arguments.begin(), name);
+        return support::runProgram(arguments, environment());
     }
     support::Ran call(const std::string& method, const std::string& json) const {
         return tool("ubus", {"call", "uci", method, json});
