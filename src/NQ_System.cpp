@@ -14,8 +14,10 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -27,6 +29,39 @@ const char* const kPortConfiguration = "/opt/apps/ZEQ/cfg/ZEQ.json";
 
 /// Directories count as well.
 bool canBeOpened(const char* path) { return std::ifstream(path, std::ios::in).is_open(); }
+
+/// The lock file that a process holds the lock of.
+struct HeldLock {
+    pid_t process;
+    dev_t device;
+    ino_t inode;
+};
+
+/// The lock that appAlreadyRunning() took last. Guarded by heldLockMutex, which also spans the call
+/// that takes a lock: another thread must not find the file locked before it is noted here. Both
+/// need no destructor, which would run while threads may still ask.
+HeldLock heldLock = {};
+pthread_mutex_t heldLockMutex = PTHREAD_MUTEX_INITIALIZER;
+
+class HeldLockGuard {
+public:
+    HeldLockGuard() { pthread_mutex_lock(&heldLockMutex); }
+    ~HeldLockGuard() { pthread_mutex_unlock(&heldLockMutex); }
+    HeldLockGuard(const HeldLockGuard&) = delete;
+    HeldLockGuard& operator=(const HeldLockGuard&) = delete;
+};
+
+/// The lock of the file behind `descriptor`, as this process would hold it.
+HeldLock lockOf(int descriptor) {
+    struct stat status = {};
+    (void)fstat(descriptor, &status); // it is open, so this does not fail
+    return {getpid(), status.st_dev, status.st_ino};
+}
+
+bool isHeld(const HeldLock& lock) {
+    return lock.process == heldLock.process && lock.device == heldLock.device &&
+           lock.inode == heldLock.inode;
+}
 
 std::string ownProgram() { return NQ_System::do_readlink("/proc/self/exe"); }
 
@@ -58,22 +93,17 @@ std::string NQ_System::getAppDir() {
 }
 
 bool NQ_System::appAlreadyRunning() {
-    // A lock that this process holds would refuse it a second time through a new descriptor. A
-    // forked child is another process.
-    static std::string heldPath;
-    static pid_t holder = 0;
-
     const std::string path = "/tmp/" + getAppName() + ".pid";
-    if (holder == getpid() && heldPath == path)
-        return false;
+    const HeldLockGuard guard;
     const int lockFile = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (flock(lockFile, LOCK_EX | LOCK_NB) == 0) {
-        holder = getpid();
-        heldPath = path;
+        heldLock = lockOf(lockFile);
         return false; // Deliberate: the descriptor stays open, and with it the lock held, until the
                       // process ends.
     }
-    const bool heldByAnother = errno == EAGAIN;
+    // The kernel refuses a lock through a second descriptor of the file also to the process that
+    // holds it. A forked child is another process.
+    const bool heldByAnother = errno == EAGAIN && !isHeld(lockOf(lockFile));
     if (lockFile != -1)
         close(lockFile);
     return heldByAnother;

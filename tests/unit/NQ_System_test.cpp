@@ -11,12 +11,14 @@
 #include "PrivateMounts.h"
 #include "TempDir.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <dlfcn.h>
@@ -376,6 +378,63 @@ TEST(NQ_System, AForkedChildIsAnotherProcess) {
         EXPECT_FALSE(NQ_System::appAlreadyRunning());
         inFreshProcess([] { EXPECT_TRUE(NQ_System::appAlreadyRunning()); });
         EXPECT_FALSE(NQ_System::appAlreadyRunning());
+    });
+}
+
+TEST(NQ_System, ALockFileThatWasRemovedIsMadeAndLockedAnew) {
+    inFreshProcess([] {
+        const Program program;
+        EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        ASSERT_EQ(0, unlink(program.lockFile.c_str()));
+        EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        EXPECT_TRUE(isLocked(program.lockFile));
+        EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        inFreshProcess([] { EXPECT_TRUE(NQ_System::appAlreadyRunning()); });
+    });
+}
+
+TEST(NQ_System, ALockFileThatAnotherProcessMadeAnewIsFoundLocked) {
+    inFreshProcess([] {
+        const Program program;
+        EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        ASSERT_EQ(0, unlink(program.lockFile.c_str()));
+        {
+            const OtherHolder other(program.lockFile);
+            EXPECT_TRUE(NQ_System::appAlreadyRunning());
+        }
+        EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        EXPECT_TRUE(isLocked(program.lockFile));
+    });
+}
+
+TEST(NQ_System, AForkedChildHoldsOnlyTheLockThatItTookItself) {
+    inFreshProcess([] {
+        const Program program;
+        EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        inFreshProcess([&] {
+            EXPECT_TRUE(NQ_System::appAlreadyRunning());
+            ASSERT_EQ(0, unlink(program.lockFile.c_str()));
+            EXPECT_FALSE(NQ_System::appAlreadyRunning());
+            EXPECT_FALSE(NQ_System::appAlreadyRunning());
+        });
+    });
+}
+
+TEST(NQ_System, AllThreadsOfTheOnlyProcessMayAskConcurrently) {
+    inFreshProcess([] {
+        const Program program;
+        const auto before = openDescriptors();
+        std::atomic<int> others{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([&] {
+                for (int call = 0; call < 500; ++call)
+                    others += NQ_System::appAlreadyRunning() ? 1 : 0;
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(0, others);
+        EXPECT_THAT(openedSince(before), SizeIs(1));
     });
 }
 

@@ -14,7 +14,7 @@ namespace sys {
 /// Security: `pidof`, `fw_printenv` and a script's commands are found along PATH, and the lock
 ///           file's name in /tmp is trusted. A user who holds a lock on that file first makes
 ///           appAlreadyRunning() return true: make the file as root when the system starts.
-/// Threads: any thread, one at a time for appAlreadyRunning().
+/// Threads: any thread, concurrently.
 class TAVO_API NQ_System {
 public:
     /// Sends "Executing..." and the script to the system log (LOG_INFO), runs it by the shell and
@@ -36,9 +36,11 @@ public:
     /// Directory of the running program, without a trailing slash; empty when it cannot be read.
     static std::string getAppDir();
 
-    /// Single-instance rule: takes the lock file /tmp/NAME.pid (which holds no process id) for the
-    /// rest of the process's life. True only when another process holds it; false when this one
-    /// does now or did before, and on every other error.
+    /// Single-instance rule: locks the file /tmp/NAME.pid (which holds no process id) for the rest
+    /// of the process's life. Returns true only when another process holds the lock; false when
+    /// this one holds it, and on every other error. A file that was removed is made and locked
+    /// again. Call it after daemon(3): a forked child is another process, and the copy that ends
+    /// there would hold the lock that the other one inherits.
     static bool appAlreadyRunning();
 
     /// Whether the board has a cellular modem: /dev/cdc-wdm0 can be opened.
