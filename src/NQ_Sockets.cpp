@@ -99,9 +99,10 @@ bool NQ_Sockets::receiveMessage(int client) {
     std::uint32_t length = 0;
     // A short or empty read is not examined: what did not arrive stays zero, and a length of 0 ends
     // the connection below.
-    if (recv(client, &length, sizeof length, 0) < 0)
+    const ssize_t arrived = recv(client, &length, sizeof length, 0);
+    if (arrived < 0)
         throw std::runtime_error("Error receiving socket data length\n");
-    detail::out() << "Receiving: " << length << " bytes" << std::endl;
+    detail::out() << "Receiving: " << detail::decimal(length) << " bytes" << std::endl;
 
     std::string payload;
     // Where size_t has 32 bits, a text may be shorter than a length tells. The C++ libraries have words
@@ -109,9 +110,10 @@ bool NQ_Sockets::receiveMessage(int client) {
     if (length > payload.max_size())
         throw std::bad_alloc();
     payload.resize(length);
-    // Without the test, a recv() of 0 bytes would wait for the client's next byte.
-    const ssize_t result = length == 0 ? 0 : recv(client, &payload[0], length, 0);
-    detail::out() << "Receive result:" << result << std::endl;
+    // After a whole length that says 0, a recv() of 0 bytes would wait for the client's next byte.
+    const bool saysZero = arrived == sizeof length && length == 0;
+    const ssize_t result = saysZero ? 0 : recv(client, &payload[0], length, 0);
+    detail::out() << "Receive result:" << detail::decimal(result) << std::endl;
     if (result < 0)
         throw std::runtime_error("Error receiving socket data buffer\n");
     if (result == 0)

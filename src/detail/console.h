@@ -4,6 +4,7 @@
 #include <exception>
 #include <istream>
 #include <ostream>
+#include <string>
 
 // Up to release 12 of GNU's library, <iostream> plants a load-time constructor and an exit handler
 // in every source that includes it. The library must load fast on a weak board, so there the two
@@ -29,6 +30,13 @@ inline std::ostream& out() {
 inline std::istream& in() {
     static const std::ios_base::Init ready;
     return std::cin;
+}
+
+/// A number as text. Printed as a number, it would follow the flags and the locale that the
+/// application gave std::cout.
+template <class Number>
+std::string decimal(Number number) {
+    return std::to_string(number);
 }
 
 /// The line that every catch-all handler of the library prints.

@@ -3,6 +3,7 @@
 
 #include <kvr/api/NQ_AutoMount.h>
 
+#include "AlteredNumbers.h"
 #include "AutoMountScene.h"
 #include "CapturedCommands.h"
 #include "CapturedOutput.h"
@@ -174,6 +175,12 @@ TEST_F(AutoMountOperations, WatchesCreationsAndDeletionsUnderDev) {
     make(0);
     EXPECT_EQ("/dev 300", loop.watched);
     EXPECT_THAT(commands->lines(), IsEmpty());
+}
+
+TEST_F(AutoMountOperations, PrintsTheMaskInDecimalWhateverTheApplicationAskedOfItsStream) {
+    make(0);
+    const support::AlteredNumbers altered;
+    EXPECT_EQ(event("other", 0x40000100u), onEvent("other", 0x40000100u));
 }
 
 TEST_F(AutoMountOperations, CreationOfTheDeviceMounts) {

@@ -139,7 +139,7 @@ TEST(NQ_Sockets, NoDescriptorIsEverClosed) {
         // A complete visit, one that a bad length ends, one that an observer's exception ends, and
         // two that fail in recv(): of the length, then of the payload.
         const ScriptedCall receiving(Call::recv, [](int number) {
-            return number == 7 || number == 9 ? ECONNRESET : ScriptedCall::kPassOn;
+            return number == 8 || number == 10 ? ECONNRESET : ScriptedCall::kPassOn;
         });
         scene.recorder.alsoDo = [&] {
             if (scene.recorder.heard.back() == "bad")
@@ -148,7 +148,7 @@ TEST(NQ_Sockets, NoDescriptorIsEverClosed) {
         scene.serve({scene.sends(message("one")), scene.sends(lengthPrefix(UINT32_MAX)),
                      scene.sends(message("bad")), scene.sends(message("lost")),
                      scene.sends(message("lost"))});
-        EXPECT_EQ(9, receiving.count());
+        EXPECT_EQ(10, receiving.count());
         EXPECT_THAT(openedSince(before), SizeIs(1 + 1 + 5));
     }
     EXPECT_THAT(openedSince(before), SizeIs(7)) << "the destructor closes nothing";

@@ -1,5 +1,6 @@
 #include <kvr/api/com/NQ_Sockets.h>
 
+#include "AlteredNumbers.h"
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 #include "ScriptedCalls.h"
@@ -97,7 +98,7 @@ TEST(NQ_Sockets, ReadsTheNextMessageAfterAllObserversHaveReturned) {
         return ScriptedCall::kPassOn;
     });
     scene.serve({scene.sends(message("one") + message("two"))});
-    EXPECT_EQ("rrabrrabr", events);
+    EXPECT_EQ("rrabrrabrr", events);
 }
 
 TEST(NQ_Sockets, TakesAnyBytesAsPayload) {
@@ -175,6 +176,7 @@ TEST(NQ_Sockets, FlushesEveryLineAtOnce) {
     const std::string connected = waiting + kConnected;
     EXPECT_THAT(written, ElementsAre(waiting, connected, connected + "Receiving: 5 bytes\n",
                                      connected + received("hello"), connected + received("hello"),
+                                     connected + received("hello") + "Receiving: 0 bytes\n",
                                      connected + received("hello") + kClosed));
 }
 
@@ -198,6 +200,62 @@ TEST(NQ_Sockets, FlushesItsReportOfAFailure) {
     }
     EXPECT_EQ(std::string(kWaiting) + kFailed + "Error accepting socket connection\n\n", inLoop);
     EXPECT_EQ("Some error on kvr::api::com::NQ_Sockets::NQ_Sockets\n", inConstructor);
+}
+
+TEST(NQ_Sockets, PrintsDecimalNumbersWhateverTheApplicationAskedOfItsStream) {
+    const std::string payload(12345, 'x');
+    Scene scene;
+    const support::AlteredNumbers altered;
+    EXPECT_EQ(std::string(kWaiting) + kConnected + received(payload) +
+                  "Receiving: 4294967295 bytes\n" + kFailed + "std::bad_alloc\n",
+              scene.serve({scene.sends(message(payload) + lengthPrefix(UINT32_MAX))}));
+    const ScriptedCall receiving(
+        Call::recv, [](int number) { return number == 2 ? ECONNRESET : ScriptedCall::kPassOn; });
+    EXPECT_EQ(std::string(kWaiting) + kConnected + "Receiving: 3 bytes\nReceive result:-1\n" +
+                  kFailed + "Error receiving socket data buffer\n\n",
+              scene.serve({scene.sends(message("one"))}));
+}
+
+// The end of a connection ----------------------------------------------------------------------
+
+TEST(NQ_Sockets, ReceivesThePayloadOfAPeerThatIsGoneToo) {
+    Scene scene;
+    const ScriptedCall receiving(Call::recv, ScriptedCall::kPassOn);
+    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({scene.sends("")}));
+    EXPECT_EQ(2, receiving.count());
+}
+
+TEST(NQ_Sockets, PrintsAFailureOfThatReceive) {
+    Scene scene;
+    const ScriptedCall receiving(
+        Call::recv, [](int number) { return number == 2 ? ECONNRESET : ScriptedCall::kPassOn; });
+    EXPECT_EQ(std::string(kWaiting) + kConnected + "Receiving: 0 bytes\nReceive result:-1\n" +
+                  kFailed + "Error receiving socket data buffer\n\n",
+              scene.serve({scene.sends("")}));
+}
+
+TEST(NQ_Sockets, ReceivesThePayloadAfterAPartOfALengthThatIsZero) {
+    Scene scene;
+    std::unique_ptr<Client> client;
+    const ScriptedCall receiving(Call::recv, [&](int number) {
+        if (number == 2)
+            client->close(); // or the call would wait for the rest of the length
+        return ScriptedCall::kPassOn;
+    });
+    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({[&] {
+        client = std::make_unique<Client>(scene.path());
+        client->send(std::string(3, '\0'));
+        return ScriptedCall::kPassOn;
+    }}));
+    EXPECT_EQ(2, receiving.count());
+}
+
+TEST(NQ_Sockets, ReceivesNoPayloadAfterAWholeLengthOfZero) {
+    Scene scene;
+    const ScriptedCall receiving(Call::recv, ScriptedCall::kPassOn);
+    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed,
+              scene.serve({scene.sends(lengthPrefix(0) + message("behind"))}));
+    EXPECT_EQ(1, receiving.count());
 }
 
 // Lengths and payloads that do not fit ---------------------------------------------------------

@@ -1,0 +1,40 @@
+#ifndef TAVO_TESTS_ALTERED_NUMBERS_H
+#define TAVO_TESTS_ALTERED_NUMBERS_H
+
+#include <iomanip>
+#include <ios>
+#include <iostream>
+#include <locale>
+#include <string>
+
+namespace support {
+
+/// While it lives, std::cout prints numbers as an application may have asked for: hexadecimal, with
+/// a base and a sign, and in groups of digits.
+class AlteredNumbers {
+public:
+    AlteredNumbers() {
+        std::cout << std::hex << std::showbase << std::showpos << std::uppercase;
+        std::cout.imbue(std::locale(locale_, new Groups));
+    }
+    ~AlteredNumbers() {
+        std::cout.flags(flags_);
+        std::cout.imbue(locale_);
+    }
+    AlteredNumbers(const AlteredNumbers&) = delete;
+    AlteredNumbers& operator=(const AlteredNumbers&) = delete;
+
+private:
+    class Groups : public std::numpunct<char> {
+    protected:
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\2"; }
+    };
+
+    const std::ios::fmtflags flags_ = std::cout.flags();
+    const std::locale locale_ = std::cout.getloc();
+};
+
+} // namespace support
+
+#endif
