@@ -454,3 +454,39 @@ TEST(NQ_Mqtt, SecondInitialiseMakesASecondClientWithoutDestroyingTheFirst) {
     EXPECT_EQ(2, paho.count("create"));
     EXPECT_EQ(0, paho.count("destroy"));
 }
+
+TEST(NQ_Mqtt, SecondInitialiseForgetsTheOptionsThatWereTakenBack) {
+    FakePaho paho;
+    NQ_Mqtt mqtt("broker", "gateway");
+    mqtt.setConnOpts("8883", "user", "password", 5, 4, 3, 2, 1);
+    mqtt.setSslOpts("HIGH", "opener", 1, 1, "/etc/certs");
+    mqtt.setLwt("state", "gone", "here", 2, 1);
+    mqtt.initialise();
+    mqtt.setConnOpts("1883", "", "", 60, 10, 60, 1, 0);
+    mqtt.setSslOpts("", "", 0, 0, "");
+    mqtt.setLwt("", "", "", 0, 0);
+    EXPECT_EQ(kDefaultConnect, connectLine(mqtt, paho));
+    EXPECT_EQ("tcp://broker:1883", mqtt.getServerUri());
+    EXPECT_EQ(0, paho.count("publish"));
+}
+
+TEST(NQ_Mqtt, SecondInitialiseForgetsTheFilesThatWereTakenBack) {
+    FakePaho paho;
+    NQ_Mqtt mqtt("broker", "gateway");
+    mqtt.setSslOpts("HIGH", "opener", 1, 1, "/etc/a/rather/long/directory/of/certificates");
+    mqtt.initialise();
+    mqtt.setSslOpts("LOW", "", 0, 0, "/certs");
+    EXPECT_EQ(kDefaultConnect + " ssl='LOW',server=0,trust=null,cert=null,key=null,password=null",
+              connectLine(mqtt, paho));
+}
+
+TEST(NQ_Mqtt, SecondInitialiseTakesTheOptionsSetInBetween) {
+    FakePaho paho;
+    NQ_Mqtt mqtt("broker", "gateway");
+    mqtt.setLwt("state", "gone", "here", 2, 1);
+    mqtt.initialise();
+    mqtt.setLwt("a/topic/that/is/much/longer/than/the/first", "lost", "back", 1, 0);
+    EXPECT_EQ(kDefaultConnect +
+                  " will='a/topic/that/is/much/longer/than/the/first','lost',qos=1,retained=0",
+              connectLine(mqtt, paho));
+}
