@@ -176,7 +176,10 @@ void NQ_JSON::asMap(std::map<std::string, std::string>& out) const {
     out.clear();
     if (!is(obj, json_type_object))
         return;
-    json_object_object_foreach(obj, key, value) { out[key] = textOf(value); }
+    // Made in place: json-c's keys are unique, so that every member is a new entry.
+    json_object_object_foreach(obj, key, value) {
+        out.emplace(key, required(json_object_get_string(value)));
+    }
 }
 
 void NQ_JSON::emptyFields(std::vector<std::string>& out, json_object* object) const {
@@ -186,7 +189,7 @@ void NQ_JSON::emptyFields(std::vector<std::string>& out, json_object* object) co
     json_object_object_foreach(object, key, value) {
         const char* text = required(json_object_get_string(value));
         if (*text == '\0')
-            out.push_back(key);
+            out.emplace_back(key);
         else
             detail::out() << key << '=' << text << std::endl;
     }
