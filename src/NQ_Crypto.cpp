@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
@@ -57,11 +58,21 @@ int transform(const Cipher& cipher, const unsigned char* in, int inLength, const
     return written + rest;
 }
 
-/// A base64 filter without line breaks in front of `end`; both are freed together.
+struct CloseStream {
+    void operator()(FILE* stream) const { std::fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, CloseStream>;
+
+/// A base64 filter without line breaks in front of `end`, which it takes over; both are freed
+/// together. Throws std::bad_alloc when one of them could not be made.
 Chain base64Chain(BIO* end) {
-    Chain chain(BIO_push(BIO_new(BIO_f_base64()), end));
-    BIO_set_flags(chain.get(), BIO_FLAGS_BASE64_NO_NL);
-    return chain;
+    Chain rest(end);
+    Chain filter(BIO_new(BIO_f_base64()));
+    if (rest == nullptr || filter == nullptr)
+        throw std::bad_alloc();
+    BIO_set_flags(filter.get(), BIO_FLAGS_BASE64_NO_NL);
+    BIO_push(filter.get(), rest.release());
+    return filter;
 }
 
 std::size_t encodedLength(std::size_t length) {
@@ -149,13 +160,13 @@ std::string NQ_Base64::base64_decode(const std::string& text) {
 
 int NQ_Base64::Base64Encode(const char* buffer, unsigned int length, char* b64text) {
     *b64text = '\0'; // the memory stream terminates only what it was given
-    FILE* stream = fmemopen(b64text, encodedLength(length) + 1, "w");
-    {
-        const Chain chain = base64Chain(BIO_new_fp(stream, BIO_NOCLOSE));
-        BIO_write(chain.get(), buffer, static_cast<int>(length));
-        (void)BIO_flush(chain.get()); // writes the last group and its padding
-    }
-    std::fclose(stream);
+    const Stream stream(fmemopen(b64text, encodedLength(length) + 1, "w"));
+    if (stream == nullptr)
+        throw std::bad_alloc();
+    const Chain chain =
+        base64Chain(BIO_new_fp(stream.get(), BIO_NOCLOSE)); // freed before the stream
+    BIO_write(chain.get(), buffer, static_cast<int>(length));
+    (void)BIO_flush(chain.get()); // writes the last group and its padding
     return 0;
 }
 

@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <new>
 #include <random>
 #include <set>
 #include <string>
@@ -17,12 +20,38 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
 
 namespace {
 
 std::set<FILE*> memoryStreams;  // those open
 std::size_t streamCapacity = 0; // of the last one
 std::set<BIO*> chains;          // by their first filter, those that are not freed
+
+bool refusesMemoryStreams = false;
+int allocationsLeft = -1; // of OpenSSL, before one fails; negative: no limit
+int liveAllocations = 0;  // of OpenSSL
+
+// OpenSSL takes them before its first allocation only.
+const int replaced = CRYPTO_set_mem_functions(
+    [](std::size_t size, const char*, int) -> void* {
+        if (allocationsLeft == 0)
+            return nullptr;
+        --allocationsLeft;
+        ++liveAllocations;
+        return std::malloc(size);
+    },
+    [](void* memory, std::size_t size, const char*, int) -> void* {
+        if (memory == nullptr)
+            ++liveAllocations;
+        return std::realloc(memory, size);
+    },
+    [](void* memory, const char*, int) {
+        if (memory != nullptr)
+            --liveAllocations;
+        std::free(memory);
+    });
 
 template <class Function>
 Function* next(const char* name) {
@@ -35,6 +64,8 @@ Function* next(const char* name) {
 extern "C" {
 
 FILE* fmemopen(void* buffer, std::size_t size, const char* mode) noexcept {
+    if (refusesMemoryStreams)
+        return nullptr;
     FILE* const stream =
         next<FILE*(void*, std::size_t, const char*)>("fmemopen")(buffer, size, mode);
     memoryStreams.insert(stream);
@@ -254,6 +285,46 @@ TEST(NQ_Base64, AnyTextIsDecodedToTheComputedLength) {
         ASSERT_EQ(NQ_Base64::calcDecodeLength(text.c_str()), NQ_Base64::base64_decode(text).size())
             << text;
     }
+}
+
+/// Lets every allocation of OpenSSL in `work` fail in turn: it throws std::bad_alloc each time, until
+/// all succeed. Returns how often it did.
+int failuresOf(const std::function<void()>& work) {
+    int failures = 0;
+    for (bool done = false; !done;) {
+        allocationsLeft = failures;
+        try {
+            work();
+            done = true;
+        } catch (const std::bad_alloc&) {
+            ++failures;
+        }
+        allocationsLeft = -1;
+        ERR_clear_error();
+    }
+    return failures;
+}
+
+TEST(NQ_Base64, WithoutMemoryForOpenSslBadAllocIsThrownAndNothingStaysBehind) {
+    ASSERT_EQ(1, replaced);
+    const auto encode = [] { EXPECT_EQ("QUJD", NQ_Base64::base64_encode("ABC")); };
+    const auto decode = [] { EXPECT_EQ("ABC", NQ_Base64::base64_decode("QUJD")); };
+    for (const std::function<void()>& work : {std::function<void()>(encode), {decode}}) {
+        work();           // OpenSSL's own set-up, which it never repeats after a failure
+        failuresOf(work); // and what it keeps of the first ones
+        const int before = liveAllocations;
+        EXPECT_GE(failuresOf(work), 2); // a filter and what stands behind it at least
+        EXPECT_EQ(before, liveAllocations);
+        EXPECT_THAT(memoryStreams, testing::IsEmpty());
+    }
+}
+
+TEST(NQ_Base64, WithoutAMemoryStreamBadAllocIsThrown) {
+    refusesMemoryStreams = true;
+    EXPECT_THROW(NQ_Base64::base64_encode("ABC"), std::bad_alloc);
+    refusesMemoryStreams = false;
+    EXPECT_EQ("QUJD", NQ_Base64::base64_encode("ABC"));
+    EXPECT_THAT(chains, testing::IsEmpty());
 }
 
 TEST(NQ_Base64, NothingIsPrintedAndNothingStaysOpen) {

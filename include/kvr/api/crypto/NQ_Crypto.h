@@ -63,8 +63,9 @@ private:
 };
 
 /// Base64 (RFC 4648, with padding) on one line: line breaks are neither written nor accepted.
-/// Failure: not reported. The part of an invalid text that cannot be decoded reads as zero bytes.
-///          To check a text, encode the result again and compare.
+/// Failure: throws std::bad_alloc when memory is exhausted; nothing else is reported. The part of
+///          an invalid text that cannot be decoded reads as zero bytes. To check a text, encode the
+///          result again and compare.
 /// Threads: no state; any thread, concurrently.
 class TAVO_API NQ_Base64 {
 public:
