@@ -57,6 +57,24 @@ FILE* startReading(const std::string& command, const std::vector<std::string>& a
     return stream;
 }
 
+/// A program that was started for reading: closes the stream, waits for the program and stores its
+/// raw wait status, however the reading ends.
+class StartedProgram {
+public:
+    StartedProgram(const std::string& command, const std::vector<std::string>& args, int& status)
+        : pid_(0), stream_(startReading(command, args, pid_)), status_(status) {}
+    ~StartedProgram() { status_ = pclose2(stream_, pid_); }
+    StartedProgram(const StartedProgram&) = delete;
+    StartedProgram& operator=(const StartedProgram&) = delete;
+
+    FILE* stream() const { return stream_; }
+
+private:
+    int pid_;
+    FILE* stream_;
+    int& status_;
+};
+
 /// Hands each piece of output, one fgets() of at most 254 bytes, to `take`.
 template <class Taker>
 void readPieces(FILE* stream, const Taker& take) {
@@ -138,11 +156,9 @@ std::string NQ_Popen::executeInsecure(const std::string& command) {
 
 std::string NQ_Popen::execute(const std::string& command, const std::vector<std::string>& args,
                               int& status) {
-    int pid = 0;
-    FILE* stream = startReading(command, args, pid);
     std::string output;
-    readPieces(stream, [&output](const char* piece) { output += piece; });
-    status = pclose2(stream, pid);
+    const StartedProgram program(command, args, status);
+    readPieces(program.stream(), [&output](const char* piece) { output += piece; });
     return output;
 }
 

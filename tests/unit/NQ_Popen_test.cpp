@@ -3,6 +3,7 @@
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 #include "FakePrograms.h"
+#include "LargestAllocation.h"
 #include "ScriptedCalls.h"
 #include "TempDir.h"
 
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -148,6 +150,19 @@ TEST(NQ_Popen, ExecuteLeavesNoDescriptorAndNoChildBehind) {
     NQ_Popen::execute("/no/such/program", {});
     EXPECT_EQ(before, openDescriptors());
     EXPECT_FALSE(hasChildren());
+}
+
+TEST(NQ_Popen, ExecuteLeavesNeitherBehindWhenTheOutputDoesNotFitIntoMemory) {
+    const auto before = openDescriptors();
+    int status = kUntouched;
+    {
+        const support::LargestAllocation limit(64 * 1024);
+        EXPECT_THROW(shell("head -c 200000 /dev/zero | tr '\\0' 'x'; exit 3", status),
+                     std::bad_alloc);
+    }
+    EXPECT_EQ(before, openDescriptors());
+    EXPECT_FALSE(hasChildren());
+    EXPECT_NE(kUntouched, status); // how the child ended, without anybody to write to
 }
 
 // Programs that cannot be executed -----------------------------------------------------------------
