@@ -1,6 +1,8 @@
 #!/bin/sh
-# check.sh: looks at the OpenWrt recipe without a buildroot. The stand-ins beside this file run the recipe's own steps, so that make
-# reads all of it, and the files that it hands out are those that CMake installs.
+# check.sh: checks the OpenWrt recipes without a buildroot. The stand-ins beside this file run the
+# recipes' own steps, so make reads all of them. The packages must hold what CMake installs, the
+# application of the feed's page must build against the staged library, and the service script must
+# turn its settings into the agent's arguments.
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -9,33 +11,116 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 fail() {
-    echo "OpenWrt recipe: $*" >&2
+    echo "OpenWrt recipes: $*" >&2
     exit 1
 }
 
-# A feed reaches the recipe through links.
+# A feed reaches the recipes through links.
 ln -s "$here/.." "$work/feed"
 ln -s feed/libtavo "$work/libtavo"
-recipe() { make -s -C "$work/libtavo" TOPDIR="$here" INCLUDE_DIR="$here" BUILD_DIR="$work/build" OUT="$work" "$@"; }
+ln -s feed/libpaho-mqtt-c "$work/libpaho-mqtt-c"
+recipe() {
+    folder=$1
+    shift
+    make -s -C "$work/$folder" TOPDIR="$here" INCLUDE_DIR="$here" BUILD_DIR="$work/build" \
+        OUT="$work" "$@"
+}
+files() { (cd "$1" && find . ! -type d | LC_ALL=C sort); }
+
+# --- the recipes describe themselves ------------------------------------------------------------
 
 version=$(sed -n 's/^project(tavo VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
-recipe describe >"$work/said"
+recipe libtavo describe >"$work/said"
 grep -qx "version $version" "$work/said" || fail "its version is not $version"
 grep -q -e '-DTAVO_DDS=OFF' "$work/said" || fail "DDS is not left out by default"
+grep -q -e '-DTAVO_BUILD_AGENT=OFF' "$work/said" || fail "the agent is built for nobody"
 grep -qx 'missing ' "$work/said" || fail "$(grep ^missing "$work/said")"
-recipe CONFIG_LIBTAVO_DDS=y describe >"$work/said"
+recipe libtavo CONFIG_LIBTAVO_DDS=y describe >"$work/said"
 grep -q -e '-DTAVO_DDS=CYCLONEDDS' "$work/said" || fail "its option does not switch DDS on"
-if recipe TAVO_SOURCE_DIR="$work" all >/dev/null 2>"$work/said"; then fail "it builds from nothing"; fi
-grep -q 'does not hold libtavo' "$work/said" || fail "it does not tell of missing sources"
+if recipe libtavo TAVO_SOURCE_DIR="$work" all >/dev/null 2>"$work/said"; then
+    fail "it builds from nothing"
+fi
+grep -q 'does not hold libtavo' "$work/said" || fail "it does not report missing sources"
+recipe libpaho-mqtt-c describe >"$work/said"
+grep -qx 'package libpaho-mqtt-c' "$work/said" || fail "the recipe of Paho cannot be read"
+
+# --- libtavo and tavo-agent ---------------------------------------------------------------------
 
 rm -rf "$work/build"
-recipe all >"$work/log" 2>&1 || { tail -n 40 "$work/log" >&2; exit 1; }
-(cd "$work/package" && find . ! -type d | LC_ALL=C sort) >"$work/files"
-printf '%s\n' "./usr/lib/libtavo.so.${version%%.*}" "./usr/lib/libtavo.so.$version" | diff -u - "$work/files" >&2 ||
-    fail "the package holds other files than the library"
-# The development tree is all that CMake installs.
-(cd "$work/build/libtavo-$version/ipkg-install" && find . ! -type d | LC_ALL=C sort) >"$work/installed"
-grep -qx './usr/lib/pkgconfig/tavo.pc' "$work/installed" || fail "tavo.pc is not where the buildroot looks for it"
-(cd "$work/staging" && find . ! -type d | LC_ALL=C sort) | diff -u "$work/installed" - >&2 || fail "files are not staged"
+recipe libtavo CONFIG_PACKAGE_tavo-agent=y all >"$work/log" 2>&1 || {
+    tail -n 40 "$work/log" >&2
+    fail "the recipe of libtavo does not build"
+}
+files "$work/package" >"$work/files"
+printf '%s\n' "./libtavo/usr/lib/libtavo.so.${version%%.*}" "./libtavo/usr/lib/libtavo.so.$version" \
+    ./tavo-agent/etc/config/tavo-agent ./tavo-agent/etc/init.d/tavo-agent \
+    ./tavo-agent/usr/bin/tavo-rpc ./tavo-agent/usr/sbin/tavo-agent |
+    diff -u - "$work/files" >&2 || fail "the packages hold other files"
+files "$work/build/libtavo-$version/ipkg-install" >"$work/installed"
+grep -qx './usr/lib/pkgconfig/tavo.pc' "$work/installed" ||
+    fail "tavo.pc is not where the buildroot looks for it"
+files "$work/staging" | diff -u "$work/installed" - >&2 || fail "files are not staged"
 "$source/tests/consumer/use_library.sh" "$work/staging" /usr lib OFF "$version" >/dev/null
-echo "OpenWrt recipe: version $version, file lists as installed, used from its staging directory"
+
+# --- the application of the feed's page ---------------------------------------------------------
+
+# block LANGUAGE: the first block of that language on the page.
+block() { awk -v start="\`\`\`$1" '$0 == start { on = 1; next } on && /^```/ { exit } on' "$here/../README.md"; }
+mkdir -p "$work/report/src"
+block make >"$work/report/Makefile"
+block cmake >"$work/report/src/CMakeLists.txt"
+awk '/^```cpp/ { on = 1; next } on && /^```/ { exit } on' "$source/README.md" \
+    >"$work/report/src/report.cpp"
+recipe report all >"$work/log" 2>&1 || {
+    tail -n 40 "$work/log" >&2
+    fail "the application of the feed's page does not build"
+}
+LD_LIBRARY_PATH=$work/package/libtavo/usr/lib "$work/package/report/usr/bin/report" |
+    grep -q '"kernel"' || fail "the application of the feed's page does not run"
+
+# --- the service script -------------------------------------------------------------------------
+
+# started SETTINGS: what the script asks procd to start.
+started() {
+    mkdir -p "$work/config"
+    printf '%s\n' "$1" >"$work/config/tavo-agent"
+    sh "$here/rc.common" "$work/package/tavo-agent/etc/init.d/tavo-agent" "$work/config/tavo-agent"
+}
+expect() { printf '%s\n' "$1" | diff -u - "$work/said" >&2 || fail "$2"; }
+
+started "$(cat "$work/package/tavo-agent/etc/config/tavo-agent")" >"$work/said"
+expect "triggers tavo-agent" "the settings as installed start something"
+started "config agent 'main'
+	option enabled '1'
+	option name 'gw 7'
+	list allow '/bin/df'
+	list allow '/bin/echo'
+	option idle '5'
+	option log_limit '4096'
+	option mqtt 'broker:8883'
+	option certificates '/etc/tavo'
+	option base 'fleet/gw7'
+	option requests '1'
+	list remote_allow 'process.run'
+config agent 'other'
+	option enabled '1'
+config agent 'off'
+	option name 'off'" >"$work/said"
+expect "instance main
+command [/usr/sbin/tavo-agent] [--allow] [/bin/df] [--allow] [/bin/echo] [--idle] [5] [--log-limit] [4096] [--mqtt] [broker:8883] [--certificates] [/etc/tavo] [--base] [fleet/gw7] [--requests] [--remote-allow] [process.run] [gw 7]
+respawn [3600] [5] [0]
+stderr [1]
+instance other
+command [/usr/sbin/tavo-agent] [gateway]
+respawn [3600] [5] [0]
+stderr [1]
+triggers tavo-agent" "the service script starts other commands"
+# Every option that the script may pass is one that the agent knows.
+agent=$work/package/tavo-agent/usr/sbin/tavo-agent
+LD_LIBRARY_PATH=$work/package/libtavo/usr/lib "$agent" --help >"$work/help"
+for option in $(sed -n 's/.*append_\(option\|flag\) "$section" [a-z_]* \([a-z-]*\)$/--\2/p' \
+    "$here/../libtavo/files/tavo-agent.init") --allow --remote-allow; do
+    grep -q -e "^  $option\b" "$work/help" || fail "the agent has no option $option"
+done
+
+echo "OpenWrt recipes: version $version, packages as installed, application built, service started"

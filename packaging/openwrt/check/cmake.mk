@@ -1,5 +1,6 @@
-# Stand-in for the buildroot's file of this name, with this machine's compiler. As there, CMake is told of another system, the
-# flags of the release build are replaced, and all that is installed is staged for recipes that ask for it.
+# Stand-in for the buildroot's file of this name, with this machine's compiler. As there, CMake
+# builds for another system, the flags of the release build are replaced, and all that is installed is
+# staged for recipes that ask for it.
 PKG_INSTALL:=1
 
 define Build/Configure/Default
@@ -10,6 +11,7 @@ define Build/Configure/Default
 		-DCMAKE_CXX_FLAGS_RELEASE=-DNDEBUG \
 		-DCMAKE_SHARED_LINKER_FLAGS=-Wl,-Bsymbolic-functions \
 		-DCMAKE_FIND_ROOT_PATH=/usr \
+		-DCMAKE_PREFIX_PATH=$(OUT)/staging/usr \
 		-DCMAKE_STRIP=: \
 		-DCMAKE_INSTALL_PREFIX=/usr \
 		-DCMAKE_SKIP_RPATH=TRUE \
