@@ -3,45 +3,39 @@
 
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
+#include "program.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include <getopt.h>
-#include <pthread.h>
 #include <signal.h>
 
 namespace {
 
-const char kHelp[] =
-    "Usage: dds_node [OPTION...] client|server\n"
-    "Starts the DDS RMI runtime in the given role and stops it on SIGTERM or SIGINT.\n"
-    "\n"
-    "  --local DOMAIN   join this DDS domain (0 to 230), on this machine alone; needs\n"
-    "                   a library built with Cyclone DDS\n"
-    "  --help           print this text and exit\n"
-    "\n"
-    "Without --local the domain and its networks are what DDS has been configured to,\n"
-    "with Cyclone DDS by the environment variable CYCLONEDDS_URI. The library reports\n"
-    "each step to the system log.\n"
-    "\n"
-    "Exit status: 0 ended by a signal, 1 cannot start or stop, 2 usage error.\n";
+program::Description self = {
+    "dds_node", "Usage: dds_node [OPTION...] client|server\n"
+                "Starts the DDS RMI runtime in the given role and stops it on SIGTERM or SIGINT.\n"
+                "\n"
+                "  --local DOMAIN   join this DDS domain (0 to 230), on this machine alone; needs\n"
+                "                   a library built with Cyclone DDS\n"
+                "  --help           print this text and exit\n"
+                "\n"
+                "Without --local the domain and its networks are what DDS has been configured to,\n"
+                "with Cyclone DDS by the environment variable CYCLONEDDS_URI. The library reports\n"
+                "each step to the system log.\n"
+                "\n"
+                "Exit status: 0 ended by a signal, 1 cannot start or stop, 2 usage error.\n"};
 
 /// Highest domain whose ports exist for all participants that --local allows for.
 constexpr int kLastDomain = 230;
-
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        std::fprintf(stderr, "dds_node: %s\n", problem.c_str());
-    std::fputs("Try 'dds_node --help' for more information.\n", stderr);
-    std::exit(2);
-}
 
 int parseDomain(const std::string& text) {
     const bool isNumber = !text.empty() && text.size() <= 3 &&
                           text.find_first_not_of("0123456789") == std::string::npos;
     if (!isNumber || std::stoi(text) > kLastDomain)
-        usageError("the DOMAIN is not a number from 0 to " + std::to_string(kLastDomain));
+        program::usageError(self,
+                            "the DOMAIN is not a number from 0 to " + std::to_string(kLastDomain));
     return std::stoi(text);
 }
 
@@ -65,65 +59,42 @@ bool parseOptions(int argc, char** argv) {
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
-    char programName[] = "dds_node";
-    argv[0] = programName; // what getopt_long() begins its messages with
     int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+    while ((found = program::nextOption(self, argc, argv, known)) != -1) {
         switch (found) {
         case 'l':
             useLocalDomain(parseDomain(optarg));
             break;
-        case 'h':
-            std::fputs(kHelp, stdout);
-            std::exit(0);
-        default:
-            usageError(""); // getopt_long() has said what is wrong
         }
     }
     if (argc - optind != 1)
-        usageError("one role is needed: client or server");
+        program::usageError(self, "one role is needed: client or server");
     const std::string role = argv[optind];
     if (role != "client" && role != "server")
-        usageError("the role is neither client nor server");
+        program::usageError(self, "the role is neither client nor server");
     return role == "client";
-}
-
-/// Keeps the signals that end the program for sigwait(), in the threads of DDS, too.
-sigset_t blockEndSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
-}
-
-void say(const std::string& line) {
-    std::puts(line.c_str());
-    std::fflush(stdout);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     const bool isClient = parseOptions(argc, argv);
-    const sigset_t endSignals = blockEndSignals();
+    const sigset_t endSignals = program::blockEndSignals();
 
     kvr::api::mdw::NQ_DDS_RMI_RUNTIME runtime;
     if (runtime.startRUNTIME(isClient) != 0) {
         std::fputs("dds_node: the DDS RMI runtime did not start\n", stderr);
         return 1;
     }
-    say(isClient ? "running as client" : "running as server");
+    program::say(isClient ? "running as client" : "running as server");
 
-    int signal = 0;
-    sigwait(&endSignals, &signal);
+    program::waitForEnd(endSignals);
 
     // A process that just ends stays in its peers' lists for some seconds more.
     if (!runtime.stopRUNTIME()) {
         std::fputs("dds_node: the DDS RMI runtime did not stop\n", stderr);
         return 1;
     }
-    say("stopped");
+    program::say("stopped");
     return 0;
 }

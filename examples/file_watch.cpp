@@ -2,26 +2,26 @@
 
 #include <kvr/api/FileSystemWatcher.h>
 
+#include "program.h"
+
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <thread>
 
-#include <getopt.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/inotify.h>
 
 namespace {
 
-const char kHelp[] =
+program::Description self = {
+    "file_watch",
     "Usage: file_watch PATH...\n"
     "Prints a line \"EVENT PATH [NAME]\" for everything that is created, changed, moved or\n"
     "deleted in the directories, or happens to the files, until SIGTERM or SIGINT.\n"
     "\n"
     "  --help   print this text and exit\n"
     "\n"
-    "Exit status: 0 ended by a signal, 1 a path cannot be watched, 2 usage error.\n";
+    "Exit status: 0 ended by a signal, 1 a path cannot be watched, 2 usage error.\n"};
 
 struct EventName {
     unsigned int bit;
@@ -32,30 +32,11 @@ const EventName kEvents[] = {
     {IN_MOVED_TO, "moved-here"}, {IN_DELETE, "deleted"},      {IN_DELETE_SELF, "gone"},
 };
 
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        std::fprintf(stderr, "file_watch: %s\n", problem.c_str());
-    std::fputs("Try 'file_watch --help' for more information.\n", stderr);
-    std::exit(2);
-}
-
 /// Leaves the paths from `optind` on.
 void parseOptions(int argc, char** argv) {
-    static const option known[] = {
-        {"help", no_argument, nullptr, 'h'},
-        {nullptr, 0, nullptr, 0},
-    };
-    char programName[] = "file_watch";
-    argv[0] = programName; // what getopt_long() begins its messages with
-    int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
-        if (found != 'h')
-            usageError(""); // getopt_long() has said what is wrong
-        std::fputs(kHelp, stdout);
-        std::exit(0);
-    }
+    program::parseHelpOnly(self, argc, argv);
     if (optind == argc)
-        usageError("which PATH is to be watched?");
+        program::usageError(self, "which PATH is to be watched?");
 }
 
 /// The library's callback. Without a directory entry in play, `name` means nothing.
@@ -70,21 +51,11 @@ void printEvent(const Watcher& watcher, const std::string& name, unsigned int ma
     std::fflush(stdout);
 }
 
-/// Keeps the signals that end the program for sigwait(), in the watching thread, too.
-sigset_t blockEndSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
     parseOptions(argc, argv);
-    const sigset_t endSignals = blockEndSignals();
+    const sigset_t endSignals = program::blockEndSignals();
 
     unsigned int mask = 0;
     for (const EventName& event : kEvents)
@@ -101,8 +72,7 @@ int main(int argc, char** argv) {
     // With a flag of its own, unlike AsyncWatcherRunner, a stop before the loop begins is not lost.
     bool stop = false;
     std::thread watching([&] { watcher.run(stop); });
-    int signal = 0;
-    sigwait(&endSignals, &signal);
+    program::waitForEnd(endSignals);
     stop = true;
     watching.join();
     return 0;

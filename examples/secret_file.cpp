@@ -7,19 +7,19 @@
 
 #include <kvr/api/crypto/NQ_Crypto.h>
 
+#include "program.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <limits>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <fcntl.h>
-#include <getopt.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +28,8 @@ namespace {
 
 using kvr::api::crypto::NQ_Crypto;
 
-const char kHelp[] =
+program::Description self = {
+    "secret_file",
     "Usage: secret_file --encrypt|--decrypt --parts FILE INPUT OUTPUT\n"
     "Encrypts or decrypts the file INPUT into the file OUTPUT (AES-256, CBC).\n"
     "\n"
@@ -42,7 +43,7 @@ const char kHelp[] =
     "fails. A wrong key is noticed, but not every damage: a file that may have been\n"
     "changed on its way needs a signature of its own.\n"
     "\n"
-    "Exit status: 0 done, 1 failed, 2 usage error.\n";
+    "Exit status: 0 done, 1 failed, 2 usage error.\n"};
 
 /// Stands before the content, encrypted with it. The padding alone does not tell every wrong key:
 /// one in some 256 leaves one that looks right.
@@ -51,35 +52,19 @@ const std::string kMarker = "tavo secret file\n";
 /// Room for the marker and the padding stays below what an int counts.
 constexpr std::size_t kLargestFile = std::numeric_limits<int>::max() - 64u;
 
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        std::cerr << "secret_file: " << problem << '\n';
-    std::cerr << "Try 'secret_file --help' for more information.\n";
-    std::exit(2);
-}
-
-[[noreturn]] void fail(const std::string& problem) {
-    std::cerr << "secret_file: " << problem << '\n';
-    std::exit(1);
-}
-
-[[noreturn]] void failWithReason(const std::string& problem) {
-    fail(problem + ": " + std::strerror(errno));
-}
-
 std::string readAll(const std::string& path) {
     const std::unique_ptr<FILE, int (*)(FILE*)> stream(std::fopen(path.c_str(), "rb"), std::fclose);
     if (stream == nullptr)
-        failWithReason(path);
+        program::failWithReason(self, path);
     std::string content;
     char piece[4096];
     while (const std::size_t length = std::fread(piece, 1, sizeof piece, stream.get()))
         content.append(piece, length);
     // A directory can be opened, but not read. Not every library's streams tell that from its end.
     if (std::ferror(stream.get()) != 0)
-        failWithReason(path);
+        program::failWithReason(self, path);
     if (content.size() > kLargestFile)
-        fail(path + ": too large");
+        program::fail(self, path + ": too large");
     return content;
 }
 
@@ -95,7 +80,7 @@ std::vector<std::string> linesOf(const std::string& path) {
         }
     }
     if (lines.empty())
-        fail(path + ": no line to derive a key from");
+        program::fail(self, path + ": no line to derive a key from");
     return lines;
 }
 
@@ -117,7 +102,7 @@ extern "C" void endBySignal(int signal) {
 int createPartFile(const std::string& output) {
     const std::string path = output + ".part";
     if (path.size() >= sizeof partFile)
-        fail(output + ": the name is too long");
+        program::fail(self, output + ": the name is too long");
     // None may come between making the file and noting that there is one to remove.
     sigset_t ending;
     sigemptyset(&ending);
@@ -128,7 +113,7 @@ int createPartFile(const std::string& output) {
     sigprocmask(SIG_BLOCK, &ending, nullptr);
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (file == -1)
-        failWithReason(path);
+        program::failWithReason(self, path);
     std::strcpy(partFile, path.c_str());
     std::atexit(removePartFile);
     sigprocmask(SIG_UNBLOCK, &ending, nullptr);
@@ -139,7 +124,7 @@ void writeAll(int file, const std::string& content) {
     for (std::size_t done = 0; done < content.size();) {
         const ssize_t written = write(file, content.data() + done, content.size() - done);
         if (written == -1 && errno != EINTR)
-            failWithReason(partFile);
+            program::failWithReason(self, partFile);
         if (written > 0)
             done += static_cast<std::size_t>(written);
     }
@@ -147,9 +132,9 @@ void writeAll(int file, const std::string& content) {
 
 void putInPlace(int file, const std::string& output) {
     if (fsync(file) != 0 || close(file) != 0)
-        failWithReason(partFile);
+        program::failWithReason(self, partFile);
     if (std::rename(partFile, output.c_str()) != 0)
-        failWithReason(output);
+        program::failWithReason(self, output);
     partFile[0] = '\0';
 }
 
@@ -191,20 +176,20 @@ void decryptSafely(int file, NQ_Crypto& crypto, const std::string& input,
                    const std::string& cipher) {
     const pid_t child = fork();
     if (child == -1)
-        failWithReason("fork");
+        program::failWithReason(self, "fork");
     if (child == 0)
         decryptInto(file, crypto, cipher);
     int status = 0;
     while (waitpid(child, &status, 0) == -1) {
         if (errno != EINTR)
-            failWithReason("waitpid");
+            program::failWithReason(self, "waitpid");
     }
     const bool wrongPadding = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
     const bool wrongMarker = WIFEXITED(status) && WEXITSTATUS(status) == 3;
     if (wrongPadding || wrongMarker)
-        fail(input + ": not encrypted with this key, or damaged");
+        program::fail(self, input + ": not encrypted with this key, or damaged");
     if (status != 0)
-        fail(std::string(partFile) + ": cannot be written");
+        program::fail(self, std::string(partFile) + ": cannot be written");
 }
 
 } // namespace
@@ -215,35 +200,28 @@ int main(int argc, char** argv) {
                                    {"parts", required_argument, nullptr, 'p'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
-    char programName[] = "secret_file";
-    argv[0] = programName; // what getopt_long() begins its messages with
     int direction = 0;
     std::string parts;
     int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+    while ((found = program::nextOption(self, argc, argv, known)) != -1) {
         switch (found) {
         case 'e':
         case 'd':
             if (direction != 0 && direction != found)
-                usageError("--encrypt and --decrypt exclude each other");
+                program::usageError(self, "--encrypt and --decrypt exclude each other");
             direction = found;
             break;
         case 'p':
             parts = optarg;
             break;
-        case 'h':
-            std::fputs(kHelp, stdout);
-            return 0;
-        default:
-            usageError("");
         }
     }
     if (direction == 0)
-        usageError("--encrypt or --decrypt is missing");
+        program::usageError(self, "--encrypt or --decrypt is missing");
     if (parts.empty())
-        usageError("--parts is missing");
+        program::usageError(self, "--parts is missing");
     if (argc - optind != 2)
-        usageError("INPUT and OUTPUT are needed, and nothing else");
+        program::usageError(self, "INPUT and OUTPUT are needed, and nothing else");
     const std::string input = argv[optind];
     const std::string output = argv[optind + 1];
 

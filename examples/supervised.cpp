@@ -13,18 +13,18 @@
 #include <kvr/api/datetime/NQ_Time.h>
 #include <kvr/api/sys/NQ_System.h>
 
+#include "program.h"
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
 #include <thread>
 
-#include <getopt.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
@@ -35,7 +35,8 @@
 
 namespace {
 
-const char kHelp[] =
+program::Description self = {
+    "supervised",
     "Usage: supervised\n"
     "Answers the lines that a supervisor writes to its standard input, which must be\n"
     "a pipe or a socket. To try it by hand: cat | supervised\n"
@@ -50,23 +51,7 @@ const char kHelp[] =
     "It also ends, within about a second, at the end of its input and on SIGTERM or\n"
     "SIGINT. An empty line is then written.\n"
     "\n"
-    "Exit status: 0 ended as asked, 1 failed, 2 usage error.\n";
-
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        std::cerr << "supervised: " << problem << '\n';
-    std::cerr << "Try 'supervised --help' for more information.\n";
-    std::exit(2);
-}
-
-[[noreturn]] void fail(const std::string& problem) {
-    std::cerr << "supervised: " << problem << '\n';
-    std::exit(1);
-}
-
-[[noreturn]] void failWithReason(const std::string& problem) {
-    fail(problem + ": " + std::strerror(errno));
-}
+    "Exit status: 0 ended as asked, 1 failed, 2 usage error.\n"};
 
 /// Answers the lines, on the thread that runs the reader's loop.
 class Commands : public kvr::api::iot::Observer<StdInReader> {
@@ -117,7 +102,7 @@ public:
         signals_ = signalfd(-1, &signals, SFD_CLOEXEC);
         end_ = eventfd(0, EFD_CLOEXEC);
         if (signals_ == -1 || end_ == -1)
-            failWithReason("cannot wait for signals");
+            program::failWithReason(self, "cannot wait for signals");
         thread_ = std::thread([this] { run(); });
     }
 
@@ -160,27 +145,19 @@ private:
 void requirePipe() {
     struct stat input = {};
     if (fstat(STDIN_FILENO, &input) != 0)
-        failWithReason("standard input");
+        program::failWithReason(self, "standard input");
     // The end of a file or a terminal cannot be told from a line that has arrived.
     if (!S_ISFIFO(input.st_mode) && !S_ISSOCK(input.st_mode))
-        fail("standard input is neither a pipe nor a socket (by hand: cat | supervised)");
+        program::fail(self,
+                      "standard input is neither a pipe nor a socket (by hand: cat | supervised)");
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    static const option known[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
-    char programName[] = "supervised";
-    argv[0] = programName; // what getopt_long() begins its messages with
-    int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
-        if (found != 'h')
-            usageError("");
-        std::fputs(kHelp, stdout);
-        return 0;
-    }
+    program::parseHelpOnly(self, argc, argv);
     if (optind != argc)
-        usageError("unexpected argument '" + std::string(argv[optind]) + "'");
+        program::usageError(self, "unexpected argument '" + std::string(argv[optind]) + "'");
     requirePipe();
     std::signal(SIGPIPE, SIG_IGN); // a supervisor that is gone shows as a failed stream
 

@@ -4,13 +4,11 @@
 #include <kvr/api/datetime/NQ_Time.h>
 #include <kvr/api/sys/NQ_Gpio.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include "program.h"
+
 #include <string>
 #include <thread>
 
-#include <getopt.h>
-#include <pthread.h>
 #include <signal.h>
 
 using kvr::api::com::NQ_Mqtt;
@@ -18,7 +16,8 @@ using kvr::api::sys::NQ_Gpio;
 
 namespace {
 
-const char kHelp[] =
+program::Description self = {
+    "telemetry",
     "Usage: telemetry [OPTION...]\n"
     "Publishes the board's temperature, voltage and inputs once a second, until SIGTERM or\n"
     "SIGINT. The uplink LED is lit while the broker is connected.\n"
@@ -28,20 +27,13 @@ const char kHelp[] =
     "                        /state, which is retained: online or offline (gateway/board)\n"
     "  --help                print this text and exit\n"
     "\n"
-    "Exit status: 0 ended by a signal, 2 usage error.\n";
+    "Exit status: 0 ended by a signal, 2 usage error.\n"};
 
 struct Options {
     std::string host = "127.0.0.1";
     std::string port = "1883";
     std::string topic = "gateway/board";
 };
-
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        std::fprintf(stderr, "telemetry: %s\n", problem.c_str());
-    std::fputs("Try 'telemetry --help' for more information.\n", stderr);
-    std::exit(2);
-}
 
 void parseBroker(const std::string& text, Options& options) {
     const std::size_t colon = text.rfind(':');
@@ -52,7 +44,7 @@ void parseBroker(const std::string& text, Options& options) {
                           options.port.find_first_not_of("0123456789") == std::string::npos;
     if (options.host.empty() || !isNumber || std::stoi(options.port) < 1 ||
         std::stoi(options.port) > 65535)
-        usageError("the broker is not HOST or HOST:PORT");
+        program::usageError(self, "the broker is not HOST or HOST:PORT");
 }
 
 Options parseOptions(int argc, char** argv) {
@@ -62,11 +54,9 @@ Options parseOptions(int argc, char** argv) {
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
-    char programName[] = "telemetry";
-    argv[0] = programName; // what getopt_long() begins its messages with
     Options options;
     int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+    while ((found = program::nextOption(self, argc, argv, known)) != -1) {
         switch (found) {
         case 'b':
             parseBroker(optarg, options);
@@ -74,17 +64,12 @@ Options parseOptions(int argc, char** argv) {
         case 't':
             options.topic = optarg;
             break;
-        case 'h':
-            std::fputs(kHelp, stdout);
-            std::exit(0);
-        default:
-            usageError(""); // getopt_long() has said what is wrong
         }
     }
     if (optind != argc)
-        usageError("unknown argument '" + std::string(argv[optind]) + "'");
+        program::usageError(self, "unknown argument '" + std::string(argv[optind]) + "'");
     if (options.topic.empty() || options.topic.find_first_of("+#") != std::string::npos)
-        usageError("the topic is empty or has a wildcard");
+        program::usageError(self, "the topic is empty or has a wildcard");
     return options;
 }
 
@@ -116,26 +101,15 @@ void publishUntilToldToEnd(const Options& options, bool& keepGoing) {
     }
 }
 
-/// Keeps the signals that end the program for sigwait(), in the threads of the MQTT client, too.
-sigset_t blockEndSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
     const Options options = parseOptions(argc, argv);
-    const sigset_t endSignals = blockEndSignals();
+    const sigset_t endSignals = program::blockEndSignals();
 
     bool keepGoing = true; // plain, as connect() takes it; read at the latest a second after
     std::thread publishing([&] { publishUntilToldToEnd(options, keepGoing); });
-    int signal = 0;
-    sigwait(&endSignals, &signal);
+    program::waitForEnd(endSignals);
     keepGoing = false;
     publishing.join();
     return 0;

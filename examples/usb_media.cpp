@@ -4,18 +4,18 @@
 #include <kvr/api/datetime/NQ_Time.h>
 #include <kvr/api/file/NQ_Files.h>
 
+#include "program.h"
+
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <string>
 
-#include <getopt.h>
-#include <pthread.h>
 #include <signal.h>
 
 namespace {
 
-const char kHelp[] =
+program::Description self = {
+    "usb_media",
     "Usage: usb_media DEVICE DIRECTORY\n"
     "Mounts /dev/DEVICE on DIRECTORY whenever it is there, lists its files, and unmounts it\n"
     "when it goes, until SIGTERM or SIGINT. DIRECTORY is made when missing. Needs the rights\n"
@@ -23,14 +23,7 @@ const char kHelp[] =
     "\n"
     "  --help   print this text and exit\n"
     "\n"
-    "Exit status: 0 ended by a signal, 1 DIRECTORY cannot be made, 2 usage error.\n";
-
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        std::fprintf(stderr, "usb_media: %s\n", problem.c_str());
-    std::fputs("Try 'usb_media --help' for more information.\n", stderr);
-    std::exit(2);
-}
+    "Exit status: 0 ended by a signal, 1 DIRECTORY cannot be made, 2 usage error.\n"};
 
 /// The library puts both names into command lines of the shell as they are.
 bool isHarmless(const std::string& name, const char* more) {
@@ -41,40 +34,13 @@ bool isHarmless(const std::string& name, const char* more) {
 
 /// Leaves the device at `optind`, and the directory behind it.
 void parseOptions(int argc, char** argv) {
-    static const option known[] = {
-        {"help", no_argument, nullptr, 'h'},
-        {nullptr, 0, nullptr, 0},
-    };
-    char programName[] = "usb_media";
-    argv[0] = programName; // what getopt_long() begins its messages with
-    int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
-        if (found != 'h')
-            usageError(""); // getopt_long() has said what is wrong
-        std::fputs(kHelp, stdout);
-        std::exit(0);
-    }
+    program::parseHelpOnly(self, argc, argv);
     if (argc - optind != 2)
-        usageError("a DEVICE and a DIRECTORY are needed");
+        program::usageError(self, "a DEVICE and a DIRECTORY are needed");
     if (!isHarmless(argv[optind], ""))
-        usageError("the DEVICE is not a plain name, such as sda1");
+        program::usageError(self, "the DEVICE is not a plain name, such as sda1");
     if (!isHarmless(argv[optind + 1], "/"))
-        usageError("the DIRECTORY has characters that a command line cannot carry");
-}
-
-/// Keeps the signals that end the program for sigwait(), in the watching thread, too.
-sigset_t blockEndSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
-}
-
-void say(const std::string& line) {
-    std::puts(line.c_str());
-    std::fflush(stdout);
+        program::usageError(self, "the DIRECTORY has characters that a command line cannot carry");
 }
 
 } // namespace
@@ -83,7 +49,7 @@ int main(int argc, char** argv) {
     parseOptions(argc, argv);
     const std::string device = argv[optind];
     const std::string directory = argv[optind + 1];
-    const sigset_t endSignals = blockEndSignals();
+    const sigset_t endSignals = program::blockEndSignals();
 
     try {
         // The callbacks run on the watching thread, save for a device there at the start or the
@@ -91,14 +57,13 @@ int main(int argc, char** argv) {
         const kvr::api::AutoMount media(
             device, directory,
             [&] {
-                say("usb_media: " + device + " is mounted");
+                program::say("usb_media: " + device + " is mounted");
                 for (const std::string& file :
                      kvr::api::file::NQ_FileUtils::getFilesFromDir(directory))
-                    say("usb_media: " + file);
+                    program::say("usb_media: " + file);
             },
-            [&] { say("usb_media: " + device + " is unmounted"); });
-        int signal = 0;
-        sigwait(&endSignals, &signal);
+            [&] { program::say("usb_media: " + device + " is unmounted"); });
+        program::waitForEnd(endSignals);
         // An object destroyed right after its construction may hang: the stop of a thread that has
         // not begun its loop is lost. A signal can be that early.
         kvr::api::datetime::NQ_Time::delay(100);

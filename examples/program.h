@@ -1,0 +1,89 @@
+#ifndef TAVO_EXAMPLES_PROGRAM_H
+#define TAVO_EXAMPLES_PROGRAM_H
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <getopt.h>
+#include <pthread.h>
+#include <signal.h>
+
+/// What the larger examples share and what has nothing to do with the library: messages, options
+/// and an orderly end by a signal.
+namespace program {
+
+/// The program's name, as messages begin with it, and its help text.
+struct Description {
+    std::string name;
+    const char* help;
+};
+
+/// Exit status 2. `problem` may be empty when it has been printed already.
+[[noreturn]] inline void usageError(const Description& program, const std::string& problem) {
+    if (!problem.empty())
+        std::fprintf(stderr, "%s: %s\n", program.name.c_str(), problem.c_str());
+    std::fprintf(stderr, "Try '%s --help' for more information.\n", program.name.c_str());
+    std::exit(2);
+}
+
+/// Exit status 1.
+[[noreturn]] inline void fail(const Description& program, const std::string& problem) {
+    std::fprintf(stderr, "%s: %s\n", program.name.c_str(), problem.c_str());
+    std::exit(1);
+}
+
+/// The same with the reason that errno gives.
+[[noreturn]] inline void failWithReason(const Description& program, const std::string& problem) {
+    fail(program, problem + ": " + std::strerror(errno));
+}
+
+/// The next option as getopt_long() returns it, -1 behind the last. Carries out 'h', which stands
+/// for --help, and ends the program for an option that is not in `known`.
+inline int nextOption(Description& program, int argc, char** argv, const option* known) {
+    argv[0] = &program.name[0]; // getopt_long() begins its messages with it
+    const int found = getopt_long(argc, argv, "", known, nullptr);
+    if (found == 'h') {
+        std::fputs(program.help, stdout);
+        std::exit(0);
+    }
+    if (found == '?')
+        usageError(program, ""); // getopt_long() has printed what is wrong
+    return found;
+}
+
+/// Parses the options of a program that knows --help alone. Leaves the arguments from `optind` on.
+inline void parseHelpOnly(Description& program, int argc, char** argv) {
+    static const option known[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
+    while (nextOption(program, argc, argv, known) != -1) {
+    }
+}
+
+/// Prints a line that a reader behind a pipe sees immediately.
+inline void say(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
+/// SIGTERM and SIGINT, blocked for this thread and those that it starts from now on: call it before
+/// the first thread is started, also by the library. Programs that it starts inherit the mask.
+inline sigset_t blockEndSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+/// Blocks until one of the signals arrives.
+inline void waitForEnd(const sigset_t& signals) {
+    int signal = 0;
+    sigwait(&signals, &signal);
+}
+
+} // namespace program
+
+#endif
