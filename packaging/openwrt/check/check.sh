@@ -98,7 +98,7 @@ started "config agent 'main'
 	option idle '5'
 	option log_limit '4096'
 	option mqtt 'broker:8883'
-	option certificates '/etc/tavo'
+	option tls '/etc/tavo'
 	option base 'fleet/gw7'
 	option requests '1'
 	list remote_allow 'process.run'
@@ -107,7 +107,7 @@ config agent 'other'
 config agent 'off'
 	option name 'off'" >"$work/said"
 expect "instance main
-command [/usr/sbin/tavo-agent] [--allow] [/bin/df] [--allow] [/bin/echo] [--idle] [5] [--log-limit] [4096] [--mqtt] [broker:8883] [--certificates] [/etc/tavo] [--base] [fleet/gw7] [--requests] [--remote-allow] [process.run] [gw 7]
+command [/usr/sbin/tavo-agent] [--allow] [/bin/df] [--allow] [/bin/echo] [--idle] [5] [--log-limit] [4096] [--mqtt] [broker:8883] [--tls] [/etc/tavo] [--base] [fleet/gw7] [--requests] [--remote-allow] [process.run] [gw 7]
 respawn [3600] [5] [0]
 stderr [1]
 instance other
