@@ -99,7 +99,7 @@ int NQ_Crypto::computeSHA256(const char* text, unsigned char* out, int n) {
     SHA1_Final(digest, &context);
 
     char hex[kHexDigits + 1];
-    for (int i = 0; i < SHA_DIGEST_LENGTH; ++i)
+    for (std::size_t i = 0; i < SHA_DIGEST_LENGTH; ++i)
         (void)std::snprintf(hex + 2 * i, 3, "%02x", static_cast<unsigned int>(digest[i]));
     std::copy_n(hex, std::max(0, std::min(n, kHexDigits)), out);
     return 0;
