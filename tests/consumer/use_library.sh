@@ -62,5 +62,10 @@ case $(pkg-config --variable=libdir tavo) in
 "$root$prefix"*) ;;
 *) echo "tavo.pc names a place outside of the installed tree" >&2; exit 1 ;;
 esac
+provider=$(pkg-config --variable=dds_provider tavo)
+case $dds:$provider in
+OFF:OFF | ON:CYCLONEDDS | ON:OPENSPLICE) ;;
+*) echo "tavo.pc names the DDS provider '$provider', but DDS is $dds" >&2; exit 1 ;;
+esac
 [ -e "$root$prefix/$libdir/libtavo.so.$version" ] || { echo "there is no libtavo.so.$version" >&2; exit 1; }
 echo "find_package and pkg-config: tavo $version, DDS $dds"
