@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -29,10 +30,25 @@ namespace {
 /// without a pause, and prints two lines each time.
 constexpr int kShortagePauseMs = 200;
 
+/// What the kernel needs to queue a message, besides its bytes.
+constexpr int kOverhead = 16 * 1024;
+
 Connections* active = nullptr;
 
 bool isShortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
+}
+
+/// Lets `socket` keep a message until the client reads it, as far as the system allows.
+void makeRoom(int socket, std::size_t bytes) {
+    // The kernel doubles the value that is set, and counts its own overhead, too.
+    const int needed = static_cast<int>(bytes) + kOverhead;
+    int room = 0;
+    socklen_t length = sizeof room;
+    if (getsockopt(socket, SOL_SOCKET, SO_SNDBUF, &room, &length) == 0 && room >= 2 * needed)
+        return;
+    if (setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &needed, sizeof needed) != 0) // root only
+        setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &needed, sizeof needed);
 }
 
 /// A client that has hung up already; -1 when there are no descriptors for it.
@@ -57,6 +73,19 @@ Connections::~Connections() {
     active = nullptr;
     closeClient();
     close(wakeUp_);
+}
+
+bool Connections::answer(const std::string& text) {
+    const auto length = static_cast<std::uint32_t>(text.size());
+    std::string message(reinterpret_cast<const char*>(&length), sizeof length);
+    message += text;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    makeRoom(client_, message.size());
+    if (send(client_, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL) ==
+        static_cast<ssize_t>(message.size()))
+        return true;
+    shutdown(client_, SHUT_RDWR);
+    return false;
 }
 
 void Connections::endLoop() {

@@ -32,6 +32,11 @@ public:
     /// Waits until the loop asks for its first client: the server then listens.
     void waitUntilListening() { listening_.get_future().wait(); }
 
+    /// Sends a message to the client whose message is being handled: the length in four bytes, host
+    /// byte order, then `text`. Never waits. False when the client does not take all of it: its
+    /// connection ends then, since what follows would be taken for the rest. On the loop's thread.
+    bool answer(const std::string& text);
+
     /// Ends the loop after the message in progress. From any thread.
     void endLoop();
 

@@ -1,5 +1,6 @@
 #include "Agent.h"
 
+#include "Accept.h"
 #include "Log.h"
 #include "MqttPublisher.h"
 #include "rpc/RequestHandler.h"
@@ -13,6 +14,8 @@ void Agent::update(kvr::api::com::NQ_Sockets* server) {
             logError("the response could not be written");
         if (publisher_ != nullptr)
             publisher_->publish(response.text);
+        if (response.wantedBySender && !connections_.answer(response.text))
+            logError("the response could not be sent back");
     }
 }
 

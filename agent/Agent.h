@@ -7,15 +7,18 @@
 
 namespace agent {
 
+class Connections;
 class MqttPublisher;
 class RequestHandler;
 
-/// Takes the messages of the socket server: has each handled, prints the response and publishes it.
+/// Takes the messages of the socket server: has each handled, prints the response, publishes it,
+/// and sends it back where the request asks for it.
 class Agent : public kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 public:
     /// `publisher` may be null. All must outlive the agent.
-    Agent(RequestHandler& handler, const ResponseOutput& output, MqttPublisher* publisher)
-        : handler_(handler), output_(output), publisher_(publisher) {}
+    Agent(RequestHandler& handler, Connections& connections, const ResponseOutput& output,
+          MqttPublisher* publisher)
+        : handler_(handler), connections_(connections), output_(output), publisher_(publisher) {}
 
     /// On the server's thread. Raises std::runtime_error once the handler refuses requests, upon
     /// which the server gives up the connection.
@@ -23,6 +26,7 @@ public:
 
 private:
     RequestHandler& handler_;
+    Connections& connections_;
     const ResponseOutput& output_;
     MqttPublisher* publisher_;
 };

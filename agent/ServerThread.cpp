@@ -9,9 +9,9 @@
 
 namespace agent {
 
-ServerThread::ServerThread(kvr::api::com::NQ_Sockets& server, const std::string& path,
-                           std::chrono::seconds idleLimit)
-    : path_(path), connections_(path, idleLimit),
+ServerThread::ServerThread(kvr::api::com::NQ_Sockets& server, Connections& connections,
+                           const std::string& path)
+    : connections_(connections), path_(path),
       thread_([this, &server] { server.loop(connections_.stopFlag()); }) {
     connections_.waitUntilListening();
 }

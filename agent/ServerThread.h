@@ -5,7 +5,6 @@
 
 #include <kvr/api/com/NQ_Sockets.h>
 
-#include <chrono>
 #include <string>
 #include <thread>
 
@@ -14,10 +13,9 @@ namespace agent {
 /// Runs the loop of a socket server on a thread of its own.
 class ServerThread {
 public:
-    /// `path` is the server's socket file; a client that stays silent for `idleLimit` is cut off.
-    /// Returns once the server listens.
-    ServerThread(kvr::api::com::NQ_Sockets& server, const std::string& path,
-                 std::chrono::seconds idleLimit);
+    /// `path` is the server's socket file. Returns once the server listens.
+    ServerThread(kvr::api::com::NQ_Sockets& server, Connections& connections,
+                 const std::string& path);
     /// Ends the loop after the message in progress, waits for it, and removes the socket file.
     ~ServerThread();
     ServerThread(const ServerThread&) = delete;
@@ -27,8 +25,8 @@ public:
     void beginEnd() { connections_.endLoop(); }
 
 private:
+    Connections& connections_;
     std::string path_;
-    Connections connections_;
     std::thread thread_;
 };
 

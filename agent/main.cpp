@@ -1,6 +1,7 @@
 // A management agent for the gateway: takes JSON-RPC requests on a local socket and carries them
 // out with the library's classes. See Options.cpp for its help text.
 
+#include "Accept.h"
 #include "Agent.h"
 #include "Descriptors.h"
 #include "Log.h"
@@ -69,14 +70,15 @@ int serve(const Options& options, const ResponseOutput& output) {
     if (options.broker)
         publisher.emplace(*options.broker, options.name);
     RequestHandler handler(dispatcher);
-    Agent agent(handler, output, publisher ? &*publisher : nullptr);
+    Connections connections(path, options.idleLimit);
+    Agent agent(handler, connections, output, publisher ? &*publisher : nullptr);
     std::optional<kvr::api::com::NQ_Sockets> server;
     std::optional<ServerThread> thread;
     {
         const OwnerOnly ownerOnly;
         server.emplace(options.name.c_str());
         server->attach(&agent);
-        thread.emplace(*server, path, options.idleLimit);
+        thread.emplace(*server, connections, path);
     }
 
     const int signal = awaitEndSignal();

@@ -89,6 +89,8 @@ void Request::check() const {
     json_object* version = member(tree_, "jsonrpc");
     if (!isType(version, json_type_string) || textOf(version) != "2.0")
         refuse(ErrorCode::invalidRequest, "\"jsonrpc\" must be \"2.0\"");
+    if (has(tree_, "answer") && !isType(member(tree_, "answer"), json_type_boolean))
+        refuse(ErrorCode::invalidRequest, "\"answer\" must be true or false");
     if (method_.empty())
         refuse(ErrorCode::invalidRequest, "\"method\" must be a string that is not empty");
     if (has(tree_, "params")) {

@@ -1,158 +1,174 @@
-// tavo-rpc: sends messages to a program that serves NQ_Sockets: for each, the length in four bytes, host byte
-// order, then the bytes.
+// tavo-rpc: sends requests to the agent, or any messages to a program that serves NQ_Sockets.
 
-#include "SocketDirectory.h"
+#include "rpc/Json.h"
+#include "sender/Connection.h"
+#include "sender/Payload.h"
 
-#include <algorithm>
-#include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <exception>
 #include <iostream>
-#include <iterator>
-#include <limits>
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <getopt.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace {
 
+using namespace agent;
+using std::chrono::seconds;
+
 const char kHelp[] =
-    "Usage: tavo-rpc NAME [FILE...]\n"
-    "Sends each FILE as one message to the socket /tmp/socketDDS/NAME; with no FILE,\n"
-    "or when FILE is -, what standard input holds.\n"
+    "Usage: tavo-rpc [OPTION...] NAME [FILE...]\n"
+    "Sends each FILE as one request to the agent NAME (the socket /tmp/socketDDS/NAME)\n"
+    "and prints its response, one line of JSON; with no FILE, or when FILE is -, sends\n"
+    "what standard input holds.\n"
     "\n"
-    "  --help   print this text and exit\n"
+    "  --no-answer        send each FILE as it is, on one connection, and ask for no\n"
+    "                     response; for servers other than the agent, too\n"
+    "  --timeout SECONDS  how long to wait for each response (30 unless given)\n"
+    "  --help             print this text and exit\n"
     "\n"
-    "The server takes a message by a single read, so it must arrive at once: up to\n"
-    "32 KiB always do, more may be cut (tavo-rpc then warns), and above some 200 KiB\n"
-    "is cut for certain. Nothing comes back on the socket.\n"
+    "A request without an id gets no response. To the others tavo-rpc adds the member\n"
+    "\"answer\": true, by which the agent answers on the connection. The server takes a\n"
+    "message by a single read, so it must arrive in one piece: up to 32 KiB always do,\n"
+    "more may be cut (tavo-rpc then warns), and above some 200 KiB is always cut.\n"
     "\n"
-    "Exit status: 0 all sent, 1 something could not be sent, 2 usage error.\n";
+    "Exit status: 0 every request has its result (with --no-answer: all are sent),\n"
+    "1 a response is an error, or something could not be read or sent, 2 no response\n"
+    "came in time, or usage error.\n";
 
 /// The kernel queues what one send() gives in pieces of at least this size; the server may find
 /// only the first one.
 constexpr std::size_t kSafeSize = 32 * 1024;
 
-/// A server that has given up a connection does not close it: sending would wait for ever.
-constexpr int kSendLimitSeconds = 5;
+constexpr seconds kConnectLimit(5); ///< with --no-answer
+constexpr int kMostSeconds = 24 * 60 * 60;
+
+enum Status { success = 0, failure = 1, noAnswer = 2, usage = 2 };
+
+struct Options {
+    std::string name;
+    std::vector<std::string> files;
+    bool answers = true;
+    seconds timeout{30};
+};
+
+void complain(const std::string& problem) { std::cerr << "tavo-rpc: " << problem << '\n'; }
 
 [[noreturn]] void usageError(const std::string& problem) {
     if (!problem.empty())
-        std::cerr << "tavo-rpc: " << problem << '\n';
+        complain(problem);
     std::cerr << "Try 'tavo-rpc --help' for more information.\n";
-    std::exit(2);
+    std::exit(usage);
 }
 
-[[noreturn]] void fail(const std::string& problem) {
-    std::cerr << "tavo-rpc: " << problem << '\n';
-    std::exit(1);
+seconds parseTimeout(const std::string& text) {
+    const bool isNumber = !text.empty() && text.size() <= 6 &&
+                          text.find_first_not_of("0123456789") == std::string::npos;
+    if (!isNumber || std::stoi(text) < 1 || std::stoi(text) > kMostSeconds)
+        usageError("--timeout takes a number of seconds, 1 to " + std::to_string(kMostSeconds));
+    return seconds(std::stoi(text));
 }
 
-[[noreturn]] void failWithReason(const std::string& problem) {
-    fail(problem + ": " + std::strerror(errno));
+Options parseOptions(int argc, char** argv) {
+    static const option known[] = {{"no-answer", no_argument, nullptr, 'n'},
+                                   {"timeout", required_argument, nullptr, 't'},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {nullptr, 0, nullptr, 0}};
+    char programName[] = "tavo-rpc";
+    argv[0] = programName; // what getopt_long() begins its messages with
+    Options options;
+    int found;
+    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+        switch (found) {
+        case 'n':
+            options.answers = false;
+            break;
+        case 't':
+            options.timeout = parseTimeout(optarg);
+            break;
+        case 'h':
+            std::fputs(kHelp, stdout);
+            std::exit(success);
+        default:
+            usageError(""); // getopt_long() has said what is wrong
+        }
+    }
+    if (optind == argc)
+        usageError("the NAME of the socket is missing");
+    options.name = argv[optind];
+    options.files.assign(argv + optind + 1, argv + argc);
+    if (options.files.empty())
+        options.files.emplace_back("-");
+    return options;
 }
 
-std::string readAll(const std::string& file) {
-    if (file == "-")
-        return std::string(std::istreambuf_iterator<char>(std::cin), {});
-    const std::unique_ptr<FILE, int (*)(FILE*)> stream(std::fopen(file.c_str(), "rb"), std::fclose);
-    if (stream == nullptr)
-        failWithReason(file);
-    std::string content;
-    char piece[4096];
-    while (const std::size_t length = std::fread(piece, 1, sizeof piece, stream.get()))
-        content.append(piece, length);
-    // A directory can be opened, but not read. Not every library's streams tell that from its end.
-    if (std::ferror(stream.get()) != 0)
-        failWithReason(file);
-    return content;
+/// Sends one message, and returns the answer to it, which is empty when none is due.
+std::string transfer(Connection& connection, const Payload& payload, seconds timeout) {
+    if (payload.text.size() + sizeof(std::uint32_t) > kSafeSize)
+        complain(payload.label + ": " + std::to_string(payload.text.size()) +
+                 " bytes may not arrive in one piece");
+    try {
+        connection.send(payload.text);
+        return payload.getsAnswer ? connection.receive(timeout) : std::string();
+    } catch (const NoAnswer& problem) {
+        throw NoAnswer(payload.label + ": " + problem.what());
+    } catch (const std::runtime_error& problem) {
+        throw std::runtime_error(payload.label + ": " + problem.what());
+    }
 }
 
-const char* labelOf(const std::string& file) {
-    return file == "-" ? "standard input" : file.c_str();
+void sendAll(const Options& options, const std::vector<Payload>& payloads) {
+    Connection connection(options.name, kConnectLimit);
+    for (const Payload& payload : payloads)
+        transfer(connection, payload, options.timeout);
 }
 
-std::string readPayload(const std::string& file) {
-    const std::string payload = readAll(file);
-    if (payload.empty())
-        fail(std::string(labelOf(file)) + ": empty (an empty message would end the connection)");
-    if (payload.size() > std::numeric_limits<std::uint32_t>::max())
-        fail(std::string(labelOf(file)) + ": too large for a message");
-    return payload;
+/// Sends a request on a connection of its own: the agent cuts off one that was silent for long.
+/// False when the response is an error.
+bool call(const Options& options, const Payload& payload) {
+    Connection connection(options.name, options.timeout);
+    const std::string response = transfer(connection, payload, options.timeout);
+    if (response.empty())
+        return !payload.getsAnswer;
+    std::cout << response << std::endl;
+    const ParsedJson parsed = parseJson(response);
+    return json_object_object_get_ex(parsed.value.get(), "result", nullptr) != 0;
 }
 
-int connectTo(const std::string& name) {
-    const std::string path = agent::socketPath(name);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
-        fail("the name is too long for a socket");
-    const std::string problem = agent::socketDirectoryProblem();
-    if (!problem.empty())
-        fail(problem);
-    std::copy(path.begin(), path.end(), address.sun_path);
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (descriptor == -1)
-        failWithReason("socket");
-    timeval limit = {};
-    limit.tv_sec = kSendLimitSeconds;
-    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1)
-        failWithReason(path);
-    return descriptor;
-}
-
-void sendMessage(int descriptor, const std::string& label, const std::string& payload) {
-    const auto length = static_cast<std::uint32_t>(payload.size());
-    std::string message(reinterpret_cast<const char*>(&length), sizeof length);
-    message += payload;
-    if (message.size() > kSafeSize)
-        std::cerr << "tavo-rpc: " << label << ": " << payload.size()
-                  << " bytes may not arrive in one piece\n";
-
-    // In one call, so that the server finds all of it. A blocking send comes back short only when
-    // the time limit has passed.
-    const ssize_t sent = send(descriptor, message.data(), message.size(), MSG_NOSIGNAL);
-    if (sent == -1 && errno != EAGAIN)
-        failWithReason(label);
-    if (sent != static_cast<ssize_t>(message.size()))
-        fail(label + ": the server does not take the whole message");
+Status run(const Options& options) {
+    // All are read first: what cannot be read must not leave half of the messages sent.
+    std::vector<Payload> payloads;
+    for (const std::string& file : options.files)
+        payloads.push_back(readPayload(file));
+    if (!options.answers) {
+        sendAll(options, payloads);
+        return success;
+    }
+    for (Payload& payload : payloads)
+        askForAnswer(payload);
+    Status status = success;
+    for (const Payload& payload : payloads)
+        if (!call(options, payload))
+            status = failure;
+    return status;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    static const option known[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
-    char programName[] = "tavo-rpc";
-    argv[0] = programName; // what getopt_long() begins its messages with
-    int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
-        if (found != 'h')
-            usageError("");
-        std::fputs(kHelp, stdout);
-        return 0;
+    const Options options = parseOptions(argc, argv);
+    try {
+        return run(options);
+    } catch (const NoAnswer& problem) {
+        complain(problem.what());
+        return options.answers ? noAnswer : failure;
+    } catch (const std::exception& problem) {
+        complain(problem.what());
+        return failure;
     }
-    if (optind == argc)
-        usageError("the NAME of the socket is missing");
-    const std::string name = argv[optind];
-    std::vector<std::string> files(argv + optind + 1, argv + argc);
-    if (files.empty())
-        files.emplace_back("-");
-
-    // All are read first: what cannot be read must not leave half of the messages sent.
-    std::vector<std::string> payloads;
-    std::transform(files.begin(), files.end(), std::back_inserter(payloads), readPayload);
-    const int descriptor = connectTo(name);
-    for (std::size_t i = 0; i < files.size(); ++i)
-        sendMessage(descriptor, labelOf(files[i]), payloads[i]);
-    close(descriptor);
-    return 0;
 }

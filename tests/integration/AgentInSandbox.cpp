@@ -45,6 +45,8 @@ Client::Client(const std::string& path) : descriptor_(socket(AF_UNIX, SOCK_STREA
     timeval limit = {};
     limit.tv_sec = 2; // an abandoned connection is not closed
     setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    limit.tv_sec = kDeadline.count();
+    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     if (connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::runtime_error("cannot connect to " + path);
 }
@@ -59,6 +61,15 @@ bool Client::send(const std::string& payload) {
 bool Client::sendRaw(const std::string& bytes) {
     return ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
+}
+
+std::string Client::receive() {
+    std::uint32_t length = 0;
+    if (recv(descriptor_, &length, sizeof length, MSG_WAITALL) != sizeof length)
+        return "";
+    std::string message(length, '\0');
+    const ssize_t received = recv(descriptor_, &message[0], length, MSG_WAITALL);
+    return received == static_cast<ssize_t>(length) ? message : "";
 }
 
 AgentInSandbox::AgentInSandbox(const std::vector<std::string>& arguments)

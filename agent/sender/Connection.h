@@ -1,0 +1,41 @@
+#ifndef TAVO_AGENT_SENDER_CONNECTION_H
+#define TAVO_AGENT_SENDER_CONNECTION_H
+
+#include "OwnedDescriptor.h"
+
+#include <chrono>
+#include <stdexcept>
+#include <string>
+
+namespace agent {
+
+/// No answer came, or none in time.
+class NoAnswer : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A connection to a socket server of this machine. Failures raise std::runtime_error, with a reason
+/// for people.
+class Connection {
+public:
+    /// Connects to the server NAME. Refuses a server of another user's, who would read what is sent.
+    /// Waits at most for `limit` until the server takes the connection.
+    Connection(const std::string& name, std::chrono::seconds limit);
+
+    /// Sends one message: its length in four bytes, host byte order, then its bytes.
+    void send(const std::string& payload);
+
+    /// Returns the next message that the server sends, of the same form.
+    std::string receive(std::chrono::seconds limit);
+
+private:
+    using Deadline = std::chrono::steady_clock::time_point;
+    std::string receiveBytes(std::size_t count, Deadline deadline);
+
+    OwnedDescriptor descriptor_;
+};
+
+} // namespace agent
+
+#endif

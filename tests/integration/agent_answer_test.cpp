@@ -1,0 +1,113 @@
+// Responses on the connection that a request came by, which a request asks for by "answer": true.
+
+#include "AgentInSandbox.h"
+#include "Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+
+using testing::HasSubstr;
+
+namespace {
+
+/// A request that asks for its response.
+std::string asking(const std::string& method, const std::string& params, int id = 1) {
+    return "{\"answer\":true," + request(method, params, id).substr(1);
+}
+
+const std::string kNone = error("1", -32601, "Method not found", "there is no method \\\"none\\\"");
+const std::string kCutOff = "ERROR: tavo-agent: the response could not be sent back\n";
+
+TEST(Answer, IsTheResponseOnStandardOutput) {
+    AgentInSandbox agent;
+    Client client(agent.socketPath());
+    ASSERT_TRUE(client.send(asking("system.describe", "{}")));
+    const std::string answer = client.receive();
+    EXPECT_THAT(answer, HasSubstr("\"result\":{\"methods\":["));
+    EXPECT_EQ(answer, agent.responses().at(0));
+}
+
+TEST(Answer, ComesForEachRequestOfAConnectionInOrder) {
+    AgentInSandbox agent;
+    Client client(agent.socketPath());
+    for (int id = 1; id <= 20; ++id)
+        ASSERT_TRUE(client.send(asking("none", "{}", id)));
+    for (int id = 1; id <= 20; ++id)
+        EXPECT_THAT(client.receive(), HasSubstr("\"id\":" + std::to_string(id) + ","));
+}
+
+TEST(Answer, ComesOnlyWhenItIsAskedFor) {
+    AgentInSandbox agent;
+    Client client(agent.socketPath());
+    ASSERT_TRUE(client.send(request("none", "{}", 2)));
+    ASSERT_TRUE(client.send("{\"answer\":false," + request("none", "{}", 3).substr(1)));
+    ASSERT_TRUE(client.send("[" + asking("none", "{}", 4) + "]"));
+    ASSERT_TRUE(client.send(R"({"answer":true,"jsonrpc":"2.0","method":"none"})"));
+    ASSERT_TRUE(client.send(asking("none", "{}")));
+    EXPECT_EQ(kNone, client.receive());
+    EXPECT_EQ(4u, agent.responses().size());
+}
+
+TEST(Answer, IsNotTheResultOfAnotherMember) {
+    AgentInSandbox agent;
+    for (const char* value : {"1", "\"true\"", "null", "[true]", "{}"})
+        EXPECT_EQ(error("1", -32600, "Invalid Request", "\\\"answer\\\" must be true or false"),
+                  agent.call(std::string("{\"answer\":") + value + "," +
+                             request("none", "{}").substr(1)));
+}
+
+TEST(Answer, MayBeLong) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    // 256 KiB of bytes that are no UTF-8 become three times as many.
+    ASSERT_TRUE(
+        client.send(asking("process.run", R"({"command":"sh","arguments":["-c",)"
+                                          R"("head -c 262144 /dev/zero | tr '\\0' '\\377'"]})")));
+    ASSERT_TRUE(agent.waitForResponses(1));
+    if (agent.log().find(kCutOff) != std::string::npos)
+        GTEST_SKIP() << "only root gets room for so long an answer";
+    EXPECT_EQ(agent.responses().at(0), client.receive());
+    EXPECT_GT(agent.responses().at(0).size(), 3u * 262144u);
+}
+
+TEST(Answer, IsNotWaitedForWhenTheClientDoesNotRead) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    const std::string large =
+        asking("process.run",
+               R"({"command":"sh","arguments":["-c","head -c 100000 /dev/zero | tr '\\0' a"]})");
+    for (int i = 0; i < 20; ++i)
+        client.send(large); // fails once the connection has ended
+    ASSERT_TRUE(
+        support::eventually([&] { return agent.log().find(kCutOff) != std::string::npos; }));
+    Client other(agent.socketPath());
+    ASSERT_TRUE(other.send(asking("none", "{}")));
+    EXPECT_EQ(kNone, other.receive());
+}
+
+TEST(Answer, ToAClientThatHasGoneIsDropped) {
+    AgentInSandbox agent;
+    ASSERT_TRUE(Client(agent.socketPath()).send(asking("none", "{}", 2)));
+    Client other(agent.socketPath());
+    ASSERT_TRUE(other.send(asking("none", "{}")));
+    EXPECT_EQ(kNone, other.receive());
+    EXPECT_THAT(agent.log(), HasSubstr(kCutOff));
+    EXPECT_EQ(0, agent.end(SIGTERM).status);
+}
+
+TEST(Answer, ComesAlsoToARequestThatTheEndFindsInProgress) {
+    AgentInSandbox agent({"--allow", "sh"});
+    Client client(agent.socketPath());
+    ASSERT_TRUE(client.send(
+        asking("process.run",
+               R"({"command":"sh","arguments":["-c","echo >/tmp/began; read x </dev/zero"]})")));
+    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/began")); }));
+    agent.signal(SIGTERM);
+    EXPECT_THAT(client.receive(), HasSubstr("\"signal\":"));
+    EXPECT_EQ(0, agent.wait().status);
+}
+
+} // namespace
