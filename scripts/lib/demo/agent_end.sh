@@ -1,0 +1,15 @@
+# Ends the agent and compares what it published.
+
+step "End the agent" "SIGTERM lets it finish, remove its socket and sign off at the broker."
+logged=$(lines_of /tmp/log.out)
+finish "$agent"
+await "its farewell" holds "$work/subscriber.out" offline
+compare "exit status" "$status" <<<0
+compare "sockets left" "$(ls -A /tmp/socketDDS)" < <(nothing)
+log_is <<'END'
+INFO: tavo-agent: ended by SIGTERM
+END
+show "the first response as mosquitto_sub got it" < <(sed -n 2p "$work/subscriber.out")
+compare "was every response published, in order, between online and offline?" \
+    "$(diff <(echo online; cat "$work/agent.out"; echo offline) \
+        <(sed 's|^gateways/demo/[a-z]* ||' "$work/subscriber.out") >/dev/null && echo yes || echo no)" <<<yes

@@ -1,0 +1,136 @@
+# Requests that change the gateway's configuration.
+
+part "The configuration"
+
+step "Change the LAN address" \
+    "An option with an empty value is dropped from the section; the service is restarted because the" \
+    "request asks for it."
+where client "tavo-rpc demo 01-lan-address.json" \
+    agent "uci.apply: checks the names and values, reads the section back" \
+    library "NQ_UBUS: checkConfig, applyConfig, restartService" \
+    tool "ubus call uci delete and set; uci commit; /etc/init.d/network" \
+    file "/etc/config/network"
+request 01-lan-address.json
+compare "exit status of tavo-rpc" "$status" <<<0
+response_is <<'END'
+{"jsonrpc":"2.0","id":1,"result":{"config":"network","section":"lan","existed":true,"exists":true,"values":{"device":"br-lan","proto":"static","ipaddr":"192.168.7.1","netmask":"255.255.255.0","ip6assign":"60","dns":["1.1.1.1","8.8.8.8"]},"restarted":true}}
+END
+commands_are <<'END'
+ubus call uci delete '{ "config": "network", "section": "lan", "options": [ "gateway" ] }'; uci commit network
+ubus call uci set '{"config":"network","section":"lan","type":"interface","values":{"ipaddr":"192.168.7.1","gateway":""}}'; uci commit network
+/etc/init.d/network restart
+END
+configuration_change_is network <<'END'
+-	option ipaddr '192.168.1.1'
++	option ipaddr '192.168.7.1'
+-	option gateway '192.168.1.254'
+END
+services_asked_are <<'END'
+network restart
+END
+log_is <<'END'
+INFO: tavo-agent: request 1 uci.apply (270 bytes)
+INFO: tavo-agent: request 1 uci.apply: done
+END
+
+step "Create a section that does not exist" "A guest network; nothing is restarted."
+where client "tavo-rpc demo 02-guest-create.json" \
+    agent "uci.apply" \
+    library "NQ_UBUS: checkConfig, applyConfig" \
+    tool "ubus call uci get, add and set; uci commit" \
+    file "/etc/config/network"
+request 02-guest-create.json
+response_is <<'END'
+{"jsonrpc":"2.0","id":2,"result":{"config":"network","section":"guest","existed":false,"exists":true,"values":{"proto":"static","ipaddr":"192.168.50.1","dns":["1.1.1.1","9.9.9.9"]},"restarted":false}}
+END
+commands_are <<'END'
+ubus call uci add '{ "config": "network", "name": "guest", "type": "interface" }'; uci commit network
+ubus call uci set '{"config":"network","section":"guest","type":"interface","values":{"proto":"static","ipaddr":"192.168.50.1","dns":["1.1.1.1","9.9.9.9"]}}'; uci commit network
+END
+configuration_change_is network <<'END'
++config interface 'guest'
++	option proto 'static'
++	option ipaddr '192.168.50.1'
++	list dns '1.1.1.1'
++	list dns '9.9.9.9'
++
+END
+services_asked_are < <(nothing)
+log_is <<'END'
+INFO: tavo-agent: request 2 uci.apply (283 bytes)
+INFO: tavo-agent: request 2 uci.apply: done
+END
+
+step "Delete it again" "No values at all stand for the whole section."
+where client "tavo-rpc demo 03-guest-delete.json" \
+    agent "uci.apply" \
+    library "NQ_UBUS: applyConfig" \
+    tool "ubus call uci delete; uci commit" \
+    file "/etc/config/network"
+request 03-guest-delete.json
+response_is <<'END'
+{"jsonrpc":"2.0","id":3,"result":{"config":"network","section":"guest","existed":true,"exists":false,"restarted":false}}
+END
+commands_are <<'END'
+ubus call uci delete '{ "config": "network", "section": "guest" }'; uci commit network
+END
+configuration_change_is network <<'END'
+-config interface 'guest'
+-	option proto 'static'
+-	option ipaddr '192.168.50.1'
+-	list dns '1.1.1.1'
+-	list dns '9.9.9.9'
+-
+END
+services_asked_are < <(nothing)
+log_is <<'END'
+INFO: tavo-agent: request 3 uci.apply (150 bytes)
+INFO: tavo-agent: request 3 uci.apply: done
+END
+
+step "Change DHCP" "The package dhcp belongs to the service dnsmasq."
+where client "tavo-rpc demo 04-dhcp.json" \
+    agent "uci.apply" \
+    library "NQ_UBUS: checkConfig, applyConfig, restartService" \
+    tool "ubus call uci set; uci commit; /etc/init.d/dnsmasq" \
+    file "/etc/config/dhcp"
+request 04-dhcp.json
+response_is <<'END'
+{"jsonrpc":"2.0","id":4,"result":{"config":"dhcp","section":"lan","existed":true,"exists":true,"values":{"interface":"lan","start":"100","limit":"50","leasetime":"2h","dhcpv4":"server","dhcpv6":"server","ra":"server"},"restarted":true}}
+END
+configuration_change_is dhcp <<'END'
+-	option limit '150'
+-	option leasetime '12h'
++	option limit '50'
++	option leasetime '2h'
+END
+services_asked_are <<'END'
+dnsmasq restart
+END
+log_is <<'END'
+INFO: tavo-agent: request 4 uci.apply (232 bytes)
+INFO: tavo-agent: request 4 uci.apply: done
+END
+
+step "Change the time servers" "A section called ntp belongs to the service sysntpd. Lists are arrays."
+where client "tavo-rpc demo 05-ntp.json" \
+    agent "uci.apply" \
+    library "NQ_UBUS: checkConfig, applyConfig, restartService" \
+    tool "ubus call uci set; uci commit; /etc/init.d/sysntpd" \
+    file "/etc/config/system"
+request 05-ntp.json
+response_is <<'END'
+{"jsonrpc":"2.0","id":5,"result":{"config":"system","section":"ntp","existed":true,"exists":true,"values":{"enabled":"1","enable_server":"0","server":["time.example.net"]},"restarted":true}}
+END
+configuration_change_is system <<'END'
+-	list server '0.pool.example.net'
+-	list server '1.pool.example.net'
++	list server 'time.example.net'
+END
+services_asked_are <<'END'
+sysntpd restart
+END
+log_is <<'END'
+INFO: tavo-agent: request 5 uci.apply (232 bytes)
+INFO: tavo-agent: request 5 uci.apply: done
+END

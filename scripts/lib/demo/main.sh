@@ -1,0 +1,23 @@
+# The demo. Runs in the sandbox: /etc/config, /etc/init.d, /opt and /tmp are those of a simulated
+# gateway that is gone with this shell.
+set -euo pipefail
+demo=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+repo=$(cd "$demo/../../.." && pwd)
+agent_bin=$TAVO_BUILD_DIR/agent
+bin=$TAVO_BUILD_DIR/examples
+
+. "$demo/show.sh"
+. "$demo/where.sh"
+. "$demo/programs.sh"
+. "$demo/requests.sh"
+
+# What it shows, in this order.
+. "$demo/agent_start.sh"
+. "$demo/configuration.sh"
+. "$demo/refusals.sh"
+. "$demo/gateway.sh"
+. "$demo/agent_end.sh"
+. "$demo/examples.sh"
+
+pause
+summary

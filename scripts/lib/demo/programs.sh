@@ -1,0 +1,43 @@
+# The programs that run while the demo does.
+
+work=$(mktemp -d)
+children=()
+clean_up() {
+    local child
+    trap - EXIT
+    for child in ${children[@]+"${children[@]}"}; do
+        kill "$child" 2>/dev/null || true
+    done
+    wait
+    umount -l /dev/stick "$work/stick" 2>/dev/null || true
+    rm -rf "$work" 2>/dev/null || true # a mounted directory goes with the sandbox
+}
+trap clean_up EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM HUP
+
+# start NAME COMMAND...: in the background; outputs in $work/NAME.out and .err, process id in $pid.
+start() {
+    local name=$1
+    shift
+    "$@" >"$work/$name.out" 2>"$work/$name.err" </dev/null &
+    pid=$!
+    children+=("$pid")
+}
+
+# finish PID: ends a program by SIGTERM and shows its exit status in $status.
+finish() {
+    local child kept=()
+    kill "$1"
+    status=0
+    wait "$1" || status=$?
+    for child in "${children[@]}"; do
+        [ "$child" = "$1" ] || kept+=("$child")
+    done
+    children=(${kept[@]+"${kept[@]}"})
+}
+
+lines_of() { wc -l <"$1"; }
+has_lines() { [ "$(lines_of "$1")" -ge "$2" ]; }
+holds() { grep -qF -- "$2" "$1" 2>/dev/null; }
+new_lines() { tail -n "+$(($2 + 1))" "$1"; }

@@ -1,0 +1,44 @@
+# Requests to the agent, and what comes of them.
+
+requests=$repo/agent/requests
+
+# request FILE [OPTION...]: sends a file of agent/requests. Leaves what tavo-rpc printed in $response and
+# its exit status in $status.
+request() {
+    local file=$1
+    shift
+    logged=$(lines_of /tmp/log.out)
+    asked=$(lines_of /tmp/init.d.log)
+    diagnosed=$(lines_of "$work/agent.err")
+    rm -rf "$work/before"
+    cp -R /etc/config "$work/before"
+    show "\$ tavo-rpc ${*:+$* }demo $file" <"$requests/$file"
+    status=0
+    response=$("$agent_bin/tavo-rpc" "$@" demo "$requests/$file") || status=$?
+}
+
+# unanswered_request FILE: sends a file without asking for its response, and waits for the line that the
+# agent prints.
+unanswered_request() {
+    local before
+    before=$(lines_of "$work/agent.out")
+    request "$1" --no-answer
+    await "the response" has_lines "$work/agent.out" $((before + 1))
+    response=$(tail -n 1 "$work/agent.out")
+}
+
+# Each compares what came of the request with standard input.
+response_is() { compare "response" "$response"; }
+log_is() { compare "log" "$(new_lines /tmp/log.out "$logged")"; }
+services_asked_are() { compare "service scripts were asked" "$(new_lines /tmp/init.d.log "$asked")"; }
+commands_are() {
+    compare "commands that the library ran" \
+        "$(new_lines "$work/agent.err" "$diagnosed" | sed -n 's/^Calling: //p')"
+}
+# The lines that came and went in all of /etc/config.
+configuration_change_is() {
+    compare "change of /etc/config/$1" \
+        "$(diff -U 0 -r "$work/before" /etc/config | grep -v -e '^diff ' -e '^--- ' -e '^+++ ' -e '^@@ ' || true)"
+}
+nothing() { :; }
+configuration_is_unchanged() { configuration_change_is "* (none)" < <(nothing); }
