@@ -121,6 +121,16 @@ bool AgentInSandbox::waitForResponses(std::size_t count) const {
     return eventually([&] { return responses().size() >= count; }, kDeadline);
 }
 
+std::vector<std::string> AgentInSandbox::commands() const {
+    const std::string before = "Calling: ";
+    std::vector<std::string> lines;
+    std::istringstream errors(program_->errSoFar());
+    for (std::string line; std::getline(errors, line);)
+        if (line.rfind(before, 0) == 0)
+            lines.push_back(line.substr(before.size()));
+    return lines;
+}
+
 bool AgentInSandbox::waitForErrors(const std::string& expected) const {
     return eventually([&] { return errors().find(expected) != std::string::npos; }, kDeadline);
 }
@@ -144,6 +154,8 @@ std::string request(const std::string& method, const std::string& params, int id
     return "{\"jsonrpc\":\"2.0\",\"id\":" + std::to_string(id) + ",\"method\":\"" + method +
            "\",\"params\":" + params + "}";
 }
+
+std::string apply(const std::string& params) { return request("uci.apply", params); }
 
 std::string result(const std::string& value, int id) {
     return "{\"jsonrpc\":\"2.0\",\"id\":" + std::to_string(id) + ",\"result\":" + value + "}";

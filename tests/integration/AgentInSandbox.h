@@ -52,6 +52,8 @@ public:
     bool waitForResponses(std::size_t count) const;
     /// Diagnostics of the library and the commands.
     std::string errors() const { return program_->errSoFar(); }
+    /// The command lines that the library has run.
+    std::vector<std::string> commands() const;
     bool waitForErrors(const std::string& expected) const;
     /// Waits until the agent waits for a client, `times` times since its start.
     bool waitUntilIdle(std::size_t times) const;
@@ -73,6 +75,9 @@ support::Ran runInSandbox(const std::vector<std::string>& arguments);
 
 /// A request as JSON text.
 std::string request(const std::string& method, const std::string& params, int id = 1);
+
+/// A request of the method uci.apply.
+std::string apply(const std::string& params);
 
 /// Responses as JSON text.
 std::string result(const std::string& value, int id = 1);

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,18 +14,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-std::string apply(const std::string& params) { return request("uci.apply", params); }
-
-/// The library's command lines so far.
-std::vector<std::string> commands(const AgentInSandbox& agent) {
-    std::vector<std::string> lines;
-    std::istringstream errors(agent.errors());
-    for (std::string line; std::getline(errors, line);)
-        if (line.rfind("Calling: ", 0) == 0)
-            lines.push_back(line.substr(9));
-    return lines;
-}
 
 TEST(UciApply, ChangesAndDropsOptionsAndRestartsTheService) {
     AgentInSandbox agent;
@@ -46,7 +33,7 @@ TEST(UciApply, GivesTheLibraryNothingButTheCheckedParts) {
     AgentInSandbox agent;
     agent.call(apply("{ \"restart\" : true, \"values\" : { \"ipaddr\" : \"10.0.0.1\" },\n"
                      " \"section\" : \"lan\", \"config\" : \"network\" }"));
-    EXPECT_THAT(commands(agent),
+    EXPECT_THAT(agent.commands(),
                 testing::ElementsAre(R"(ubus call uci set '{"config":"network","section":"lan",)"
                                      R"("values":{"ipaddr":"10.0.0.1"}}'; uci commit network)",
                                      "/etc/init.d/network restart"));
@@ -98,7 +85,7 @@ TEST(UciApply, RefusesASingleQuoteAnywhere) {
              std::string(R"({"config":"network","section":"lan","values":{"a":{"b":"'"}}})"),
          })
         EXPECT_EQ(quoted, agent.call(apply(params))) << params;
-    EXPECT_THAT(commands(agent), testing::IsEmpty());
+    EXPECT_THAT(agent.commands(), testing::IsEmpty());
     EXPECT_FALSE(exists(agent.file("/tmp/broken_in")));
 }
 
@@ -132,7 +119,7 @@ TEST(UciApply, RefusesBadNames) {
         EXPECT_EQ(badSection, agent.call(withSection(name))) << name;
     EXPECT_EQ(invalidParams("an option's name may hold only letters, digits and _"),
               agent.call(apply(R"({"config":"network","section":"lan","values":{"a-b":"c"}})")));
-    EXPECT_THAT(commands(agent), testing::IsEmpty());
+    EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
 TEST(UciApply, RefusesMissingAndWronglyTypedParameters) {
@@ -168,7 +155,7 @@ TEST(UciApply, RefusesMissingAndWronglyTypedParameters) {
     expectRefusal(R"({"config":"a","section":"b","values":{"c":")" + std::string(64 * 1024, 'x') +
                       "\"}}",
                   "the section is longer than 65536 bytes");
-    EXPECT_THAT(commands(agent), testing::IsEmpty());
+    EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
 TEST(UciApply, SaysWhatTheToolSaysWhenThereIsNoSuchPackage) {
@@ -177,7 +164,7 @@ TEST(UciApply, SaysWhatTheToolSaysWhenThereIsNoSuchPackage) {
                      "\\\"config\\\":\\\"nothing\\\",\\\"section\\\":\\\"lan\\\"} (Not found)"),
               agent.call(apply(
                   R"({"config":"nothing","section":"lan","values":{"a":"b"},"restart":true})")));
-    EXPECT_THAT(commands(agent), testing::IsEmpty());
+    EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
 TEST(UciApply, TellsWhenNothingCameOfIt) {
@@ -209,6 +196,14 @@ TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log")));
 }
 
+TEST(UciApply, NamesWhatTheToolsDropWithoutAWord) {
+    AgentInSandbox agent;
+    EXPECT_EQ(failed("network/lan differs from what was asked for: note"),
+              agent.call(apply(R"({"config":"network","section":"lan",)"
+                               R"("values":{"mtu":"1400","note":"bell \u0007"}})")));
+    EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("\toption mtu '1400'\n"));
+}
+
 TEST(UciApply, LeavesAnotherWritersChangeAndNamesItsOption) {
     AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
     // Another program changes the address between the agent's change and its look at the result.
@@ -223,7 +218,7 @@ TEST(UciApply, LeavesAnotherWritersChangeAndNamesItsOption) {
                                R"({"ipaddr":"10.0.0.1","netmask":"255.0.0.0"}})")));
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("\toption ipaddr '10.9.9.9'\n"));
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("\toption netmask '255.0.0.0'\n"));
-    EXPECT_EQ(1u, commands(agent).size()) << "the change was made again";
+    EXPECT_EQ(1u, agent.commands().size()) << "the change was made again";
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log")));
 }
 
@@ -235,7 +230,7 @@ TEST(UciApply, ChangesANamedSectionOnlyWhileItIsAsExpected) {
     };
     EXPECT_EQ(failed("dhcp/wan is not as expected: ignore"),
               agent.call(change(R"({"interface":"wan","ignore":"0"})")));
-    EXPECT_THAT(commands(agent), testing::IsEmpty());
+    EXPECT_THAT(agent.commands(), testing::IsEmpty());
     EXPECT_THAT(agent.call(change(R"({"interface":"wan","ignore":"1"})")),
                 HasSubstr(R"("values":{"interface":"wan","ignore":"0"})"));
     EXPECT_EQ(failed("dhcp/guest does not exist"),
