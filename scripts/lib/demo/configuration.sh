@@ -134,3 +134,44 @@ log_is <<'END'
 INFO: tavo-agent: request 5 uci.apply (232 bytes)
 INFO: tavo-agent: request 5 uci.apply: done
 END
+
+step "Read a section that has no name" "Its position among the sections of its type stands for it."
+where client "tavo-rpc demo 16-forwarding-get.json" \
+    agent "uci.get" \
+    library "NQ_UBUS: getSystemCfg" \
+    tool "ubus call uci get" \
+    file "/etc/config/firewall"
+request 16-forwarding-get.json
+response_is <<'END'
+{"jsonrpc":"2.0","id":16,"result":{"config":"firewall","section":"@forwarding[0]","exists":true,"name":"cfg04ad58","type":"forwarding","anonymous":true,"values":{"src":"lan","dest":"wan"}}}
+END
+configuration_is_unchanged
+
+step "Delete that section" \
+    "Another section may have moved to this position. So the request says what it expects there, and" \
+    "sending it twice does no harm: the second one fails."
+where client "tavo-rpc demo 17-forwarding-delete.json, twice" \
+    agent "uci.apply: compares the section with \"expect\"" \
+    library "NQ_UBUS: applyConfig, restartService" \
+    tool "ubus call uci delete; uci commit; /etc/init.d/firewall" \
+    file "/etc/config/firewall"
+request 17-forwarding-delete.json
+response_is <<'END'
+{"jsonrpc":"2.0","id":17,"result":{"config":"firewall","section":"@forwarding[0]","existed":true,"exists":false,"restarted":true}}
+END
+configuration_change_is firewall <<'END'
+-config forwarding
+-	option src 'lan'
+-	option dest 'wan'
+-
+END
+services_asked_are <<'END'
+firewall restart
+END
+request 17-forwarding-delete.json
+compare "exit status of tavo-rpc" "$status" <<<1
+response_is <<'END'
+{"jsonrpc":"2.0","id":17,"error":{"code":-32000,"message":"Failed","data":"firewall/@forwarding[0] does not exist"}}
+END
+configuration_is_unchanged
+services_asked_are < <(nothing)
