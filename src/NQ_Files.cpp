@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -37,15 +38,21 @@ void runProgram(const std::string& command, const std::vector<std::string>& args
         close(pipe.readEnd);
     }
 
-    std::vector<char*> argv;
-    argv.reserve(args.size() + 2);
-    argv.push_back(const_cast<char*>(command.c_str()));
-    for (const std::string& arg : args)
-        argv.push_back(
-            convert(arg)); // released by the exec, or by the end of this short-lived copy
-    argv.push_back(nullptr);
-    execvp(command.c_str(), argv.data());
-    std::perror("execvp");
+    try {
+        std::vector<char*> argv;
+        argv.reserve(args.size() + 2);
+        argv.push_back(const_cast<char*>(command.c_str()));
+        for (const std::string& arg : args)
+            argv.push_back(
+                convert(arg)); // released by the exec, or by the end of this short-lived copy
+        argv.push_back(nullptr);
+        execvp(command.c_str(), argv.data());
+        std::perror("execvp");
+    } catch (const std::bad_alloc&) {
+        // Passed on, it would run the caller's code in this copy.
+        errno = ENOMEM;
+        std::perror("execvp");
+    }
 }
 
 /// Leaves a forked copy of the caller whose program could not be executed, before it runs the

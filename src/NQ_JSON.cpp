@@ -8,6 +8,7 @@
 #include <new>
 #include <sstream>
 #include <stdexcept>
+#include <type_traits>
 
 #include <json-c/json.h>
 
@@ -26,6 +27,25 @@ const char* required(const char* text) {
 std::string textOf(json_object* value) { return required(json_object_get_string(value)); }
 
 bool is(json_object* value, json_type type) { return json_object_is_type(value, type) != 0; }
+
+/// json-c returns null when it has no memory. Passed on, that would become a JSON null, and a document
+/// that says something else.
+json_object* made(json_object* value) {
+    if (value == nullptr)
+        throw std::bad_alloc();
+    return value;
+}
+
+/// `add` is json_object_object_add(), whose older generation does not report a failure.
+template <class Adder>
+void addMember(Adder add, json_object* object, const char* key, json_object* value) {
+    if constexpr (std::is_void_v<decltype(add(object, key, value))>) {
+        add(object, key, value);
+    } else if (add(object, key, value) != 0 && value != object) { // itself is refused too
+        json_object_put(value);
+        throw std::bad_alloc();
+    }
+}
 
 /// Null both for a missing key and for a member that is null: only for readers that treat the two
 /// alike.
@@ -62,7 +82,7 @@ json_object* parse(const std::string& text) {
 
 } // namespace
 
-NQ_JSON::NQ_JSON() : obj(json_object_new_object()), tempObj(nullptr) {}
+NQ_JSON::NQ_JSON() : obj(made(json_object_new_object())), tempObj(nullptr) {}
 
 NQ_JSON::NQ_JSON(const std::string& text) : obj(parse(text)), tempObj(nullptr) {}
 
@@ -145,12 +165,16 @@ void NQ_JSON::settempObj(json_object* o) { tempObj = o; }
 std::string NQ_JSON::asString() const { return textOf(obj); }
 
 void NQ_JSON::addStringtoObj(json_object* array, const char* s) {
-    addObjtoArray(array, json_object_new_string(required(s)));
+    addObjtoArray(array, made(json_object_new_string(required(s))));
 }
 
 void NQ_JSON::addObjtoArray(json_object* array, json_object* value) {
-    if (!is(array, json_type_array) || json_object_array_add(array, value) != 0)
+    if (!is(array, json_type_array)) {
         json_object_put(value);
+    } else if (json_object_array_add(array, value) != 0) {
+        json_object_put(value);
+        throw std::bad_alloc();
+    }
 }
 
 void NQ_JSON::addObjtoObj(json_object* object, const char* key, json_object* value) {
@@ -158,19 +182,19 @@ void NQ_JSON::addObjtoObj(json_object* object, const char* key, json_object* val
     if (!is(object, json_type_object))
         json_object_put(value);
     else
-        json_object_object_add(object, key, value);
+        addMember(json_object_object_add, object, key, value);
 }
 
 void NQ_JSON::addKeyValtoObj(json_object* object, const char* key, const char* value) {
     required(key);
-    addObjtoObj(object, key, json_object_new_string(required(value)));
+    addObjtoObj(object, key, made(json_object_new_string(required(value))));
 }
 
 void NQ_JSON::addKeyVal(const std::string& key, const std::string& value) {
     addKeyValtoObj(obj, key.c_str(), value.c_str());
 }
 
-json_object* NQ_JSON::newArray() { return json_object_new_array(); }
+json_object* NQ_JSON::newArray() { return made(json_object_new_array()); }
 
 void NQ_JSON::asMap(std::map<std::string, std::string>& out) const {
     out.clear();

@@ -85,9 +85,9 @@ std::string NQ_UBUS::makeDeleteConfig() {
     argument.addKeyVal("config", configField);
     argument.addKeyVal("section", sectionField);
     argument.settempObj(argument.newArray());
+    argument.addObjtoObj(argument.getObj(), "options", argument.gettempObj()); // which owns it now
     for (const std::string& option : emptyOptions)
         argument.addStringtoObj(argument.gettempObj(), option.c_str());
-    argument.addObjtoObj(argument.getObj(), "options", argument.gettempObj());
     return quoted("delete", argument.asString());
 }
 

@@ -29,6 +29,9 @@ namespace data {
 /// Threads:   no locking, and json-c's reference counts are not atomic. Handles that share a tree
 ///            are used by one thread at a time.
 ///
+/// The default constructor and the builders throw std::bad_alloc when json-c has no memory. While
+/// parsing and printing, json-c may lose a member then, and reports nothing.
+///
 /// The builders make texts and arrays. Numbers, booleans and nulls are made by json-c's own
 /// functions, and nested objects by a second handle:
 /// @code
