@@ -1,0 +1,348 @@
+#include "FailingMemory.h"
+
+#include "Descriptors.h"
+#include "ForkedChild.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <new>
+
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int kDeadlineMilliseconds = 20000; // far above what a trial takes
+
+/// What fails, in the process of one trial.
+struct Plan {
+    long number = LONG_MAX; ///< of the first allocation that fails, from 1
+    bool allFollowing = false;
+    bool allThreads = false;
+    bool rehearsal = true;
+    std::atomic<bool> armed{false};
+};
+Plan plan;
+thread_local bool armedHere = false;
+std::atomic<long> liveBlocks{0};
+
+/// What happened, also in the copies that a trial forks.
+struct Progress {
+    std::atomic<long> counted;
+    std::atomic<bool> reached;
+};
+Progress* progress = nullptr;
+
+bool failsNow() {
+    if (!plan.armed || !(armedHere || plan.allThreads))
+        return false;
+    const long number = ++progress->counted;
+    if (number != plan.number && !(plan.allFollowing && number > plan.number))
+        return false;
+    progress->reached = true;
+    errno = ENOMEM;
+    return true;
+}
+
+void* counted(void* block) {
+    if (block != nullptr)
+        ++liveBlocks;
+    return block;
+}
+
+} // namespace
+
+// In front of the C library's, which keeps its own reachable under other names.
+extern "C" {
+
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+void* __libc_memalign(std::size_t, std::size_t);
+void __libc_free(void*);
+
+void* malloc(std::size_t size) noexcept {
+    return failsNow() ? nullptr : counted(__libc_malloc(size));
+}
+
+void* calloc(std::size_t count, std::size_t size) noexcept {
+    return failsNow() ? nullptr : counted(__libc_calloc(count, size));
+}
+
+void* realloc(void* block, std::size_t size) noexcept {
+    if (failsNow())
+        return nullptr;
+    void* const moved = __libc_realloc(block, size);
+    if (block == nullptr)
+        return counted(moved);
+    if (moved == nullptr && size == 0)
+        --liveBlocks;
+    return moved;
+}
+
+void* memalign(std::size_t alignment, std::size_t size) noexcept {
+    return failsNow() ? nullptr : counted(__libc_memalign(alignment, size));
+}
+
+void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
+    return memalign(alignment, size);
+}
+
+int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexcept {
+    void* const made = memalign(alignment, size);
+    if (made == nullptr)
+        return ENOMEM;
+    *block = made;
+    return 0;
+}
+
+void free(void* block) noexcept {
+    if (block != nullptr)
+        --liveBlocks;
+    __libc_free(block);
+}
+}
+
+namespace fault {
+namespace {
+
+int outputFile = -1;
+int reportPipe = -1;
+pid_t trialProcess = 0;
+
+/// How a trial ended, as its process reports it: fixed memory, as there may be no other.
+struct Report {
+    char outcome[2000];
+    long allocations;
+    long blocksKept;
+    int descriptorsKept;
+    bool reached;
+};
+Report report;
+
+void say(const char* text) {
+    std::snprintf(report.outcome, sizeof report.outcome, "%s", text);
+    std::replace(report.outcome, report.outcome + std::strlen(report.outcome), '\n', '|');
+}
+
+void disarm() {
+    plan.armed = false;
+    armedHere = false;
+}
+
+[[noreturn]] void send() {
+    if (getpid() != trialProcess)
+        say("a forked copy ran on");
+    report.allocations = progress->counted;
+    report.reached = progress->reached;
+    (void)!write(reportPipe, &report, sizeof report);
+    _exit(0);
+}
+
+/// Without the directory; null for what only passes a failure on: the C and C++ libraries, and this
+/// program.
+const char* libraryAt(void* address) {
+    Dl_info info;
+    if (dladdr(address, &info) == 0 || info.dli_fname == nullptr)
+        return nullptr;
+    const char* const slash = std::strrchr(info.dli_fname, '/');
+    const char* const name = slash != nullptr ? slash + 1 : info.dli_fname;
+    for (const char* passes : {"libc.so", "libc-", "ld-linux", "libstdc++", "libgcc_s", "libm.so"})
+        if (std::strncmp(name, passes, std::strlen(passes)) == 0)
+            return nullptr;
+    return std::strncmp(name, "lib", 3) == 0 ? name : nullptr;
+}
+
+extern "C" void reportSignal(int signal) {
+    disarm();
+    std::array<void*, 64> frames{};
+    const int count = backtrace(frames.data(), static_cast<int>(frames.size()));
+    const char* library = nullptr;
+    for (int i = 0; i < count && library == nullptr; ++i)
+        library = libraryAt(frames[static_cast<std::size_t>(i)]);
+    if (library == nullptr)
+        library = "the program";
+    std::snprintf(report.outcome, sizeof report.outcome, "signal %d in %.*s", signal,
+                  static_cast<int>(std::strcspn(library, ".")), library);
+    send();
+}
+
+extern "C" void reportHang(int) {
+    disarm();
+    say("hangs");
+    send();
+}
+
+[[noreturn]] void reportTerminate() {
+    disarm();
+    say("terminate");
+    send();
+}
+
+void reportExit() {
+    disarm();
+    say("exit");
+    send();
+}
+
+void prepareProcess() {
+    trialProcess = getpid();
+    for (int signal : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL})
+        std::signal(signal, reportSignal);
+    std::set_terminate(reportTerminate);
+    std::atexit(reportExit);
+    outputFile = memfd_create("output", MFD_CLOEXEC);
+    dup2(outputFile, STDOUT_FILENO);
+    dup2(outputFile, STDERR_FILENO);
+}
+
+[[noreturn]] void runTrial(const Trial& trial, bool rehearsed) {
+    prepareProcess();
+    Memory memory;
+    if (rehearsed) {
+        trial(memory); // makes what the libraries make once
+        (void)!ftruncate(outputFile, 0);
+        lseek(outputFile, 0, SEEK_SET);
+    }
+    const std::set<int> descriptors = support::openDescriptors();
+    const long blocks = liveBlocks;
+    plan.rehearsal = false;
+    try {
+        const std::string outcome = trial(memory);
+        disarm();
+        say(outcome.c_str());
+    } catch (const std::bad_alloc&) {
+        disarm();
+        say("std::bad_alloc");
+    } catch (const std::exception& error) {
+        disarm();
+        std::snprintf(report.outcome, sizeof report.outcome, "exception: %s", error.what());
+    }
+    report.blocksKept = liveBlocks - blocks;
+    report.descriptorsKept = static_cast<int>(support::openedSince(descriptors).size());
+    send();
+}
+
+std::string textOf(const Report& got) {
+    std::string text = got.outcome;
+    if (got.blocksKept > 0)
+        text += " (memory kept)";
+    if (got.descriptorsKept > 0)
+        text += " (" + std::to_string(got.descriptorsKept) + " descriptors kept)";
+    return text;
+}
+
+/// Receives the report of the process, which says nothing when it ended in another way.
+Report attempt(const Trial& trial, bool rehearsed, long number, bool allFollowing) {
+    int ends[2];
+    EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+    progress->counted = 0;
+    progress->reached = false;
+    std::cout.flush();
+    std::fflush(nullptr);
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[0]);
+        support::endWithParent(parent);
+        reportPipe = ends[1];
+        plan.number = number;
+        plan.allFollowing = allFollowing;
+        runTrial(trial, rehearsed);
+    }
+    close(ends[1]);
+    Report got = {};
+    pollfd waiting = {ends[0], POLLIN, 0};
+    const bool ended = poll(&waiting, 1, kDeadlineMilliseconds) == 1;
+    const bool reported = ended && read(ends[0], &got, sizeof got) == sizeof got;
+    close(ends[0]);
+    if (!reported) {
+        kill(child, SIGKILL);
+        got = {};
+        got.reached = true;
+        std::strcpy(got.outcome, ended ? "ends without a word" : "hangs");
+    }
+    waitpid(child, nullptr, 0);
+    return got;
+}
+
+} // namespace
+
+void Memory::fail() {
+    if (plan.rehearsal)
+        return;
+    armedHere = true;
+    plan.armed = true;
+}
+
+void Memory::recover() { disarm(); }
+
+void Memory::ofAllThreads() { plan.allThreads = true; }
+
+void Memory::giveUpAfter(int milliseconds) {
+    std::signal(SIGALRM, reportHang);
+    itimerval once = {};
+    once.it_value.tv_sec = milliseconds / 1000;
+    once.it_value.tv_usec = milliseconds % 1000 * 1000;
+    setitimer(ITIMER_REAL, &once, nullptr);
+}
+
+std::string Memory::printed() const {
+    std::cout.flush();
+    std::fflush(stdout);
+    std::string text(static_cast<std::size_t>(lseek(outputFile, 0, SEEK_END)), '\0');
+    if (pread(outputFile, &text[0], text.size(), 0) != static_cast<ssize_t>(text.size()))
+        text = "unreadable";
+    return text;
+}
+
+void exhaust(const std::string& what, const std::string& whole, const std::set<std::string>& others,
+             const Trial& trial, First first) {
+    std::array<void*, 4> frames{};
+    backtrace(frames.data(), static_cast<int>(frames.size())); // loads what it needs
+    void* const shared =
+        mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    progress = new (shared) Progress();
+    Outcomes outcomes;
+    long allocations = 0;
+    for (const bool allFollowing : {false, true}) {
+        for (long number = 1;; ++number) {
+            const Report got = attempt(trial, first == First::rehearsed, number, allFollowing);
+            const std::string outcome = textOf(got);
+            if (!got.reached) {
+                allocations = got.allocations;
+                EXPECT_EQ(whole, outcome) << what << ", with all memory";
+                break;
+            }
+            if (++outcomes[outcome == whole ? "as ever" : outcome] == 1) {
+                EXPECT_TRUE(outcome == whole || outcome == "std::bad_alloc" ||
+                            others.count(outcome) == 1)
+                    << what << ", allocation " << number
+                    << (allFollowing ? " and all following" : "") << ": " << outcome;
+            }
+        }
+    }
+    std::cout << "fault: memory: " << what << ": " << allocations << " allocations";
+    for (const auto& [outcome, count] : outcomes)
+        std::cout << "; " << count << "x " << outcome;
+    std::cout << std::endl;
+}
+
+} // namespace fault
