@@ -1,7 +1,7 @@
 # The small examples.
 
-# private_dev: gives the sandbox a /dev of its own that holds an image of a USB stick, .image; the host's stays as it is.
-# Fails where mounting a file system is not allowed.
+# private_dev: gives the sandbox a /dev of its own that holds an image of a USB stick, .image; the
+# host's stays as it is. Fails where mounting a file system is not allowed.
 private_dev() {
     local node stick=$work/contents dev=$work/dev
     mkdir "$stick" "$dev"

@@ -2,7 +2,9 @@
 
 part "What the agent refuses"
 
-step "A malformed request" "It breaks off, so that it cannot ask for an answer. The agent prints an error response, and goes on."
+step "A malformed request" \
+    "It breaks off, so that it cannot ask for an answer. The agent prints an error response and" \
+    "carries on."
 where client "tavo-rpc --no-answer demo 07-malformed.json" \
     agent "refuses it: no JSON" \
     library "" tool "" file ""

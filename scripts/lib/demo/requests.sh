@@ -2,8 +2,8 @@
 
 requests=$repo/agent/requests
 
-# request FILE [OPTION...]: sends a file of agent/requests. Leaves what tavo-rpc printed in $response and
-# its exit status in $status.
+# request FILE [OPTION...]: sends a file of agent/requests. Leaves what tavo-rpc printed in
+# $response and its exit status in $status.
 request() {
     local file=$1
     shift
@@ -17,8 +17,8 @@ request() {
     response=$("$agent_bin/tavo-rpc" "$@" demo "$requests/$file") || status=$?
 }
 
-# unanswered_request FILE: sends a file without asking for its response, and waits for the line that the
-# agent prints.
+# unanswered_request FILE: sends a file without asking for its response, and waits for the line that
+# the agent prints.
 unanswered_request() {
     local before
     before=$(lines_of "$work/agent.out")

@@ -1,4 +1,5 @@
-# What the demo shows and how it compares. Source it in the sandbox; it defines functions and variables only.
+# What the demo shows and how it compares. Source it in the sandbox; it defines functions and
+# variables only.
 
 if [ "${DEMO_TERMINAL:-}" = yes ]; then
     bold=$'\e[1m' dim=$'\e[2m' red=$'\e[31m' green=$'\e[32m' cyan=$'\e[36m' plain=$'\e[0m'
