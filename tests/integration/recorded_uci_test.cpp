@@ -1,5 +1,5 @@
-// Plays the cases of recorded_uci.txt, which says what they mean, with the sandbox's tools. What a
-// case does is put into the words of that file again and must read the same.
+// Plays the cases of recorded_uci.txt, which says what they mean, and of further_uci.txt with the
+// sandbox's tools. What a case does is put into the form of those files and must read the same.
 
 #include "RunProgram.h"
 #include "TempDir.h"
@@ -13,6 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -147,8 +148,9 @@ public:
 private:
     static Files contents(const std::string& directory) {
         Files files;
-        if (support::exists(directory))
-            for (const auto& entry : std::filesystem::directory_iterator(directory))
+        std::error_code missing;
+        for (const auto& entry : std::filesystem::directory_iterator(directory, missing))
+            if (entry.is_regular_file())
                 files[entry.path().filename().string()] = support::readFile(entry.path().string());
         return files;
     }
@@ -205,10 +207,15 @@ std::string nameOf(const Case& recorded) {
 
 int main(int argc, char* argv[]) {
     testing::InitGoogleTest(&argc, argv);
-    static const Record record = readRecord(TAVO_RECORDED_UCI);
-    for (const Case& each : record.cases)
-        testing::RegisterTest("RecordedUci", nameOf(each).c_str(), nullptr, nullptr,
-                              TAVO_RECORDED_UCI, each.line,
-                              [&each] { return new RecordedUci(record.packages, each); });
+    static const std::map<std::string, std::string> files = {{"RecordedUci", TAVO_RECORDED_UCI},
+                                                             {"FurtherUci", TAVO_FURTHER_UCI}};
+    static std::map<std::string, Record> records;
+    for (const auto& [suite, path] : files) {
+        const Record& record = records[suite] = readRecord(path);
+        for (const Case& each : record.cases)
+            testing::RegisterTest(
+                suite.c_str(), nameOf(each).c_str(), nullptr, nullptr, path.c_str(), each.line,
+                [&record, &each] { return new RecordedUci(record.packages, each); });
+    }
     return RUN_ALL_TESTS();
 }
