@@ -1,0 +1,157 @@
+// The programs of docs/recipes.md do what the page says.
+
+#include "Broker.h"
+#include "PrivateMounts.h"
+#include "RunProgram.h"
+#include "TempDir.h"
+#include "Waiting.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using support::eventually;
+using support::Ran;
+using support::RunningProgram;
+using support::runProgram;
+using support::TempDir;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+std::string program(const std::string& name) { return std::string(TAVO_RECIPES) + "/" + name; }
+
+bool holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+/// A client of the server called "recipe" that connects and says nothing.
+class SilentClient {
+public:
+    SilentClient() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+    ~SilentClient() { close(socket_); }
+    SilentClient(const SilentClient&) = delete;
+    SilentClient& operator=(const SilentClient&) = delete;
+
+    bool connects() const {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, "/tmp/socketDDS/recipe");
+        return connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    }
+
+private:
+    int socket_;
+};
+
+/// The recipe that ends the loop of a socket server, with a pipe to its standard input.
+class EndOfALoop : public testing::Test {
+protected:
+    EndOfALoop() : pipe_(directory_ / "pipe") {
+        mkfifo(pipe_.c_str(), 0600);
+        running_ = std::make_unique<RunningProgram>(std::vector<std::string>{
+            "sh", "-c", "exec \"$0\" <\"$1\"", program("end_socket_loop"), pipe_});
+        input_.open(pipe_);
+    }
+
+    bool prints(const std::string& text) {
+        return eventually([&] { return holds(running_->outSoFar(), text); });
+    }
+
+    int statusAfterALine() {
+        input_ << std::endl;
+        return running_->wait().status;
+    }
+
+private:
+    TempDir directory_;
+    std::string pipe_;
+    std::unique_ptr<RunningProgram> running_;
+    std::ofstream input_;
+};
+
+} // namespace
+
+TEST(RecipeEndCleanly, EndsOnSigtermAfterItsWorkAndStartsProgramsWithoutBlockedSignals) {
+    const TempDir directory;
+    RunningProgram running({program("end_cleanly"), directory.path()});
+    ASSERT_TRUE(eventually([&] { return holds(running.outSoFar(), "SigBlk"); }));
+    // The watcher's loop has begun once it reports an entry, so that its stop cannot be lost.
+    int entry = 0;
+    ASSERT_TRUE(eventually([&] {
+        support::writeFile(directory / std::to_string(++entry), "");
+        return holds(running.outSoFar(), "new in ");
+    }));
+    kill(running.pid(), SIGTERM);
+    const Ran ran = running.wait();
+    EXPECT_EQ(0, ran.status) << ran.err;
+    EXPECT_THAT(ran.out, HasSubstr("SigBlk:\t0000000000000000\n"));
+    EXPECT_THAT(ran.out, EndsWith("ended\n"));
+}
+
+TEST_F(EndOfALoop, EndsWhileNoClientIsThere) {
+    ASSERT_TRUE(prints("Waiting for a connection..."));
+    EXPECT_EQ(0, statusAfterALine());
+}
+
+TEST_F(EndOfALoop, EndsWhileASilentClientIsConnected) {
+    ASSERT_TRUE(prints("Waiting for a connection..."));
+    const SilentClient client;
+    ASSERT_TRUE(client.connects());
+    ASSERT_TRUE(prints("Connected."));
+    EXPECT_EQ(0, statusAfterALine());
+}
+
+TEST(RecipeSurviveAbsence, NoReadingIsLostWhenTheBrokerIsAbsentInBetween) {
+    support::Broker broker;
+    broker.start();
+    broker.keepFor("recipes", "recipe/reading");
+    RunningProgram running({program("survive_absence"), std::to_string(broker.port())});
+    ASSERT_EQ(1u, broker.receive("recipe/reading", 1).size()); // it is publishing
+    broker.stop();
+    broker.start();
+    const Ran ran = running.wait();
+    EXPECT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ("0 readings are left\n", ran.out);
+    // A reading may have arrived twice.
+    const std::vector<std::string> received = broker.receiveKept("recipes", "recipe/reading", 40);
+    const std::set<std::string> different(received.begin(), received.end());
+    EXPECT_EQ(20u, different.size());
+}
+
+TEST(RecipeLogSize, TheLogIsEmptiedWhenItIsLarge) {
+    support::inPrivateMounts({"/tmp"}, [] {
+        EXPECT_EQ(0, runProgram({program("log_size")}).status);
+        const std::string log = support::readFile("/tmp/log.out");
+        EXPECT_LT(log.size(), 4200u);
+        EXPECT_EQ(0u, log.find("INFO: the log was emptied\n"));
+    });
+}
+
+TEST(RecipeJsonNumbers, AreBuiltAndReadInAllSizes) {
+    EXPECT_EQ("{ \"count\": 7, \"bytes\": 5000000000, \"half\": 0.5, \"tenth\": 0.1, "
+              "\"valid\": true }\n7 0.5 5000000000\n",
+              runProgram({program("json_numbers")}).out);
+}
+
+TEST(RecipeLineChannel, AnswersItsCommandsAndEndsOnQuit) {
+    const Ran ran = runProgram({program("line_channel")}, {}, "uptime\nuptime\nquit\n");
+    EXPECT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(0u, ran.out.find("uptime\n"));
+    EXPECT_THAT(ran.out, EndsWith("\nquit\n"));
+    EXPECT_EQ(5, std::count(ran.out.begin(), ran.out.end(), '\n')); // two commands, two answers
+}
