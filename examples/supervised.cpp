@@ -16,7 +16,6 @@
 #include "program.h"
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -27,7 +26,6 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -125,15 +123,13 @@ private:
             if (errno != EINTR)
                 return;
         }
-        const bool wanted = entries[1].revents == 0 && entries[2].revents == 0;
-        while (wanted && unread() > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        // The C library reads ahead, so the pipe may be empty while lines wait in memory. It meets
+        // the end when it has handed out all of them.
+        if (entries[1].revents == 0 && entries[2].revents == 0) {
+            while (!std::feof(stdin) && poll(&entries[1], 2, 10) == 0) {
+            }
+        }
         stop_ = true;
-    }
-
-    static int unread() {
-        int bytes = 0;
-        return ioctl(STDIN_FILENO, FIONREAD, &bytes) == 0 ? bytes : 0;
     }
 
     bool& stop_; // the loop's flag

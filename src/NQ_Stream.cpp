@@ -2,10 +2,17 @@
 
 #include "detail/console.h"
 
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 
 #include <poll.h>
 #include <unistd.h>
+
+#if defined(TAVO_HAVE_FREADPTR)
+#include <stdio_ext.h>
+#endif
 
 namespace {
 
@@ -16,15 +23,52 @@ const std::istream* truthOf(const std::istream& stream) {
     return stream.fail() ? nullptr : &stream;
 }
 
-pollfd unbufferedStandardInput() {
-    (void)std::setvbuf(stdin, nullptr, _IONBF,
-                       0); // a second line of a burst would hide in the buffer
-    return {STDIN_FILENO, POLLIN, 0};
+/// What the C library has read ahead from standard input, from which std::cin takes its characters.
+struct ReadAhead {
+    const char* begin;
+    std::size_t size;
+};
+
+#if defined(TAVO_HAVE_FREADPTR) // the build found it: musl
+ReadAhead readAhead() {
+    std::size_t size = 0;
+    const char* const begin = __freadptr(stdin, &size);
+    return {begin, begin == nullptr ? 0 : size};
+}
+#elif defined(__GLIBC__) && !defined(TAVO_UNBUFFERED_STDIN)
+ReadAhead readAhead() {
+    return {stdin->_IO_read_ptr,
+            static_cast<std::size_t>(stdin->_IO_read_end - stdin->_IO_read_ptr)};
+}
+#else
+/// There is no way to look: nothing is read ahead any more.
+ReadAhead readAhead() {
+    static const int result = std::setvbuf(stdin, nullptr, _IONBF, 0);
+    (void)result;
+    return {nullptr, 0};
+}
+#endif
+
+/// Whether the next line can be taken from memory. poll(2) does not see it there.
+bool lineIsBuffered(std::istream& in) {
+    const ReadAhead ahead = readAhead();
+    if (ahead.size != 0 && std::memchr(ahead.begin, in.widen('\n'), ahead.size) != nullptr)
+        return true;
+    // After std::ios::sync_with_stdio(false), std::cin has a buffer of its own.
+    return in.rdbuf()->in_avail() > 0;
+}
+
+bool isReadableNow(pollfd& descriptor) {
+    const timespec noTime = {};
+    return ppoll(&descriptor, 1, &noTime, nullptr) != 0; // an error shows in poll()
 }
 
 /// False when the wait was ended by `stop` or by an error.
-bool waitForStandardInput(bool& stop) {
-    static pollfd standardInput = unbufferedStandardInput();
+bool waitForStandardInput(std::istream& in, bool& stop) {
+    static pollfd standardInput = {STDIN_FILENO, POLLIN, 0};
+    // Such a line is announced without delay. A failed stream has none.
+    if (!in.fail() && lineIsBuffered(in) && !isReadableNow(standardInput))
+        return !stop;
     for (;;) {
         const int ready = poll(&standardInput, 1, kWaitMilliseconds);
         if (ready == -1 || stop)
@@ -40,7 +84,7 @@ std::string NQ_Stream::readOneLineStream(std::istream& in, bool& stop) {
     std::string line;
     while (line.empty()) {
         // Deliberate: null equals null, so a failed stream is taken for a failed standard input.
-        if (truthOf(in) == truthOf(kvr::api::detail::in()) && !waitForStandardInput(stop))
+        if (truthOf(in) == truthOf(kvr::api::detail::in()) && !waitForStandardInput(in, stop))
             break;
         std::getline(in, line);
     }

@@ -282,6 +282,15 @@ TEST(supervised, TheEndOfItsInputEndsItWhenAllIsAnswered) {
     EXPECT_EQ("", ran.err);
 }
 
+TEST(supervised, LinesBehindTheLastCommandDoNotHoldItBack) {
+    Supervised supervised;
+    supervised.write("quit\nping\n");
+    supervised.hangUp();
+    const Ran ran = supervised.program.wait();
+    EXPECT_EQ(0, ran.status);
+    EXPECT_EQ("quit\n= bye\n", ran.out);
+}
+
 TEST(supervised, SignalsEndIt) {
     for (const int signal : {SIGTERM, SIGINT}) {
         Supervised supervised;

@@ -3,24 +3,30 @@
 #include "CapturedOutput.h"
 #include "ForkedChild.h"
 #include "StandardInput.h"
+#include "TempDir.h"
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
 #include <locale>
 #include <sstream>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
 using support::printedBy;
+using testing::ElementsAre;
+using testing::IsEmpty;
 using Clock = std::chrono::steady_clock;
 
 /// Reads a line from standard input; the caller's flag stays false.
@@ -99,17 +105,180 @@ TEST(NQ_Stream, TheShortFormReadsLikewise) {
     EXPECT_EQ("from a text", NQ_Stream::readOneLineStream(in));
 }
 
-TEST(NQ_Stream, EveryLineOfABurstIsAnnouncedAtOnce) {
+// lines that have been read ahead -----------------------------------------------------------------
+
+TEST(NQ_Stream, EveryLineOfABurstIsAnnouncedWithoutAWait) {
     StandardInput input;
-    WatchedPolls polls;
+    const WatchedPolls polls;
     input.write("a\nb\nc\n");
     EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ(4, input.unread()); // none of the others hides in a buffer
+    EXPECT_EQ(0, input.unread()); // one read(2) took them all
     EXPECT_EQ("b", lineFromInput());
     EXPECT_EQ("c", lineFromInput());
-    ASSERT_EQ(3, polls.count());
+    EXPECT_EQ(1, polls.count());
+    EXPECT_THAT(polls.looks(), ElementsAre(0, 0));
+}
+
+TEST(NQ_Stream, EmptyLinesOfABurstAreSkippedWithoutAWait) {
+    StandardInput input;
+    const WatchedPolls polls;
+    input.write("\n\na\n");
+    EXPECT_EQ("a", lineFromInput());
+    EXPECT_EQ(1, polls.count());
+    EXPECT_THAT(polls.looks(), ElementsAre(0, 0));
+}
+
+TEST(NQ_Stream, LinesThatTheProgramReadAheadBeforeAreNotLost) {
+    StandardInput input;
+    const WatchedPolls polls;
+    input.write("the program's\nb\nc\n");
+    std::string own;
+    std::getline(std::cin, own);
+    EXPECT_EQ("the program's", own);
+    EXPECT_EQ("b", lineFromInput());
+    EXPECT_EQ("c", lineFromInput());
+    EXPECT_EQ(0, polls.count());
+}
+
+TEST(NQ_Stream, LinesThatAreReadAheadStayForTheProgram) {
+    StandardInput input;
+    input.write("a\nb\n");
+    EXPECT_EQ("a", lineFromInput());
+    std::string own;
+    std::getline(std::cin, own);
+    EXPECT_EQ("b", own);
+}
+
+TEST(NQ_Stream, WhileMoreInputIsReadableTheWaitIsAsEver) {
+    StandardInput input;
+    const WatchedPolls polls;
+    input.write("a\nb\n");
+    EXPECT_EQ("a", lineFromInput());
+    input.write("c\n");
+    EXPECT_EQ("b", lineFromInput());
+    EXPECT_EQ("c", lineFromInput());
+    EXPECT_EQ(3, polls.count());
+    EXPECT_THAT(polls.looks(), ElementsAre(1));
     for (const Poll& poll : polls.all())
-        EXPECT_EQ(1, poll.result);
+        EXPECT_EQ(1000, poll.milliseconds);
+}
+
+TEST(NQ_Stream, APartOfALineThatWasReadAheadDoesNotHideTheStopFlag) {
+    StandardInput input;
+    bool stop = false;
+    input.write("a\nbe");
+    EXPECT_EQ("a", NQ_Stream::readOneLineStream(std::cin, stop));
+    {
+        const WatchedPolls polls([&](int) {
+            stop = true;
+            return 0;
+        });
+        EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
+        EXPECT_EQ(1, polls.count());
+        EXPECT_THAT(polls.looks(), IsEmpty());
+    }
+    input.write("gun\n");
+    EXPECT_EQ("begun", lineFromInput());
+}
+
+TEST(NQ_Stream, TheStopFlagGoesBeforeALineThatWasReadAhead) {
+    StandardInput input;
+    input.write("a\nkept\n");
+    EXPECT_EQ("a", lineFromInput());
+    bool stop = true;
+    const WatchedPolls polls;
+    EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
+    EXPECT_EQ(0, polls.count());
+    EXPECT_THAT(polls.looks(), ElementsAre(0));
+    EXPECT_EQ("kept", lineFromInput());
+}
+
+TEST(NQ_Stream, AFailedStreamIsWaitedForThoughALineWasReadAhead) {
+    StandardInput input;
+    input.write("a\nb\n");
+    EXPECT_EQ("a", lineFromInput());
+    std::cin.setstate(std::ios::failbit);
+    bool stop = false;
+    const WatchedPolls polls([&](int) {
+        stop = true;
+        return 0;
+    });
+    EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
+    EXPECT_EQ(1, polls.count());
+    EXPECT_THAT(polls.looks(), IsEmpty());
+}
+
+TEST(NQ_Stream, TheEndOfALineThatWasReadAheadIsThatOfTheStreamsLocale) {
+    StandardInput input;
+    const std::locale before =
+        std::cin.imbue(std::locale(std::cin.getloc(), new SemicolonForNewline));
+    const WatchedPolls polls;
+    input.write("a;b;");
+    EXPECT_EQ("a", lineFromInput());
+    EXPECT_EQ("b", lineFromInput());
+    EXPECT_EQ(1, polls.count());
+    std::cin.imbue(before);
+}
+
+TEST(NQ_Stream, ABurstIsAnnouncedWithoutAWaitAlsoFromABufferOfTheStreamsOwn) {
+    const support::ForkedChild child = support::inForkedChild([] {
+        StandardInput input;
+        std::ios::sync_with_stdio(false);
+        const WatchedPolls polls;
+        input.write("a\nb\nc\n");
+        EXPECT_EQ("a", lineFromInput());
+        EXPECT_EQ(0, input.unread());
+        EXPECT_EQ("b", lineFromInput());
+        EXPECT_EQ("c", lineFromInput());
+        EXPECT_EQ(1, polls.count());
+    });
+    EXPECT_EQ(0, child.status) << child.output;
+}
+
+TEST(NQ_Stream, AClosedPipeIsWaitedForBeforeEveryLine) {
+    StandardInput input;
+    const WatchedPolls polls;
+    input.write("a\nb\n\nc\n");
+    input.close();
+    EXPECT_EQ("a", lineFromInput());
+    EXPECT_EQ("b", lineFromInput());
+    EXPECT_EQ("c", lineFromInput());
+    EXPECT_EQ(4, polls.count());
+    EXPECT_THAT(polls.looks(), ElementsAre(1, 1, 1));
+}
+
+TEST(NQ_Stream, AFileIsWaitedForBeforeEveryLine) {
+    const support::TempDir directory;
+    support::writeFile(directory / "lines", "a\nb\nc\n");
+    const int file = open((directory / "lines").c_str(), O_RDONLY | O_CLOEXEC);
+    StandardInput input;
+    input.replace(file);
+    close(file);
+    const WatchedPolls polls;
+    EXPECT_EQ("a", lineFromInput());
+    EXPECT_EQ("b", lineFromInput());
+    EXPECT_EQ("c", lineFromInput());
+    EXPECT_EQ(3, polls.count());
+}
+
+TEST(NQ_Stream, ATerminalIsWaitedForBeforeEveryLine) {
+    const int user = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(user >= 0 && grantpt(user) == 0 && unlockpt(user) == 0);
+    const int terminal = open(ptsname(user), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    {
+        StandardInput input;
+        input.replace(terminal);
+        const WatchedPolls polls;
+        ASSERT_EQ(6, write(user, "a\nb\nc\n", 6));
+        EXPECT_EQ("a", lineFromInput());
+        EXPECT_EQ("b", lineFromInput());
+        EXPECT_EQ("c", lineFromInput());
+        EXPECT_EQ(3, polls.count());
+        EXPECT_THAT(polls.looks(), IsEmpty()); // a terminal gives one line at a time
+    }
+    close(terminal);
+    close(user);
 }
 
 // waiting -----------------------------------------------------------------------------------------
@@ -124,14 +293,6 @@ TEST(NQ_Stream, AWaitIsForReadableStandardInputWithinASecond) {
     EXPECT_EQ(POLLIN, polls.all()[0].events);
     EXPECT_EQ(1u, polls.all()[0].entries);
     EXPECT_EQ(1000, polls.all()[0].milliseconds);
-}
-
-TEST(NQ_Stream, AnEmptyLineIsFollowedByAWaitOfItsOwn) {
-    StandardInput input;
-    WatchedPolls polls;
-    input.write("\n\na\n");
-    EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ(3, polls.count());
 }
 
 TEST(NQ_Stream, AfterAQuietSecondTheWaitGoesOn) {

@@ -7,6 +7,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -19,9 +20,16 @@ int libraryPoll(pollfd* entries, nfds_t count, int milliseconds) {
                                                                        milliseconds);
 }
 
-void forgetTheEnd() {
+int libraryPpoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+    return reinterpret_cast<decltype(ppoll)*>(dlsym(RTLD_NEXT, "ppoll"))(entries, count, timeout,
+                                                                         mask);
+}
+
+/// Forgets the end of what was read before, and what was read ahead.
+void beginAnew() {
     std::cin.clear();
     std::clearerr(stdin);
+    __fpurge(stdin);
 }
 
 } // namespace
@@ -33,14 +41,14 @@ StandardInput::StandardInput() {
         throw std::runtime_error("cannot replace standard input");
     ::close(ends[0]);
     writer_ = ends[1];
-    forgetTheEnd();
+    beginAnew();
 }
 
 StandardInput::~StandardInput() {
     close();
     dup2(saved_, STDIN_FILENO);
     ::close(saved_);
-    forgetTheEnd();
+    beginAnew();
 }
 
 void StandardInput::write(const std::string& text) {
@@ -52,6 +60,11 @@ int StandardInput::unread() const {
     int bytes = -1;
     ioctl(STDIN_FILENO, FIONREAD, &bytes);
     return bytes;
+}
+
+void StandardInput::replace(int descriptor) {
+    close();
+    dup2(descriptor, STDIN_FILENO);
 }
 
 void StandardInput::close() {
@@ -74,6 +87,13 @@ int WatchedPolls::use(pollfd* entries, nfds_t count, int milliseconds) {
     return result;
 }
 
+void WatchedPolls::look(const pollfd* entries, nfds_t count, const timespec* timeout, int result) {
+    if (count != 1 || entries->fd != STDIN_FILENO || entries->events != POLLIN ||
+        timeout == nullptr || timeout->tv_sec != 0 || timeout->tv_nsec != 0)
+        result = -1;
+    looks_.push_back(result);
+}
+
 #ifndef __clang__
 // GNU's C library declares the entries as something that poll() only writes.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
@@ -82,4 +102,11 @@ extern "C" int poll(pollfd* entries, nfds_t count, int milliseconds) {
     if (watching != nullptr)
         return watching->use(entries, count, milliseconds);
     return libraryPoll(entries, count, milliseconds);
+}
+
+extern "C" int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+    const int result = libraryPpoll(entries, count, timeout, mask);
+    if (watching != nullptr)
+        watching->look(entries, count, timeout, result);
+    return result;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <poll.h>
+#include <time.h>
 
 /// Makes a pipe of the test's own the standard input while it lives.
 class StandardInput {
@@ -21,6 +22,8 @@ public:
     int unread() const;
     /// Ends the input.
     void close();
+    /// Puts `descriptor` in the pipe's place.
+    void replace(int descriptor);
 
 private:
     int saved_;
@@ -36,8 +39,8 @@ struct Poll {
     int result;
 };
 
-/// Sees every use of poll() while it lives: the program that uses this class supplies poll()
-/// itself, in front of the C library's. One at a time.
+/// Sees every use of poll() and ppoll() while it lives: the program that uses this class supplies
+/// them itself, in front of the C library's. One at a time.
 class WatchedPolls {
 public:
     /// Runs in place of the C library's poll() and receives the number of the use (1, 2, ...).
@@ -53,11 +56,16 @@ public:
     const std::vector<Poll>& all() const { return polls_; }
     int count() const { return static_cast<int>(polls_.size()); }
 
+    /// Results of the uses of ppoll(), each of which looked at standard input without waiting.
+    const std::vector<int>& looks() const { return looks_; }
+
     int use(pollfd* entries, nfds_t count, int milliseconds);
+    void look(const pollfd* entries, nfds_t count, const timespec* timeout, int result);
 
 private:
     Script script_;
     std::vector<Poll> polls_;
+    std::vector<int> looks_;
 };
 
 #endif

@@ -6,20 +6,21 @@
 #include <istream>
 #include <string>
 
-/// Reads lines from a supervising process, in such a way that a stop flag is honoured while none
-/// comes.
+/// Reads lines from a supervising process, and honours a stop flag while none comes.
 ///
-/// Trap: the first wait for std::cin makes the C library's `stdin` unbuffered, so that no line
-/// hides in a buffer that poll(2) cannot see. Nothing may have been read from standard input
-/// before, and std::ios::sync_with_stdio(false) must not be called: std::cin then has such a buffer
-/// of its own.
+/// Buffers: `stdin` and std::cin keep theirs. Lines that the program read ahead earlier are not
+///          lost, and the lines of a burst are returned without a wait. Programs that this one
+///          starts share descriptor 0: what was read ahead is not theirs. After
+///          std::ios::sync_with_stdio(false), a buffered part of a line counts as a line: the call
+///          then blocks until the rest of it comes.
 /// Threads: one reader at a time. `stop` is a plain flag, written by another thread.
 class TAVO_API NQ_Stream {
 public:
     /// The next line that is not empty, without its newline (a carriage return stays).
     ///
     /// For std::cin the call waits in poll(2) for at most a second at a time, looks at `stop` after
-    /// each wait, and returns an empty text when it is set, or when poll fails. At the end of
+    /// each wait, and returns an empty text when it is set, or when poll fails. A line that is
+    /// buffered already ends the wait immediately, also after a look at `stop`. At the end of
     /// standard input it turns at full speed until `stop` is set. For other streams nothing is
     /// waited for and `stop` is never looked at: at the end of such a stream the call does not
     /// return. Deliberate exception: a failed stream counts as std::cin while std::cin has failed

@@ -9,8 +9,9 @@
 /// Announces every line that a supervising process writes to this program's standard input, and
 /// echoes it to standard output.
 ///
-/// Empty lines are neither announced nor echoed. Nothing else may read standard input, before or
-/// meanwhile (see NQ_Stream).
+/// Empty lines are neither announced nor echoed. While loop() runs, only observers may read
+/// standard input too, for instance the lines that belong to a command (see NQ_Stream for what is
+/// read ahead).
 /// Threads: loop() runs on the caller's thread and calls the observers there, one line at a time.
 class TAVO_API StdInReader : public kvr::api::iot::Subject<StdInReader> {
 public:
