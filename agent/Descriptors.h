@@ -12,9 +12,9 @@ namespace agent {
 /// moved to standard error.
 class ResponseOutput {
 public:
-    /// Call first in main(). Also replaces standard input by /dev/null, lest a program that is run
-    /// takes what is meant for somebody else, and opens what the process was started without: a new
-    /// file must not become descriptor 0, 1 or 2.
+    /// Call first in main(). Also replaces standard input by /dev/null, so that a program that is
+    /// run takes nothing that is meant for another one. Opens what the process was started without:
+    /// a new file must not become descriptor 0, 1 or 2.
     ResponseOutput();
 
     /// Writes `line` and a newline. False when nobody can read it any more.

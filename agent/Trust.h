@@ -6,7 +6,7 @@
 
 namespace agent {
 
-/// True for the user whom this process runs as, and for root, who can do anything anyway.
+/// True for the user that this process runs as, and for root, who can do anything anyway.
 inline bool isTrusted(uid_t user) { return user == geteuid() || user == 0; }
 
 } // namespace agent

@@ -58,7 +58,7 @@ bool isDirectory(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// The library tells of no failure, so what was written is looked at instead.
+/// The library reports no failure, so the agent reads what was written.
 void verify(const std::string& file, const std::string& expected) {
     std::ifstream stream(file, std::ios::binary);
     std::ostringstream written;

@@ -13,7 +13,7 @@
 namespace agent {
 namespace {
 
-/// Most output that an answer carries; a program that prints more goes on, its output is dropped.
+/// Most output that an answer carries; a program that prints more keeps running, its output is dropped.
 constexpr std::size_t kMostOutput = 256 * 1024;
 
 Json numberOrNull(bool known, int number) { return known ? newInt(number) : nullptr; }
@@ -71,7 +71,7 @@ Json ProcessRun::run(const Params& params) {
     if (allowed_.count(command) == 0)
         refuseParam("program \"" + safeLine(command, 60) + "\" is not allowed");
 
-    // Not the blocking call: it tells no process id, and a program that never ends would keep the
+    // Not the blocking call: it reports no process id, and a program that never ends would keep the
     // agent from ending.
     const auto execution = std::make_shared<Execution>();
     setCurrent(execution);

@@ -36,8 +36,7 @@ void checkOptions(json_object* options) {
     }
 }
 
-/// Looks into what the library will get, written anew: an escaped quote (\u0027) shows as what it is
-/// there.
+/// Looks at the text that is written for the library: there, an escaped quote (\u0027) is a quote.
 void refuseQuotes(const Params& params) {
     Json given = newObject();
     for (const char* name : {"config", "section", "type", "values"})

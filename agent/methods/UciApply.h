@@ -11,7 +11,7 @@ namespace agent {
 /// nothing itself: with a single quote in it, text from outside could run any command. So this is
 /// where it is checked. A single quote in what the library gets, and a package, section, type or
 /// option name with a character that the tools do not take, is refused before the library sees it.
-/// What the library gets is written anew from what was checked.
+/// What the library gets is written from what was checked.
 ///
 /// The configuration has other writers. So the section is read back, and the error names what
 /// differs. The change is not repeated, which could undo another writer's. An anonymous section is

@@ -38,8 +38,8 @@ private:
 /// A section as the tools report it, uncommitted changes included.
 struct UciSection {
     bool exists = false;
-    /// It has only a generated name, such as cfg0392bd, which is made anew from its position each
-    /// time the file is loaded.
+    /// It has only a generated name, such as cfg0392bd, which is made from its position each time
+    /// the file is loaded.
     bool anonymous = false;
     std::string name; ///< its own or generated name
     std::string type;

@@ -71,7 +71,7 @@ ParsedJson parseJson(const std::string& text) {
         throw std::bad_alloc();
     json_tokener_set_flags(tokener.get(), JSON_TOKENER_STRICT);
 
-    // The terminator is handed over too: it tells json-c that a number, true, false or null at the
+    // The terminator is passed, too: it shows json-c that a number, true, false or null at the
     // top has ended.
     ParsedJson result;
     result.value.reset(

@@ -15,7 +15,7 @@ public:
     /// `object` is null where the request has no parameters; it must outlive this reader.
     explicit Params(json_object* object) : object_(object) {}
 
-    /// Refuses every parameter not named in `known`: a misspelt one must not go unnoticed.
+    /// Refuses every parameter not named in `known`: a misspelt one must not stay unnoticed.
     void allowOnly(const std::vector<std::string>& known) const;
 
     bool has(const char* name) const;

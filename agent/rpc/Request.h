@@ -19,7 +19,7 @@ constexpr std::size_t kLongestRequest = 128 * 1024;
 class Request {
 public:
     /// Parses `text`. Raises RpcError (parse error or invalid request) without an id when it is no
-    /// request at all; what is wrong in a request that has an id is told by check().
+    /// request at all; check() reports what is wrong in a request that has an id.
     explicit Request(const std::string& text);
 
     /// Raises RpcError when the request may not be handed to the dispatcher.

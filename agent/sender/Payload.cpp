@@ -56,8 +56,8 @@ void askForAnswer(Payload& payload) {
         const Params members(request.tree());
         if (request.isNotification() || members.has("answer"))
             return;
-        // Not printed anew from the tree, which could change numbers. A request with an id has
-        // other members, so a comma is due.
+        // Not printed from the tree, which could change numbers. A request with an id has other
+        // members, so a comma must follow.
         payload.text.insert(payload.text.find('{') + 1, "\"answer\":true,");
         payload.getsAnswer = Request(payload.text).wantsAnswer(); // it may be too long by now
     } catch (const RpcError& error) {

@@ -42,7 +42,7 @@ public:
 
     /// Sends one message and gives the response line to it, without its newline.
     std::string call(const std::string& message);
-    /// The same for a message that gets no response: sends it, and tells whether none came before
+    /// The same for a message that gets no response: sends it, and returns whether none came before
     /// the one to a following message.
     bool isUnanswered(const std::string& message);
 

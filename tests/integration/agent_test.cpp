@@ -322,7 +322,7 @@ TEST(tavo_agent, KeepsTextFromOutsideOnOneSafeAndShortLineOfTheLog) {
 }
 
 TEST(tavo_agent, GoesOnWhenNobodyReadsItsResponses) {
-    // By exec, so that the agent goes with the runner at the end.
+    // By exec, so that the agent ends with the runner.
     AgentInSandbox agent("mkfifo /tmp/out; true </tmp/out & exec \"$@\" >/tmp/out", {});
     Client client(agent.socketPath());
     client.send(kDescribe);
@@ -350,7 +350,7 @@ TEST(tavo_agent, ServesItsOwnerOnly) {
     AgentInSandbox agent({"--allow", "sh"});
     EXPECT_EQ(0700u, modeOf(agent.socketPath()));
     EXPECT_EQ(0700u, modeOf(agent.file("/tmp/socketDDS")));
-    // What programs create is as accessible as ever.
+    // What programs create is as accessible as before.
     agent.call(request("process.run",
                        R"({"command":"sh","arguments":["-c","umask 022; echo >/tmp/a; umask"]})"));
     const std::string mask =

@@ -70,7 +70,7 @@ INFO: tavo-agent: request 12 config.place (260 bytes)
 INFO: tavo-agent: request 12 config.place: done
 END
 
-step "Place a file of an application's agent" "It arrives as base64; the agent is stopped, to be started anew."
+step "Place a file of an application's agent" "It arrives as base64; the agent is stopped, for its supervisor to start."
 where client "tavo-rpc demo 13-place-agent.json" \
     agent "config.place" \
     library "NQ_Config: applyConfig, stopAgent; NQ_Base64" \
