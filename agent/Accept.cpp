@@ -3,10 +3,10 @@
 // The library's socket server calls accept() for each client and never closes what it returns, nor
 // does it limit how long a client may stay silent. A server that runs for years would use up its
 // descriptors after about a thousand connections, and one silent client would keep all others out.
-// Neither can be changed through the server's interface. But a function that a program exports takes
-// precedence over the C library's, also for the shared libraries that the program loads. So the
-// program defines accept() itself: for the server's listener it does what the server leaves out, for
-// every other socket it does what the C library's does.
+// Neither can be changed through the server's interface. But a function that a program exports
+// takes precedence over the C library's, also for the shared libraries that the program loads. So
+// the program defines accept() itself: for the server's listener it does what the server leaves
+// out, for every other socket it does what the C library's does.
 
 #include "Accept.h"
 
@@ -91,8 +91,8 @@ bool Connections::answer(const std::string& text) {
 void Connections::endLoop() {
     const std::lock_guard<std::mutex> lock(mutex_);
     ending_ = true;
-    // For a loop that waits for a client's bytes: it reads what has arrived, then the end. The other
-    // direction stays open for an answer.
+    // For a loop that waits for a client's bytes: it reads what has arrived, then the end. The
+    // other direction stays open for an answer.
     if (client_ >= 0)
         shutdown(client_, SHUT_RD);
     eventfd_write(wakeUp_, 1); // for a loop that waits for a client

@@ -10,9 +10,9 @@
 
 namespace agent {
 
-/// The connections of the socket server, from the side of accept(): Accept.cpp defines that function
-/// for the whole program and asks this object when the server calls it. One exists at a time, on
-/// behalf of one server.
+/// The connections of the socket server, from the side of accept(): Accept.cpp defines that
+/// function for the whole program and asks this object when the server calls it. One exists at a
+/// time, on behalf of one server.
 ///
 /// - A client's descriptor is closed when the server asks for the next client.
 /// - A client that sends nothing for the idle limit is given up: the server's recv() then fails.

@@ -8,8 +8,8 @@ namespace agent {
 /// Where the responses go: what was standard output when the process started.
 ///
 /// The library reports its progress on standard output, and so do the commands it runs. Here that
-/// is for the responses alone, one line each, so that a supervisor can read them: everything else is
-/// moved to standard error.
+/// is for the responses alone, one line each, so that a supervisor can read them: everything else
+/// is moved to standard error.
 class ResponseOutput {
 public:
     /// Call first in main(). Also replaces standard input by /dev/null, so that a program that is

@@ -113,7 +113,8 @@ LogCut cutLogFile(const std::string& path, const std::string& copy, std::size_t 
 
     if (!keepLines(log, status, limit / 2, copy))
         result.problem = std::strerror(errno);
-    // Also without a copy: /tmp is in memory on a gateway, and a log that keeps growing would fill it.
+    // Also without a copy: /tmp is in memory on a gateway, and a log that keeps growing would fill
+    // it.
     result.cut = ftruncate(log.get(), 0) == 0;
     return result;
 }

@@ -34,8 +34,9 @@ public:
     MqttPublisher(const MqttPublisher&) = delete;
     MqttPublisher& operator=(const MqttPublisher&) = delete;
 
-    /// Publishes what is left, if connected, and "offline". False when the broker does not answer for
-    /// three seconds: the thread then still waits for it, and only _exit() ends the process in time.
+    /// Publishes what is left, if connected, and "offline". False when the broker does not answer
+    /// for three seconds: the thread then still waits for it, and only _exit() ends the process in
+    /// time.
     bool end();
 
     /// Never waits. While the broker is away the latest responses are kept, the oldest dropped.

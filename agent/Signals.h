@@ -18,9 +18,9 @@ void prepareSignals();
 /// Waits for SIGTERM or SIGINT, and returns the one that came.
 int awaitEndSignal();
 
-/// Lets SIGTERM and SIGINT through to the programs that the calling thread starts meanwhile: what is
-/// blocked stays blocked in a program, and a restarted service that cannot be ended by SIGTERM would
-/// be a nuisance. Should the thread itself receive one, it is passed on to the main thread.
+/// Lets SIGTERM and SIGINT through to the programs that the calling thread starts meanwhile: what
+/// is blocked stays blocked in a program, and a restarted service that cannot be ended by SIGTERM
+/// would be a nuisance. Should the thread itself receive one, it is passed on to the main thread.
 class Unblocked {
 public:
     Unblocked();

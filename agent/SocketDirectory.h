@@ -13,8 +13,8 @@ std::string socketPath(const std::string& name);
 void makeSocketDirectory();
 
 /// Why the directory cannot be trusted: another user who owns it, or may write to it, could put a
-/// socket of theirs in the place of the agent's. Empty when it can be trusted or is missing. Root is
-/// always trusted.
+/// socket of theirs in the place of the agent's. Empty when it can be trusted or is missing. Root
+/// is always trusted.
 std::string socketDirectoryProblem();
 
 } // namespace agent

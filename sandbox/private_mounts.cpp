@@ -31,8 +31,8 @@ bool isSame(const char* one, const char* other) {
            a.st_ino == b.st_ino;
 }
 
-/// Makes the working directory the root of the namespace, whatever the root of this process is: with
-/// a root below the working directory, nothing stops the way up.
+/// Makes the working directory the root of the namespace, whatever the root of this process is:
+/// with a root below the working directory, nothing stops the way up.
 bool leaveRoot() {
     if (chdir("/") != 0 || chroot("usr") != 0)
         return false;

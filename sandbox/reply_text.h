@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// JSON text in the bus tool's layout: one tab per level, one member or element a line, or all in one
-/// line. `key` is empty for elements of an array.
+/// JSON text in the bus tool's layout: one tab per level, one member or element a line, or all in
+/// one line. `key` is empty for elements of an array.
 class ReplyText {
 public:
     /// Begins the outermost object.

@@ -161,7 +161,7 @@ bool get(Subject& subject, const Store&, const Options& options) {
     return true;
 }
 
-// --- changes that wait for a commit ---------------------------------------------------------------
+// --- changes that wait for a commit --------------------------------------------------------------
 
 void save(const Subject& subject, const Store& store, const std::optional<Change>& change) {
     if (change)

@@ -21,7 +21,8 @@ struct Change {
 // Each of these does one change to a package in memory and returns what to record, which is nothing
 // when everything was as asked for. They throw Error.
 
-/// An empty value deletes. Without an option it is the type of the section, which is made when missing.
+/// An empty value deletes. Without an option it is the type of the section, which is made when
+/// missing.
 std::optional<Change> set(Package& package, const Target& target, const std::string& value);
 Change addSection(Package& package, const std::string& type);
 Change addToList(const Target& target, const std::string& value);

@@ -36,15 +36,16 @@ public:
     Loaded load(const std::string& package) const;
 
     void addPending(const std::string& package, const std::vector<Change>& changes) const;
-    /// Forgets the pending changes to a section or to an option of it; to the whole package without.
+    /// Forgets the pending changes to a section or to an option of it; to the whole package
+    /// without.
     void revert(const std::string& package, const std::optional<std::string>& section,
                 const std::optional<std::string>& option) const;
     /// Writes the pending changes into the package's file; without one the file is not touched.
     void commit(const std::string& package) const;
 
-    /// Keeps other processes from changing anything while it lives. Readers need it as well: between
-    /// a commit's two steps, a package has the pending changes both in its file and beside it, and a
-    /// list would be read with its new elements twice.
+    /// Keeps other processes from changing anything while it lives. Readers need it as well:
+    /// between a commit's two steps, a package has the pending changes both in its file and beside
+    /// it, and a list would be read with its new elements twice.
     class Lock {
     public:
         explicit Lock(const Store& store);

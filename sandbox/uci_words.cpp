@@ -126,8 +126,8 @@ void WordReader::quoted(char quote, std::string& word) {
     ++at_;
 }
 
-// Skips a backslash. False when it joins the next line to this one, true when it makes the following
-// character an ordinary one.
+// Skips a backslash. False when it joins the next line to this one, true when it makes the
+// following character an ordinary one.
 bool WordReader::escape() {
     ++at_;
     const bool joins =

@@ -21,8 +21,8 @@ public:
     std::optional<std::string> keyword();
     /// Enters the arguments after the last keyword; fails with `reason` when the text ends there.
     void enterArguments(const char* reason);
-    /// The next argument; empty when there is none, and when it is an empty pair of quotes. A quoted
-    /// one may run on over the following lines.
+    /// The next argument; empty when there is none, and when it is an empty pair of quotes. A
+    /// quoted one may run on over the following lines.
     std::string argument();
 
     bool atLineEnd() const { return peek() == '\0'; }

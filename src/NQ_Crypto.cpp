@@ -106,7 +106,7 @@ int NQ_Crypto::computeSHA256(const char* text, unsigned char* out, int n) {
 }
 
 void NQ_Crypto::zeroize() {
-    // Not std::fill, which a compiler may drop when the object goes next.
+    // Not std::fill, which a compiler may drop when the object is destroyed next.
     OPENSSL_cleanse(key, sizeof key);
     OPENSSL_cleanse(iv, sizeof iv);
 }

@@ -29,8 +29,8 @@ Type requestTypeOf(int (*)(int, Type, ...));
 using RequestWord = decltype(requestTypeOf(&ioctl));
 
 int gpio_ioctl(int request, unsigned int value) {
-    // Opened once and never closed. Atomic only so that first calls at once are defined; it costs
-    // no more than an int. Deliberate: they may both open the device.
+    // Opened once and never closed. Atomic only so that concurrent first calls are defined; it
+    // costs no more than an int. Deliberate: they may both open the device.
     static std::atomic<int> cached{-1};
     int device = cached.load(std::memory_order_relaxed);
     if (device < 0) {

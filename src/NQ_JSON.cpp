@@ -28,8 +28,8 @@ std::string textOf(json_object* value) { return required(json_object_get_string(
 
 bool is(json_object* value, json_type type) { return json_object_is_type(value, type) != 0; }
 
-/// json-c returns null when it has no memory. Passed on, that would become a JSON null, and a document
-/// that says something else.
+/// json-c returns null when it has no memory. Passed on, that would become a JSON null, and a
+/// document that says something else.
 json_object* made(json_object* value) {
     if (value == nullptr)
         throw std::bad_alloc();
@@ -59,8 +59,8 @@ int lengthOf(json_object* array) {
     return is(array, json_type_array) ? static_cast<int>(json_object_array_length(array)) : 0;
 }
 
-/// Null when there is no such element. json-c looks at the end of the array alone: it would count on
-/// an array, and its older generation on an index from 0.
+/// Null when there is no such element. json-c looks at the end of the array alone: it would count
+/// on an array, and its older generation on an index from 0.
 json_object* elementOf(json_object* array, int idx) {
     if (idx < 0 || !is(array, json_type_array))
         return nullptr;

@@ -191,7 +191,8 @@ void NQ_Mqtt::publishConnected() {
 bool NQ_Mqtt::send(std::string topic, std::string payload, int qos, int retained) {
     MQTTClient_message message = messageOf(payload, qos, retained);
     MQTTClient_deliveryToken token = 0;
-    MQTTClient_publishMessage(client, topic.c_str(), &message, &token); // the wait will tell
+    // A failure shows in the wait.
+    MQTTClient_publishMessage(client, topic.c_str(), &message, &token);
     lastResult = MQTTClient_waitForCompletion(
         client, token, static_cast<unsigned long>(timeout(connOpts.connectTimeout)));
     return lastResult == MQTTCLIENT_SUCCESS;

@@ -36,7 +36,7 @@ NQ_Sockets::NQ_Sockets(const char* name) : serverFd(-1) {
         socketPath = SOCKET_DIRECTORY "/";
         socketPath += name;
         (void)!std::system("[ -d " SOCKET_DIRECTORY
-                           " ] || mkdir -p " SOCKET_DIRECTORY); // bind() will tell
+                           " ] || mkdir -p " SOCKET_DIRECTORY); // a failure shows in bind()
         initSocketSrv();
     } catch (...) {
         detail::reportCaught("kvr::api::com::NQ_Sockets::NQ_Sockets");
@@ -105,8 +105,8 @@ bool NQ_Sockets::receiveMessage(int client) {
     detail::out() << "Receiving: " << detail::decimal(length) << " bytes" << std::endl;
 
     std::string payload;
-    // Where size_t has 32 bits, a text may be shorter than a length tells. The C++ libraries have words
-    // of their own for that; this one is the same everywhere.
+    // Where size_t has 32 bits, the length can exceed the longest text. Each C++ library reports
+    // that in its own way; this exception is the same everywhere.
     if (length > payload.max_size())
         throw std::bad_alloc();
     payload.resize(length);

@@ -26,8 +26,8 @@ public:
     /// `dispatcher` must outlive the handler and be used by nobody else.
     explicit RequestHandler(Dispatcher& dispatcher) : dispatcher_(dispatcher) {}
 
-    /// Carries out one message and returns its response, as valid UTF-8. Blocks while another thread
-    /// is in here. `sender` is named in the log; it is empty for the local socket. Throws
+    /// Carries out one message and returns its response, as valid UTF-8. Blocks while another
+    /// thread is in here. `sender` is named in the log; it is empty for the local socket. Throws
     /// std::runtime_error once refuseRequests() was called. From any thread.
     Response handle(const std::string& message, const std::string& sender);
 

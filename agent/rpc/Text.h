@@ -6,8 +6,8 @@
 
 namespace agent {
 
-/// True when `text` is well-formed UTF-8: no stray or missing continuation bytes, no overlong forms,
-/// no surrogates, nothing above U+10FFFF.
+/// True when `text` is well-formed UTF-8: no stray or missing continuation bytes, no overlong
+/// forms, no surrogates, nothing above U+10FFFF.
 bool isUtf8(const std::string& text);
 
 /// `text` with every byte that belongs to no well-formed character replaced by U+FFFD.

@@ -15,12 +15,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A connection to a socket server of this machine. Failures raise std::runtime_error, with a reason
-/// for people.
+/// A connection to a socket server of this machine. Failures raise std::runtime_error, with a
+/// reason for people.
 class Connection {
 public:
-    /// Connects to the server NAME. Refuses a server of another user's, who would read what is sent.
-    /// Waits at most for `limit` until the server takes the connection.
+    /// Connects to the server NAME. Refuses a server of another user's, who would read what is
+    /// sent. Waits at most for `limit` until the server takes the connection.
     Connection(const std::string& name, std::chrono::seconds limit);
 
     /// Sends one message: its length in four bytes, host byte order, then its bytes.

@@ -59,7 +59,7 @@ public:
         return *this;
     }
 
-    /// Gives the share up. The pointer is empty before the object can go, so the object's
+    /// Releases the share. The pointer is empty before the object can be destroyed, so the object's
     /// destructor may look at it.
     void reset() {
         T* const released = pointee;
@@ -68,8 +68,8 @@ public:
             released->dec_refcount();
     }
 
-    /// Takes a share of `object` (null allowed) before it gives the old one up, so the object held
-    /// may be given again.
+    /// Takes a share of `object`, which may be null, before it releases the old one. So the object
+    /// that is held may be passed again.
     void reset(T* object) {
         shared_ptr taken(object);
         T* const released = pointee;
@@ -97,14 +97,16 @@ typedef shared_ptr<CRuntime> CRuntime_ref;
 
 /// The process's presence in the DDS domain.
 ///
-/// Threads: every operation may be called from any thread; they take turns.
+/// Threads: any thread may call every operation concurrently; a mutex of the runtime orders them.
 class TAVO_RMI_API CRuntime : public virtual RefCounted {
 public:
     /// The one runtime of the process, made by the first call; never empty. The library holds a
-    /// share of it to the end of the process, so it lives, and keeps running, when the
-    /// application's pointers are gone. Deliberate: ending the process does not stop it (a forked
-    /// child would wait for threads that it does not have), and peers then miss the participant
-    /// only when its lease expires, so programs stop the runtime before they end.
+    /// share of it until the process ends, so it lives and keeps running without the application's
+    /// pointers.
+    ///
+    /// Deliberate: the end of the process does not stop it, as a forked child would wait for
+    /// threads that it does not have. Peers then notice the absence only when the participant's
+    /// lease expires. So stop the runtime before the program ends.
     static shared_ptr<CRuntime> getDefaultRuntime();
 
     CRuntime();
@@ -118,17 +120,17 @@ public:
     /// blanks:
     ///   --RMIServiceDiscoveryTimeout=N     whole seconds, at least 1
     ///   --RMIClientThreadingModel=ST|MT
-    /// Both are checked and otherwise without effect, since there are no services here to find or
-    /// to call. Other options and texts are ignored. Nothing of `argv` is kept.
+    /// Both are checked and have no other effect, since there are no services here. Other options
+    /// and texts are ignored. Nothing of `argv` is kept.
     ///
-    /// False, with one line on standard error, when one of the two has another value or the domain
-    /// cannot be joined. True also, with nothing done, when the runtime runs already. While it
-    /// joins, Cyclone DDS's log sink is replaced, and the default one is in place afterwards: an
-    /// application with a sink of its own sets it again.
+    /// Returns false, after one line on standard error, when one of the two has another value or
+    /// the domain cannot be joined. Returns true without doing anything when the runtime runs
+    /// already. While it joins, Cyclone DDS's log sink is replaced, and the default one is in place
+    /// afterwards: an application with a sink of its own must set it again.
     virtual bool start(int argc, const char* argv[]) = 0;
 
-    /// Leaves the domain; peers see that at once. False when the runtime does not run or Cyclone
-    /// DDS refuses. The runtime may be started again.
+    /// Leaves the domain, which peers notice immediately. Returns false when the runtime does not
+    /// run or Cyclone DDS refuses. The runtime may be started again.
     virtual bool stop() = 0;
 
     /// Whether it runs: started with success and not stopped since.

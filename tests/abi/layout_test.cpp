@@ -1,5 +1,6 @@
-// What programs that were compiled against the headers have built in: sizes of objects, places of the fields that they
-// reach, and slots of virtual operations. A change of any of these needs a new soname.
+// What programs that were compiled against the headers have built in: sizes of objects, places of
+// the fields that they reach, and slots of virtual operations. A change of any of these needs a new
+// soname.
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/NQ_JsonRPC.h>
 #include <kvr/api/NQ_Stream.h>

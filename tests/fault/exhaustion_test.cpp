@@ -1,5 +1,5 @@
-// Descriptors and processes used up. Each test has them used up by itself, and sees what every class
-// does then and afterwards, when there are some again.
+// Descriptors and processes used up. Each test has them used up by itself, and sees what every
+// class does then and afterwards, when there are some again.
 
 #include "CapturedOutput.h"
 #include "FakePrograms.h"

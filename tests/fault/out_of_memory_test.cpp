@@ -1,8 +1,9 @@
 // Memory that runs out in every class: each allocation of a representative operation fails, in a
 // process of its own.
 //
-// Where a dependency does not survive, its name stands in the outcome. A trial that starts a program
-// has the forked copy run out of memory as well, up to the point where it becomes the program.
+// Where a dependency does not survive, its name stands in the outcome. A trial that starts a
+// program has the forked copy run out of memory as well, up to the point where it becomes the
+// program.
 
 #include "FailingMemory.h"
 
@@ -280,8 +281,8 @@ TEST(OutOfMemory, Sockets) {
     (void)unlink(("/tmp/socketDDS/" + name).c_str());
 }
 
-// The status is the raw one: 13 for a program that nobody reads, 127 * 256 for one that could not be
-// started.
+// The status is the raw one: 13 for a program that nobody reads, 127 * 256 for one that could not
+// be started.
 TEST(OutOfMemory, Programs) {
     const std::string printed = "0:" + kLong + "|";
     const std::set<std::string> others = {"0:", "13:", "32512:execvp: Cannot allocate memory|"};

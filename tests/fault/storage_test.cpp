@@ -1,5 +1,5 @@
-// A disk without room, and one that cannot be written to: a small file system over a directory, in a
-// mount namespace of each test's own.
+// A disk without room, and one that cannot be written to: a small file system over a directory, in
+// a mount namespace of each test's own.
 //
 // No class reports a failed write. What the expectations hold is what is on the disk afterwards:
 // always the beginning of what was to be written, and never anything else.

@@ -20,7 +20,8 @@ public:
     bool send(const std::string& payload);
     /// Sends bytes as they are.
     bool sendRaw(const std::string& bytes);
-    /// The next message that the agent sends on this connection; empty when none comes or it is cut.
+    /// The next message that the agent sends on this connection; empty when none comes or it is
+    /// cut.
     std::string receive();
 
 private:

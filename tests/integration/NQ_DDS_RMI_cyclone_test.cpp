@@ -29,8 +29,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 #ifdef __SANITIZE_ADDRESS__
-// Asked by the leak checker when the process exits. In a forked copy, memory that only the stacks of the
-// parent's other threads refer to looks lost.
+// Asked by the leak checker when the process exits. In a forked copy, memory that only the stacks
+// of the parent's other threads refer to looks lost.
 static bool leaksAreExpected = false;
 extern "C" int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() { return leaksAreExpected ? 1 : 0; }

@@ -40,8 +40,8 @@ std::ptrdiff_t descriptorsOf(const AgentInSandbox& agent) {
     return std::distance(begin(all), end(all)) - inherited + 3;
 }
 
-/// Clients that connect and send nothing. The server's queue is short, so most of them still wait to
-/// be connected. Their threads end with the server.
+/// Clients that connect and send nothing. The server's queue is short, so most of them still wait
+/// to be connected. Their threads end with the server.
 class SilentClients {
 public:
     SilentClients(const AgentInSandbox& agent, int count) {

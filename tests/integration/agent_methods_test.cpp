@@ -1,5 +1,5 @@
-// What the agent's methods do to a gateway, and what they refuse; those for the configuration are in
-// agent_uci_test.cpp.
+// What the agent's methods do to a gateway, and what they refuse; those for the configuration are
+// in agent_uci_test.cpp.
 
 #include "AgentInSandbox.h"
 

@@ -29,9 +29,9 @@ std::string notFound(const std::string& id) {
     return error(id, -32601, "Method not found", "there is no method \\\"none\\\"") + "\n";
 }
 
-/// Runs a shell script beside an agent that serves the name "agent" and may run sh, with the requests
-/// 1.json and 2.json ("none"), describe.json and notification.json in its directory. The agent's
-/// standard output is left in the file "out".
+/// Runs a shell script beside an agent that serves the name "agent" and may run sh, with the
+/// requests 1.json and 2.json ("none"), describe.json and notification.json in its directory. The
+/// agent's standard output is left in the file "out".
 Ran besideAgent(const std::string& script) {
     return runInSandbox(
         {"sh", "-c",

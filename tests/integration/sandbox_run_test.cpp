@@ -141,7 +141,7 @@ private:
     std::string before_;
 };
 
-// --- the program as a process ---------------------------------------------------------------------
+// --- the program as a process --------------------------------------------------------------------
 
 TEST_F(SandboxRun, PassesTheExitStatusOn) {
     EXPECT_EQ(0, run({"true"}).status);
@@ -212,7 +212,7 @@ TEST_F(SandboxRun, SaysWhichBuildItMisses) {
     EXPECT_THAT(ran.err, StartsWith("sandbox: no sandbox/bin in " + empty.path()));
 }
 
-// --- the gateway inside ---------------------------------------------------------------------------
+// --- the gateway inside --------------------------------------------------------------------------
 
 TEST_F(SandboxRun, HoldsAGatewaysConfiguration) {
     EXPECT_EQ("dhcp\ndropbear\nfirewall\nnetwork\nsystem\nwireless\n", shell("ls /etc/config").out);
@@ -268,7 +268,7 @@ TEST_F(SandboxRun, BootEnvironmentIsReadByTheRealTool) {
     EXPECT_EQ("sn=changed\n", shell("fw_setenv sn changed; fw_printenv sn").out);
 }
 
-// --- the host inside ------------------------------------------------------------------------------
+// --- the host inside -----------------------------------------------------------------------------
 
 TEST_F(SandboxRun, KeepsTheHostsOwnConfiguration) {
     EXPECT_EQ(support::readFile("/etc/passwd"), run({"cat", "/etc/passwd"}).out);
@@ -337,7 +337,7 @@ TEST_F(SandboxRun, WorksInsideItself) {
     EXPECT_EQ(0, ran.status) << ran.err;
 }
 
-// --- GPIO -----------------------------------------------------------------------------------------
+// --- GPIO ----------------------------------------------------------------------------------------
 
 TEST_F(SandboxRun, GpioReadsSignalsFromTheStateFile) {
     EXPECT_EQ("41\n12050\n0\n0\n0\n",
@@ -394,7 +394,7 @@ TEST_F(SandboxRun, GpioLeavesOtherDescriptorsAlone) {
                       "-1 Function not implemented\n")); // an emulator, before the kernel
 }
 
-// --- a root that is kept --------------------------------------------------------------------------
+// --- a root that is kept -------------------------------------------------------------------------
 
 class SandboxRunRoot : public SandboxRun {
 protected:
@@ -518,7 +518,7 @@ TEST_F(SandboxRunRoot, BelongsToOneRunAtATime) {
     EXPECT_EQ(128 + SIGTERM, first.wait().status);
 }
 
-// --- an ordinary user -----------------------------------------------------------------------------
+// --- an ordinary user ----------------------------------------------------------------------------
 
 TEST_F(SandboxRun, WorksForAnOrdinaryUser) {
     if (geteuid() != 0)

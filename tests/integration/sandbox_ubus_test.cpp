@@ -14,7 +14,7 @@ using support::Ran;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// --- get ------------------------------------------------------------------------------------------
+// --- get -----------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, GetPrintsASectionInFileOrder) {
     const Ran ran = call("get", R"({ "config":"network","section":"lan"})");
@@ -104,7 +104,7 @@ TEST_F(SandboxUbus, GetSeesPendingChanges) {
     EXPECT_EQ(kNetwork, network());
 }
 
-// --- refusals of the tool itself ------------------------------------------------------------------
+// --- refusals of the tool itself -----------------------------------------------------------------
 
 TEST_F(SandboxUbus, InvalidArgumentIsFollowedByTheUsage) {
     const Ran ran = call("get", "{}");
@@ -199,7 +199,7 @@ TEST_F(SandboxUbus, BrokenPackageFileIsAnUnknownError) {
     expectRefused("get", R"({"config":"broken"})", 247, "Unknown error");
 }
 
-// --- add ------------------------------------------------------------------------------------------
+// --- add -----------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, AddMakesASection) {
     const Ran ran = call("add", R"({ "config": "network", "name": "guest", "type": "interface" })");
@@ -267,7 +267,7 @@ TEST_F(SandboxUbus, AddToAMissingPackageIsNotFound) {
     expectNotFound("add", R"({"config":"nopkg","name":"a","type":"b"})");
 }
 
-// --- set ------------------------------------------------------------------------------------------
+// --- set -----------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, SetReplacesValuesInPlaceAndAppendsNewOnes) {
     expectSilent(call("set", R"({"config":"network","section":"lan","type":"ignored",)"
@@ -368,7 +368,7 @@ TEST_F(SandboxUbus, SetRefusesOptionNamesOfOtherCharacters) {
     expectInvalid("set", R"({"config":"network","section":"lan","values":{"":"c"}})");
 }
 
-// --- delete ---------------------------------------------------------------------------------------
+// --- delete --------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, DeleteOfOptionsDropsThoseThatExist) {
     expectSilent(call("delete", R"({ "config": "network", "section": "lan", )"

@@ -22,7 +22,7 @@ using support::Ran;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// --- uci ------------------------------------------------------------------------------------------
+// --- uci -----------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, CommitWithoutAPendingChangeDoesNotTouchTheFile) {
     provide("network", "config   interface lan # kept as it is\n");
@@ -158,7 +158,7 @@ TEST_F(SandboxUbus, ReadersWaitForACommitToBeDone) {
     }
 }
 
-// --- reading --------------------------------------------------------------------------------------
+// --- reading -------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, ReaderTakesEveryWayOfQuoting) {
     provide("forms", "package forms\n"

@@ -31,8 +31,8 @@ private:
     int port_;
 };
 
-/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its port and
-/// its state are kept over stop() and start().
+/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its port
+/// and its state are kept over stop() and start().
 class Broker {
 public:
     /// `settings` are lines for its configuration; they follow the listener's.
@@ -53,8 +53,8 @@ public:
     /// most `count` of them, or fewer when no more come for a while.
     std::vector<std::string> receive(const std::string& filter, int count) const;
 
-    /// Makes a session that lasts, under the subscriber's name, so that receiveKept() with the
-    /// same name gets what is published in between with a quality of service above 0 (or 0, with the
+    /// Makes a session that lasts, under the subscriber's name, so that receiveKept() with the same
+    /// name gets what is published in between with a quality of service above 0 (or 0, with the
     /// broker's queue_qos0_messages).
     void keepFor(const std::string& subscriber, const std::string& filter) const;
 

@@ -19,8 +19,8 @@ struct Ran {
 /// with the thread that started it.
 class RunningProgram {
 public:
-    /// Starts `arguments[0]` (looked up in PATH) with `environment` ("NAME=value") added and `input`
-    /// as its standard input.
+    /// Starts `arguments[0]` (looked up in PATH) with `environment` ("NAME=value") added and
+    /// `input` as its standard input.
     explicit RunningProgram(const std::vector<std::string>& arguments,
                             const std::vector<std::string>& environment = {},
                             const std::string& input = "");

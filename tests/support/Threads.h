@@ -5,8 +5,8 @@
 
 namespace support {
 
-/// How many the kernel lists. One that was joined may be listed for a while longer, under an emulator
-/// most of all.
+/// How many the kernel lists. One that was joined may be listed for a while longer, under an
+/// emulator most of all.
 std::size_t threadsOfThisProcess();
 
 /// How many there are once a thread has come and gone: the first of a process may bring one of a

@@ -1,5 +1,6 @@
 // AutoMount's operations and events, one by one, with commands that only are recorded.
-// NQ_AutoMount_events_test.cpp lets nodes come and go; NQ_AutoMount_device_test.cpp mounts a device.
+// NQ_AutoMount_events_test.cpp lets nodes come and go; NQ_AutoMount_device_test.cpp mounts a
+// device.
 
 #include <kvr/api/NQ_AutoMount.h>
 

@@ -287,8 +287,8 @@ TEST(NQ_Base64, AnyTextIsDecodedToTheComputedLength) {
     }
 }
 
-/// Lets every allocation of OpenSSL in `work` fail in turn: it throws std::bad_alloc each time, until
-/// all succeed. Returns how often it did.
+/// Lets every allocation of OpenSSL in `work` fail in turn: it throws std::bad_alloc each time,
+/// until all succeed. Returns how often it did.
 int failuresOf(const std::function<void()>& work) {
     int failures = 0;
     for (bool done = false; !done;) {

@@ -115,7 +115,7 @@ private:
     mode_t before_;
 };
 
-// getFilesFromDir ----------------------------------------------------------------------------------
+// getFilesFromDir ---------------------------------------------------------------------------------
 
 /// The files a and b, and the directory d with the file c.
 class Tree {
@@ -287,7 +287,7 @@ TEST(NQ_FileUtils, ListingClosesEveryDirectory) {
     EXPECT_EQ(before, openDescriptors());
 }
 
-// Linux_Copy -----------------------------------------------------------------------------------------
+// Linux_Copy --------------------------------------------------------------------------------------
 
 int copy(const std::string& source, const std::string& destination) {
     return NQ_FileUtils::Linux_Copy(source.c_str(), destination.c_str());
@@ -407,7 +407,7 @@ TEST(NQ_FileUtils, CopyingClosesBothFiles) {
     EXPECT_EQ(before, openDescriptors());
 }
 
-// FileWriter, NQ_Files -------------------------------------------------------------------------------
+// FileWriter, NQ_Files ----------------------------------------------------------------------------
 
 TEST(FileWriter, JoinsChainedWrites) {
     const TempDir directory;

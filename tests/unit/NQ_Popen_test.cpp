@@ -55,7 +55,7 @@ std::string shell(const std::string& script, int& status) {
     return NQ_Popen::execute("sh", {"-c", script}, status);
 }
 
-// execute ------------------------------------------------------------------------------------------
+// execute -----------------------------------------------------------------------------------------
 
 TEST(NQ_Popen, ExecuteMergesBothOutputsInWritingOrder) {
     int status = kUntouched;
@@ -165,7 +165,7 @@ TEST(NQ_Popen, ExecuteLeavesNeitherBehindWhenTheOutputDoesNotFitIntoMemory) {
     EXPECT_NE(kUntouched, status); // how the child ended, without anybody to write to
 }
 
-// Programs that cannot be executed -----------------------------------------------------------------
+// Programs that cannot be executed ----------------------------------------------------------------
 
 TEST(NQ_Popen, AProgramThatDoesNotExistSaysSoInTheOutput) {
     int status = kUntouched;
@@ -237,7 +237,7 @@ TEST(NQ_Popen, AFailedExecutionContinuesOneProcessOnly) {
     EXPECT_EQ("continued\ndestroyed\nexit handler\ndestroyed\n", readFile(notesPath));
 }
 
-// When calls fail ------------------------------------------------------------------------------------
+// When calls fail ---------------------------------------------------------------------------------
 
 TEST(NQ_Popen, AFailingForkEndsTheProcessByExit) {
     EXPECT_EXIT(
@@ -294,7 +294,7 @@ TEST(NQ_Popen, WithoutAPipeTheOutputIsEmptyAndTheChildStillAwaited) {
     EXPECT_FALSE(hasChildren());
 }
 
-// Interrupted reading --------------------------------------------------------------------------------
+// Interrupted reading -----------------------------------------------------------------------------
 
 std::string interruptedPath;
 
@@ -351,7 +351,7 @@ TEST(NQ_Popen, ExecuteInsecureReadsOnAfterAnInterruptedRead) {
     EXPECT_TRUE(interruption.happened());
 }
 
-// executeInsecure ------------------------------------------------------------------------------------
+// executeInsecure ---------------------------------------------------------------------------------
 
 TEST(NQ_Popen, ExecuteInsecureGivesTheExitCodeAlone) {
     int status = kUntouched;

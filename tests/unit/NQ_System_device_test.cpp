@@ -1,4 +1,5 @@
-// What NQ_System tells about the device: companions, processes, the boot environment and the serial port.
+// What NQ_System tells about the device: companions, processes, the boot environment and the serial
+// port.
 
 #include <kvr/api/sys/NQ_System.h>
 

@@ -33,7 +33,7 @@ using uci::named;
 using uci::Tools;
 using uci::ToolsWithSection;
 
-// applyConfig with arguments ------------------------------------------------------------------------
+// applyConfig with arguments ----------------------------------------------------------------------
 
 TEST(NQ_UBUS, ApplyConfigPrintsAndRunsTheCommandAndACommit) {
     const CapturedCommands commands;
@@ -104,7 +104,7 @@ TEST(NQ_UBUS, ASingleQuoteBreaksTheLineAndIsNotRepaired) {
         << "neither the set nor the commit runs";
 }
 
-// applyConfig ---------------------------------------------------------------------------------------
+// applyConfig -------------------------------------------------------------------------------------
 
 TEST(NQ_UBUS, AMissingSectionIsAddedAndThenSet) {
     const Tools tools;
@@ -218,7 +218,7 @@ TEST(NQ_UBUS, ApplyConfigChecksNothing) {
                                               "ubus call uci set 'no json'; uci commit network"));
 }
 
-// checkConfig ---------------------------------------------------------------------------------------
+// checkConfig -------------------------------------------------------------------------------------
 
 TEST(NQ_UBUS, CheckConfigPrintsTheFieldsAndDeletesEmptyOptions) {
     const Tools tools;
@@ -357,7 +357,7 @@ TEST(NQ_UBUS, EveryLineIsFlushedBeforeTheCallReturns) {
               flushedBy([&] { ubus.restartService(); }));
 }
 
-// restartService ------------------------------------------------------------------------------------
+// restartService ----------------------------------------------------------------------------------
 
 /// The command and what is printed must agree on the service.
 void expectRestart(const std::string& config, const std::string& section,

@@ -26,7 +26,7 @@ using uci::kUnparsable;
 using uci::named;
 using uci::Tools;
 
-// init and the readers ------------------------------------------------------------------------------
+// init and the readers ----------------------------------------------------------------------------
 
 TEST(NQ_UBUS, IsEmptyAtFirst) {
     const NQ_UBUS ubus;
@@ -144,7 +144,7 @@ TEST(NQ_UBUS, ValuesAreEmptyWhenTheirTextIsThatOfAnEmptyObject) {
     EXPECT_FALSE(configured("{}").hasEmptyValues());
 }
 
-// The JSON arguments --------------------------------------------------------------------------------
+// The JSON arguments ------------------------------------------------------------------------------
 
 TEST(NQ_UBUS, AddNamesTheTypeOnlyWhenThereIsOne) {
     EXPECT_EQ(R"({ "config": "network", "name": "lan", "type": "interface" })",
@@ -179,7 +179,7 @@ TEST(NQ_UBUS, ArgumentsAreEscapedAsJsonOnly) {
               ubus.makeDeleteConfig());
 }
 
-// getSystemCfg --------------------------------------------------------------------------------------
+// getSystemCfg ------------------------------------------------------------------------------------
 
 TEST(NQ_UBUS, GetPassesOneArgumentWithoutAShell) {
     const Tools tools;

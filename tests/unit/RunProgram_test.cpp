@@ -17,8 +17,8 @@
 
 namespace {
 
-/// Has a copy of this process start another process by `start`, and kills the copy once the other one
-/// has written a byte to the descriptor given; true when that one has ended soon after.
+/// Has a copy of this process start another process by `start`, and kills the copy once the other
+/// one has written a byte to the descriptor given; true when that one has ended soon after.
 bool endsWhatIsStartedBy(const std::function<void(int)>& start) {
     int alive[2]; // the writing end is open as long as one of the two lives
     EXPECT_EQ(0, pipe(alive));

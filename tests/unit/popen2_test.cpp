@@ -230,7 +230,7 @@ TEST(pclose2, ClosesTheStreamBeforeItWaits) {
     EXPECT_EQ(0, pclose2(stream, pid));
 }
 
-// convert --------------------------------------------------------------------------------------------
+// convert -----------------------------------------------------------------------------------------
 
 TEST(convert, CopiesTheTextAndItsTerminator) {
     const std::string text = "copied";

@@ -25,8 +25,8 @@ public:
     typedef void (*Callback)(const Watcher& watcher, const std::string& name, unsigned int mask,
                              void* context);
 
-    /// `mask` is an inotify(7) event mask, such as IN_CREATE | IN_DELETE. `context` is handed back to the callback and otherwise
-    /// not touched.
+    /// `mask` is an inotify(7) event mask, such as IN_CREATE | IN_DELETE. `context` is handed back
+    /// to the callback and otherwise not touched.
     Watcher(const std::string& path, unsigned int mask, Callback callback, void* context);
 
     // The order is part of the binary interface.

@@ -10,8 +10,8 @@
 /// echoes it to standard output.
 ///
 /// Empty lines are neither announced nor echoed. While loop() runs, only observers may read
-/// standard input too, for instance the lines that belong to a command (see NQ_Stream for what is
-/// read ahead).
+/// standard input, for instance further lines of a command. NQ_Stream describes the buffers, and
+/// what programs that this one starts see of standard input.
 /// Threads: loop() runs on the caller's thread and calls the observers there, one line at a time.
 class TAVO_API StdInReader : public kvr::api::iot::Subject<StdInReader> {
 public:
@@ -19,9 +19,9 @@ public:
     StdInReader();
     ~StdInReader() override;
 
-    /// Reads until `stop` is found true: within about a second while no line comes (an empty line
-    /// is then written to standard output), else after the next line. At the end of standard input
-    /// it turns at full speed until then.
+    /// Reads lines until `stop` is true. While no line arrives, returns within about a second after
+    /// the flag is set, and writes an empty line to standard output then; otherwise after the next
+    /// line. At the end of standard input it loops at full speed until the flag is set.
     void loop(bool& stop);
 
     /// The same as lastLine.

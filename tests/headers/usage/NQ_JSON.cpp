@@ -1,4 +1,5 @@
-// json-c's functions for the handles come with the header, and the macros of its other headers do not.
+// json-c's functions for the handles come with the header, and the macros of its other headers do
+// not.
 #include <kvr/api/data/NQ_JSON.h>
 
 #if defined(MC_ERROR) || defined(JSON_C_VERSION) || defined(LH_PRIME)

@@ -39,8 +39,8 @@ public:
     /// Single-instance rule: locks the file /tmp/NAME.pid (which holds no process id) for the rest
     /// of the process's life. Returns true only when another process holds the lock; false when
     /// this one holds it, and on every other error. A file that was removed is made and locked
-    /// again. Call it after daemon(3): a forked child is another process, and the copy that ends
-    /// there would hold the lock that the other one inherits.
+    /// again. Call it after daemon(3), not before: a forked child is another process, and finds the
+    /// lock that it inherited held by its parent.
     static bool appAlreadyRunning();
 
     /// Whether the board has a cellular modem: /dev/cdc-wdm0 can be opened.
