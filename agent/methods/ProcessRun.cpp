@@ -13,7 +13,8 @@
 namespace agent {
 namespace {
 
-/// Most output that an answer carries; a program that prints more keeps running, its output is dropped.
+/// Most output that an answer carries; a program that prints more keeps running, its output is
+/// dropped.
 constexpr std::size_t kMostOutput = 256 * 1024;
 
 Json numberOrNull(bool known, int number) { return known ? newInt(number) : nullptr; }
