@@ -24,8 +24,8 @@ namespace com {
 ///
 /// Traps:
 /// - Each part is taken by one recv() call. A payload that arrives in pieces is delivered after the
-///   first piece, filled up with zero bytes, and its rest is taken for the next length. Send a
-///   message with one call, at most 32 KiB.
+///   first piece, filled up with zero bytes. Its rest is taken for the next length. Send a message
+///   with one call, at most 32 KiB.
 /// - The buffer for a payload is allocated before the payload arrives. A length that is really text
 ///   announces up to 4 GiB (3.8 GB were seen), so trust the clients or limit the process's memory.
 /// - One client is served at a time, without a time limit. A client that stays connected and silent

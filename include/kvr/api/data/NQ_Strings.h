@@ -30,9 +30,8 @@ public:
     /// Appends the fields of `s` between delimiters to `elems`, which is not cleared, and returns
     /// `elems`.
     ///
-    /// Fields are those of std::getline(): an empty text has none, adjacent delimiters enclose an
-    /// empty field, a leading one follows an empty field, and a trailing one is not followed by
-    /// any.
+    /// Fields are those of std::getline(). An empty text has none. Adjacent delimiters enclose an
+    /// empty field, and a leading delimiter follows one. A trailing delimiter is followed by none.
     static std::vector<std::string>& split(const std::string& s, char delim,
                                            std::vector<std::string>& elems);
 

@@ -19,7 +19,7 @@
 /// Ends the process: when fork() fails, after perror() "fork", with exit(1).
 ///
 /// Trap: when the program cannot be executed, the forked copy of the caller prints perror()
-///       "execvp" (into the pipe, for "r") and then RETURNS from this call with `pid` 0 and a null
+///       "execvp" (into the pipe, for "r"). It then RETURNS from this call with `pid` 0 and a null
 ///       stream. A direct caller must end that copy before it runs any other code:
 /// @code
 ///     FILE* stream = popen2(command, args, "r", pid);

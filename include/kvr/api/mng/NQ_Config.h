@@ -9,8 +9,8 @@ namespace kvr {
 namespace api {
 namespace mng {
 
-/// Places one configuration file for an application or for one of its agents, and restarts the
-/// application or stops the agent so that the file takes effect.
+/// Places one configuration file for an application or for one of its agents. Then restarts the
+/// application, or stops the agent, so that the file takes effect.
 ///
 /// Order:   init(), for JSON content checkConfig(), applyConfig(), then stopAgent() or
 ///          notifyAppRestart().
