@@ -28,7 +28,7 @@ bool runs(const std::string& command) {
 
 void handleDevEvent(const Watcher&, const std::string& name, unsigned int mask, void* context) {
     kvr::api::detail::out() << "SOMETHING HAPPNED: " << name << std::endl;
-    kvr::api::detail::out() << "WHAT: " << kvr::api::detail::decimal(mask) << std::endl;
+    kvr::api::detail::printLine({"WHAT: ", kvr::api::detail::Decimal(mask)});
     auto* autoMount = static_cast<kvr::api::AutoMount*>(context);
     if (name != autoMount->device)
         return;

@@ -203,7 +203,7 @@ struct CloseDirectory {
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 bool isSelfOrParent(const char* name) {
-    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 void appendEntries(const std::string& path, bool recursive, std::vector<std::string>& files) {
@@ -215,7 +215,10 @@ void appendEntries(const std::string& path, bool recursive, std::vector<std::str
     while (const dirent* entry = readdir(directory.get())) {
         if (isSelfOrParent(entry->d_name))
             continue;
-        std::string file = path + "/" + entry->d_name;
+        const std::size_t length = std::strlen(entry->d_name);
+        std::string file;
+        file.reserve(path.size() + 1 + length);
+        file.append(path).append(1, '/').append(entry->d_name, length);
         if (recursive && entry->d_type == DT_DIR)
             appendEntries(file, true, files);
         else

@@ -55,6 +55,12 @@ json_object* memberOf(json_object* object, const char* key) {
     return member;
 }
 
+json_object* memberOf(json_object* object, const std::string& key) {
+    json_object* member = nullptr;
+    json_object_object_get_ex(object, key.c_str(), &member);
+    return member;
+}
+
 int lengthOf(json_object* array) {
     return is(array, json_type_array) ? static_cast<int>(json_object_array_length(array)) : 0;
 }
@@ -76,7 +82,7 @@ json_object* parse(const std::string& text) {
     json_object* value =
         json_tokener_parse_ex(tokener.get(), text.c_str(), static_cast<int>(text.length()));
     if (json_tokener_get_error(tokener.get()) != json_tokener_success)
-        detail::out() << "Unable to parse json" << std::endl;
+        detail::printLine({"Unable to parse json"});
     return value;
 }
 
@@ -125,15 +131,15 @@ std::string NQ_JSON::get_json_obj_as_string(const std::string& key) const {
 }
 
 int NQ_JSON::get_json_int(const std::string& key) const {
-    return json_object_get_int(memberOf(obj, key.c_str()));
+    return json_object_get_int(memberOf(obj, key));
 }
 
 double NQ_JSON::get_json_double(const std::string& key) const {
-    return json_object_get_double(memberOf(obj, key.c_str()));
+    return json_object_get_double(memberOf(obj, key));
 }
 
 NQ_JSON NQ_JSON::get_json_object(const std::string& key) const {
-    return NQ_JSON(memberOf(obj, key.c_str()));
+    return NQ_JSON(memberOf(obj, key));
 }
 
 bool NQ_JSON::keyExists(const std::string& key) const {
@@ -215,7 +221,7 @@ void NQ_JSON::emptyFields(std::vector<std::string>& out, json_object* object) co
         if (*text == '\0')
             out.emplace_back(key);
         else
-            detail::out() << key << '=' << text << std::endl;
+            detail::printLine({key, "=", text});
     }
 }
 

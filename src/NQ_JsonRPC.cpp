@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include <json-c/json_object.h>
 #include <syslog.h>
 
 namespace kvr::api {
@@ -45,9 +46,12 @@ bool NQ_RPCHandler::Process(const NQ_JSON& request, NQ_JSON& response) {
     if (request.getObj() == nullptr)
         return false;
     const std::string method = request.get_json_string("method");
-    // Deliberate: read for nothing but that a null "params" is refused here, before any handler
-    // sees it.
-    request.get_json_string("params");
+    // Deliberate: the parameters are read as text, so that a null is refused before any handler sees
+    // it. Nothing else is done with the text.
+    json_object* params = nullptr;
+    if (json_object_object_get_ex(request.getObj(), "params", &params) &&
+        json_object_get_string(params) == nullptr)
+        throw std::logic_error("kvr::api::NQ_RPCHandler: \"params\" is null");
     if (method.empty())
         return false;
     CallbackMethod* handler = Lookup(method);

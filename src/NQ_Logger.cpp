@@ -1,5 +1,7 @@
 #include <kvr/api/log/NQ_Logger.h>
 
+#include "detail/console.h"
+
 #include <stdexcept>
 
 #include <syslog.h>
@@ -50,7 +52,7 @@ void NQ_Logger::log(const std::vector<std::string>& messages, const std::string&
 }
 
 void NQ_Logger::logHelper(const std::string& message, const std::string& level) {
-    logFile << level << ": " << message << std::endl;
+    detail::writeLine(logFile, {level, ": ", message});
 }
 
 void NQ_Logger::logSysLog(char priority, const char* message) {

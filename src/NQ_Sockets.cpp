@@ -83,14 +83,14 @@ void NQ_Sockets::loop(bool& stop) {
 }
 
 void NQ_Sockets::serveOneConnection() {
-    detail::out() << "Waiting for a connection..." << std::endl;
+    detail::printLine({"Waiting for a connection..."});
     sockaddr_un peer;
     socklen_t peerLength = sizeof peer;
     // Deliberate: a plain descriptor, never closed.
     const int client = accept(serverFd, reinterpret_cast<sockaddr*>(&peer), &peerLength);
     if (client == -1)
         throw std::runtime_error("Error accepting socket connection\n");
-    detail::out() << "Connected." << std::endl;
+    detail::printLine({"Connected."});
     while (receiveMessage(client)) {
     }
 }
@@ -102,25 +102,24 @@ bool NQ_Sockets::receiveMessage(int client) {
     const ssize_t arrived = recv(client, &length, sizeof length, 0);
     if (arrived < 0)
         throw std::runtime_error("Error receiving socket data length\n");
-    detail::out() << "Receiving: " << detail::decimal(length) << " bytes" << std::endl;
+    detail::printLine({"Receiving: ", detail::Decimal(length), " bytes"});
 
-    std::string payload;
     // Where size_t has 32 bits, the length can exceed the longest text. Each C++ library reports
     // that in its own way; this exception is the same everywhere.
-    if (length > payload.max_size())
+    if (length > lastMessage.max_size())
         throw std::bad_alloc();
-    payload.resize(length);
+    std::string payload(length, '\0');
     // After a whole length that says 0, a recv() of 0 bytes would wait for the client's next byte.
     const bool saysZero = arrived == sizeof length && length == 0;
     const ssize_t result = saysZero ? 0 : recv(client, &payload[0], length, 0);
-    detail::out() << "Receive result:" << detail::decimal(result) << std::endl;
+    detail::printLine({"Receive result:", detail::Decimal(result)});
     if (result < 0)
         throw std::runtime_error("Error receiving socket data buffer\n");
     if (result == 0)
         return false;
 
     lastMessage = std::move(payload);
-    detail::out() << "Received:" << lastMessage << std::endl;
+    detail::printLine({"Received:", lastMessage});
     notify();
     return true;
 }

@@ -98,7 +98,8 @@ std::string NQ_Stream::readOneLineStream(std::istream& in) {
 
 std::string NQ_Stream::forwardAndCopyInput(std::istream& in, bool& stop) {
     std::string line = readOneLineStream(in, stop);
-    kvr::api::detail::out() << line << std::endl << std::flush;
+    kvr::api::detail::printLine({line});
+    kvr::api::detail::out().flush(); // Deliberate: a second time.
     return line;
 }
 

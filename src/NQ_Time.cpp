@@ -73,14 +73,15 @@ std::string NQ_Time::tvToDateStr(const timeval& tv) {
     tm parts;
     if (gmtime_r(&seconds, &parts) == nullptr)
         return std::string();
-    char date[26];
-    char fraction[24]; // room for any long, not only for the three digits of a valid time
-    const std::size_t length = std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+    constexpr std::size_t kDate = 26;
+    constexpr std::size_t kFraction = 24; // any long, not only the three digits of a valid time
+    char text[kDate + kFraction];
+    const std::size_t length = std::strftime(text, kDate, "%Y-%m-%dT%H:%M:%S", &parts);
     if (length == 0) // a year of more than ten characters
         return std::string();
-    std::string text(date, length);
-    (void)std::snprintf(fraction, sizeof fraction, ".%03ldZ", static_cast<long>(tv.tv_usec / 1000));
-    return text += fraction;
+    const int fraction =
+        std::snprintf(text + length, kFraction, ".%03ldZ", static_cast<long>(tv.tv_usec / 1000));
+    return std::string(text, length + static_cast<std::size_t>(fraction));
 }
 
 } // namespace kvr::api::datetime

@@ -1,10 +1,13 @@
 #ifndef TAVO_DETAIL_CONSOLE_H
 #define TAVO_DETAIL_CONSOLE_H
 
+#include <charconv>
+#include <cstddef>
 #include <exception>
+#include <initializer_list>
 #include <istream>
 #include <ostream>
-#include <string>
+#include <string_view>
 
 // Up to release 12 of GNU's library, <iostream> plants a load-time constructor and an exit handler
 // in every source that includes it. The library must load fast on a weak board, so there the two
@@ -32,12 +35,42 @@ inline std::istream& in() {
     return std::cin;
 }
 
-/// A number as text. Printed as a number, it would follow the flags and the locale that the
-/// application gave std::cout.
-template <class Number>
-std::string decimal(Number number) {
-    return std::to_string(number);
+/// The decimal digits of a number. Printed as a number, it would follow the flags and the locale
+/// that the application gave std::cout.
+class Decimal {
+public:
+    explicit Decimal(long long number)
+        : end(std::to_chars(digits, digits + sizeof digits, number).ptr) {}
+    operator std::string_view() const {
+        return std::string_view(digits, static_cast<std::size_t>(end - digits));
+    }
+
+private:
+    char digits[20];
+    char* end;
+};
+
+/// Writes `parts` as one line to `stream`, and flushes it. The stream's width and number format do
+/// not apply.
+inline void writeLine(std::ostream& stream, std::initializer_list<std::string_view> parts) {
+    // A call of the stream costs more than the copy of a short line.
+    char line[512];
+    std::size_t length = 0;
+    for (const std::string_view& part : parts) {
+        if (part.size() < sizeof line - length) {
+            length += part.copy(line + length, part.size());
+        } else {
+            stream.write(line, static_cast<std::streamsize>(length));
+            stream.write(part.data(), static_cast<std::streamsize>(part.size()));
+            length = 0;
+        }
+    }
+    line[length++] = '\n';
+    stream.write(line, static_cast<std::streamsize>(length)).flush();
 }
+
+/// The same on standard output.
+inline void printLine(std::initializer_list<std::string_view> parts) { writeLine(out(), parts); }
 
 /// The line that every catch-all handler of the library prints.
 inline void reportCaught(const char* operation) {

@@ -188,6 +188,23 @@ TEST_F(NQ_LoggerTest, NothingIsQuotedFilteredOrInterpreted) {
               content());
 }
 
+TEST_F(NQ_LoggerTest, LinesOfAnyLengthAreWrittenWhole) {
+    std::vector<std::string> messages;
+    std::string expected;
+    for (const std::size_t length : {0, 1, 500, 504, 505, 506, 507, 508, 511, 512, 513, 9000}) {
+        messages.emplace_back(length, 'm');
+        expected += "INFO: " + messages.back() + "\n";
+    }
+    inChild([&messages] { NQ_Logger::instance()->log(messages, "INFO"); });
+    EXPECT_EQ(expected, content());
+}
+
+TEST_F(NQ_LoggerTest, ALevelOfAnyLengthStandsInFrontOfItsMessage) {
+    const std::string level(600, 'l');
+    inChild([&level] { NQ_Logger::instance()->log(std::string("text"), level); });
+    EXPECT_EQ(level + ": text\n", content());
+}
+
 TEST_F(NQ_LoggerTest, AVectorGivesOneLinePerMessage) {
     inChild([] {
         NQ_Logger::instance()->log(std::vector<std::string>{"first", "", "third"}, "ERROR");
