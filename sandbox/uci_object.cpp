@@ -157,15 +157,9 @@ public:
         else
             edit.record(uci::addSection(edit.package, type));
         const std::string section = name ? *name : edit.changes.back().section;
-        Status first = Status::Ok;
-        if (json_object* const values = bus::table(arguments_, "values")) {
-            for (const auto& [option, value] : bus::members(values)) {
-                const Status status = addValue(edit, edit.package.find(section), option, value);
-                if (first == Status::Ok)
-                    first = status;
-            }
-        }
-        refuse(first);
+        if (json_object* const values = bus::table(arguments_, "values"))
+            for (const auto& [option, value] : bus::members(values))
+                refuse(addValue(edit, edit.package.find(section), option, value));
         store_.addPending(config, edit.changes);
         reply_.add("section", section);
         return true;

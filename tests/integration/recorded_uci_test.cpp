@@ -69,8 +69,11 @@ Record readRecord(const std::string& path) {
 Lines linesOf(const std::string& text) {
     Lines lines;
     std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty() && line.back() == '\r')
+            line.replace(line.size() - 1, 1, "<CR>");
         lines.push_back(line);
+    }
     if (!text.empty() && text.back() != '\n')
         lines.back() += "<no line end>";
     return lines;
