@@ -1,0 +1,39 @@
+#ifndef TAVO_BENCH_CHILD_H
+#define TAVO_BENCH_CHILD_H
+
+#include <csignal>
+#include <cstdlib>
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace bench {
+
+/// A copy of this process that runs a function and ends; killed, if it still runs, with its object.
+class Child {
+public:
+    template <class Function>
+    explicit Child(const Function& function) : pid_(fork()) {
+        if (pid_ == -1)
+            std::abort();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            function();
+            _exit(0);
+        }
+    }
+    ~Child() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+private:
+    pid_t pid_;
+};
+
+} // namespace bench
+
+#endif
