@@ -19,9 +19,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// For a message that the server does not read to its end.
-constexpr std::chrono::seconds kSendLimit(5);
-
 [[noreturn]] void fail(const std::string& problem) { throw std::runtime_error(problem); }
 
 [[noreturn]] void failWithReason(const std::string& problem) {
@@ -68,7 +65,6 @@ Connection::Connection(const std::string& name, std::chrono::seconds limit)
         failWithReason(path);
     }
     refuseStranger(descriptor_.get(), path);
-    setSendLimit(descriptor_.get(), kSendLimit);
 }
 
 void Connection::send(const std::string& payload) {

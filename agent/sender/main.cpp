@@ -45,7 +45,7 @@ const char kHelp[] =
 /// only the first one.
 constexpr std::size_t kSafeSize = 32 * 1024;
 
-constexpr seconds kConnectLimit(5); ///< with --no-answer
+constexpr seconds kSendLimit(5); ///< with --no-answer
 constexpr int kMostSeconds = 24 * 60 * 60;
 
 enum Status { success = 0, failure = 1, noAnswer = 2, usage = 2 };
@@ -123,7 +123,7 @@ std::string transfer(Connection& connection, const Payload& payload, seconds tim
 }
 
 void sendAll(const Options& options, const std::vector<Payload>& payloads) {
-    Connection connection(options.name, kConnectLimit);
+    Connection connection(options.name, kSendLimit);
     for (const Payload& payload : payloads)
         transfer(connection, payload, options.timeout);
 }

@@ -74,7 +74,8 @@ TEST(Answer, MayBeLong) {
 }
 
 TEST(Answer, IsNotWaitedForWhenTheClientDoesNotRead) {
-    AgentInSandbox agent({"--allow", "sh"});
+    // The idle limit must not be what ends the connection.
+    AgentInSandbox agent({"--allow", "sh", "--idle", "3600"});
     Client client(agent.socketPath());
     const std::string large =
         asking("process.run",
