@@ -5,7 +5,7 @@
 #include <kvr/api/NQ_AutoMount.h>
 
 #include "CapturedOutput.h"
-#include "RunProgram.h"
+#include "Stick.h"
 #include "TempDir.h"
 #include "Waiting.h"
 
@@ -35,80 +35,10 @@ using kvr::api::AutoMount;
 using support::CapturedOutput;
 using support::eventually;
 using support::exists;
-using support::runProgram;
+using support::Stick;
 using support::TempDir;
 using support::writeFile;
 using testing::HasSubstr;
-
-/// A stick with one file, "hello", on it. Not plugged in at first.
-class Stick {
-public:
-    /// Tells in problem() what this machine refuses.
-    Stick() {
-        const std::string image = directory_ / "image";
-        std::filesystem::create_directory(directory_ / "content");
-        writeFile(directory_ / "content/hello", "from the stick\n");
-        writeFile(image, "");
-        std::filesystem::resize_file(image, 1024 * 1024);
-        if (!run({"mke2fs", "-q", "-F", "-d", directory_ / "content", image}))
-            return;
-        if (!run({"losetup", "--find", "--show", image}))
-            return;
-        loop_ = said_.substr(0, said_.find('\n'));
-        struct stat status = {};
-        if (stat(loop_.c_str(), &status) != 0 || !S_ISBLK(status.st_mode)) {
-            problem_ = "losetup names no device: " + said_;
-            return;
-        }
-        number_ = status.st_rdev;
-        // Detached while in use: the kernel lets go of it with this descriptor, however the test
-        // ends.
-        inUse_ = open(loop_.c_str(), O_RDONLY | O_CLOEXEC);
-        if (inUse_ < 0 || !run({"losetup", "--detach", loop_}))
-            return;
-        plugIn();
-        if (problem_.empty())
-            unplug();
-    }
-
-    ~Stick() {
-        unplug();
-        if (inUse_ >= 0)
-            close(inUse_);
-    }
-    Stick(const Stick&) = delete;
-    Stick& operator=(const Stick&) = delete;
-
-    const std::string& problem() const { return problem_; }
-    const std::string& name() const { return name_; }
-    std::string node() const { return "/dev/" + name_; }
-
-    void plugIn() {
-        if (mknod(node().c_str(), S_IFBLK | 0600, number_) != 0)
-            problem_ = "mknod " + node() + ": " + std::strerror(errno);
-    }
-
-    void unplug() { (void)unlink(node().c_str()); }
-
-private:
-    bool run(const std::vector<std::string>& command) {
-        const char* const path = std::getenv("PATH");
-        const support::Ran ran =
-            runProgram(command, {std::string("PATH=") + (path ? path : "") + ":/usr/sbin:/sbin"});
-        said_ = ran.out;
-        if (ran.status != 0)
-            problem_ = command[0] + ": " + ran.err;
-        return ran.status == 0;
-    }
-
-    TempDir directory_;
-    std::string name_ = "tavo" + std::to_string(getpid());
-    std::string loop_;
-    int inUse_ = -1;
-    dev_t number_ = 0;
-    std::string said_;
-    std::string problem_;
-};
 
 /// In a mount namespace of the process's own, in which nothing spreads to the machine.
 class AutoMountDevice : public testing::Test {

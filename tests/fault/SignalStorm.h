@@ -1,0 +1,35 @@
+#ifndef TAVO_TESTS_SIGNAL_STORM_H
+#define TAVO_TESTS_SIGNAL_STORM_H
+
+#include <atomic>
+#include <thread>
+
+#include <pthread.h>
+
+namespace fault {
+
+/// Makes SIGUSR1 interrupt the calls of the thread that it meets: the handler does nothing, and no
+/// call is restarted.
+void letSignalsInterrupt();
+
+/// Interrupts one thread about a thousand times a second while it lives.
+class SignalStorm {
+public:
+    /// The thread that makes it, or another.
+    explicit SignalStorm(pthread_t target = pthread_self());
+    ~SignalStorm();
+    SignalStorm(const SignalStorm&) = delete;
+    SignalStorm& operator=(const SignalStorm&) = delete;
+
+    /// Signals sent so far.
+    long count() const { return count_; }
+
+private:
+    std::atomic<bool> over_{false};
+    std::atomic<long> count_{0};
+    std::thread thread_;
+};
+
+} // namespace fault
+
+#endif
