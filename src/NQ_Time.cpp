@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <stdexcept>
 
 namespace kvr::api::datetime {
@@ -74,14 +75,19 @@ std::string NQ_Time::tvToDateStr(const timeval& tv) {
     if (gmtime_r(&seconds, &parts) == nullptr)
         return std::string();
     constexpr std::size_t kDate = 26;
-    constexpr std::size_t kFraction = 24; // any long, not only the three digits of a valid time
+    constexpr std::size_t kFraction = 24; // any number, not only the three digits of a valid time
     char text[kDate + kFraction];
-    const std::size_t length = std::strftime(text, kDate, "%Y-%m-%dT%H:%M:%S", &parts);
-    if (length == 0) // a year of more than ten characters
+    // By hand, since C libraries differ in years that do not have four digits.
+    const long long year = 1900LL + parts.tm_year;
+    const int length =
+        std::snprintf(text, kDate, "%lld-%02d-%02dT%02d:%02d:%02d", year, parts.tm_mon + 1,
+                      parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    // Deliberate: a year that has more than ten characters or exceeds an int gives no text.
+    if (length >= static_cast<int>(kDate) || year > std::numeric_limits<int>::max())
         return std::string();
-    const int fraction =
-        std::snprintf(text + length, kFraction, ".%03ldZ", static_cast<long>(tv.tv_usec / 1000));
-    return std::string(text, length + static_cast<std::size_t>(fraction));
+    const int fraction = std::snprintf(text + length, kFraction, ".%03lldZ",
+                                       static_cast<long long>(tv.tv_usec / 1000));
+    return std::string(text, static_cast<std::size_t>(length + fraction));
 }
 
 } // namespace kvr::api::datetime

@@ -1,5 +1,6 @@
 #include <kvr/api/datetime/NQ_Time.h>
 
+#include "CLibrary.h"
 #include "CapturedOutput.h"
 
 #include <algorithm>
@@ -110,7 +111,7 @@ int nanosleep(const timespec* pause, timespec* remainder) {
     return next<decltype(nanosleep)>("nanosleep")(pause, remainder);
 }
 
-std::time_t time(std::time_t* result) noexcept {
+std::time_t time(std::time_t* result) C_LIBRARY_NOEXCEPT {
     if (FixedTime::current == nullptr)
         return next<std::time_t(std::time_t*)>("time")(result);
     if (result != nullptr)
@@ -495,6 +496,14 @@ TEST(NQ_Time, MicrosecondsOutOfTheirRangeShowInTheText) {
 
 #if TAVO_TIME_T_SIZE > 4
 
+TEST(NQ_Time, YearsAreWrittenWithoutPaddingOrPlusSign) {
+    EXPECT_EQ("1000-01-01T00:00:00.000Z", formatted(static_cast<std::time_t>(-30610224000)));
+    EXPECT_EQ("100-01-01T00:00:00.000Z", formatted(static_cast<std::time_t>(-59011459200)));
+    EXPECT_EQ("0-12-31T23:59:59.000Z", formatted(static_cast<std::time_t>(-62135596801)));
+    EXPECT_EQ("-1-12-31T23:59:59.000Z", formatted(static_cast<std::time_t>(-62167219201)));
+    EXPECT_EQ("-9999-01-01T00:00:00.000Z", formatted(static_cast<std::time_t>(-377705116800)));
+}
+
 TEST(NQ_Time, FarYearsAreWrittenAsLongAsTheyFit) {
     EXPECT_EQ("9999-12-31T23:59:59.000Z", formatted(static_cast<std::time_t>(253402300799)));
     EXPECT_EQ("10000-01-01T00:00:00.000Z", formatted(static_cast<std::time_t>(253402300800)));
@@ -505,6 +514,9 @@ TEST(NQ_Time, FarYearsAreWrittenAsLongAsTheyFit) {
 TEST(NQ_Time, ATimeWithoutATextIsWrittenAsNothing) {
     EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::max(), 123000));
     EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::min(), 123000));
+    // Years that an int does not hold.
+    EXPECT_EQ("", formatted(static_cast<std::time_t>(67767976233532800), 123000));
+    EXPECT_EQ("", formatted(static_cast<std::time_t>(67768036191676799), 123000));
     // A year of eleven characters, which the calendar has but the text has no room for.
     EXPECT_EQ("", formatted(static_cast<std::time_t>(-67768040609740800), 123000));
 }
