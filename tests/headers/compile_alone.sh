@@ -9,12 +9,16 @@ compiled=$1
 compiler=$2
 shift 2
 
+source=$(mktemp --suffix=.cpp) # not every compiler reads a source from standard input
+trap 'rm -f "$source"' EXIT
+case $compiled in
+*.cpp) cat "$compiled" ;;
+*) printf '#include <%s>\n#include <%s>\n' "$compiled" "$compiled" ;;
+esac >"$source"
+
 failed=0
 for standard in 11 14 17 20; do
-    case $compiled in
-    *.cpp) cat "$compiled" ;;
-    *) printf '#include <%s>\n#include <%s>\n' "$compiled" "$compiled" ;;
-    esac | "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror -fsyntax-only "$@" -x c++ - || {
+    "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror -fsyntax-only "$@" "$source" || {
         echo "$compiled is refused as C++$standard by $compiler"
         failed=1
     }

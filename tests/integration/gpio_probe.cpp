@@ -31,6 +31,11 @@ const std::map<std::string, int (*)()> kGetters = {{"out0", NQ_Gpio::getOut0},
 
 constexpr int kInherited = 9;
 
+// What ioctl() takes as the request: unsigned long in glibc, int in musl.
+template <class Type>
+Type requestTypeOf(int (*)(int, Type, ...));
+using RequestWord = decltype(requestTypeOf(&ioctl));
+
 // Opens the device for the programs that are executed from then on.
 void hold() {
     errno = 0;
@@ -44,7 +49,7 @@ void hold() {
 int raw(unsigned long request) {
     const int device = fcntl(kInherited, F_GETFD) < 0 ? open("/dev/gpio", O_RDWR) : kInherited;
     errno = 0;
-    const int result = ioctl(device, request, 1);
+    const int result = ioctl(device, static_cast<RequestWord>(request), 1);
     std::printf("%d %s\n", result, std::strerror(errno));
     return 0;
 }

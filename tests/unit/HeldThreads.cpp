@@ -1,5 +1,6 @@
 #include "HeldThreads.h"
 
+#include "CLibrary.h"
 #include "Waiting.h"
 
 #include <atomic>
@@ -79,7 +80,7 @@ bool HeldThreads::joinsReach(int count) const {
 extern "C" {
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                   void* argument) noexcept {
+                   void* argument) C_LIBRARY_NOEXCEPT {
     if (refusing)
         return EAGAIN;
     auto start = std::make_unique<Start>(Start{body, argument, isHeld()});

@@ -1,5 +1,6 @@
 #include <kvr/api/crypto/NQ_Crypto.h>
 
+#include "CLibrary.h"
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 
@@ -63,7 +64,7 @@ Function* next(const char* name) {
 // In front of the C library's: an open stream is no leak to tools, as the C library knows it.
 extern "C" {
 
-FILE* fmemopen(void* buffer, std::size_t size, const char* mode) noexcept {
+FILE* fmemopen(void* buffer, std::size_t size, const char* mode) C_LIBRARY_NOEXCEPT {
     if (refusesMemoryStreams)
         return nullptr;
     FILE* const stream =

@@ -1,5 +1,6 @@
 #include <kvr/api/sys/NQ_Gpio.h>
 
+#include "CLibrary.h"
 #include "Descriptors.h"
 #include "ForkedChild.h"
 #include "TempDir.h"
@@ -15,6 +16,7 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -32,6 +34,12 @@ using RequestWord = unsigned long;
 #else
 using RequestWord = int;
 #endif
+
+/// The request word without the sign that an int would spread over a wider one.
+template <class Word>
+unsigned long widened(Word request) {
+    return static_cast<std::make_unsigned_t<Word>>(request);
+}
 
 /// What reached the driver.
 struct Call {
@@ -121,17 +129,15 @@ int open64(const char* path, int flags, ...) {
     return reinterpret_cast<int (*)(const char*, int, ...)>(dlsym(RTLD_NEXT, "open64"))(path, flags,
                                                                                         mode);
 }
-
-int ioctl(int descriptor, RequestWord request, ...) noexcept {
-#else
-int ioctl(int descriptor, RequestWord request, ...) {
 #endif
+
+int ioctl(int descriptor, RequestWord request, ...) C_LIBRARY_NOEXCEPT {
     va_list arguments;
     va_start(arguments, request);
     const unsigned long value = va_arg(arguments, unsigned long);
     va_end(arguments);
     if (FakeBoard::current != nullptr)
-        return FakeBoard::current->control(descriptor, static_cast<unsigned long>(request), value);
+        return FakeBoard::current->control(descriptor, widened(request), value);
     return reinterpret_cast<int (*)(int, RequestWord, ...)>(dlsym(RTLD_NEXT, "ioctl"))(
         descriptor, request, value);
 }

@@ -3,6 +3,7 @@
 
 #include <kvr/api/sys/NQ_System.h>
 
+#include "CLibrary.h"
 #include "CapturedCommands.h"
 #include "CapturedOutput.h"
 #include "CapturedSyslog.h"
@@ -68,14 +69,14 @@ int flockError = 0; // with which flock() fails when it is not 0
 // In front of the C library's, for the library under test as well.
 extern "C" {
 
-ssize_t readlink(const char* path, char* buffer, std::size_t size) noexcept {
+ssize_t readlink(const char* path, char* buffer, std::size_t size) C_LIBRARY_NOEXCEPT {
     if (FakeLink::current != nullptr)
         return FakeLink::current->read(path, buffer, size);
     return reinterpret_cast<ssize_t (*)(const char*, char*, std::size_t)>(
         dlsym(RTLD_NEXT, "readlink"))(path, buffer, size);
 }
 
-int flock(int descriptor, int operation) noexcept {
+int flock(int descriptor, int operation) C_LIBRARY_NOEXCEPT {
     if (flockError != 0) {
         errno = flockError;
         return -1;

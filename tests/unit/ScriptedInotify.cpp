@@ -1,5 +1,7 @@
 #include "ScriptedInotify.h"
 
+#include "CLibrary.h"
+
 #include <atomic>
 
 #include <dlfcn.h>
@@ -41,19 +43,19 @@ int kernelClose(int descriptor) { return next<decltype(close)>("close")(descript
 
 extern "C" {
 
-int inotify_init() noexcept {
+int inotify_init() C_LIBRARY_NOEXCEPT {
     if (const auto* answer = answerTo(&InotifyCalls::init))
         return (*answer)();
     return next<decltype(inotify_init)>("inotify_init")();
 }
 
-int inotify_add_watch(int descriptor, const char* path, std::uint32_t mask) noexcept {
+int inotify_add_watch(int descriptor, const char* path, std::uint32_t mask) C_LIBRARY_NOEXCEPT {
     if (const auto* answer = answerTo(&InotifyCalls::addWatch))
         return (*answer)(descriptor, path, mask);
     return kernelAddWatch(descriptor, path, mask);
 }
 
-int inotify_rm_watch(int descriptor, int watch) noexcept {
+int inotify_rm_watch(int descriptor, int watch) C_LIBRARY_NOEXCEPT {
     if (const auto* answer = answerTo(&InotifyCalls::removeWatch))
         return (*answer)(descriptor, watch);
     return next<decltype(inotify_rm_watch)>("inotify_rm_watch")(descriptor, watch);
