@@ -2,6 +2,10 @@
 // /dev/gpio from a text file of "name value" lines, which TAVO_GPIO_STATE names. Every other call
 // goes on to the C library.
 //
+// Programs with glibc and with musl load the same file, since one environment reaches both: the
+// shells of this machine and what they start. So it needs no library by name and uses only what
+// every C library has, in a form that all of them share: no C++ library, no FILE macros, no stat().
+//
 // Everything is looked up anew in each call (the file may be edited or replaced meanwhile, and the
 // descriptor may have come from another program), so there is nothing to keep or to lock in here.
 #include <cerrno>
@@ -11,9 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
-#include <string>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -56,11 +57,12 @@ bool isDevicePath(const char* path) { return path && std::strcmp(path, "/dev/gpi
 
 bool isDevice(int descriptor) {
     char link[64];
-    char target[PATH_MAX];
+    char target[64];
+    char expected[sizeof target];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
-    const ssize_t length = readlink(link, target, sizeof target);
-    const std::string expected = std::string("/memfd:") + kDeviceFile + " (deleted)";
-    return length > 0 && expected == std::string(target, static_cast<std::size_t>(length));
+    const int length = std::snprintf(expected, sizeof expected, "/memfd:%s (deleted)", kDeviceFile);
+    return readlink(link, target, sizeof target) == length &&
+           std::memcmp(expected, target, static_cast<std::size_t>(length)) == 0;
 }
 
 int openDevice(int flags) {
@@ -74,10 +76,13 @@ int openDevice(int flags) {
 class StateLock {
 public:
     StateLock() {
-        const std::string path = stateFile();
-        const std::string directory = path.substr(0, path.find_last_of('/') + 1);
+        char directory[PATH_MAX];
+        std::snprintf(directory, sizeof directory, "%s", stateFile());
+        char* const slash = std::strrchr(directory, '/');
+        if (slash != nullptr)
+            slash[1] = '\0';
         descriptor_ = next<int (*)(const char*, int, ...)>("open")(
-            directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            slash != nullptr ? directory : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (descriptor_ >= 0)
             flock(descriptor_, LOCK_EX);
     }
@@ -92,11 +97,39 @@ private:
     int descriptor_;
 };
 
-bool isLineOf(const std::string& line, const char* signal, long& value) {
-    std::istringstream words(line);
-    std::string name;
-    return words >> name && name == signal && words >> value;
-}
+/// The lines of the state file, in turn.
+class StateLines {
+public:
+    StateLines() : file_(std::fopen(stateFile(), "re")) {}
+    ~StateLines() {
+        std::free(line_);
+        if (file_ != nullptr)
+            std::fclose(file_);
+    }
+    StateLines(const StateLines&) = delete;
+    StateLines& operator=(const StateLines&) = delete;
+
+    bool next() { return file_ != nullptr && getline(&line_, &room_, file_) >= 0; }
+    /// With its newline, unless it is the last and has none.
+    const char* text() const { return line_; }
+    /// Whether the line is "signal value", and with which value.
+    bool isOf(const char* signal, long& value) const {
+        const char* const name = line_ + std::strspn(line_, kBlanks);
+        const std::size_t length = std::strcspn(name, kBlanks);
+        if (length != std::strlen(signal) || std::strncmp(name, signal, length) != 0)
+            return false;
+        char* end = nullptr;
+        value = std::strtol(name + length, &end, 10);
+        return end != name + length;
+    }
+
+private:
+    static constexpr char kBlanks[] = " \t\r\n";
+
+    std::FILE* file_;
+    char* line_ = nullptr;
+    std::size_t room_ = 0;
+};
 
 int fail(int error) {
     errno = error;
@@ -104,10 +137,10 @@ int fail(int error) {
 }
 
 int readSignal(const char* signal) {
-    std::ifstream state(stateFile());
+    StateLines state;
     long value = 0;
-    for (std::string line; std::getline(state, line);) {
-        if (!isLineOf(line, signal, value))
+    while (state.next()) {
+        if (!state.isOf(signal, value))
             continue;
         // As for any system call: the kernel hands small negative results out as errors.
         return value < 0 && value > -4096 ? fail(static_cast<int>(-value))
@@ -116,28 +149,36 @@ int readSignal(const char* signal) {
     return fail(EIO); // the signal is not in the file
 }
 
-int writeSignal(const char* signal, unsigned value) {
-    const StateLock lock;
-    std::ifstream state(stateFile());
-    std::string text;
+/// Copies the state with the signal's new value; whether the signal is in it and all was written.
+bool copyState(std::FILE* fresh, const char* signal, unsigned value) {
+    StateLines state;
     bool found = false;
     long old = 0;
-    for (std::string line; std::getline(state, line);) {
-        if (isLineOf(line, signal, old)) {
-            line = signal + (" " + std::to_string(value));
+    while (state.next()) {
+        const char* const line = state.text();
+        if (state.isOf(signal, old)) {
+            std::fprintf(fresh, "%s %u\n", signal, value);
             found = true;
+        } else {
+            std::fprintf(fresh, std::strchr(line, '\n') != nullptr ? "%s" : "%s\n", line);
         }
-        text += line + "\n";
     }
-    if (!found)
-        return fail(EIO);
+    return found && std::ferror(fresh) == 0;
+}
+
+int writeSignal(const char* signal, unsigned value) {
+    const StateLock lock;
     // By a rename, so that whoever looks never meets half a file.
-    const std::string fresh = std::string(stateFile()) + ".new";
-    std::ofstream file(fresh, std::ios::trunc);
-    file << text;
-    file.close();
-    if (!file || std::rename(fresh.c_str(), stateFile()) != 0)
+    char fresh[PATH_MAX];
+    std::snprintf(fresh, sizeof fresh, "%s.new", stateFile());
+    std::FILE* const file = std::fopen(fresh, "we");
+    if (file == nullptr)
         return fail(EIO);
+    const bool copied = copyState(file, signal, value);
+    if (std::fclose(file) != 0 || !copied || std::rename(fresh, stateFile()) != 0) {
+        unlink(fresh);
+        return fail(EIO);
+    }
     return 0;
 }
 
@@ -150,6 +191,13 @@ int answer(std::uint32_t word, unsigned value) {
 }
 
 } // namespace
+
+// An emulator sets LD_PRELOAD for the programs that it runs. What they start in turn may be for
+// this machine, which cannot load this file.
+__attribute__((constructor)) static void keepFromThisMachinesPrograms() {
+    if (std::getenv("QEMU_SET_ENV") != nullptr)
+        unsetenv("LD_PRELOAD");
+}
 
 // The permission bits are there only when a file may be made; passing a word too many does no harm.
 #define FORWARDED_MODE(last)                                                                       \
