@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034 # its variables are for others
 # Shared by the scripts of this folder: where the repository is, and what its builds need from Debian.
 # Source it; it defines functions and variables only.
 
@@ -20,6 +21,27 @@ say() { printf '%s\n' "$*"; }
 die() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
     exit 1
+}
+
+# usage: prints what the script says of itself, the comment at its head.
+usage() { sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$0"; }
+
+# bad_usage MESSAGE: ends a script that was called in a way it does not understand.
+bad_usage() {
+    printf '%s: %s\n\n' "${0##*/}" "$*" >&2
+    usage >&2
+    exit 2
+}
+
+# takes_no_arguments "$@": ends a script that was called with any, after its usage.
+takes_no_arguments() {
+    case ${1:-} in
+    -h | --help)
+        usage
+        exit 0
+        ;;
+    esac
+    [ $# -eq 0 ] || bad_usage "unknown argument '$1'"
 }
 
 as_root() {
@@ -55,6 +77,19 @@ install_missing() {
     fi
     rm -f "$log"
 }
+
+# debian_mirror: prints the address of the mirror that this machine takes its packages of main from.
+debian_mirror() {
+    local release mirror
+    release=$(. /etc/os-release && printf %s "${VERSION_CODENAME:?}")
+    mirror=$(apt-get indextargets --format '$(RELEASE) $(COMPONENT) $(REPO_URI)' 'Created-By: Packages' |
+        awk -v release="$release" '$1 == release && $2 == "main" { print $3; exit }')
+    [ -n "$mirror" ] || die "no mirror of Debian $release is configured on this machine"
+    printf '%s\n' "$mirror"
+}
+
+# left_out LIST...: prints one regular expression that matches all tests of the lists.
+left_out() { grep -hv '^\(#\|$\)' "$@" | paste -sd '|'; }
 
 # build PRESET [TARGET...]: configures and builds below build/PRESET, quietly unless something fails.
 build() {

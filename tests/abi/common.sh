@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Shared by the comparisons and by scripts/abi-accept. Source it; it defines functions only.
 
 # exported LIBRARY: every symbol that the library exports, with its kind and version. Weak or not is the compiler's choice.

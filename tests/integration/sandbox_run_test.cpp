@@ -198,7 +198,7 @@ TEST_F(SandboxRun, RefusesCallsItDoesNotUnderstand) {
     for (const Arguments& arguments :
          {Arguments{}, Arguments{"--frob", "true"}, Arguments{"--root"}}) {
         const Ran ran = run(arguments);
-        EXPECT_EQ(125, ran.status);
+        EXPECT_EQ(2, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_THAT(ran.err, StartsWith("Usage: sandbox/run "));
     }

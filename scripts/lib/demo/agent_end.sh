@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Ends the agent and compares what it published.
 
 step "End the agent" "SIGTERM lets it finish, remove its socket and sign off at the broker."

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Starts the broker, a subscriber and the agent.
 
 part "A gateway and its management agent"

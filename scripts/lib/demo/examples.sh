@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # The small examples.
 
 # private_dev: gives the sandbox a /dev of its own that holds an image of a USB stick, .image; the

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Requests about the gateway itself: its programs, files and signals.
 
 part "The gateway"

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # The demo. Runs in the sandbox: /etc/config, /etc/init.d, /opt and /tmp are those of a simulated
 # gateway that is gone with this shell.
 set -euo pipefail

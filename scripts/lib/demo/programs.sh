@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # The programs that run while the demo does.
 
 work=$(mktemp -d)

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Requests that the agent refuses.
 
 part "What the agent refuses"

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Requests to the agent, and what comes of them.
 
 requests=$repo/agent/requests

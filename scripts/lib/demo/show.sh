@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # What the demo shows and how it compares. Source it in the sandbox; it defines functions and
 # variables only.
 

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Where a step happens.
 
 # where PLACE WHAT...: on a terminal, a picture of the places that a step passes, from top to
