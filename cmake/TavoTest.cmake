@@ -37,9 +37,9 @@ function(tavo_test name)
     if(TAVO_SANITIZER STREQUAL "tsan")
         set(environment "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp")
     endif()
-    if(CMAKE_CROSSCOMPILING_EMULATOR AND CMAKE_SYSROOT)
+    if(TAVO_EMULATED_ROOT)
         # Where the emulator finds the libraries of the programs that a test executes.
-        list(APPEND environment "QEMU_LD_PREFIX=${CMAKE_SYSROOT}")
+        list(APPEND environment "QEMU_LD_PREFIX=${TAVO_EMULATED_ROOT}")
     endif()
     # Lists do not survive the way through gtest_discover_tests(): only the first value would, and no property after it.
     set(lists ${CMAKE_CURRENT_BINARY_DIR}/${target}_lists.cmake)
