@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <set>
 #include <stdexcept>
@@ -77,7 +78,8 @@ TEST(AutoMount, WithoutInotifyOnlyADeviceThatIsThereIsMounted) {
                 ASSERT_TRUE(eventually([&] { return passes > 0; }));
             });
         });
-        EXPECT_EQ("Couldn't initialize inotify: Too many open files\n", errors);
+        EXPECT_EQ(std::string("Couldn't initialize inotify: ") + std::strerror(EMFILE) + "\n",
+                  errors);
         EXPECT_EQ("AutoMount(PARS)\n"
                   "Couldn't add watch to /dev ERROR: Bad file descriptor\n" +
                       running("mount " + kNode + " " + directory.path()) +

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -217,7 +218,7 @@ TEST(popen2, EndsTheProcessWhenForkFails) {
             int pid = kUntouched;
             popen2("true", {}, "w", pid);
         },
-        ExitedWithCode(1), Eq("fork: Cannot allocate memory\n"));
+        ExitedWithCode(1), Eq(std::string("fork: ") + std::strerror(ENOMEM) + "\n"));
 }
 
 TEST(pclose2, GivesMinusOneForAProcessThatIsNoChild) { EXPECT_EQ(-1, pclose2(nullptr, getpid())); }
