@@ -86,10 +86,11 @@ public:
     bool watcherExists(const std::string& path) const;
 
     /// Makes a new inotify instance and registers every entry there. run() does so when the kernel
-    /// has dropped a watch, for instance because its path was deleted. Prints nothing. An entry
-    /// whose path does not exist stays in the list without a watch, and is not watched when the
-    /// path is made again. The callback of such an entry is called for a queue overflow
-    /// (IN_Q_OVERFLOW).
+    /// has dropped a watch, for instance because its path was deleted. Prints nothing.
+    ///
+    /// An entry whose path does not exist stays in the list without a watch. When the path is made
+    /// again, it is watched only after the next such rebuild. Until then the entry's callback is
+    /// called for a queue overflow (IN_Q_OVERFLOW).
     void resetState();
 
     /// Calls back for every event until `stop` is true. Returns at most 500 ms after it was set,
