@@ -2,7 +2,7 @@
 
 #include "Accept.h"
 #include "Log.h"
-#include "MqttPublisher.h"
+#include "mqtt/Publisher.h"
 #include "rpc/RequestHandler.h"
 
 namespace agent {

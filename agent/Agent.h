@@ -8,7 +8,7 @@
 namespace agent {
 
 class Connections;
-class MqttPublisher;
+class Publisher;
 class RequestHandler;
 
 /// Takes the messages of the socket server: has each handled, prints the response, publishes it,
@@ -17,7 +17,7 @@ class Agent : public kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 public:
     /// `publisher` may be null. All must outlive the agent.
     Agent(RequestHandler& handler, Connections& connections, const ResponseOutput& output,
-          MqttPublisher* publisher)
+          Publisher* publisher)
         : handler_(handler), connections_(connections), output_(output), publisher_(publisher) {}
 
     /// On the server's thread. Raises std::runtime_error once the handler refuses requests, upon
@@ -28,7 +28,7 @@ private:
     RequestHandler& handler_;
     Connections& connections_;
     const ResponseOutput& output_;
-    MqttPublisher* publisher_;
+    Publisher* publisher_;
 };
 
 } // namespace agent

@@ -27,8 +27,19 @@ const char kHelp[] =
     "  --log-limit BYTES when the log is longer, keep half as much in /tmp/log.out.1 and\n"
     "                    empty it (1048576 unless given, at least 4096)\n"
     "  --mqtt HOST:PORT  publish every response at this MQTT broker, too, as topic\n"
-    "                    gateways/NAME/response; gateways/NAME/state tells\n"
+    "                    gateways/NAME/response; gateways/NAME/state says\n"
     "                    \"online\" or, by a will, \"offline\"\n"
+    "  --tls DIRECTORY   reach the broker by TLS; the directory holds mqtt_ca-cert.crt\n"
+    "                    and, for a client's certificate, mqtt_client-cert.crt and\n"
+    "                    mqtt_client-key.key\n"
+    "  --base TOPIC      begin the topics with TOPIC in place of gateways/NAME\n"
+    "  --requests        take requests from the broker, too: of SENDER as topic\n"
+    "                    gateways/NAME/request/SENDER, answered as\n"
+    "                    gateways/NAME/response/SENDER. Who may publish there has the\n"
+    "                    agent's rights on this gateway\n"
+    "  --remote-allow METHOD\n"
+    "                    take process.run or config.place from the broker, too\n"
+    "  --insecure        allow --requests without --tls\n"
     "  --help            print this text and exit\n"
     "\n"
     "Each response is one line of JSON on standard output. The progress of requests,\n"
@@ -82,14 +93,31 @@ std::chrono::seconds parseSeconds(const char* name, const std::string& text) {
     return std::chrono::seconds(seconds);
 }
 
-Broker parseBroker(const std::string& text) {
-    const std::size_t colon = text.rfind(':');
-    const std::string host = text.substr(0, colon);
-    const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
-    // Brackets and colons are for IPv6 addresses.
-    if (!isName(host, "-.:[]") || parseNumber(port, 65535) == 0)
+Broker checkedBroker(const std::string& text) {
+    const std::optional<Broker> broker = parseBroker(text);
+    if (!broker)
         usageError("'" + safeLine(text) + "' is no HOST:PORT of a broker");
-    return {host, port};
+    return *broker;
+}
+
+std::string checkedBase(const std::string& text) {
+    if (!isTopic(text))
+        usageError("'" + safeLine(text) +
+                   "' is no base for topics: use letters, digits, _, -, . and / between them");
+    return text;
+}
+
+/// What only the options together tell.
+void completeBroker(Options& options, const std::string& tlsDirectory, bool insecure) {
+    if (options.base.empty())
+        options.base = "gateways/" + options.name;
+    if (!options.broker)
+        return;
+    options.broker->tlsDirectory = tlsDirectory;
+    if (options.takesRequests && !options.broker->usesTls() && !insecure)
+        usageError(
+            "--requests needs --tls DIRECTORY, or --insecure where nobody else can reach the "
+            "broker");
 }
 
 } // namespace
@@ -100,10 +128,19 @@ Options parseOptions(int argc, char** argv) {
         {"idle", required_argument, nullptr, 'i'},
         {"log-limit", required_argument, nullptr, 'l'},
         {"mqtt", required_argument, nullptr, 'm'},
+        {"tls", required_argument, nullptr, 't'},
+        {"base", required_argument, nullptr, 'b'},
+        {"requests", no_argument, nullptr, 'r'},
+        {"remote-allow", required_argument, nullptr, 'R'},
+        {"insecure", no_argument, nullptr, 'I'},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
     Options options;
+    std::string tlsDirectory;
+    bool insecure = false;
+    const char* needsBroker = nullptr;
+    const char* needsRequests = nullptr;
     int found;
     char programName[] = "tavo-agent";
     argv[0] = programName; // what getopt_long() begins its messages with
@@ -121,7 +158,29 @@ Options parseOptions(int argc, char** argv) {
             options.logLimit = parseLogLimit(optarg);
             break;
         case 'm':
-            options.broker = parseBroker(optarg);
+            options.broker = checkedBroker(optarg);
+            break;
+        case 't':
+            tlsDirectory = optarg;
+            needsBroker = "--tls";
+            break;
+        case 'b':
+            options.base = checkedBase(optarg);
+            needsBroker = "--base";
+            break;
+        case 'r':
+            options.takesRequests = true;
+            needsBroker = "--requests";
+            break;
+        case 'R':
+            if (options.refusedRemotely.erase(optarg) == 0)
+                usageError("'" + safeLine(optarg) +
+                           "' is not refused to requests from the broker; see --help");
+            needsRequests = "--remote-allow";
+            break;
+        case 'I':
+            insecure = true;
+            needsRequests = "--insecure";
             break;
         case 'h':
             std::fputs(kHelp, stdout);
@@ -134,7 +193,12 @@ Options parseOptions(int argc, char** argv) {
         usageError("the NAME of the socket is missing");
     if (argc - optind > 1)
         usageError("more than one NAME");
+    if (needsBroker != nullptr && !options.broker)
+        usageError(std::string(needsBroker) + " needs --mqtt HOST:PORT");
+    if (needsRequests != nullptr && !options.takesRequests)
+        usageError(std::string(needsRequests) + " needs --requests");
     options.name = checkedName(argv[optind]);
+    completeBroker(options, tlsDirectory, insecure);
     return options;
 }
 

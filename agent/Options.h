@@ -1,23 +1,25 @@
 #ifndef TAVO_AGENT_OPTIONS_H
 #define TAVO_AGENT_OPTIONS_H
 
+#include "mqtt/Broker.h"
+
 #include <chrono>
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace agent {
 
-struct Broker {
-    std::string host;
-    std::string port;
-};
-
 struct Options {
-    std::string name;                   ///< of the socket
-    std::vector<std::string> allowed;   ///< programs for process.run
-    std::optional<Broker> broker;       ///< where responses are published, too
+    std::string name;                 ///< of the socket
+    std::vector<std::string> allowed; ///< programs for process.run
+    std::optional<Broker> broker;     ///< where responses are published, too
+    std::string base;                 ///< what the topics begin with
+    bool takesRequests = false;       ///< from the broker, too
+    /// Methods that requests from the broker may not name.
+    std::set<std::string> refusedRemotely{"config.place", "process.run"};
     std::size_t logLimit = 1024 * 1024; ///< bytes
     std::chrono::seconds idleLimit{10};
 };

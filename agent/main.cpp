@@ -5,13 +5,14 @@
 #include "Agent.h"
 #include "Descriptors.h"
 #include "Log.h"
-#include "MqttPublisher.h"
 #include "Options.h"
 #include "OwnerOnly.h"
 #include "ServerThread.h"
 #include "Signals.h"
 #include "SocketDirectory.h"
 #include "methods/ProcessRun.h"
+#include "mqtt/MqttPublisher.h"
+#include "mqtt/RemoteRequests.h"
 #include "rpc/Dispatcher.h"
 #include "rpc/RequestHandler.h"
 
@@ -22,6 +23,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -37,6 +39,9 @@ constexpr std::chrono::milliseconds kGrace(500);
 /// From SIGTERM to SIGKILL for a program, and from there to leaving it behind.
 constexpr std::chrono::milliseconds kProgramGrace(2000);
 
+/// For what is left to be published. A broker that does not answer takes longer.
+constexpr std::chrono::milliseconds kBrokerGrace(3000);
+
 /// Waits for the request in progress. A program that it runs is ended by SIGTERM, then by SIGKILL.
 void awaitRequest(RequestHandler& handler, ProcessRun& program) {
     if (handler.waitUntilIdle(kGrace))
@@ -50,12 +55,25 @@ void awaitRequest(RequestHandler& handler, ProcessRun& program) {
     program.abandon(); // something that the program started still holds its output
 }
 
+/// Null when there is no broker.
+std::unique_ptr<Publisher> makePublisher(const Options& options, RequestHandler& handler) {
+    if (!options.broker)
+        return nullptr;
+    if (options.takesRequests)
+        return std::make_unique<RemoteRequests>(*options.broker, options.name, options.base,
+                                                options.refusedRemotely, handler);
+    return std::make_unique<MqttPublisher>(*options.broker, options.name, options.base);
+}
+
 int serve(const Options& options, const ResponseOutput& output) {
     openLog(options.logLimit);
     makeSocketDirectory();
     const std::string problem = socketDirectoryProblem();
     if (!problem.empty())
         throw std::runtime_error(problem);
+    const std::string tls = options.broker ? tlsProblem(*options.broker) : "";
+    if (!tls.empty())
+        throw std::runtime_error(tls);
     const std::string path = socketPath(options.name);
     if (isServed(path)) {
         std::fprintf(stderr, "tavo-agent: %s is being served already\n", path.c_str());
@@ -66,12 +84,10 @@ int serve(const Options& options, const ResponseOutput& output) {
 
     Dispatcher dispatcher(options.allowed);
     dispatcher.RegisterMethods();
-    std::optional<MqttPublisher> publisher;
-    if (options.broker)
-        publisher.emplace(*options.broker, options.name);
     RequestHandler handler(dispatcher);
+    const std::unique_ptr<Publisher> publisher = makePublisher(options, handler);
     Connections connections(path, options.idleLimit);
-    Agent agent(handler, connections, output, publisher ? &*publisher : nullptr);
+    Agent agent(handler, connections, output, publisher.get());
     std::optional<kvr::api::com::NQ_Sockets> server;
     std::optional<ServerThread> thread;
     {
@@ -80,13 +96,17 @@ int serve(const Options& options, const ResponseOutput& output) {
         server->attach(&agent);
         thread.emplace(*server, connections, path);
     }
+    if (publisher)
+        publisher->start();
 
     const int signal = awaitEndSignal();
     handler.refuseRequests();
     thread->beginEnd();
     awaitRequest(handler, dispatcher.processRun());
     thread.reset();
-    const bool published = !publisher || publisher->end();
+    if (publisher)
+        publisher->beginEnd();
+    const bool published = !publisher || publisher->endsWithin(kBrokerGrace);
     logInfo(std::string("ended by ") + (signal == SIGTERM ? "SIGTERM" : "SIGINT"));
     if (dispatcher.processRun().hasAbandoned() || !published)
         _exit(0); // a thread still waits, so nothing that it uses may be destroyed

@@ -42,10 +42,11 @@ bool wantsResponse(const Request& request, json_object* error) {
 
 } // namespace
 
-Response RequestHandler::handle(const std::string& message, const std::string& sender) {
+Response RequestHandler::handle(const std::string& message, const std::string& sender,
+                                const std::set<std::string>& refused) {
     const Turn turn(*this);
     Response response;
-    const Json tree = respond(message, origin(message, sender), response.wantedBySender);
+    const Json tree = respond(message, origin(message, sender), refused, response.wantedBySender);
     // Programs print any bytes; what they printed must not make the response invalid.
     if (tree != nullptr)
         response.text = repairedUtf8(oneLine(tree.get()));
@@ -80,12 +81,12 @@ RequestHandler::Turn::~Turn() {
 
 /// The response; null for a notification.
 Json RequestHandler::respond(const std::string& message, const std::string& from,
-                             bool& wantedBySender) {
+                             const std::set<std::string>& refused, bool& wantedBySender) {
     try {
         const Request request(message);
         wantedBySender = request.wantsAnswer();
         logInfo(named(request) + from);
-        Json response = dispatch(request);
+        Json response = dispatch(request, refused);
         json_object* error = Params(response.get()).get("error");
         if (error == nullptr)
             logInfo(named(request) + ": done");
@@ -101,13 +102,15 @@ Json RequestHandler::respond(const std::string& message, const std::string& from
     }
 }
 
-Json RequestHandler::dispatch(const Request& request) {
+Json RequestHandler::dispatch(const Request& request, const std::set<std::string>& refused) {
     Json response = newResponse(request.id());
     try {
         request.check();
         if (dispatcher_.Lookup(request.method()) == nullptr)
             throw RpcError(ErrorCode::methodNotFound,
                            "there is no method \"" + safeLine(request.method(), 60) + "\"");
+        if (refused.count(request.method()) != 0)
+            throw RpcError(ErrorCode::failed, request.method() + " is not open to this sender");
         NQ_JSON shared(response.get());
         const Unblocked unblocked;
         dispatcher_.Process(NQ_JSON(request.tree()), shared);

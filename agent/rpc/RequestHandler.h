@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 #include <string>
 
 namespace agent {
@@ -27,9 +28,11 @@ public:
     explicit RequestHandler(Dispatcher& dispatcher) : dispatcher_(dispatcher) {}
 
     /// Carries out one message and returns its response, as valid UTF-8. Blocks while another
-    /// thread is in here. `sender` is named in the log; it is empty for the local socket. Throws
-    /// std::runtime_error once refuseRequests() was called. From any thread.
-    Response handle(const std::string& message, const std::string& sender);
+    /// thread is in here. `sender` is named in the log; it is empty for the local socket. Requests
+    /// for a method of `refused` are answered with an error. Throws std::runtime_error once
+    /// refuseRequests() was called. From any thread.
+    Response handle(const std::string& message, const std::string& sender,
+                    const std::set<std::string>& refused = {});
 
     /// From now on no request is begun. From any thread.
     void refuseRequests();
@@ -50,8 +53,9 @@ private:
         RequestHandler& handler_;
     };
 
-    Json respond(const std::string& message, const std::string& from, bool& wantedBySender);
-    Json dispatch(const Request& request);
+    Json respond(const std::string& message, const std::string& from,
+                 const std::set<std::string>& refused, bool& wantedBySender);
+    Json dispatch(const Request& request, const std::set<std::string>& refused);
 
     Dispatcher& dispatcher_;
     std::mutex mutex_;

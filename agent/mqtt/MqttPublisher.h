@@ -1,8 +1,10 @@
 #ifndef TAVO_AGENT_MQTT_PUBLISHER_H
 #define TAVO_AGENT_MQTT_PUBLISHER_H
 
-#include "Options.h"
+#include "mqtt/Broker.h"
+#include "mqtt/Publisher.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <future>
@@ -20,27 +22,23 @@ class NQ_Mqtt;
 
 namespace agent {
 
-/// Publishes the responses at an MQTT broker, from a thread of its own: a broker that is slow or
-/// away delays no request.
+/// The Publisher of an agent that takes no requests from the broker: uses the library's client.
 ///
-/// Topics: gateways/NAME/response for the responses; gateways/NAME/state, retained, says
-/// "online" while the agent is connected and "offline" (its will) when it is not.
-class MqttPublisher {
+/// Over TLS the broker must show a certificate of the authority. NQ_Mqtt does not compare the name
+/// in it with the host's; see the README for what keeps others from standing in for the broker.
+class MqttPublisher : public Publisher {
 public:
-    /// Starts connecting; `name` is the agent's.
-    MqttPublisher(const Broker& broker, const std::string& name);
-    /// Calls end() and waits for the thread, however long that takes.
-    ~MqttPublisher();
+    /// `name` is the agent's, `base` what the topics begin with.
+    MqttPublisher(const Broker& broker, const std::string& name, const std::string& base);
+    /// Calls beginEnd() and waits for the thread, however long that takes.
+    ~MqttPublisher() override;
     MqttPublisher(const MqttPublisher&) = delete;
     MqttPublisher& operator=(const MqttPublisher&) = delete;
 
-    /// Publishes what is left, if connected, and "offline". False when the broker does not answer
-    /// for three seconds: the thread then still waits for it, and only _exit() ends the process in
-    /// time.
-    bool end();
-
-    /// Never waits. While the broker is away the latest responses are kept, the oldest dropped.
-    void publish(const std::string& response);
+    void start() override;
+    void publish(const std::string& response) override;
+    void beginEnd() override;
+    bool endsWithin(std::chrono::milliseconds limit) override;
 
 private:
     void run(bool& keepTrying);

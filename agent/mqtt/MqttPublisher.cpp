@@ -1,4 +1,4 @@
-#include "MqttPublisher.h"
+#include "mqtt/MqttPublisher.h"
 
 #include "Log.h"
 #include "Signals.h"
@@ -11,8 +11,6 @@ namespace {
 
 using kvr::api::com::NQ_Mqtt;
 
-constexpr std::size_t kMostKept = 100;
-
 constexpr int kTimeoutSeconds = 5; // for connecting and for each message
 constexpr int kRetrySeconds = 10;
 constexpr int kKeepAliveSeconds = 30;
@@ -20,20 +18,19 @@ constexpr int kKeepAliveSeconds = 30;
 /// agent for dead: this often the state is published anew.
 constexpr std::chrono::seconds kHeartbeat(10);
 
-/// For what is left when the agent ends.
-constexpr std::chrono::seconds kEndLimit(3);
-
 constexpr int kAtLeastOnce = 1;
 constexpr int kRetained = 1;
 constexpr int kNotRetained = 0;
 
-const char kOnline[] = "online";
-const char kOffline[] = "offline";
+/// OpenSSL's own choice; a list must be given for TLS to be used.
+const char kCiphers[] = "DEFAULT";
 
 } // namespace
 
-MqttPublisher::MqttPublisher(const Broker& broker, const std::string& name)
-    : broker_(broker), name_(name), topic_("gateways/" + name), end_(ended_.get_future()) {
+MqttPublisher::MqttPublisher(const Broker& broker, const std::string& name, const std::string& base)
+    : broker_(broker), name_(name), topic_(base), end_(ended_.get_future()) {}
+
+void MqttPublisher::start() {
     std::promise<void> ready;
     thread_ = std::thread([this, &ready] {
         KeepTrying keepTrying;
@@ -45,18 +42,23 @@ MqttPublisher::MqttPublisher(const Broker& broker, const std::string& name)
 }
 
 MqttPublisher::~MqttPublisher() {
-    end();
+    if (!thread_.joinable())
+        return;
+    beginEnd();
     thread_.join();
 }
 
-bool MqttPublisher::end() {
+void MqttPublisher::beginEnd() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         ending_ = true;
     }
     changed_.notify_all();
     stopTrying(thread_);
-    return end_.wait_for(kEndLimit) == std::future_status::ready;
+}
+
+bool MqttPublisher::endsWithin(std::chrono::milliseconds limit) {
+    return end_.wait_for(limit) == std::future_status::ready;
 }
 
 void MqttPublisher::publish(const std::string& response) {
@@ -71,6 +73,9 @@ void MqttPublisher::run(bool& keepTrying) {
     NQ_Mqtt client(broker_.host, "tavo-agent-" + name_);
     client.setConnOpts(broker_.port, "", "", kTimeoutSeconds, kRetrySeconds, kKeepAliveSeconds,
                        /*reliable=*/1, /*cleansession=*/1);
+    if (broker_.usesTls())
+        client.setSslOpts(kCiphers, /*privateKeyPassword=*/"", /*enableServerCertAuth=*/1,
+                          broker_.hasClientCertificate() ? 1 : 0, broker_.tlsDirectory);
     client.setLwt(topic_ + "/state", kOffline, kOnline, kAtLeastOnce, kRetained);
     client.initialise();
     while (client.connect(keepTrying)) {

@@ -1,0 +1,75 @@
+#ifndef TAVO_AGENT_MQTT_CLIENT_H
+#define TAVO_AGENT_MQTT_CLIENT_H
+
+#include "mqtt/Broker.h"
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <string>
+
+#include <MQTTClient.h>
+
+namespace agent {
+
+struct MqttMessage {
+    std::string topic;
+    std::string payload;
+    bool retained = false;
+};
+
+/// A connection to a broker that also receives messages, which NQ_Mqtt cannot.
+///
+/// One thread uses it, and no other MQTT client is in the process: receive() reads the packets of
+/// every client and drops what it does not expect, so that another client, NQ_Mqtt's too, may never
+/// see the broker's answer to its connection. Paho's other way, callbacks from a thread of its own,
+/// is not used: in Paho 1.3.12 that thread and its successor can run at the same time when the
+/// broker comes back, and the process crashes.
+///
+/// Over TLS the broker must show a certificate of the authority, made out to the host's name or
+/// address.
+class MqttClient {
+public:
+    /// No more than `longestPayload` bytes are kept of a message. With a `will` the broker
+    /// publishes that message, retained, when the client vanishes.
+    MqttClient(const Broker& broker, const std::string& clientId, std::size_t longestPayload,
+               const MqttMessage& will = MqttMessage());
+    /// Disconnects.
+    ~MqttClient();
+    MqttClient(const MqttClient&) = delete;
+    MqttClient& operator=(const MqttClient&) = delete;
+
+    /// Connects, or connects anew. Empty, or the reason why not. Blocks for some seconds when the
+    /// broker does not answer.
+    std::string connect();
+
+    /// False when the broker refuses or the connection is lost. Messages arrive at least once.
+    bool subscribe(const std::string& filter);
+
+    /// Sends a message that is to arrive at least once, and does not wait for that. Returns a
+    /// number for isTaken(), or 0 when the connection is lost.
+    int publish(const std::string& topic, const std::string& payload, bool retained = false);
+
+    /// True once the broker has the message, which receive() finds out.
+    bool isTaken(int number);
+
+    enum class Event { message, lost, nothing };
+
+    /// Waits for a message, at most for `limit`. Also keeps the connection alive: call it every few
+    /// seconds.
+    Event receive(MqttMessage& message, std::chrono::milliseconds limit);
+
+private:
+    static int tlsError(const char* text, std::size_t length, void* self);
+    std::string reasonOf(int code) const;
+
+    Broker broker_;
+    std::size_t longestPayload_;
+    MqttMessage will_; ///< none when its topic is empty
+    MQTTClient client_ = nullptr;
+    std::string tlsError_; ///< of the last attempt to connect
+};
+
+} // namespace agent
+
+#endif

@@ -1,0 +1,87 @@
+#ifndef TAVO_AGENT_REMOTE_REQUESTS_H
+#define TAVO_AGENT_REMOTE_REQUESTS_H
+
+#include "mqtt/AnswerMemory.h"
+#include "mqtt/MqttClient.h"
+#include "mqtt/Publisher.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace agent {
+
+class RequestHandler;
+
+/// The Publisher of an agent that takes requests from the broker, too.
+///
+/// Topics besides a Publisher's: BASE/request/SENDER for the requests of SENDER, and
+/// BASE/response/SENDER for the responses to them. So ids of different senders never meet, and a
+/// broker's access list can say who may send.
+class RemoteRequests : public Publisher {
+public:
+    /// `name` is the agent's, `base` what the topics begin with. Requests for one of the methods
+    /// `refused` are answered with an error. `handler` must outlive this object.
+    RemoteRequests(const Broker& broker, const std::string& name, const std::string& base,
+                   const std::set<std::string>& refused, RequestHandler& handler);
+    /// Calls beginEnd() and waits for the thread, however long that takes.
+    ~RemoteRequests() override;
+    RemoteRequests(const RemoteRequests&) = delete;
+    RemoteRequests& operator=(const RemoteRequests&) = delete;
+
+    void start() override;
+    void publish(const std::string& response) override;
+    /// As a Publisher's; a request in progress is finished and answered first.
+    void beginEnd() override;
+    bool endsWithin(std::chrono::milliseconds limit) override;
+
+private:
+    /// A response to a local request, published but perhaps not taken.
+    struct Sent {
+        std::string response;
+        int number;
+    };
+
+    void run();
+    bool connect();
+    bool serve();
+    bool receive(std::chrono::milliseconds limit);
+    std::string senderOf(const MqttMessage& message) const;
+    bool isWanted(const MqttMessage& message) const;
+    void begin();
+    void finish();
+    void respond(const std::string& response);
+    bool publishQueued();
+    void takeBack();
+    bool leave();
+    bool isEnding();
+
+    std::string base_;
+    std::set<std::string> refused_;
+    RequestHandler& handler_;
+    MqttClient client_;
+    std::string uri_;
+    std::string problem_; ///< of the last attempt to connect
+    std::deque<MqttMessage> waiting_;
+    std::string sender_;              ///< of the request in progress
+    std::string id_;                  ///< of the same, as JSON; empty when it has none
+    std::future<std::string> answer_; ///< to the request in progress, if any
+    AnswerMemory memory_;
+    std::deque<Sent> sent_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::string> queue_; ///< responses to local requests; guarded by mutex_
+    bool ending_ = false;           ///< guarded by mutex_
+    std::promise<void> ended_;
+    std::future<void> end_;
+    std::thread thread_;
+};
+
+} // namespace agent
+
+#endif
