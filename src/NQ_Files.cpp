@@ -133,8 +133,7 @@ int pclose2(FILE* stream, int pid) {
 
 char* convert(const std::string& s) {
     char* copy = new char[s.size() + 1];
-    s.copy(copy, s.size());
-    copy[s.size()] = '\0';
+    std::memcpy(copy, s.c_str(), s.size() + 1);
     return copy;
 }
 

@@ -22,6 +22,8 @@ public:
     std::string lastLine;
 
 private:
+    static std::string readLine(const bool& stop);
+
     LineListener* listener_;
 };
 
