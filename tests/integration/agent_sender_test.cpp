@@ -180,8 +180,8 @@ std::string framed(const std::string& text) {
 }
 
 TEST(tavo_rpc, PutsAnAnswerInPiecesTogether) {
-    Server server;
     const std::string answer = result("\"" + std::string(10000, 'x') + "\"");
+    Server server;
     server.serveOnce([&](int client) {
         for (const char byte : framed(answer))
             send(client, &byte, 1, MSG_NOSIGNAL);
@@ -206,7 +206,7 @@ TEST(tavo_rpc, SaysWhenTheServerClosesTheConnection) {
 }
 
 TEST(tavo_rpc, TakesAnAnswerThatIsNoResultForAnError) {
-    for (const char* answer : {"{}", "[]", "no JSON", "{\"error\":{}}"}) {
+    for (const char* answer : {"[]", "no JSON", "{\"error\":{}}"}) {
         Server server;
         server.serveOnce([&](int client) {
             const std::string bytes = framed(answer);
