@@ -1,111 +1,32 @@
-// tavo-rpc: sends requests to the agent, or any messages to a program that serves NQ_Sockets.
+// tavo-rpc: sends requests to the agent, to the agents of many gateways, or any messages to a program
+// that serves NQ_Sockets.
 
 #include "rpc/Json.h"
 #include "sender/Connection.h"
+#include "sender/Fleet.h"
+#include "sender/Options.h"
 #include "sender/Payload.h"
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <getopt.h>
-
 namespace {
 
 using namespace agent;
 using std::chrono::seconds;
-
-const char kHelp[] =
-    "Usage: tavo-rpc [OPTION...] NAME [FILE...]\n"
-    "Sends each FILE as one request to the agent NAME (the socket /tmp/socketDDS/NAME)\n"
-    "and prints its response, one line of JSON; with no FILE, or when FILE is -, sends\n"
-    "what standard input holds.\n"
-    "\n"
-    "  --no-answer        send each FILE as it is, on one connection, and ask for no\n"
-    "                     response; for servers other than the agent, too\n"
-    "  --timeout SECONDS  how long to wait for each response (30 unless given)\n"
-    "  --help             print this text and exit\n"
-    "\n"
-    "A request without an id gets no response. To the others tavo-rpc adds the member\n"
-    "\"answer\": true, by which the agent answers on the connection. The server takes a\n"
-    "message by a single read, so it must arrive in one piece: up to 32 KiB always do,\n"
-    "more may be cut (tavo-rpc then warns), and above some 200 KiB is always cut.\n"
-    "\n"
-    "Exit status: 0 every request has its result (with --no-answer: all are sent),\n"
-    "1 a response is an error, or something could not be read or sent, 2 no response\n"
-    "came in time, or usage error.\n";
 
 /// The kernel queues what one send() gives in pieces of at least this size; the server may find
 /// only the first one.
 constexpr std::size_t kSafeSize = 32 * 1024;
 
 constexpr seconds kSendLimit(5); ///< with --no-answer
-constexpr int kMostSeconds = 24 * 60 * 60;
 
-enum Status { success = 0, failure = 1, noAnswer = 2, usage = 2 };
-
-struct Options {
-    std::string name;
-    std::vector<std::string> files;
-    bool answers = true;
-    seconds timeout{30};
-};
-
-void complain(const std::string& problem) { std::cerr << "tavo-rpc: " << problem << '\n'; }
-
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        complain(problem);
-    std::cerr << "Try 'tavo-rpc --help' for more information.\n";
-    std::exit(usage);
-}
-
-seconds parseTimeout(const std::string& text) {
-    const bool isNumber = !text.empty() && text.size() <= 6 &&
-                          text.find_first_not_of("0123456789") == std::string::npos;
-    if (!isNumber || std::stoi(text) < 1 || std::stoi(text) > kMostSeconds)
-        usageError("--timeout takes a number of seconds, 1 to " + std::to_string(kMostSeconds));
-    return seconds(std::stoi(text));
-}
-
-Options parseOptions(int argc, char** argv) {
-    static const option known[] = {{"no-answer", no_argument, nullptr, 'n'},
-                                   {"timeout", required_argument, nullptr, 't'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
-    char programName[] = "tavo-rpc";
-    argv[0] = programName; // what getopt_long() begins its messages with
-    Options options;
-    int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
-        switch (found) {
-        case 'n':
-            options.answers = false;
-            break;
-        case 't':
-            options.timeout = parseTimeout(optarg);
-            break;
-        case 'h':
-            std::fputs(kHelp, stdout);
-            std::exit(success);
-        default:
-            usageError(""); // getopt_long() has said what is wrong
-        }
-    }
-    if (optind == argc)
-        usageError("the NAME of the socket is missing");
-    options.name = argv[optind];
-    options.files.assign(argv + optind + 1, argv + argc);
-    if (options.files.empty())
-        options.files.emplace_back("-");
-    return options;
-}
+enum Status { success = 0, failure = 1, noAnswer = 2 };
 
 /// Sends one message, and returns the answer to it, which is empty when none is due.
 std::string transfer(Connection& connection, const Payload& payload, seconds timeout) {
@@ -122,7 +43,7 @@ std::string transfer(Connection& connection, const Payload& payload, seconds tim
     }
 }
 
-void sendAll(const Options& options, const std::vector<Payload>& payloads) {
+void sendAll(const SenderOptions& options, const std::vector<Payload>& payloads) {
     Connection connection(options.name, kSendLimit);
     for (const Payload& payload : payloads)
         transfer(connection, payload, options.timeout);
@@ -130,7 +51,7 @@ void sendAll(const Options& options, const std::vector<Payload>& payloads) {
 
 /// Sends a request on a connection of its own: the agent cuts off one that was silent for long.
 /// False when the response is an error.
-bool call(const Options& options, const Payload& payload) {
+bool call(const SenderOptions& options, const Payload& payload) {
     Connection connection(options.name, options.timeout);
     const std::string response = transfer(connection, payload, options.timeout);
     if (response.empty())
@@ -140,7 +61,39 @@ bool call(const Options& options, const Payload& payload) {
     return json_object_object_get_ex(parsed.value.get(), "result", nullptr) != 0;
 }
 
-Status run(const Options& options) {
+std::string listed(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+        list += " " + name;
+    return list;
+}
+
+/// Sends one request to many gateways.
+Status callFleet(const SenderOptions& options) {
+    const std::string problem = tlsProblem(*options.broker);
+    if (!problem.empty())
+        throw std::runtime_error(problem);
+    const Payload payload = readPayload(options.files.front());
+    Fleet fleet(*options.broker, options.base, options.sender,
+                Fleet::Clock::now() + options.timeout);
+    try {
+        fleet.connect();
+    } catch (const std::runtime_error& reason) {
+        throw NoAnswer(options.broker->uri() + ": " + reason.what());
+    }
+    const std::set<std::string> gateways = options.all ? fleet.findAll() : options.gateways;
+    if (gateways.empty())
+        throw NoAnswer("no gateway is connected to the broker");
+    const Fleet::Outcome outcome = fleet.call(payload, gateways);
+    if (!outcome.unanswered.empty())
+        throw NoAnswer("no response within " + std::to_string(options.timeout.count()) + " s from" +
+                       listed(outcome.unanswered));
+    return outcome.errors == 0 ? success : failure;
+}
+
+Status run(const SenderOptions& options) {
+    if (options.broker)
+        return callFleet(options);
     // All are read first: what cannot be read must not leave half of the messages sent.
     std::vector<Payload> payloads;
     for (const std::string& file : options.files)
@@ -161,7 +114,7 @@ Status run(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const Options options = parseOptions(argc, argv);
+    const SenderOptions options = parseSenderOptions(argc, argv);
     try {
         return run(options);
     } catch (const NoAnswer& problem) {

@@ -1,0 +1,198 @@
+#include "sender/Options.h"
+
+#include "rpc/Text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+#include <getopt.h>
+#include <unistd.h>
+
+namespace agent {
+namespace {
+
+const char kHelp[] =
+    "Usage: tavo-rpc [OPTION...] NAME [FILE...]\n"
+    "  or:  tavo-rpc [OPTION...] --mqtt HOST:PORT --to NAME... FILE\n"
+    "  or:  tavo-rpc [OPTION...] --mqtt HOST:PORT --all FILE\n"
+    "Sends each FILE as one request to the agent NAME (the socket /tmp/socketDDS/NAME)\n"
+    "and prints its response, one line of JSON; with no FILE, or when FILE is -, sends\n"
+    "what standard input holds. With --mqtt it sends one FILE to many gateways through\n"
+    "a broker, and prints each response after the gateway's name, as it comes.\n"
+    "\n"
+    "  --no-answer        send each FILE as it is, on one connection, and ask for no\n"
+    "                     response; for servers other than the agent, too\n"
+    "  --timeout SECONDS  how long to wait for each response, with --mqtt for all of\n"
+    "                     them (30 unless given)\n"
+    "  --mqtt HOST:PORT   the broker\n"
+    "  --to NAME          a gateway, and further ones up to the last argument;\n"
+    "                     repeatable\n"
+    "  --all              all gateways whose agents are connected to the broker\n"
+    "  --tls DIRECTORY    reach the broker by TLS; the directory holds mqtt_ca-cert.crt\n"
+    "                     and, for a client's certificate, mqtt_client-cert.crt and\n"
+    "                     mqtt_client-key.key\n"
+    "  --insecure         allow --mqtt without --tls\n"
+    "  --sender NAME      this sender's name, which the broker may check (the host's\n"
+    "                     name and the process id unless given)\n"
+    "  --base TOPIC       what the topics begin with, up to a gateway's name (gateways\n"
+    "                     unless given)\n"
+    "  --help             print this text and exit\n"
+    "\n"
+    "A request without an id gets no response. On the socket tavo-rpc adds to the others\n"
+    "the member \"answer\": true, by which the agent answers on the connection. The\n"
+    "server takes a message by a single read, so it must arrive in one piece: up to\n"
+    "32 KiB always do, more may be cut (tavo-rpc then warns), and above some 200 KiB is\n"
+    "always cut. With --mqtt a request gets an id of its own on its way, and is repeated\n"
+    "to gateways that do not answer; they carry it out once.\n"
+    "\n"
+    "Exit status: 0 every request has its result (with --no-answer: all are sent),\n"
+    "1 a response is an error, or something could not be read or sent, 2 no response\n"
+    "came in time (with --mqtt: from some gateway), or usage error.\n";
+
+constexpr int kMostSeconds = 24 * 60 * 60;
+
+[[noreturn]] void usageError(const std::string& problem) {
+    if (!problem.empty())
+        complain(problem);
+    std::cerr << "Try 'tavo-rpc --help' for more information.\n";
+    std::exit(kUsageStatus);
+}
+
+std::chrono::seconds parseTimeout(const std::string& text) {
+    const bool isNumber = !text.empty() && text.size() <= 6 &&
+                          text.find_first_not_of("0123456789") == std::string::npos;
+    if (!isNumber || std::stoi(text) < 1 || std::stoi(text) > kMostSeconds)
+        usageError("--timeout takes a number of seconds, 1 to " + std::to_string(kMostSeconds));
+    return std::chrono::seconds(std::stoi(text));
+}
+
+std::string checkedName(const std::string& text, const std::string& what) {
+    if (!isSender(text))
+        usageError("'" + safeLine(text) + "' is no name of a " + what +
+                   ": use up to 64 letters, digits, _, - and .");
+    return text;
+}
+
+/// The host's name and the process id, as far as they can stand in a topic.
+std::string defaultSender() {
+    char host[40] = "";
+    gethostname(host, sizeof host - 1);
+    std::string name = host;
+    const auto isBad = [](char c) { return !isName(std::string(1, c), "."); };
+    std::replace_if(name.begin(), name.end(), isBad, '_');
+    return "rpc-" + name + "-" + std::to_string(getpid());
+}
+
+/// What remains of the command line when requests are sent through a broker.
+void takeFleetArguments(SenderOptions& options, std::vector<std::string> arguments,
+                        const std::string& tlsDirectory, bool insecure) {
+    if (!options.answers)
+        usageError("--no-answer is for sockets");
+    if (options.gateways.empty() == !options.all)
+        usageError("--mqtt needs either --to NAME or --all");
+    if (arguments.empty())
+        usageError("the FILE with the request is missing");
+    options.files = {arguments.back()};
+    arguments.pop_back();
+    if (options.all && !arguments.empty())
+        usageError("--all takes one FILE");
+    for (const std::string& name : arguments)
+        options.gateways.insert(checkedName(name, "gateway"));
+    if (options.sender.empty())
+        options.sender = defaultSender();
+    options.broker->tlsDirectory = tlsDirectory;
+    if (tlsDirectory.empty() && !insecure)
+        usageError("--mqtt needs --tls DIRECTORY, or --insecure where nobody else can reach the "
+                   "broker");
+}
+
+} // namespace
+
+void complain(const std::string& problem) { std::cerr << "tavo-rpc: " << problem << '\n'; }
+
+SenderOptions parseSenderOptions(int argc, char** argv) {
+    static const option known[] = {{"no-answer", no_argument, nullptr, 'n'},
+                                   {"timeout", required_argument, nullptr, 't'},
+                                   {"mqtt", required_argument, nullptr, 'm'},
+                                   {"to", required_argument, nullptr, 'o'},
+                                   {"all", no_argument, nullptr, 'a'},
+                                   {"tls", required_argument, nullptr, 'T'},
+                                   {"insecure", no_argument, nullptr, 'I'},
+                                   {"sender", required_argument, nullptr, 's'},
+                                   {"base", required_argument, nullptr, 'b'},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {nullptr, 0, nullptr, 0}};
+    char programName[] = "tavo-rpc";
+    argv[0] = programName; // what getopt_long() begins its messages with
+    SenderOptions options;
+    std::string tlsDirectory;
+    bool insecure = false;
+    const char* needsBroker = nullptr;
+    int found;
+    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+        switch (found) {
+        case 'n':
+            options.answers = false;
+            break;
+        case 't':
+            options.timeout = parseTimeout(optarg);
+            break;
+        case 'm':
+            options.broker = parseBroker(optarg);
+            if (!options.broker)
+                usageError("'" + safeLine(optarg) + "' is no HOST:PORT of a broker");
+            break;
+        case 'o':
+            options.gateways.insert(checkedName(optarg, "gateway"));
+            needsBroker = "--to";
+            break;
+        case 'a':
+            options.all = true;
+            needsBroker = "--all";
+            break;
+        case 'T':
+            tlsDirectory = optarg;
+            needsBroker = "--tls";
+            break;
+        case 'I':
+            insecure = true;
+            needsBroker = "--insecure";
+            break;
+        case 's':
+            options.sender = checkedName(optarg, "sender");
+            needsBroker = "--sender";
+            break;
+        case 'b':
+            options.base = optarg;
+            needsBroker = "--base";
+            if (!isTopic(options.base))
+                usageError("'" + safeLine(options.base) +
+                           "' is no base for topics: use letters, digits, _, -, . and / between "
+                           "them");
+            break;
+        case 'h':
+            std::fputs(kHelp, stdout);
+            std::exit(0);
+        default:
+            usageError(""); // getopt_long() has said what is wrong
+        }
+    }
+    const std::vector<std::string> arguments(argv + optind, argv + argc);
+    if (options.broker) {
+        takeFleetArguments(options, arguments, tlsDirectory, insecure);
+        return options;
+    }
+    if (needsBroker != nullptr)
+        usageError(std::string(needsBroker) + " needs --mqtt HOST:PORT");
+    if (arguments.empty())
+        usageError("the NAME of the socket is missing");
+    options.name = arguments.front();
+    options.files.assign(arguments.begin() + 1, arguments.end());
+    if (options.files.empty())
+        options.files.emplace_back("-");
+    return options;
+}
+
+} // namespace agent
