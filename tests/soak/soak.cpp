@@ -343,6 +343,16 @@ soak::Usage idleUsage(pid_t process) {
     return usage;
 }
 
+void sendEachKind(const AgentInSandbox& agent, Tally& tally) {
+    for (const Kind& kind : kKinds) {
+        const int id = tally.newId();
+        Client client(agent.socketPath());
+        client.send(requestOf(kind, id));
+        client.receive();
+        tally.leftAlone(id);
+    }
+}
+
 bool reachesBroker(const AgentInSandbox& agent, const support::Broker& broker, Tally& tally) {
     const std::string topic = "gateways/agent/response";
     broker.keepFor("soak", topic);
@@ -375,7 +385,8 @@ int main(int argc, char** argv) {
     Tally tally;
     Mean early;
     Mean late;
-    reachesBroker(agent, broker, tally); // all threads and descriptors are there then
+    check(reachesBroker(agent, broker, tally), "responses reach the broker");
+    sendEachKind(agent, tally); // some open what they keep, such as the board's device
     const soak::Usage before = idleUsage(process);
     std::cout << "at first: " << textOf(before) << std::endl;
 
