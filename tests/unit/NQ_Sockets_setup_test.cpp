@@ -259,7 +259,7 @@ TEST(NQ_Sockets, AFailingListenEndsTheProcess) {
             const ScriptedCall fails(Call::listen, EOPNOTSUPP);
             const NQ_Sockets server(socketName.name.c_str());
         },
-        ExitedWithCode(1), Eq("listen: Operation not supported\n"));
+        ExitedWithCode(1), Eq(std::string("listen: ") + std::strerror(EOPNOTSUPP) + "\n"));
 }
 
 TEST(NQ_Sockets, ALoopThatCannotListenEndsTheProcessToo) {

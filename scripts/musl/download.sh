@@ -1,0 +1,77 @@
+# shellcheck shell=bash disable=SC2154 # downloads and repo are the caller's
+# Downloads what sources.txt beside this file names, and checks it. Source it after setup.sh with
+# `downloads` set.
+
+list=$(dirname "${BASH_SOURCE[0]}")/sources.txt
+
+entries() { grep -v '^\(#\|$\)' "$list"; }
+
+# file_of PACKAGE: the name of the file that carries the package. PACKAGE may be a pattern.
+file_of() {
+    local how package version file
+    while read -r how package version file _; do
+        # shellcheck disable=SC2053 # a pattern on purpose
+        [[ $package == $1 ]] || continue
+        printf '%s\n' "$file"
+        return 0
+    done < <(entries)
+    die "scripts/musl/sources.txt does not name $1"
+}
+
+is_intact() { printf '%s  %s\n' "$2" "$downloads/$1" | sha256sum --check --status 2>/dev/null; }
+
+# apt_get ARGUMENT...: apt with state, cache and sources of its own, below the directory "apt", so
+# that this machine's stay as they are. It uses the machine's mirror and settings.
+apt_get() {
+    apt-get -qq -o Dir::State="$apt/state" -o Dir::State::status="$apt/status" -o Dir::Cache="$apt/cache" \
+        -o Dir::Etc::sourcelist="$apt/sources.list" -o Dir::Etc::sourceparts=/dev/null -o APT::Sandbox::User=root \
+        -o APT::Architecture=amd64 -o APT::Architectures::=amd64 -o APT::Architectures::=armhf "$@"
+}
+
+prepare_apt() {
+    [ ! -e "$apt/sources.list" ] || return 0
+    local mirror key=/usr/share/keyrings/debian-archive-keyring.gpg
+    mirror=$(debian_mirror)
+    mkdir -p "$apt/state/lists/partial" "$apt/cache/archives/partial"
+    : >"$apt/status"
+    cat >"$apt/sources.list" <<END
+deb [arch=amd64,armhf signed-by=$key] $mirror bookworm main
+deb-src [signed-by=$key] $mirror bookworm main
+deb-src [signed-by=$key] $mirror trixie main
+END
+    apt_get update
+}
+
+# download HOW PACKAGE VERSION: puts the file into the working directory.
+download() {
+    case $1 in
+    npm) npm pack --silent --ignore-scripts "$2@$3" ;;
+    source)
+        prepare_apt
+        apt_get source --download-only --tar-only "$2=$3"
+        ;;
+    deb)
+        prepare_apt
+        apt_get download "$2=$3"
+        ;;
+    *) die "scripts/musl/sources.txt: there is no way '$1'" ;;
+    esac
+}
+
+# download_all: fetches the files that are not there; what differs from its checksum is not kept.
+download_all() {
+    local how package version file checksum apt=$downloads/apt
+    rm -rf "$apt"
+    while read -r how package version file checksum; do
+        ! is_intact "$file" "$checksum" || continue
+        say "Downloading $package $version" >&2
+        rm -f "$downloads/$file"
+        (cd "$downloads" && download "$how" "$package" "$version") >&2 </dev/null ||
+            die "$package $version is not served here; see scripts/musl/sources.txt"
+        is_intact "$file" "$checksum" || {
+            rm -f "$downloads/$file"
+            die "$file is not the file that scripts/musl/sources.txt describes"
+        }
+    done < <(entries)
+    rm -rf "$apt"
+}
