@@ -1,8 +1,8 @@
-# Finds the RMI layer of an installed OpenSplice DDS, a licensed product, through OSPL_HOME: a CMake variable or, as the
-# product's own set-up script leaves it, an environment variable.
+# Finds the RMI layer of an installed OpenSplice DDS, a licensed product, through OSPL_HOME: a CMake
+# variable or, as the product's own set-up script leaves it, an environment variable.
 #
-# Defines OpenSpliceRMI_FOUND and the target OpenSpliceRMI::OpenSpliceRMI. The libraries are part of it because the inline
-# functions of the product's headers call into them.
+# Defines OpenSpliceRMI_FOUND and the target OpenSpliceRMI::OpenSpliceRMI. The libraries are part of
+# it because the inline functions of the product's headers call into them.
 include(FindPackageHandleStandardArgs)
 
 set(_ospl_home "${OSPL_HOME}")

@@ -38,9 +38,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavoConfig.cmake ${CMAKE_CURRENT_BINAR
     DESTINATION ${_tavo_package} COMPONENT development)
 install(EXPORT tavoTargets NAMESPACE tavo:: DESTINATION ${_tavo_package} COMPONENT development)
 
-# For pkg-config. Paths are relative to the file, so that the installed tree can be moved. The places of Paho's headers and of
-# json-c are named when the compiler would not look there by itself. A cross build's tree is left out, since that is where our
-# headers will be too. json-c's own file is not required: it adds a directory in which <json.h> is found.
+# For pkg-config. Paths are relative to the file, so that the installed tree can be moved. The
+# places of Paho's headers and of json-c are named when the compiler would not look there by itself.
+# A cross build's tree is left out, since that is where our headers will be too. json-c's own file
+# is not required: it adds a directory in which <json.h> is found.
 set(_tavo_pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH TAVO_PC_PREFIX /x/${_tavo_pkgconfig} /x)
 string(REGEX REPLACE "/$" "" TAVO_PC_PREFIX "${TAVO_PC_PREFIX}")

@@ -1,6 +1,7 @@
-# Cross-compiles for ARM with Debian's cross compiler, against the sysroot that scripts/debian-sysroot makes. TAVO_ARCHITECTURE
-# is Debian's name of the machine: armhf (32 bits, hardware floating point) or arm64. TAVO_SYSROOT (a variable, or in the
-# environment) names another place for the sysroot.
+# Cross-compiles for ARM with Debian's cross compiler, against the sysroot that
+# scripts/debian-sysroot makes. TAVO_ARCHITECTURE is Debian's name of the machine: armhf (32 bits,
+# hardware floating point) or arm64. TAVO_SYSROOT (a variable, or in the environment) names another
+# place for the sysroot.
 set(CMAKE_SYSTEM_NAME Linux)
 if(TAVO_ARCHITECTURE STREQUAL "armhf")
     set(CMAKE_SYSTEM_PROCESSOR armv7l)
@@ -36,7 +37,7 @@ set(ENV{PKG_CONFIG_PATH} "")
 set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/${_triplet}/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
 
-# Programs built are run, while tests are discovered and run, by the emulator. Those that they execute in turn need the
-# kernel's help: scripts/lib/emulated.sh.
+# Programs built are run, while tests are discovered and run, by the emulator. Those that they
+# execute in turn need the kernel's help: scripts/lib/emulated.sh.
 set(TAVO_EMULATED_ROOT ${CMAKE_SYSROOT})
 set(CMAKE_CROSSCOMPILING_EMULATOR "${_emulator};-L;${CMAKE_SYSROOT}")

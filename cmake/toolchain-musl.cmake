@@ -1,5 +1,6 @@
-# Compiles for musl with the compiler and against the libraries that scripts/musl-sysroot makes. TAVO_ARCHITECTURE is x86_64,
-# whose programs run on this machine as they are, or armhf, whose programs an emulator runs.
+# Compiles for musl with the compiler and against the libraries that scripts/musl-sysroot makes.
+# TAVO_ARCHITECTURE is x86_64, whose programs run on this machine as they are, or armhf, whose
+# programs an emulator runs.
 set(CMAKE_SYSTEM_NAME Linux)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TAVO_ARCHITECTURE)
 get_filename_component(_root ${CMAKE_CURRENT_LIST_DIR}/../build/musl-sysroot/${TAVO_ARCHITECTURE} ABSOLUTE)

@@ -1,10 +1,11 @@
 # shellcheck shell=bash disable=SC2034 # its variables are for others
-# Shared by the scripts of this folder: where the repository is, and what its builds need from Debian.
-# Source it; it defines functions and variables only.
+# Shared by the scripts of this folder: where the repository is, and what its builds need from
+# Debian. Source it; it defines functions and variables only.
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
-# What every build needs: compiler and build tools, the library's dependencies, and what the sandbox runs.
+# What every build needs: compiler and build tools, the library's dependencies, and what the sandbox
+# runs.
 build_packages=(
     g++ cmake ninja-build pkg-config
     libjson-c-dev libpaho-mqtt-dev libssl-dev cyclonedds-dev
@@ -54,7 +55,8 @@ as_root() {
     fi
 }
 
-# install_missing PACKAGE...: installs those that are not there, quietly; asks nothing of the network when none is missing.
+# install_missing PACKAGE...: installs those that are not there, quietly; asks nothing of the
+# network when none is missing.
 install_missing() {
     local package missing=()
     for package in "$@"; do
@@ -91,7 +93,8 @@ debian_mirror() {
 # left_out LIST...: prints one regular expression that matches all tests of the lists.
 left_out() { grep -hv '^\(#\|$\)' "$@" | paste -sd '|'; }
 
-# build PRESET [TARGET...]: configures and builds below build/PRESET, quietly unless something fails.
+# build PRESET [TARGET...]: configures and builds below build/PRESET, quietly unless something
+# fails.
 build() {
     local preset=$1
     shift

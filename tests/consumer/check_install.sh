@@ -1,8 +1,8 @@
 #!/bin/sh
 # check_install.sh BUILD LIBDIR DDS VERSION
 #
-# Installs the build in BUILD into an empty place, component by component, compares the files with what they ought to be,
-# moves the tree and has the consumers use it from there.
+# Installs the build in BUILD into an empty place, component by component, compares the files with
+# what they ought to be, moves the tree and has the consumers use it from there.
 set -eu
 
 build=$1 libdir=$2 dds=$3 version=$4

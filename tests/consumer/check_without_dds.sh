@@ -1,8 +1,8 @@
 #!/bin/sh
 # check_without_dds.sh SOURCE LIBDIR VERSION
 #
-# Builds the library without its DDS class, and with a json-c that is not in the system's directories, and checks what is
-# installed of that.
+# Builds the library without its DDS class, and with a json-c that is not in the system's
+# directories, and checks what is installed of that.
 set -eu
 
 source=$1 libdir=$2 version=$3
