@@ -15,6 +15,7 @@
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/NQ_JsonRPC.h>
 #include <kvr/api/NQ_Stream.h>
+#include <kvr/api/com/NQ_Mqtt.h>
 #include <kvr/api/com/NQ_Sockets.h>
 #include <kvr/api/crypto/NQ_Crypto.h>
 #include <kvr/api/data/NQ_JSON.h>
@@ -279,6 +280,23 @@ TEST(OutOfMemory, Sockets) {
                 return std::to_string(counter.messages);
             });
     (void)unlink(("/tmp/socketDDS/" + name).c_str());
+}
+
+// Paho ends the process where it has no memory for a client, also while it connects.
+TEST(OutOfMemory, Mqtt) {
+    using kvr::api::com::NQ_Mqtt;
+    const std::string made = "tcp://127.0.0.1:1883";
+    exhaust("NQ_Mqtt::initialise", made + " (memory kept)",
+            {made, "signal 11 in libpaho-mqtt3cs", "signal 6 in libpaho-mqtt3cs"},
+            [](Memory& memory) {
+                memory.fail();
+                NQ_Mqtt mqtt("127.0.0.1", "gateway");
+                mqtt.setConnOpts("1883", kLong, kLong, 1, 1, 20, 1, 1);
+                mqtt.setLwt(kLong, kLong, kLong, 0, 0);
+                mqtt.initialise();
+                memory.recover();
+                return mqtt.getServerUri();
+            });
 }
 
 // The status is the raw one: 13 for a program that nobody reads, 127 * 256 for one that could not
