@@ -10,6 +10,7 @@
 #include "FakePrograms.h"
 #include "TempDir.h"
 #include "Threads.h"
+#include "Waiting.h"
 
 #include <kvr/api/AsyncWatcherRunner.h>
 #include <kvr/api/NQ_AutoMount.h>
@@ -237,13 +238,15 @@ struct Counter : kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
     int messages = 0;
 };
 
-void sendTwoMessages(const std::string& path, bool& stop) {
+void sendTwoMessages(const std::string& path, bool& stop, const Memory& memory) {
+    // Not to the constructor's socket, which the loop makes unreachable.
+    EXPECT_TRUE(support::eventually(
+        [&] { return memory.printed().find("Waiting for a connection") != std::string::npos; }));
     const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    while (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        usleep(1000); // the loop makes its socket anew
+    EXPECT_EQ(0, connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address));
     stop = true;
     for (int i = 0; i < 2; ++i) {
         const std::uint32_t length = static_cast<std::uint32_t>(kLong.size());
@@ -272,7 +275,8 @@ TEST(OutOfMemory, Sockets) {
                 Counter counter;
                 server.attach(&counter);
                 bool stop = false;
-                std::thread client([&] { sendTwoMessages("/tmp/socketDDS/" + name, stop); });
+                std::thread client(
+                    [&] { sendTwoMessages("/tmp/socketDDS/" + name, stop, memory); });
                 memory.fail();
                 server.loop(stop);
                 memory.recover();
