@@ -6,8 +6,8 @@
 #include "rpc/RequestHandler.h"
 
 #include "fuzzing.h"
+#include "played_program.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -15,27 +15,15 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
 #include <json-c/json.h>
-#include <sys/types.h>
 #include <syslog.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr pid_t kProgram = 1 << 30; // above every process id
-
-template <class Function>
-Function* real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-thread_local int pipeEnds[2] = {-1, -1};
-bool handling = false;
-
 /// What `ubus call uci get` prints for every section.
-const char kSection[] = R"({ "values": { ".anonymous": false, ".type": "interface", )"
-                        R"(".name": "lan", "proto": "static", "dns": [ "1.1.1.1" ] } })";
+const std::string kSection = R"({ "values": { ".anonymous": false, ".type": "interface", )"
+                             R"(".name": "lan", "proto": "static", "dns": [ "1.1.1.1" ] } })";
 
 /// A command line is safe when everything outside single quotes is of the plain characters that the
 /// library's own command lines consist of: nothing from the message reaches the shell otherwise.
@@ -61,27 +49,6 @@ bool isSafe(const std::string& command) {
 
 // In front of the C library's, for the agent and the library under test.
 extern "C" {
-
-int pipe(int* ends) noexcept {
-    const int result = real<int(int*)>("pipe")(ends);
-    std::copy_n(ends, 2, pipeEnds);
-    return result;
-}
-
-pid_t fork() noexcept {
-    if (!handling)
-        return real<pid_t()>("fork")();
-    fuzzing::require(write(pipeEnds[1], kSection, sizeof kSection - 1) == sizeof kSection - 1,
-                     "the pipe has room");
-    return kProgram;
-}
-
-pid_t waitpid(pid_t pid, int* status, int options) {
-    if (pid != kProgram)
-        return real<pid_t(pid_t, int*, int)>("waitpid")(pid, status, options);
-    *status = 0;
-    return pid;
-}
 
 int system(const char* command) {
     if (!isSafe(command))
@@ -142,9 +109,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static agent::RequestHandler handler(dispatcher());
     const std::string message(reinterpret_cast<const char*>(data), size);
-    handling = true;
+    const fuzzing::PlayedProgram program(kSection);
     const agent::Response response = handler.handle(message, "");
-    handling = false;
     if (!response.text.empty())
         checkResponse(response.text);
     return 0;

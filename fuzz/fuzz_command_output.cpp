@@ -5,6 +5,7 @@
 #include <kvr/api/sys/NQ_System.h>
 
 #include "fuzzing.h"
+#include "played_program.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -14,8 +15,6 @@
 #include <stdexcept>
 #include <string>
 
-#include <dlfcn.h>
-#include <sys/types.h>
 #include <unistd.h>
 
 using kvr::api::file::NQ_Popen;
@@ -24,54 +23,22 @@ using kvr::api::sys::NQ_System;
 
 namespace {
 
-constexpr pid_t kProgram = 1 << 30; // above every process id
-
-template <class Function>
-Function* real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 /// The one input, while the library may ask for it.
 const std::string* printed = nullptr;
-int pipeEnds[2] = {-1, -1};
 int commandsRun = 0;
-
-void print(int end) {
-    fuzzing::require(write(end, printed->data(), printed->size()) ==
-                         static_cast<ssize_t>(printed->size()),
-                     "the pipe has room");
-}
 
 } // namespace
 
 // In front of the C library's, for the library under test.
 extern "C" {
 
-int pipe(int* ends) noexcept {
-    const int result = real<int(int*)>("pipe")(ends);
-    std::copy_n(ends, 2, pipeEnds);
-    return result;
-}
-
-pid_t fork() noexcept {
-    if (printed == nullptr)
-        return real<pid_t()>("fork")();
-    print(pipeEnds[1]);
-    return kProgram;
-}
-
-pid_t waitpid(pid_t pid, int* status, int options) {
-    if (pid != kProgram)
-        return real<pid_t(pid_t, int*, int)>("waitpid")(pid, status, options);
-    *status = 0;
-    return pid;
-}
-
 FILE* popen(const char*, const char*) {
     int ends[2];
     if (pipe(ends) != 0)
         return nullptr;
-    print(ends[1]);
+    fuzzing::require(write(ends[1], printed->data(), printed->size()) ==
+                         static_cast<ssize_t>(printed->size()),
+                     "the pipe has room");
     close(ends[1]);
     return fdopen(ends[0], "r");
 }
@@ -140,6 +107,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     printed = &text;
+    const fuzzing::PlayedProgram program(text);
     const std::string output = readByPieces(text, 255);
     readVariable(output);
     applySection(output);
