@@ -1,10 +1,10 @@
 #include "CapturedCommands.h"
 
+#include "Interposed.h"
+
 #include <cstdlib>
 #include <mutex>
 #include <utility>
-
-#include <dlfcn.h>
 
 namespace support {
 namespace {
@@ -62,5 +62,5 @@ void CapturedCommands::beforeEach(std::function<void()> action) {
 extern "C" int system(const char* command) {
     if (!support::record(command))
         return support::given;
-    return reinterpret_cast<decltype(system)*>(dlsym(RTLD_NEXT, "system"))(command);
+    return support::next<decltype(system)>("system")(command);
 }

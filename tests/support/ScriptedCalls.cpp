@@ -1,5 +1,7 @@
 #include "ScriptedCalls.h"
 
+#include "Interposed.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -7,7 +9,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include <dlfcn.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -59,15 +60,6 @@ bool ScriptedCall::fails(Call call) {
     return true;
 }
 
-namespace {
-
-/// The definition behind the one in this file: a sanitizer's or the C library's.
-template <class Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-} // namespace
 } // namespace support
 
 using support::Call;

@@ -1,11 +1,8 @@
 #include "FakePaho.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <sstream>
-
-#include <time.h>
 
 #include <MQTTClient.h>
 
@@ -31,9 +28,22 @@ std::string handle(MQTTClient client) {
 
 } // namespace
 
-FakePaho::FakePaho() { fake = this; }
+FakePaho::FakePaho()
+    : pause_([this](const timespec* pause, timespec*) {
+          calls.push_back("pause " + std::to_string(pause->tv_sec) + "s " +
+                          std::to_string(pause->tv_nsec) + "ns");
+          if (flag != nullptr && count("pause") == pausesUntilStop)
+              *flag = false;
+          return 0;
+      }) {
+    fake = this;
+    support::interposedNanosleep.answerBy(&pause_);
+}
 
-FakePaho::~FakePaho() { fake = nullptr; }
+FakePaho::~FakePaho() {
+    support::interposedNanosleep.answerBy(nullptr);
+    fake = nullptr;
+}
 
 int FakePaho::count(const std::string& name) const {
     return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const std::string& call) {
@@ -102,17 +112,5 @@ int MQTTClient_disconnect(MQTTClient client, int timeout) {
 void MQTTClient_destroy(MQTTClient* client) {
     fake->calls.push_back("destroy " + handle(*client));
     *client = nullptr;
-}
-
-int nanosleep(const timespec* pause, timespec*) {
-    if (fake == nullptr) {
-        errno = EINTR;
-        return -1;
-    }
-    fake->calls.push_back("pause " + std::to_string(pause->tv_sec) + "s " +
-                          std::to_string(pause->tv_nsec) + "ns");
-    if (fake->flag != nullptr && fake->count("pause") == fake->pausesUntilStop)
-        *fake->flag = false;
-    return 0;
 }
 }

@@ -1,6 +1,8 @@
 #ifndef TAVO_TESTS_FAKE_PAHO_H
 #define TAVO_TESTS_FAKE_PAHO_H
 
+#include "Interposed.h"
+
 #include <string>
 #include <vector>
 
@@ -28,6 +30,9 @@ public:
     std::vector<std::string> calls;
     /// How many of the calls begin with `name`.
     int count(const std::string& name) const;
+
+private:
+    support::Interposed<int(const timespec*, timespec*)>::Answer pause_;
 };
 
 #endif

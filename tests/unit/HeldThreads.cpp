@@ -1,6 +1,7 @@
 #include "HeldThreads.h"
 
 #include "CLibrary.h"
+#include "Interposed.h"
 #include "Waiting.h"
 
 #include <atomic>
@@ -9,7 +10,6 @@
 #include <memory>
 #include <mutex>
 
-#include <dlfcn.h>
 #include <pthread.h>
 
 namespace {
@@ -35,11 +35,6 @@ void* beginWhenReleased(void* given) {
         released.wait(lock, [&] { return !held || !start->waits; });
     }
     return start->body(start->argument);
-}
-
-template <class Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 void setHeld(bool value) {
@@ -84,7 +79,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     if (refusing)
         return EAGAIN;
     auto start = std::make_unique<Start>(Start{body, argument, isHeld()});
-    const int result = next<decltype(pthread_create)>("pthread_create")(
+    const int result = support::next<decltype(pthread_create)>("pthread_create")(
         thread, attributes, beginWhenReleased, start.get());
     if (result == 0) {
         (void)start.release();
@@ -95,6 +90,6 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 
 int pthread_join(pthread_t thread, void** result) {
     ++joins;
-    return next<decltype(pthread_join)>("pthread_join")(thread, result);
+    return support::next<decltype(pthread_join)>("pthread_join")(thread, result);
 }
 }

@@ -3,6 +3,7 @@
 #include "CLibrary.h"
 #include "CapturedOutput.h"
 #include "Descriptors.h"
+#include "Interposed.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -15,8 +16,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <dlfcn.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -54,11 +53,6 @@ const int replaced = CRYPTO_set_mem_functions(
         std::free(memory);
     });
 
-template <class Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 // In front of the C library's: an open stream is no leak to tools, as the C library knows it.
@@ -68,7 +62,7 @@ FILE* fmemopen(void* buffer, std::size_t size, const char* mode) C_LIBRARY_NOEXC
     if (refusesMemoryStreams)
         return nullptr;
     FILE* const stream =
-        next<FILE*(void*, std::size_t, const char*)>("fmemopen")(buffer, size, mode);
+        support::next<FILE*(void*, std::size_t, const char*)>("fmemopen")(buffer, size, mode);
     memoryStreams.insert(stream);
     streamCapacity = size;
     return stream;
@@ -76,17 +70,17 @@ FILE* fmemopen(void* buffer, std::size_t size, const char* mode) C_LIBRARY_NOEXC
 
 BIO* BIO_push(BIO* first, BIO* rest) {
     chains.insert(first);
-    return next<decltype(BIO_push)>("BIO_push")(first, rest);
+    return support::next<decltype(BIO_push)>("BIO_push")(first, rest);
 }
 
 void BIO_free_all(BIO* chain) {
     chains.erase(chain);
-    next<decltype(BIO_free_all)>("BIO_free_all")(chain);
+    support::next<decltype(BIO_free_all)>("BIO_free_all")(chain);
 }
 
 int fclose(FILE* stream) {
     memoryStreams.erase(stream);
-    return next<int(FILE*)>("fclose")(stream);
+    return support::next<int(FILE*)>("fclose")(stream);
 }
 }
 

@@ -1,6 +1,7 @@
 #include <kvr/api/crypto/NQ_Crypto.h>
 
 #include "CapturedOutput.h"
+#include "Interposed.h"
 
 #include <algorithm>
 #include <csignal>
@@ -13,8 +14,6 @@
 #include <type_traits>
 #include <vector>
 
-#include <dlfcn.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -26,11 +25,6 @@ std::set<EVP_CIPHER_CTX*> contexts; // those that are not freed
 std::string failing; // the call that is to tell `failure`, after it has done its work
 int failure = 0;
 
-template <class Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 int told(const char* name, int result) { return failing == name ? failure : result; }
 
 } // namespace
@@ -41,46 +35,49 @@ extern "C" {
 EVP_CIPHER_CTX* EVP_CIPHER_CTX_new() {
     if (failing == "EVP_CIPHER_CTX_new")
         return nullptr;
-    EVP_CIPHER_CTX* const context = next<decltype(EVP_CIPHER_CTX_new)>("EVP_CIPHER_CTX_new")();
+    EVP_CIPHER_CTX* const context =
+        support::next<decltype(EVP_CIPHER_CTX_new)>("EVP_CIPHER_CTX_new")();
     contexts.insert(context);
     return context;
 }
 
 void EVP_CIPHER_CTX_free(EVP_CIPHER_CTX* context) {
     contexts.erase(context);
-    next<decltype(EVP_CIPHER_CTX_free)>("EVP_CIPHER_CTX_free")(context);
+    support::next<decltype(EVP_CIPHER_CTX_free)>("EVP_CIPHER_CTX_free")(context);
 }
 
 int EVP_EncryptInit_ex(EVP_CIPHER_CTX* context, const EVP_CIPHER* cipher, ENGINE* engine,
                        const unsigned char* key, const unsigned char* iv) {
-    return told(__func__,
-                next<decltype(EVP_EncryptInit_ex)>(__func__)(context, cipher, engine, key, iv));
+    return told(__func__, support::next<decltype(EVP_EncryptInit_ex)>(__func__)(context, cipher,
+                                                                                engine, key, iv));
 }
 
 int EVP_EncryptUpdate(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength,
                       const unsigned char* in, int inLength) {
-    return told(__func__,
-                next<decltype(EVP_EncryptUpdate)>(__func__)(context, out, outLength, in, inLength));
+    return told(__func__, support::next<decltype(EVP_EncryptUpdate)>(__func__)(
+                              context, out, outLength, in, inLength));
 }
 
 int EVP_EncryptFinal_ex(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength) {
-    return told(__func__, next<decltype(EVP_EncryptFinal_ex)>(__func__)(context, out, outLength));
+    return told(__func__,
+                support::next<decltype(EVP_EncryptFinal_ex)>(__func__)(context, out, outLength));
 }
 
 int EVP_DecryptInit_ex(EVP_CIPHER_CTX* context, const EVP_CIPHER* cipher, ENGINE* engine,
                        const unsigned char* key, const unsigned char* iv) {
-    return told(__func__,
-                next<decltype(EVP_DecryptInit_ex)>(__func__)(context, cipher, engine, key, iv));
+    return told(__func__, support::next<decltype(EVP_DecryptInit_ex)>(__func__)(context, cipher,
+                                                                                engine, key, iv));
 }
 
 int EVP_DecryptUpdate(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength,
                       const unsigned char* in, int inLength) {
-    return told(__func__,
-                next<decltype(EVP_DecryptUpdate)>(__func__)(context, out, outLength, in, inLength));
+    return told(__func__, support::next<decltype(EVP_DecryptUpdate)>(__func__)(
+                              context, out, outLength, in, inLength));
 }
 
 int EVP_DecryptFinal_ex(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength) {
-    return told(__func__, next<decltype(EVP_DecryptFinal_ex)>(__func__)(context, out, outLength));
+    return told(__func__,
+                support::next<decltype(EVP_DecryptFinal_ex)>(__func__)(context, out, outLength));
 }
 }
 

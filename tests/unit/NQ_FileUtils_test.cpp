@@ -2,6 +2,7 @@
 
 #include "CapturedOutput.h"
 #include "Descriptors.h"
+#include "Interposed.h"
 #include "TempDir.h"
 
 #include <algorithm>
@@ -14,7 +15,6 @@
 #include <vector>
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/sendfile.h>
@@ -29,7 +29,7 @@ bool typesAreUnknown = false;
 
 template <class Entry>
 Entry* nextEntry(const char* name, DIR* directory) {
-    Entry* const entry = reinterpret_cast<Entry* (*)(DIR*)>(dlsym(RTLD_NEXT, name))(directory);
+    Entry* const entry = support::next<Entry*(DIR*)>(name)(directory);
     if (entry != nullptr && typesAreUnknown)
         entry->d_type = DT_UNKNOWN;
     return entry;
@@ -45,12 +45,10 @@ struct Transfer {
     int fromFlags;
 };
 std::vector<Transfer>* transfers = nullptr;
-std::vector<int>* closed = nullptr;
 
 template <class Offset>
 ssize_t transfer(const char* name, int to, int from, Offset* offset, std::size_t size) {
-    const auto next =
-        reinterpret_cast<ssize_t (*)(int, int, Offset*, std::size_t)>(dlsym(RTLD_NEXT, name));
+    const auto next = support::next<ssize_t(int, int, Offset*, std::size_t)>(name);
     if (transfers == nullptr)
         return next(to, from, offset, size);
     transfers->push_back(
@@ -76,12 +74,6 @@ extern "C" ssize_t sendfile64(int to, int from, off64_t* offset, std::size_t siz
     return transfer("sendfile64", to, from, offset, size);
 }
 #endif
-
-extern "C" int close(int descriptor) {
-    if (closed != nullptr)
-        closed->push_back(descriptor);
-    return reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"))(descriptor);
-}
 
 namespace {
 
@@ -384,10 +376,14 @@ TEST(NQ_FileUtils, ATransferIsOneCallAndAPartOfItIsNotContinued) {
     std::vector<Transfer> made;
     std::vector<int> closedFiles;
     transfers = &made;
-    closed = &closedFiles;
+    const support::Interposed<int(int)>::Answer noteClosed = [&](int descriptor) {
+        closedFiles.push_back(descriptor);
+        return support::interposedClose.real(descriptor);
+    };
+    support::interposedClose.answerBy(&noteClosed);
     const int result = copy(directory / "source", directory / "copy");
     transfers = nullptr;
-    closed = nullptr;
+    support::interposedClose.answerBy(nullptr);
     EXPECT_EQ(0, result);
     EXPECT_EQ("0123", readFile(directory / "copy"));
     ASSERT_EQ(1u, made.size());

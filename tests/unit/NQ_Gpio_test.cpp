@@ -3,6 +3,7 @@
 #include "CLibrary.h"
 #include "Descriptors.h"
 #include "ForkedChild.h"
+#include "Interposed.h"
 #include "TempDir.h"
 
 #include <atomic>
@@ -20,7 +21,6 @@
 #include <utility>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -114,8 +114,7 @@ int open(const char* path, int flags, ...) {
     va_end(arguments);
     if (isBoard(path))
         return FakeBoard::current->openDevice(flags);
-    return reinterpret_cast<int (*)(const char*, int, ...)>(dlsym(RTLD_NEXT, "open"))(path, flags,
-                                                                                      mode);
+    return support::next<int(const char*, int, ...)>("open")(path, flags, mode);
 }
 
 #ifdef __GLIBC__
@@ -126,8 +125,7 @@ int open64(const char* path, int flags, ...) {
     va_end(arguments);
     if (isBoard(path))
         return FakeBoard::current->openDevice(flags);
-    return reinterpret_cast<int (*)(const char*, int, ...)>(dlsym(RTLD_NEXT, "open64"))(path, flags,
-                                                                                        mode);
+    return support::next<int(const char*, int, ...)>("open64")(path, flags, mode);
 }
 #endif
 
@@ -138,8 +136,7 @@ int ioctl(int descriptor, RequestWord request, ...) C_LIBRARY_NOEXCEPT {
     va_end(arguments);
     if (FakeBoard::current != nullptr)
         return FakeBoard::current->control(descriptor, widened(request), value);
-    return reinterpret_cast<int (*)(int, RequestWord, ...)>(dlsym(RTLD_NEXT, "ioctl"))(
-        descriptor, request, value);
+    return support::next<int(int, RequestWord, ...)>("ioctl")(descriptor, request, value);
 }
 }
 

@@ -9,6 +9,7 @@
 #include "CapturedSyslog.h"
 #include "Descriptors.h"
 #include "ForkedChild.h"
+#include "Interposed.h"
 #include "PrivateMounts.h"
 #include "TempDir.h"
 
@@ -22,7 +23,6 @@
 #include <thread>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -72,8 +72,7 @@ extern "C" {
 ssize_t readlink(const char* path, char* buffer, std::size_t size) C_LIBRARY_NOEXCEPT {
     if (FakeLink::current != nullptr)
         return FakeLink::current->read(path, buffer, size);
-    return reinterpret_cast<ssize_t (*)(const char*, char*, std::size_t)>(
-        dlsym(RTLD_NEXT, "readlink"))(path, buffer, size);
+    return support::next<decltype(readlink)>("readlink")(path, buffer, size);
 }
 
 int flock(int descriptor, int operation) C_LIBRARY_NOEXCEPT {
@@ -81,7 +80,7 @@ int flock(int descriptor, int operation) C_LIBRARY_NOEXCEPT {
         errno = flockError;
         return -1;
     }
-    return reinterpret_cast<int (*)(int, int)>(dlsym(RTLD_NEXT, "flock"))(descriptor, operation);
+    return support::next<decltype(flock)>("flock")(descriptor, operation);
 }
 }
 

@@ -2,6 +2,7 @@
 
 #include "CLibrary.h"
 #include "CapturedOutput.h"
+#include "Interposed.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -22,7 +23,6 @@
 #include <utility>
 #include <vector>
 
-#include <dlfcn.h>
 #include <sys/time.h>
 
 #include <gmock/gmock.h>
@@ -47,7 +47,7 @@ std::ostream& operator<<(std::ostream& out, const Sleep& sleep) {
                << (sleep.withRemainder ? " with a remainder" : "");
 }
 
-/// Records the uses of nanosleep() while it lives, each of which gives `result` at once.
+/// Records the uses of nanosleep() while it lives, each of which returns `result` immediately.
 class RecordedSleeps {
 public:
     explicit RecordedSleeps(int result = 0, int error = 0);
@@ -55,28 +55,23 @@ public:
     RecordedSleeps(const RecordedSleeps&) = delete;
     RecordedSleeps& operator=(const RecordedSleeps&) = delete;
 
-    int use(const timespec* pause, const timespec* remainder);
     const std::vector<Sleep>& all() const { return sleeps_; }
 
 private:
-    int result_;
-    int error_;
     std::vector<Sleep> sleeps_;
+    support::Interposed<int(const timespec*, timespec*)>::Answer answer_;
 };
 
-RecordedSleeps* recorder = nullptr;
-
-RecordedSleeps::RecordedSleeps(int result, int error) : result_(result), error_(error) {
-    recorder = this;
+RecordedSleeps::RecordedSleeps(int result, int error)
+    : answer_([this, result, error](const timespec* pause, const timespec* remainder) {
+          sleeps_.push_back({pause->tv_sec, pause->tv_nsec, remainder != nullptr});
+          errno = error;
+          return result;
+      }) {
+    support::interposedNanosleep.answerBy(&answer_);
 }
 
-RecordedSleeps::~RecordedSleeps() { recorder = nullptr; }
-
-int RecordedSleeps::use(const timespec* pause, const timespec* remainder) {
-    sleeps_.push_back({pause->tv_sec, pause->tv_nsec, remainder != nullptr});
-    errno = error_;
-    return result_;
-}
+RecordedSleeps::~RecordedSleeps() { support::interposedNanosleep.answerBy(nullptr); }
 
 /// What time() gives while it lives.
 class FixedTime {
@@ -95,25 +90,14 @@ private:
 
 const FixedTime* FixedTime::current = nullptr;
 
-template <class Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 // In front of the C library's, for the library under test as well.
 extern "C" {
 
-int nanosleep(const timespec* pause, timespec* remainder) {
-    if (recorder != nullptr)
-        return recorder->use(pause, remainder);
-    return next<decltype(nanosleep)>("nanosleep")(pause, remainder);
-}
-
 std::time_t time(std::time_t* result) C_LIBRARY_NOEXCEPT {
     if (FixedTime::current == nullptr)
-        return next<std::time_t(std::time_t*)>("time")(result);
+        return support::next<std::time_t(std::time_t*)>("time")(result);
     if (result != nullptr)
         *result = FixedTime::current->now();
     return FixedTime::current->now();

@@ -1,22 +1,20 @@
 #include "ScriptedInotify.h"
 
 #include "CLibrary.h"
+#include "Interposed.h"
 
 #include <atomic>
 
-#include <dlfcn.h>
 #include <sys/inotify.h>
 #include <unistd.h>
+
+using support::interposedClose;
+using support::interposedPoll;
+using support::next;
 
 namespace {
 
 std::atomic<const InotifyCalls*> scripted{nullptr};
-
-/// The definition behind the one in this file: a sanitizer's or the C library's.
-template <class Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 /// The answer to one call, or null when the kernel is to give it.
 template <class Answer>
@@ -25,21 +23,41 @@ const Answer* answerTo(Answer InotifyCalls::*call) {
     return calls != nullptr && calls->*call ? &(calls->*call) : nullptr;
 }
 
+// They ask at each use, since a test may set an answer later.
+const support::Interposed<int(pollfd*, nfds_t, int)>::Answer pollAnswer =
+    [](pollfd* polled, nfds_t count, int timeout) {
+        const auto* const answer = answerTo(&InotifyCalls::poll);
+        return answer != nullptr ? (*answer)(polled, count, timeout)
+                                 : interposedPoll.real(polled, count, timeout);
+    };
+const support::Interposed<int(int)>::Answer closeAnswer = [](int descriptor) {
+    const auto* const answer = answerTo(&InotifyCalls::close);
+    return answer != nullptr ? (*answer)(descriptor) : interposedClose.real(descriptor);
+};
+
 } // namespace
 
-ScriptedInotify::ScriptedInotify(const InotifyCalls& calls) { scripted = &calls; }
+ScriptedInotify::ScriptedInotify(const InotifyCalls& calls) {
+    scripted = &calls;
+    interposedPoll.answerBy(&pollAnswer);
+    interposedClose.answerBy(&closeAnswer);
+}
 
-ScriptedInotify::~ScriptedInotify() { scripted = nullptr; }
+ScriptedInotify::~ScriptedInotify() {
+    interposedClose.answerBy(nullptr);
+    interposedPoll.answerBy(nullptr);
+    scripted = nullptr;
+}
 
 int kernelAddWatch(int descriptor, const std::string& path, std::uint32_t mask) {
     return next<decltype(inotify_add_watch)>("inotify_add_watch")(descriptor, path.c_str(), mask);
 }
 
 int kernelPoll(pollfd* polled, nfds_t count, int timeout) {
-    return next<decltype(poll)>("poll")(polled, count, timeout);
+    return interposedPoll.real(polled, count, timeout);
 }
 
-int kernelClose(int descriptor) { return next<decltype(close)>("close")(descriptor); }
+int kernelClose(int descriptor) { return interposedClose.real(descriptor); }
 
 extern "C" {
 
@@ -61,21 +79,9 @@ int inotify_rm_watch(int descriptor, int watch) C_LIBRARY_NOEXCEPT {
     return next<decltype(inotify_rm_watch)>("inotify_rm_watch")(descriptor, watch);
 }
 
-int poll(pollfd* polled, nfds_t count, int timeout) {
-    if (const auto* answer = answerTo(&InotifyCalls::poll))
-        return (*answer)(polled, count, timeout);
-    return kernelPoll(polled, count, timeout);
-}
-
 ssize_t read(int descriptor, void* buffer, std::size_t size) {
     if (const auto* answer = answerTo(&InotifyCalls::read))
         return (*answer)(descriptor, buffer, size);
     return next<decltype(read)>("read")(descriptor, buffer, size);
-}
-
-int close(int descriptor) {
-    if (const auto* answer = answerTo(&InotifyCalls::close))
-        return (*answer)(descriptor);
-    return kernelClose(descriptor);
 }
 }

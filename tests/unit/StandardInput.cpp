@@ -1,11 +1,12 @@
 #include "StandardInput.h"
 
+#include "Interposed.h"
+
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
 #include <utility>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/ioctl.h>
@@ -14,16 +15,6 @@
 namespace {
 
 WatchedPolls* watching = nullptr;
-
-int libraryPoll(pollfd* entries, nfds_t count, int milliseconds) {
-    return reinterpret_cast<decltype(poll)*>(dlsym(RTLD_NEXT, "poll"))(entries, count,
-                                                                       milliseconds);
-}
-
-int libraryPpoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask) {
-    return reinterpret_cast<decltype(ppoll)*>(dlsym(RTLD_NEXT, "ppoll"))(entries, count, timeout,
-                                                                         mask);
-}
 
 /// Forgets the end of what was read before, and what was read ahead.
 void beginAnew() {
@@ -73,16 +64,25 @@ void StandardInput::close() {
     writer_ = -1;
 }
 
-WatchedPolls::WatchedPolls(Script script) : script_(std::move(script)) { watching = this; }
+WatchedPolls::WatchedPolls(Script script)
+    : script_(std::move(script)), answer_([this](pollfd* entries, nfds_t count, int milliseconds) {
+          return use(entries, count, milliseconds);
+      }) {
+    watching = this;
+    support::interposedPoll.answerBy(&answer_);
+}
 
-WatchedPolls::~WatchedPolls() { watching = nullptr; }
+WatchedPolls::~WatchedPolls() {
+    support::interposedPoll.answerBy(nullptr);
+    watching = nullptr;
+}
 
 int WatchedPolls::use(pollfd* entries, nfds_t count, int milliseconds) {
     polls_.push_back({entries->fd, entries->events, count, milliseconds, 0});
     const std::size_t number = polls_.size();
     int result = script_(static_cast<int>(number));
     if (result == kPassOn)
-        result = libraryPoll(entries, count, milliseconds);
+        result = support::interposedPoll.real(entries, count, milliseconds);
     polls_[number - 1].result = result;
     return result;
 }
@@ -94,18 +94,8 @@ void WatchedPolls::look(const pollfd* entries, nfds_t count, const timespec* tim
     looks_.push_back(result);
 }
 
-#ifndef __clang__
-// GNU's C library declares the entries as something that poll() only writes.
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-extern "C" int poll(pollfd* entries, nfds_t count, int milliseconds) {
-    if (watching != nullptr)
-        return watching->use(entries, count, milliseconds);
-    return libraryPoll(entries, count, milliseconds);
-}
-
 extern "C" int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask) {
-    const int result = libraryPpoll(entries, count, timeout, mask);
+    const int result = support::next<decltype(ppoll)>("ppoll")(entries, count, timeout, mask);
     if (watching != nullptr)
         watching->look(entries, count, timeout, result);
     return result;

@@ -59,11 +59,14 @@ public:
     /// Results of the uses of ppoll(), each of which looked at standard input without waiting.
     const std::vector<int>& looks() const { return looks_; }
 
-    int use(pollfd* entries, nfds_t count, int milliseconds);
+    /// For ppoll(): notes one use.
     void look(const pollfd* entries, nfds_t count, const timespec* timeout, int result);
 
 private:
+    int use(pollfd* entries, nfds_t count, int milliseconds);
+
     Script script_;
+    std::function<int(pollfd*, nfds_t, int)> answer_;
     std::vector<Poll> polls_;
     std::vector<int> looks_;
 };

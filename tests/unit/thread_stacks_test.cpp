@@ -8,6 +8,7 @@
 #include "CLibrary.h"
 #include "CapturedOutput.h"
 #include "FakePrograms.h"
+#include "Interposed.h"
 #include "PrivateMounts.h"
 #include "ScriptedInotify.h"
 #include "TempDir.h"
@@ -22,7 +23,6 @@
 #include <new>
 #include <string>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
@@ -78,11 +78,6 @@ void* run(void* context) {
     return result;
 }
 
-template <class Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 extern "C" {
@@ -97,8 +92,8 @@ int pthread_create(pthread_t* thread, const pthread_attr_t*, void* (*body)(void*
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstack(&attributes, stack, kStackSize);
-    const int result =
-        next<decltype(pthread_create)>("pthread_create")(thread, &attributes, run, measured);
+    const int result = support::next<decltype(pthread_create)>("pthread_create")(
+        thread, &attributes, run, measured);
     pthread_attr_destroy(&attributes);
     return result;
 }
@@ -107,7 +102,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t*, void* (*body)(void*
 void _exit(int status) {
     if (self != nullptr)
         measurement().forkedChild = usedOf(*self);
-    next<decltype(_exit)>("_exit")(status);
+    support::next<decltype(_exit)>("_exit")(status);
     __builtin_unreachable();
 }
 }
