@@ -1,6 +1,7 @@
 #include "Port.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <fstream>
 #include <stdexcept>
 #include <string>
