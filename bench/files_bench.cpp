@@ -17,11 +17,15 @@ using kvr::api::file::NQ_FileUtils;
 constexpr int kFiles = 4000;
 constexpr std::size_t kCopied = 32 * 1024 * 1024;
 
+/// One directory for all sides and rounds, since it takes longer to make than to list.
 SharedDir manyFiles() {
-    SharedDir directory = makeDir();
-    for (int i = 0; i < kFiles; ++i)
-        std::ofstream(directory->file("measurement-" + std::to_string(i) + ".csv"));
-    return directory;
+    static const SharedDir made = [] {
+        SharedDir directory = makeDir();
+        for (int i = 0; i < kFiles; ++i)
+            std::ofstream(directory->file("measurement-" + std::to_string(i) + ".csv"));
+        return directory;
+    }();
+    return made;
 }
 
 SharedDir largeFile() {
