@@ -77,11 +77,13 @@ std::string NQ_Time::tvToDateStr(const timeval& tv) {
     constexpr std::size_t kDate = 26;
     constexpr std::size_t kFraction = 24; // any number, not only the three digits of a valid time
     char text[kDate + kFraction];
-    // By hand, since C libraries differ in years that do not have four digits.
     const long long year = 1900LL + parts.tm_year;
+    // Other years by hand, since C libraries differ in those that do not have four digits.
     const int length =
-        std::snprintf(text, kDate, "%lld-%02d-%02dT%02d:%02d:%02d", year, parts.tm_mon + 1,
-                      parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+        year >= 1000 && year <= 9999
+            ? static_cast<int>(std::strftime(text, kDate, "%Y-%m-%dT%H:%M:%S", &parts))
+            : std::snprintf(text, kDate, "%lld-%02d-%02dT%02d:%02d:%02d", year, parts.tm_mon + 1,
+                            parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     // Deliberate: a year that has more than ten characters or exceeds an int gives no text.
     if (length >= static_cast<int>(kDate) || year > std::numeric_limits<int>::max())
         return std::string();
