@@ -28,6 +28,8 @@ function links(line,    result, start, length_, text, target, whole) {
         sub(/\)$/, "", target)
         if (target ~ /^https?:/)
             whole = whole
+        else if (target ~ /\.svg$/) # found in IMAGE_PATH
+            sub(/\([^)]*\//, "(", whole)
         else if (target ~ /\.md(#.*)?$/ && target !~ /fuzz\//)
             whole = "@ref " pageName(target) " \"" text "\""
         else

@@ -6,6 +6,7 @@ import os
 import platform
 import re
 import subprocess
+import textwrap
 import time
 
 PICTURES_IN = "docs/performance"
@@ -178,8 +179,9 @@ def machine():
     release = platform.freedesktop_os_release()["PRETTY_NAME"]
     compiler = output_of("c++", "--version").splitlines()[0]
     load = os.getloadavg()
-    return (f"Made on {time.strftime('%Y-%m-%d', time.gmtime())}: {processor}, {os.cpu_count()} processors, {release}, "
+    line = (f"Made on {time.strftime('%Y-%m-%d', time.gmtime())}: {processor}, {os.cpu_count()} processors, {release}, "
             f"{compiler}. Load averages at the end: {load[0]:.1f}, {load[1]:.1f}, {load[2]:.1f}.")
+    return textwrap.fill(line, 100)
 
 
 def replaced(page, marker, content):
