@@ -96,6 +96,8 @@ void Broker::kill() {
     program_.reset();
 }
 
+void Broker::halt() { ::kill(program_->pid(), SIGSTOP); }
+
 std::vector<std::string> Broker::client(const std::vector<std::string>& more) const {
     std::vector<std::string> arguments = {"mosquitto_sub", "-h", "127.0.0.1", "-p",
                                           std::to_string(port())};

@@ -49,6 +49,9 @@ public:
     /// Kills the broker, which saves nothing, and waits.
     void kill();
 
+    /// Halts the broker, which then takes connections and messages but reads none, until kill().
+    void halt();
+
     /// What a subscriber gets for `filter`: one line "topic qos retained payload" per message, at
     /// most `count` of them, or fewer when no more come for a while.
     std::vector<std::string> receive(const std::string& filter, int count) const;
