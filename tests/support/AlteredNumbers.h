@@ -9,8 +9,8 @@
 
 namespace support {
 
-/// While it lives, std::cout prints numbers as an application may have asked for: hexadecimal, with
-/// a base and a sign, and in groups of digits.
+/// While an object of this class exists, std::cout prints numbers as an application may have
+/// configured it: hexadecimal, with base prefix and sign, digits grouped.
 class AlteredNumbers {
 public:
     AlteredNumbers() {

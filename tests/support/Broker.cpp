@@ -71,7 +71,7 @@ Broker::Broker(const std::string& settings) {
                                 "persistence true\npersistence_location " + directory_.path() +
                                 "/\n";
     if (geteuid() == 0)
-        configuration += "user root\n"; // or it could not read files of a temporary directory
+        configuration += "user root\n"; // otherwise it cannot read files of a temporary directory
     writeFile(directory_ / "mosquitto.conf", configuration);
     start();
 }

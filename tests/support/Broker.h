@@ -11,7 +11,7 @@
 
 namespace support {
 
-/// Listens on a loopback port; hangs up on clients, or never answers them.
+/// Listens on a loopback port. Closes clients' connections or never answers them.
 class Listener {
 public:
     Listener();
@@ -20,9 +20,9 @@ public:
     Listener& operator=(const Listener&) = delete;
 
     int port() const { return port_; }
-    /// Takes one connection and closes it; false when none comes within ten seconds.
+    /// Accepts one connection and closes it. Returns false when none arrives within ten seconds.
     bool waitForClient() const;
-    /// Waits for a connection and leaves it without an answer; false when none comes within ten
+    /// Waits for a connection and never answers it. Returns false when none arrives within ten
     /// seconds.
     bool holdClient() const;
 
@@ -31,41 +31,42 @@ private:
     int port_;
 };
 
-/// A real MQTT broker (mosquitto) on a loopback port of its own, ended with its object. Its port
-/// and its state are kept over stop() and start().
+/// A real MQTT broker (mosquitto) on its own loopback port. It ends when the object is destroyed.
+/// Port and saved state survive stop() and start().
 class Broker {
 public:
-    /// `settings` are lines for its configuration; they follow the listener's.
+    /// `settings` are further lines of the broker's configuration; they follow the listener's.
     explicit Broker(const std::string& settings = "allow_anonymous true\n");
 
     int port() const { return port_.number(); }
 
-    /// Returns once the broker takes connections.
+    /// Returns once the broker accepts connections.
     void start();
 
-    /// Ends the broker as its service manager would, and waits.
+    /// Stops the broker as its service manager would (SIGTERM) and waits for its end.
     void stop();
 
-    /// Kills the broker, which saves nothing, and waits.
+    /// Kills the broker, which then saves nothing, and waits for its end.
     void kill();
 
-    /// Halts the broker, which then takes connections and messages but reads none, until kill().
+    /// Suspends the broker until kill(): the kernel still accepts connections and data, but the
+    /// broker reads none.
     void halt();
 
-    /// What a subscriber gets for `filter`: one line "topic qos retained payload" per message, at
-    /// most `count` of them, or fewer when no more come for a while.
+    /// Subscribes to `filter` and returns what arrives: one line "topic qos retained payload" per
+    /// message. Stops after `count` messages, or after 10 seconds.
     std::vector<std::string> receive(const std::string& filter, int count) const;
 
-    /// Makes a session that lasts, under the subscriber's name, so that receiveKept() with the same
-    /// name gets what is published in between with a quality of service above 0 (or 0, with the
-    /// broker's queue_qos0_messages).
+    /// Creates a persistent session named `subscriber`. receiveKept() with the same name returns
+    /// what is published meanwhile with a quality of service above 0. The broker setting
+    /// queue_qos0_messages adds messages of quality 0.
     void keepFor(const std::string& subscriber, const std::string& filter) const;
 
-    /// What was kept for `subscriber`, as receive() gives it.
+    /// Returns the messages kept for `subscriber`, in the format of receive().
     std::vector<std::string> receiveKept(const std::string& subscriber, const std::string& filter,
                                          int count) const;
 
-    /// The directory of its configuration.
+    /// The directory of the broker's configuration file.
     const TempDir& directory() const { return directory_; }
 
 private:

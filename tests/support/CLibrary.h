@@ -1,13 +1,13 @@
 #ifndef TAVO_TESTS_C_LIBRARY_H
 #define TAVO_TESTS_C_LIBRARY_H
 
-// What differs between C libraries: how they declare the functions that tests define in front of
-// them, and texts of getopt_long(). Other texts come from strerror().
-#include <cstdlib> // defines __GLIBC__ where it is that library
+// Differences between C libraries: the declarations of functions that tests replace, and the
+// messages of getopt_long(). Use strerror() for all other messages.
+#include <cstdlib> // defines __GLIBC__ if the C library is glibc
 #include <string>
 
-/// On functions that glibc declares as not throwing. Others declare no such thing, and a definition must agree with its
-/// declaration.
+/// For functions that glibc declares noexcept and other C libraries do not. A definition must match
+/// its declaration.
 #ifdef __GLIBC__
 #define C_LIBRARY_NOEXCEPT noexcept
 #else
@@ -16,7 +16,7 @@
 
 namespace support {
 
-/// What getopt_long() says of an option that it does not know; `name` without the hyphens.
+/// The message of getopt_long() about an unknown option; `name` without the hyphens.
 inline std::string unknownOption(const std::string& name) {
 #ifdef __GLIBC__
     return "unrecognized option '--" + name + "'";
@@ -25,7 +25,7 @@ inline std::string unknownOption(const std::string& name) {
 #endif
 }
 
-/// What getopt_long() says of an option that lacks its argument.
+/// The message of getopt_long() about an option without its argument.
 inline std::string missingArgument(const std::string& name) {
 #ifdef __GLIBC__
     return "option '--" + name + "' requires an argument";

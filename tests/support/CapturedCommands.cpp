@@ -16,7 +16,7 @@ int given = 0;
 std::vector<std::string> captured;
 std::function<void()> before;
 
-/// True when the command is to run.
+/// Returns true when the command must run.
 bool record(const char* command) {
     std::function<void()> action;
     {
@@ -27,7 +27,7 @@ bool record(const char* command) {
         action = before;
     }
     if (action)
-        action(); // without the lock, as it may look at the lines
+        action(); // without the lock, because it may read the lines
     return running;
 }
 

@@ -7,14 +7,14 @@
 
 namespace support {
 
-/// Records the command lines given to system() while it lives: a test program that uses this class
-/// supplies `system` itself, in front of the C library's. For commands that must not run on the
-/// host, and for seeing a line before the shell takes it apart. One at a time.
+/// Records the command lines passed to system() while an object exists. A test program that uses
+/// this class replaces the C library's `system`. For commands that must not run on the host, and
+/// for checks of a line before the shell parses it. Only one object at a time.
 class CapturedCommands {
 public:
     enum Mode { runNothing, runAll };
 
-    /// With `runNothing`, no command runs and `status` is what system() returns.
+    /// In mode `runNothing`, no command runs and system() returns `status`.
     explicit CapturedCommands(Mode mode = runNothing, int status = 0);
     ~CapturedCommands();
     CapturedCommands(const CapturedCommands&) = delete;
@@ -22,7 +22,8 @@ public:
 
     std::vector<std::string> lines() const;
 
-    /// Runs at each use of system(), before the command: shows what has happened by then.
+    /// Runs `action` at each call of system(), before the command, to check what has happened so
+    /// far.
     void beforeEach(std::function<void()> action);
 };
 

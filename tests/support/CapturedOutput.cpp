@@ -37,7 +37,7 @@ CapturedOutput::CapturedOutput(int descriptor) : descriptor_(descriptor) {
 CapturedOutput::~CapturedOutput() {
     const std::string captured = text();
     dup2(saved_, descriptor_);
-    // What failed expectations said went to the file with the rest.
+    // The messages of failed expectations are in the file, too.
     if (descriptor_ == 1 && testing::Test::HasFailure()) {
         std::cout << captured;
         std::cout.flush();
@@ -55,7 +55,7 @@ std::string CapturedOutput::written() const {
     struct stat status = {};
     fstat(file_, &status);
     std::string content(static_cast<std::size_t>(status.st_size), '\0');
-    // pread leaves the position alone; with O_APPEND writers do not use it anyway.
+    // pread() does not move the file position, and writers with O_APPEND do not use it.
     const ssize_t got = pread(file_, &content[0], content.size(), 0);
     content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
     return content;

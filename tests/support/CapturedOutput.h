@@ -6,9 +6,9 @@
 
 namespace support {
 
-/// Redirects one descriptor (standard output by default) to a file while it lives. Works below the
-/// C and C++ streams, so what child processes, printf and perror write is seen too, in the order
-/// written.
+/// Redirects one descriptor (standard output by default) to a file while an object exists. This
+/// works below the C and C++ streams. It therefore also captures child processes, printf and
+/// perror, in the order written.
 class CapturedOutput {
 public:
     explicit CapturedOutput(int descriptor = 1);
@@ -16,13 +16,13 @@ public:
     CapturedOutput(const CapturedOutput&) = delete;
     CapturedOutput& operator=(const CapturedOutput&) = delete;
 
-    /// Everything written so far. May be called any number of times, from any thread.
+    /// Flushes the process's own streams and returns everything written so far. Thread-safe.
     std::string text() const;
 
-    /// The same, without what the process's own streams still hold: shows what was flushed.
+    /// Like text(), but without flushing: shows what the code under test has flushed itself.
     std::string written() const;
 
-    /// Waits until `expected` has been written (anywhere in the text) or half a minute has passed.
+    /// Waits up to half a minute until the text contains `expected`.
     bool waitFor(const std::string& expected) const;
 
 private:
@@ -37,11 +37,11 @@ public:
     CapturedErrors() : CapturedOutput(2) {}
 };
 
-/// What `action` writes to standard output. Expectations that follow can print again, which those
-/// in the lifetime of a CapturedOutput cannot.
+/// Returns what `action` writes to standard output. Expectations after it can print again; those in
+/// the lifetime of a CapturedOutput cannot.
 std::string printedBy(const std::function<void()>& action);
 
-/// What `action` writes to standard error.
+/// Returns what `action` writes to standard error.
 std::string errorsOf(const std::function<void()>& action);
 
 } // namespace support

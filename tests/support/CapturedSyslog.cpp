@@ -22,7 +22,7 @@ void record(int priority, const char* format, va_list arguments) {
         captured.push_back({priority, text, format});
 }
 
-// The identity in the log is the application's: nothing under test may set it.
+// The application chooses the identity in the system log; the library must not set it.
 void recordOpening(const char* name, int options) {
     const std::lock_guard<std::mutex> lock(guard);
     if (capturing)
@@ -56,8 +56,8 @@ std::vector<std::string> CapturedSyslog::lines() const {
 
 } // namespace support
 
-// In front of the C library's, for the library under test as well; the second name is what
-// fortified builds call.
+// These replace the C library's functions, also for the library under test. Fortified builds call
+// the names with _chk.
 extern "C" {
 void openlog(const char* name, int options, int facility);
 void syslog(int priority, const char* format, ...);

@@ -6,20 +6,20 @@
 
 namespace support {
 
-/// One record as the system log would have received it.
+/// One record as the system log would receive it.
 struct SyslogRecord {
     int priority;
-    std::string text;   ///< after the format was applied
-    std::string format; ///< as handed over
+    std::string text;   ///< after formatting
+    std::string format; ///< as passed by the caller
 
     bool operator==(const SyslogRecord& other) const {
         return priority == other.priority && text == other.text;
     }
 };
 
-/// Stands in for the system log while it lives: a test program that uses this class supplies
-/// `syslog` itself, in front of the C library's. Records made while none lives are dropped. One at
-/// a time. An `openlog` leaves a record "openlog".
+/// Replaces the system log while an object exists. A test program that uses this class replaces the
+/// C library's `syslog`, and drops records while no object exists. A call of `openlog` adds a
+/// record "openlog". Only one object at a time.
 class CapturedSyslog {
 public:
     CapturedSyslog();
@@ -28,7 +28,7 @@ public:
     CapturedSyslog& operator=(const CapturedSyslog&) = delete;
 
     std::vector<SyslogRecord> records() const;
-    /// The records as lines of "<priority> text", which compare and print well.
+    /// The records as lines "<priority> text", which are easy to compare and print.
     std::vector<std::string> lines() const;
 };
 

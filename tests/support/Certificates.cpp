@@ -9,7 +9,7 @@
 namespace support {
 namespace {
 
-const char kCurve[] = "ec_paramgen_curve:P-256"; // RSA keys take a second to make
+const char kCurve[] = "ec_paramgen_curve:P-256"; // fast; generating RSA keys takes a second
 
 void openssl(const std::vector<std::string>& arguments) {
     std::vector<std::string> command = {"openssl"};

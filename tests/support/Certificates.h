@@ -7,18 +7,18 @@
 
 namespace support {
 
-/// A certificate authority with a server's and a client's certificate, made by the openssl tool.
+/// A certificate authority with certificates for a server and a client, made by the openssl tool.
 /// The files of the authority and the client have the names that NQ_Mqtt expects.
 class Certificates {
 public:
-    /// `serverName` is the subject alternative name of server.crt, as openssl writes it.
+    /// `serverName` is the subject alternative name of server.crt, in openssl's notation.
     explicit Certificates(const std::string& serverName = "IP:127.0.0.1");
 
-    /// Makes `name`.key and `name`.crt, signed by the authority. `alternativeName` may be empty.
+    /// Creates `name`.key and `name`.crt, signed by the authority. `alternativeName` may be empty.
     void issue(const std::string& name, const std::string& commonName,
                const std::string& alternativeName) const;
 
-    /// Broker settings for TLS with the certificate `server`.crt.
+    /// Returns broker settings for TLS with the certificate `server`.crt.
     std::string settings(bool clientMustShowCertificate,
                          const std::string& server = "server") const;
 

@@ -5,10 +5,11 @@
 
 namespace support {
 
-/// The process's open descriptors: taken before and after, they show what was left open.
+/// The process's open descriptors. Comparing the sets before and after a call shows what it left
+/// open.
 std::set<int> openDescriptors();
 
-/// Those open now that were not open in `earlier`.
+/// The descriptors that are open now and were not in `earlier`.
 std::set<int> openedSince(const std::set<int>& earlier);
 
 } // namespace support

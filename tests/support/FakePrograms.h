@@ -8,8 +8,8 @@
 
 namespace support {
 
-/// Programs put first in PATH while it lives. Each records its arguments and then does what its
-/// script says.
+/// Puts programs first in PATH while an object exists. Each records its arguments and then runs its
+/// script.
 class FakePrograms {
 public:
     FakePrograms();
@@ -17,12 +17,11 @@ public:
     FakePrograms(const FakePrograms&) = delete;
     FakePrograms& operator=(const FakePrograms&) = delete;
 
-    /// Adds a program; `script` is shell code that runs after the call was recorded.
+    /// Adds a program. `script` is shell code that runs after the call is recorded.
     void add(const std::string& name, const std::string& script = "");
 
-    /// All calls so far, in order: the program's name and its arguments, each argument between
-    /// square brackets
-    /// ("ubus [call] [uci]"), so that blanks and quotes show.
+    /// All calls so far, in order: the program's name and its arguments. Each argument stands in
+    /// square brackets ("ubus [call] [uci]"), which make blanks and quotes visible.
     std::vector<std::string> calls() const;
 
     const std::string& directory() const { return bin_.path(); }

@@ -44,7 +44,7 @@ std::string readAll(int descriptor) {
 void endWithParent(pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent)
-        _exit(127); // it had ended before that
+        _exit(127); // the parent ended before prctl() took effect
 }
 
 ForkedChild inForkedChild(const std::function<void()>& body) {

@@ -8,20 +8,19 @@
 
 namespace support {
 
-/// Call first in a forked child: it is killed when the thread that forked it ends, so that no
-/// process is left of a test that is killed itself. `parent` is the process that forked.
+/// Call first in a forked child. The kernel then kills the child when the thread that forked it
+/// ends, so a killed test leaves no process behind. `parent` is the process that forked.
 void endWithParent(pid_t parent);
 
-/// How a forked copy of the process ended.
+/// The result of a forked copy of the process.
 struct ForkedChild {
-    int status;         ///< as waitpid() gives it; 0 for an ordinary end without a failure
-    std::string output; ///< what it wrote on standard output
+    int status;         ///< as waitpid() reports it; 0 after exit status 0
+    std::string output; ///< what it wrote to standard output
 };
 
-/// Runs `body` in a forked copy of the process and waits for its end: for state that lives as long
-/// as a process, and for what happens when one exits. After `body` the copy calls exit(), with
-/// status 1 when one of its expectations failed (the messages are in the output) and 2 when an
-/// exception got out.
+/// Runs `body` in a forked copy of the process and waits for its end. Use it for state that lasts
+/// as long as a process, and for what happens at exit. After `body` the copy calls exit(). The
+/// status is 1 when an expectation failed (`output` holds the messages) and 2 when `body` threw.
 ForkedChild inForkedChild(const std::function<void()>& body);
 
 } // namespace support

@@ -10,14 +10,14 @@
 
 namespace support {
 
-/// The definition behind the one in a test program: a sanitizer's, or the library's that has it.
+/// Finds the next definition after the test program's: a sanitizer's, or the one in the C library.
 template <class Function>
 Function* next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-/// A call that the test program supplies itself, in front of the C library's, so that the library
-/// under test reaches it, too. Without an answer of the test's the call behind it is made.
+/// A function of the C library that the test program replaces, also for the library under test. It
+/// calls the original unless the test supplies an answer.
 template <class Signature>
 class Interposed;
 
@@ -28,17 +28,17 @@ public:
 
     constexpr explicit Interposed(const char* name) : name_(name) {}
 
-    /// Gives every use from now on to `answer`, which must stay until another one, or null, is set.
-    /// It runs on the thread that makes the call, without a lock.
+    /// Passes every later call to `answer`, until the next answerBy(); null restores the original.
+    /// `answer` must exist until then. It runs on the calling thread, without a lock.
     void answerBy(const Answer* answer) { answer_ = answer; }
 
-    /// One use.
+    /// Passes a call to the answer, or to the original.
     Result operator()(Arguments... arguments) const {
         const Answer* const answer = answer_;
         return answer != nullptr ? (*answer)(arguments...) : real(arguments...);
     }
 
-    /// The call behind this one.
+    /// Calls the original.
     Result real(Arguments... arguments) const {
         return next<Result(Arguments...)>(name_)(arguments...);
     }
@@ -48,7 +48,7 @@ private:
     std::atomic<const Answer*> answer_{nullptr};
 };
 
-// A program that names one of these supplies the call.
+// A test program that refers to one of these replaces that function.
 extern Interposed<int(int)> interposedClose;
 extern Interposed<int(const timespec*, timespec*)> interposedNanosleep;
 extern Interposed<int(pollfd*, nfds_t, int)> interposedPoll;

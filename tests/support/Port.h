@@ -3,11 +3,11 @@
 
 namespace support {
 
-/// A TCP port of 127.0.0.1 that belongs to this object while it lives, also while nobody listens
-/// on it: the kernel does not give it to a connection, and no other test takes it.
+/// Reserves a TCP port of 127.0.0.1 while the object exists, even while nobody listens on it. The
+/// kernel does not assign it to a connection, and no other test takes it.
 class Port {
 public:
-    /// Throws std::runtime_error when there is none.
+    /// Throws std::runtime_error when no port is free.
     Port();
     ~Port();
     Port(const Port&) = delete;

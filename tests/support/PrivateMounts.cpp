@@ -30,7 +30,7 @@ bool writeText(const char* path, const std::string& text) {
     return written;
 }
 
-/// An ordinary user gets the right to mount by being root of a user namespace.
+/// An ordinary user may mount as root of a user namespace.
 bool enterNamespaces() {
     const uid_t user = geteuid();
     const gid_t group = getegid();

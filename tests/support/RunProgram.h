@@ -8,18 +8,18 @@
 
 namespace support {
 
-/// What a program left behind.
+/// The result of a program.
 struct Ran {
-    int status;      ///< exit status, or 128 and the signal's number, as a shell counts
+    int status;      ///< exit status, or 128 plus the signal's number as in a shell
     std::string out; ///< all of its standard output
     std::string err; ///< all of its standard error
 };
 
-/// A child process with its output kept apart. Killed at the end of the scope if it still runs, and
-/// with the thread that started it.
+/// A child process whose output and errors are captured separately. It is killed if it still runs
+/// when the object is destroyed, or when the thread that started it ends.
 class RunningProgram {
 public:
-    /// Starts `arguments[0]` (looked up in PATH) with `environment` ("NAME=value") added and
+    /// Starts `arguments[0]` (found through PATH) with `environment` ("NAME=value") added and
     /// `input` as its standard input.
     explicit RunningProgram(const std::vector<std::string>& arguments,
                             const std::vector<std::string>& environment = {},
@@ -29,11 +29,11 @@ public:
     RunningProgram& operator=(const RunningProgram&) = delete;
 
     pid_t pid() const { return pid_; }
-    /// What standard output holds so far.
+    /// Returns its standard output so far.
     std::string outSoFar() const;
-    /// What standard error holds so far.
+    /// Returns its standard error so far.
     std::string errSoFar() const;
-    /// Waits for the end. To be called once.
+    /// Waits for the end of the program. Call it only once.
     Ran wait();
 
 private:

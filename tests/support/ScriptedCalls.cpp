@@ -45,7 +45,7 @@ bool ScriptedCall::fails(Call call) {
     Script script;
     int number = 0;
     {
-        // The script itself runs without the lock, as it may use scripted calls too.
+        // The script runs without the lock, because it may make scripted calls itself.
         const std::lock_guard<std::mutex> lock(guard);
         ScriptedCall* const current = slotOf(call);
         if (current == nullptr)
@@ -66,8 +66,8 @@ using support::Call;
 using support::next;
 using support::ScriptedCall;
 
-// In front of the C library's, for the library under test as well. What the C library does within
-// (the fork of popen, say) does not come here.
+// These replace the C library's functions, also for the library under test. Calls inside the C
+// library (such as the fork in popen) do not arrive here.
 extern "C" {
 
 int accept(int descriptor, sockaddr* peer, socklen_t* length) {
@@ -83,7 +83,7 @@ int bind(int descriptor, const sockaddr* address, socklen_t length) {
 }
 
 FILE* fdopen(int descriptor, const char* type) {
-    // Not the files that the coverage counters are updated in, before a child becomes a program.
+    // Never fails an opening for update: the coverage runtime updates its files before an exec.
     if (std::strchr(type, '+') == nullptr && ScriptedCall::fails(Call::fdopen))
         return nullptr;
     return next<decltype(fdopen)>("fdopen")(descriptor, type);

@@ -9,13 +9,13 @@ namespace support {
 /// Calls of the C library that a test can script.
 enum class Call { accept, bind, fdopen, fork, listen, pipe, popen, recv, socket, waitpid };
 
-/// Decides, while it lives, about each use of one call: a test program that uses this class
-/// supplies the calls itself, in front of the C library's. Without a script each reaches the C
-/// library. One script per call at a time.
+/// Decides about each use of one C library function while the object exists. A test program that
+/// uses this class replaces all these functions; without a script each calls the original. Only one
+/// script per function at a time.
 class ScriptedCall {
 public:
-    /// Runs on the thread that makes the call, just before it, and receives the number of the use
-    /// (1, 2, ...). Returns kPassOn, or the error number with which the call fails instead.
+    /// Runs on the calling thread just before the call. Receives the number of the use (1, 2, ...).
+    /// Returns kPassOn, or the error number with which the call must fail.
     using Script = std::function<int(int)>;
     static constexpr int kPassOn = 0;
 
@@ -29,8 +29,8 @@ public:
     /// Uses so far.
     int count() const { return count_; }
 
-    /// For the stand-ins: runs the script of `call`, if there is one. True, with errno set, when
-    /// the call is to fail.
+    /// For the replacement functions: runs the script of `call`, if there is one. Returns true,
+    /// with errno set, when the call must fail.
     static bool fails(Call call);
 
 private:

@@ -30,8 +30,7 @@ Stick::Stick() : name_("tavo" + std::to_string(getpid())) {
         return;
     }
     number_ = status.st_rdev;
-    // Detached while in use: the kernel lets go of it with this descriptor, however the test
-    // ends.
+    // The kernel detaches the loop device when this descriptor closes, however the test ends.
     inUse_ = open(loop_.c_str(), O_RDONLY | O_CLOEXEC);
     if (inUse_ < 0 || !run({"losetup", "--detach", loop_}))
         return;

@@ -10,19 +10,20 @@
 
 namespace support {
 
-/// A removable device: a loop device with a small file system, and a node for it under /dev that
-/// comes and goes. The file system holds one file, "hello". Not plugged in at first. Needs root.
+/// A removable device: a loop device with a small file system and its own node under /dev, which
+/// plugging in creates and unplugging removes. The file system holds one file, "hello". Not plugged
+/// in at first. Needs root.
 class Stick {
 public:
-    /// Sets problem() to what this machine refuses.
+    /// On failure, problem() names what this machine does not permit.
     Stick();
     ~Stick();
     Stick(const Stick&) = delete;
     Stick& operator=(const Stick&) = delete;
 
-    /// Empty when all went well.
+    /// Empty on success.
     const std::string& problem() const { return problem_; }
-    /// Of the node, which nobody else has.
+    /// The name of the node, unique on this machine.
     const std::string& name() const { return name_; }
     std::string node() const { return "/dev/" + name_; }
 

@@ -5,7 +5,7 @@
 
 namespace support {
 
-/// A fresh directory, removed with everything in it at the end of the scope.
+/// A new directory. The destructor removes it with everything in it.
 class TempDir {
 public:
     TempDir();
@@ -14,14 +14,14 @@ public:
     TempDir& operator=(const TempDir&) = delete;
 
     const std::string& path() const { return path_; }
-    /// Path of an entry of the directory.
+    /// Returns the path of an entry of the directory.
     std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
 private:
     std::string path_;
 };
 
-/// Whole content of a file; fails the running test when it cannot be read.
+/// Returns the whole content of a file. Fails the running test when it cannot be read.
 std::string readFile(const std::string& path);
 
 /// Replaces the content of a file; `mode` holds its permission bits.

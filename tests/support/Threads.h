@@ -5,15 +5,15 @@
 
 namespace support {
 
-/// How many the kernel lists. One that was joined may be listed for a while longer, under an
-/// emulator most of all.
+/// The number of threads that the kernel lists. A joined thread may stay listed for a while,
+/// especially under an emulator.
 std::size_t threadsOfThisProcess();
 
-/// How many there are once a thread has come and gone: the first of a process may bring one of a
-/// sanitizer's with it.
+/// The number of threads after one has started and ended. The first thread of a process may start
+/// another one of a sanitizer.
 std::size_t threadsAfterAFirst();
 
-/// Waits until there are `count`; tells whether that came to be.
+/// Waits until there are `count` threads. Returns false when the deadline passes first.
 bool threadsFallBackTo(std::size_t count);
 
 } // namespace support

@@ -7,9 +7,9 @@
 
 namespace support {
 
-/// Number of the virtual table slot behind a pointer to a virtual operation, from 0. A virtual
-/// destructor takes two slots. Reads the pointer as the Itanium C++ ABI and its ARM variant lay it
-/// out.
+/// Returns the number (from 0) of the virtual table slot that a pointer to a virtual function
+/// refers to. A virtual destructor takes two slots. The function decodes the pointer as the Itanium
+/// C++ ABI and its ARM variant define it.
 template <class Operation>
 std::size_t virtualSlot(Operation operation) {
     struct {

@@ -6,9 +6,9 @@
 
 namespace support {
 
-/// Looks at `condition` every millisecond until it holds or the deadline has passed; tells whether
-/// it held. For conditions outside the process, which nothing can signal. The deadline is far above
-/// what anything takes, for machines that are busy with other things.
+/// Checks `condition` every millisecond until it holds or the deadline passes. Returns whether it
+/// held. For conditions outside the process, which cannot signal a change. The deadline leaves
+/// ample time for a busy machine.
 bool eventually(const std::function<bool()>& condition,
                 std::chrono::milliseconds deadline = std::chrono::seconds(30));
 
