@@ -50,8 +50,8 @@ void FileSystemWatcher::detachWatcher(const std::string& path) {
     if (found == watchers.end())
         return;
     (void)inotify_rm_watch(inotifyFd, found->first);
-    // Deliberate: the value compared is the entry in its place, which the compaction overwrites,
-    // and not a copy of it.
+    // Deliberate: std::remove() compares with a reference to the entry in the list, not with a
+    // copy. It overwrites that entry while it compares.
     watchers.erase(std::remove(watchers.begin(), watchers.end(), *found), watchers.end());
 }
 
@@ -73,7 +73,7 @@ void FileSystemWatcher::resetState() {
 
 void FileSystemWatcher::run(bool& stop) {
     while (!stop) {
-        pollfd events = {inotifyFd, POLLIN, 0}; // afresh: a reset may have replaced the descriptor
+        pollfd events = {inotifyFd, POLLIN, 0}; // a reset may have replaced inotifyFd
         if (poll(&events, 1, kPassMilliseconds) > 0)
             readEvents();
     }
@@ -94,14 +94,14 @@ void FileSystemWatcher::readEvents() {
         std::fflush(stdout);
         return;
     }
-    buffer[length] = '\0'; // where the last record has no name, reading one ends here
+    buffer[length] = '\0'; // the empty name of a last record without one
 
     for (ssize_t offset = 0; offset < length;) {
-        // By way of void: the kernel pads names, so that every record is aligned.
+        // The cast through void is safe: the kernel pads names, so every record is aligned.
         const void* const record = buffer + offset;
         const auto* event = static_cast<const inotify_event*>(record);
         offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-        // By index, and with the size read again each time: callbacks and resets change the list.
+        // By index, and with the current size in every step: callbacks and resets change the list.
         for (std::size_t i = 0; i < watchers.size(); ++i) {
             if (watchers[i].first != event->wd)
                 continue;

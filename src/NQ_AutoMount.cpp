@@ -27,6 +27,7 @@ bool runs(const std::string& command) {
 } // namespace
 
 void handleDevEvent(const Watcher&, const std::string& name, unsigned int mask, void* context) {
+    // Deliberate: the spelling "HAPPNED" is part of the printed text.
     kvr::api::detail::out() << "SOMETHING HAPPNED: " << name << std::endl;
     kvr::api::detail::printLine({"WHAT: ", kvr::api::detail::Decimal(mask)});
     auto* autoMount = static_cast<kvr::api::AutoMount*>(context);
@@ -53,8 +54,8 @@ AutoMount::AutoMount(const std::string& deviceName, const std::string& directory
     }
     runner.watcher().attachWatcher(Watcher("/dev", IN_CREATE | IN_DELETE, handleDevEvent, this));
     runner.startWatcher();
-    // Deliberate: after the start, so that no device is missed. When both see it, the second mount
-    // fails and does no harm.
+    // Deliberate: this check follows the start of the watcher, so that no device is missed. When
+    // both see the device, the second mount fails and does no harm.
     if (canBeRead("/dev/" + device))
         onDeviceInserted();
 }

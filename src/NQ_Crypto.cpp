@@ -1,4 +1,5 @@
-// SHA1_* are deprecated since OpenSSL 3, but keys in the field are derived by them.
+// SHA1_* are deprecated since OpenSSL 3, but the keys of existing installations are derived by
+// them.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include <kvr/api/crypto/NQ_Crypto.h>
@@ -35,7 +36,7 @@ struct FreeChain {
 };
 using Chain = std::unique_ptr<BIO, FreeChain>;
 
-/// The three steps of one direction.
+/// OpenSSL's three calls for one direction.
 struct Cipher {
     decltype(&EVP_EncryptInit_ex) init;
     decltype(&EVP_EncryptUpdate) update;
@@ -159,7 +160,7 @@ std::string NQ_Base64::base64_decode(const std::string& text) {
 }
 
 int NQ_Base64::Base64Encode(const char* buffer, unsigned int length, char* b64text) {
-    *b64text = '\0'; // the memory stream terminates only what it was given
+    *b64text = '\0'; // for no input at all: the memory stream terminates only what was written
     const Stream stream(fmemopen(b64text, encodedLength(length) + 1, "w"));
     if (stream == nullptr)
         throw std::bad_alloc();

@@ -49,7 +49,7 @@ void runProgram(const std::string& command, const std::vector<std::string>& args
         execvp(command.c_str(), argv.data());
         std::perror("execvp");
     } catch (const std::bad_alloc&) {
-        // Passed on, it would run the caller's code in this copy.
+        // If this exception left the function, the caller's code would run in this copy.
         errno = ENOMEM;
         std::perror("execvp");
     }
@@ -64,8 +64,8 @@ FILE* startReading(const std::string& command, const std::vector<std::string>& a
     return stream;
 }
 
-/// A program that was started for reading: closes the stream, waits for the program and stores its
-/// raw wait status, however the reading ends.
+/// A program that was started for reading. The destructor closes the stream, waits for the program
+/// and stores its raw wait status, however the reading ends.
 class StartedProgram {
 public:
     StartedProgram(const std::string& command, const std::vector<std::string>& args, int& status)
@@ -116,7 +116,7 @@ FILE* popen2(const std::string& command, const std::vector<std::string>& args,
         return nullptr; // explicit, as not every C library's fdopen() checks its descriptor
     FILE* stream = fdopen(end, reading ? "r" : "w");
     if (stream == nullptr)
-        close(end); // or a child that fills the pipe would be waited for in vain
+        close(end); // otherwise a child that fills the pipe would never end
     return stream;
 }
 

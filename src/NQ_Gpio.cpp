@@ -39,8 +39,8 @@ int gpio_ioctl(int request, unsigned int value) {
         if (device < 0)
             return -1;
     }
-    // Through unsigned, so that the read requests' top bit is not spread over a 64-bit request
-    // word; the driver takes the argument as a long.
+    // Cast to unsigned int first: the top bit of the read requests must not be sign-extended into a
+    // 64-bit request word. The driver takes the argument as a long.
     return ioctl(device, static_cast<RequestWord>(static_cast<unsigned int>(request)),
                  static_cast<unsigned long>(value));
 }

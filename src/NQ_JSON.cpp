@@ -17,7 +17,7 @@ namespace {
 
 using Tokener = std::unique_ptr<json_tokener, decltype(&json_tokener_free)>;
 
-// Thrown by hand, as not every standard library checks for a null text.
+// Throws explicitly, because not every standard library checks for a null text.
 const char* required(const char* text) {
     if (text == nullptr)
         throw std::logic_error("kvr::api::data::NQ_JSON: a text is null");
@@ -28,8 +28,8 @@ std::string textOf(json_object* value) { return required(json_object_get_string(
 
 bool is(json_object* value, json_type type) { return json_object_is_type(value, type) != 0; }
 
-/// json-c returns null when it has no memory. Passed on, that would become a JSON null, and a
-/// document that says something else.
+/// json-c returns null when memory is exhausted. Stored in a document, that null would become a
+/// JSON null and change what the document means.
 json_object* made(json_object* value) {
     if (value == nullptr)
         throw std::bad_alloc();
@@ -41,14 +41,13 @@ template <class Adder>
 void addMember(Adder add, json_object* object, const char* key, json_object* value) {
     if constexpr (std::is_void_v<decltype(add(object, key, value))>) {
         add(object, key, value);
-    } else if (add(object, key, value) != 0 && value != object) { // itself is refused too
+    } else if (add(object, key, value) != 0 && value != object) { // refuses itself, too
         json_object_put(value);
         throw std::bad_alloc();
     }
 }
 
-/// Null both for a missing key and for a member that is null: only for readers that treat the two
-/// alike.
+/// Null for a missing key and for a member that is null. Use it only where both mean the same.
 json_object* memberOf(json_object* object, const char* key) {
     json_object* member = nullptr;
     json_object_object_get_ex(object, required(key), &member);
@@ -65,8 +64,8 @@ int lengthOf(json_object* array) {
     return is(array, json_type_array) ? static_cast<int>(json_object_array_length(array)) : 0;
 }
 
-/// Null when there is no such element. json-c looks at the end of the array alone: it would count
-/// on an array, and its older generation on an index from 0.
+/// Null when there is no such element. json-c itself only checks whether the index is too large: it
+/// requires an array, and its older generation also an index that is not negative.
 json_object* elementOf(json_object* array, int idx) {
     if (idx < 0 || !is(array, json_type_array))
         return nullptr;
@@ -206,7 +205,7 @@ void NQ_JSON::asMap(std::map<std::string, std::string>& out) const {
     out.clear();
     if (!is(obj, json_type_object))
         return;
-    // Made in place: json-c's keys are unique, so that every member is a new entry.
+    // Constructed in place: json-c's keys are unique, so every member is a new entry.
     json_object_object_foreach(obj, key, value) {
         out.emplace(key, required(json_object_get_string(value)));
     }

@@ -46,8 +46,8 @@ bool NQ_RPCHandler::Process(const NQ_JSON& request, NQ_JSON& response) {
     if (request.getObj() == nullptr)
         return false;
     const std::string method = request.get_json_string("method");
-    // Deliberate: the parameters are read as text, so that a null is refused before any handler sees
-    // it. Nothing else is done with the text.
+    // Deliberate: the parameters are read as text only to refuse a null before any handler sees it.
+    // The text itself is not used.
     json_object* params = nullptr;
     if (json_object_object_get_ex(request.getObj(), "params", &params) &&
         json_object_get_string(params) == nullptr)

@@ -105,7 +105,7 @@ bool NQ_Mqtt::initialise() {
         detail::out() << "Trying to connect to " << serverUri << "...";
     MQTTClient_create(&client, serverUri.c_str(), clientId.c_str(), MQTTCLIENT_PERSISTENCE_NONE,
                       nullptr); // a failure shows when connecting
-    // From their initialisers each time, so that no pointer of an earlier call stays behind.
+    // Reset in every call, so that no pointer of an earlier call remains.
     pahoConnectOptions = MQTTClient_connectOptions_initializer;
     pahoWillOptions = MQTTClient_willOptions_initializer;
     pahoSslOptions = MQTTClient_SSLOptions_initializer;

@@ -97,8 +97,8 @@ void NQ_Sockets::serveOneConnection() {
 
 bool NQ_Sockets::receiveMessage(int client) {
     std::uint32_t length = 0;
-    // A short or empty read is not examined: what did not arrive stays zero, and a length of 0 ends
-    // the connection below.
+    // A short or empty read is not checked: missing bytes stay zero, and a length of 0 ends the
+    // connection below.
     const ssize_t arrived = recv(client, &length, sizeof length, 0);
     if (arrived < 0)
         throw std::runtime_error("Error receiving socket data length\n");
@@ -109,7 +109,7 @@ bool NQ_Sockets::receiveMessage(int client) {
     if (length > lastMessage.max_size())
         throw std::bad_alloc();
     std::string payload(length, '\0');
-    // After a whole length that says 0, a recv() of 0 bytes would wait for the client's next byte.
+    // After a complete length of 0, a recv() of 0 bytes would block until the client's next byte.
     const bool saysZero = arrived == sizeof length && length == 0;
     const ssize_t result = saysZero ? 0 : recv(client, &payload[0], length, 0);
     detail::printLine({"Receive result:", detail::Decimal(result)});

@@ -41,7 +41,7 @@ ReadAhead readAhead() {
             static_cast<std::size_t>(stdin->_IO_read_end - stdin->_IO_read_ptr)};
 }
 #else
-/// There is no way to look: nothing is read ahead any more.
+/// The buffer cannot be inspected, so stdin becomes unbuffered and nothing is read ahead.
 ReadAhead readAhead() {
     static const int result = std::setvbuf(stdin, nullptr, _IONBF, 0);
     (void)result;
@@ -66,7 +66,7 @@ bool isReadableNow(pollfd& descriptor) {
 /// False when the wait was ended by `stop` or by an error.
 bool waitForStandardInput(std::istream& in, bool& stop) {
     static pollfd standardInput = {STDIN_FILENO, POLLIN, 0};
-    // Such a line is announced without delay. A failed stream has none.
+    // A buffered line is announced without delay. A failed stream has none.
     if (!in.fail() && lineIsBuffered(in) && !isReadableNow(standardInput))
         return !stop;
     for (;;) {

@@ -25,7 +25,7 @@ void NQ_Strings::removeSpace(std::string& str) {
 
 std::vector<std::string>& NQ_Strings::split(const std::string& s, char delim,
                                             std::vector<std::string>& elems) {
-    // A text that is one of `elems` would move away when they grow.
+    // When `elems` grows, its elements move, and `s` may be one of them.
     const std::less<const std::string*> before;
     if (!before(&s, elems.data()) && before(&s, elems.data() + elems.size()))
         return split(std::string(s), delim, elems);

@@ -30,16 +30,16 @@ const char* const kPortConfiguration = "/opt/apps/ZEQ/cfg/ZEQ.json";
 /// Directories count as well.
 bool canBeOpened(const char* path) { return std::ifstream(path, std::ios::in).is_open(); }
 
-/// The lock file that a process holds the lock of.
+/// A process, and the lock file that it has locked.
 struct HeldLock {
     pid_t process;
     dev_t device;
     ino_t inode;
 };
 
-/// The lock that appAlreadyRunning() took last. Guarded by heldLockMutex, which also spans the call
-/// that takes a lock: another thread must not find the file locked before it is noted here. Both
-/// need no destructor, which would run while threads may still ask.
+/// The lock that appAlreadyRunning() took last. Guarded by heldLockMutex, which is also held while
+/// a lock is taken: no thread may find the file locked before it is recorded here. Neither has a
+/// destructor, which could run while other threads still use them.
 HeldLock heldLock = {};
 pthread_mutex_t heldLockMutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -134,7 +134,7 @@ std::string NQ_System::get_uboot_env_setting(const std::string& name) {
     const std::string output = file::NQ_Popen::execute("fw_printenv", {name});
     std::vector<std::string> fields = data::NQ_Strings::split(output, '=');
     if (fields.size() < 2) {
-        // The text of a checked vector access, given by hand so that it is the same with every
+        // The text of GNU's std::vector::at(), written here so that it is the same with every
         // standard library.
         char text[128];
         (void)std::snprintf(

@@ -28,7 +28,7 @@ void NQ_Time::delay(int ms) {
 
 void NQ_Time::sNow() {
     const std::time_t now = std::time(nullptr);
-    (void)std::ctime(&now); // its one effect is that the time zone is set up
+    (void)std::ctime(&now); // only sets up the time zone
     try {
         std::ostream& out = detail::out();
         out << "UTC timestamp:";
@@ -64,7 +64,7 @@ timeval NQ_Time::dateStrToTv(const std::string& date) {
     fraction.pop_back(); // the "Z"
     const auto milliseconds =
         static_cast<unsigned long>(std::strtol(fraction.c_str(), nullptr, 10));
-    // By way of long, which keeps the sign where suseconds_t is wider (32-bit musl).
+    // The cast to long keeps the sign where suseconds_t is wider (32-bit musl).
     result.tv_usec = static_cast<long>(milliseconds * 1000);
     return result;
 }
@@ -78,7 +78,7 @@ std::string NQ_Time::tvToDateStr(const timeval& tv) {
     constexpr std::size_t kFraction = 24; // any number, not only the three digits of a valid time
     char text[kDate + kFraction];
     const long long year = 1900LL + parts.tm_year;
-    // Other years by hand, since C libraries differ in those that do not have four digits.
+    // Other years are written here, since C libraries differ in years that do not have four digits.
     const int length =
         year >= 1000 && year <= 9999
             ? static_cast<int>(std::strftime(text, kDate, "%Y-%m-%dT%H:%M:%S", &parts))

@@ -40,8 +40,8 @@ std::string NQ_UBUS::getValuesField() const { return valuesField; }
 bool NQ_UBUS::hasEmptyValues() const { return valuesField == "{ }"; }
 
 std::string NQ_UBUS::getSystemCfg() const {
-    // No shell is involved, so this argument needs no quotes. Deliberate: joined by hand, with no
-    // blank after the first one.
+    // No shell is involved, so this argument needs no quotes. Deliberate: it is joined as text,
+    // and its only blank follows the brace.
     const std::string argument =
         "{ \"config\":\"" + configField + "\",\"section\":\"" + sectionField + "\"}";
     return file::NQ_Popen::execute("ubus", {"call", "uci", "get", argument});
@@ -102,6 +102,7 @@ bool NQ_UBUS::applyConfig() {
     if (hasEmptyValues())
         return applyConfig(quoted("delete", makeDeleteSectionConfig()));
     if (getSystemCfg().empty()) {
+        // Deliberate: the spelling "does't" is part of the printed text.
         detail::out() << configField << '/' << sectionField << " does't exist yet, create it!"
                       << std::endl;
         applyConfig(quoted("add", makeAddConfig()));

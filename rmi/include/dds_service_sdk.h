@@ -1,7 +1,7 @@
 #ifndef TAVO_DDS_SERVICE_SDK_H
 #define TAVO_DDS_SERVICE_SDK_H
 
-// The part of the DDS RMI interface that kvr::api::mdw::NQ_DDS_RMI_RUNTIME stands on, provided over
+// The part of the DDS RMI interface that kvr::api::mdw::NQ_DDS_RMI_RUNTIME needs, implemented over
 // Eclipse Cyclone DDS. It carries the file name, namespace and names of the commercial product's
 // interface, so that the same source builds against either. Nothing is offered here that the
 // product does not offer: code that compiles against this header compiles against the other one.
@@ -19,8 +19,8 @@ namespace DDS_RMI {
 /// Base of objects that shared_ptr counts and deletes.
 ///
 /// The count starts at 0: the first shared_ptr makes it 1, and the object deletes itself when it
-/// falls back to 0. So it must have been made with `new`, and one that no shared_ptr ever held is
-/// the maker's to delete. Threads: the count may be changed by any thread at any time.
+/// falls back to 0. So create it with `new`. An object that no shared_ptr ever held must be deleted
+/// by its creator. Threads: the count may be changed by any thread at any time.
 class TAVO_RMI_API RefCounted {
 public:
     RefCounted();
@@ -30,7 +30,7 @@ public:
 
     /// Adds one owner.
     void inc_refcount();
-    /// Takes one owner away; the last one takes the object with it.
+    /// Removes one owner. The object is destroyed when no owner is left.
     void dec_refcount();
 
 private:
@@ -120,13 +120,13 @@ public:
     /// blanks:
     ///   --RMIServiceDiscoveryTimeout=N     whole seconds, at least 1
     ///   --RMIClientThreadingModel=ST|MT
-    /// Both are checked and have no other effect, since there are no services here. Other options
-    /// and texts are ignored. Nothing of `argv` is kept.
+    /// Both are only checked, since there are no services here. Other options and texts are
+    /// ignored. No pointer into `argv` is kept.
     ///
     /// Returns false, after one line on standard error, when one of the two has another value or
     /// the domain cannot be joined. Returns true without doing anything when the runtime runs
     /// already. While it joins, Cyclone DDS's log sink is replaced, and the default one is in place
-    /// afterwards: an application with a sink of its own must set it again.
+    /// afterwards: an application that has set a sink must set it again.
     virtual bool start(int argc, const char* argv[]) = 0;
 
     /// Leaves the domain, which peers notice immediately. Returns false when the runtime does not

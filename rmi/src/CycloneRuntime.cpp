@@ -16,8 +16,8 @@ struct ErrorText {
     char text[256] = "";
 };
 
-/// Keeps what would otherwise go to standard error as a line of Cyclone's own. Warnings and the
-/// like still go there. Called by Cyclone DDS on any of its threads, one at a time.
+/// Keeps the first error, which Cyclone DDS would otherwise print on standard error. Warnings and
+/// lesser records are still printed. Cyclone DDS calls this on any of its threads, one at a time.
 void keepFirstError(void* kept, const dds_log_data_t* record) {
     char* const text = static_cast<ErrorText*>(kept)->text;
     const int length = static_cast<int>(std::strcspn(record->message, "\n"));
@@ -27,7 +27,7 @@ void keepFirstError(void* kept, const dds_log_data_t* record) {
         std::snprintf(text, sizeof(ErrorText::text), "%.*s", length, record->message);
 }
 
-/// A participant in the default domain, or the negative code of what went wrong.
+/// Returns a participant in the default domain, or a negative error code.
 dds_entity_t join(const char* name, ErrorText& error) {
     dds_qos_t* const qos = dds_create_qos();
     if (name != nullptr)
@@ -55,7 +55,7 @@ bool CycloneRuntime::start(int argc, const char* argv[]) {
                      explained ? error.text : dds_strretcode(-created));
         return false;
     }
-    // Joined in spite of an error: nothing that is held back may get lost.
+    // Joined in spite of an error, so the text that was held back is printed now.
     if (explained)
         std::fprintf(stderr, "%s\n", error.text);
     participant = created;

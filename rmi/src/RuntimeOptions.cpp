@@ -11,7 +11,7 @@ namespace {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-/// A whole number that is at least 1, however long: it is only checked, never computed with.
+/// True for a whole number of at least 1, however many digits it has. Its value is not used.
 bool isSeconds(std::string_view value) {
     return std::all_of(value.begin(), value.end(), isDigit) &&
            value.find_first_not_of('0') != std::string_view::npos;

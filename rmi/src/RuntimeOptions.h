@@ -3,8 +3,8 @@
 
 namespace org::opensplice::DDS_RMI {
 
-/// Whether the options that mean something here have values that mean something. The first that has
-/// not is reported on standard error, in one line. argv[0] is a program name.
+/// Returns whether the options known here have valid values. Prints one line on standard error for
+/// the first that has not. argv[0] is a program name.
 bool checkOptions(int argc, const char* const argv[]);
 
 } // namespace org::opensplice::DDS_RMI

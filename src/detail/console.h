@@ -9,9 +9,9 @@
 #include <ostream>
 #include <string_view>
 
-// Up to release 12 of GNU's library, <iostream> plants a load-time constructor and an exit handler
-// in every source that includes it. The library must load fast on a weak board, so there the two
-// streams are declared by hand and made ready on first use instead.
+// Up to release 12 of GNU's library, <iostream> adds a load-time constructor and an exit handler to
+// every source that includes it. The library must load fast on a weak board. So there the two
+// streams are declared here and initialised on first use.
 #if defined(_GLIBCXX_RELEASE) && _GLIBCXX_RELEASE < 13
 namespace std {
 extern istream cin;
@@ -35,8 +35,8 @@ inline std::istream& in() {
     return std::cin;
 }
 
-/// The decimal digits of a number. Printed as a number, it would follow the flags and the locale
-/// that the application gave std::cout.
+/// The decimal digits of a number. A number that is printed directly follows the flags and the
+/// locale that the application gave std::cout.
 class Decimal {
 public:
     explicit Decimal(long long number)
