@@ -191,8 +191,8 @@ TEST_F(NQ_LoggerTest, NothingIsQuotedFilteredOrInterpreted) {
 TEST_F(NQ_LoggerTest, LinesOfAnyLengthAreWrittenWhole) {
     std::vector<std::string> messages;
     std::string expected;
-    for (const std::size_t length : {0, 1, 500, 504, 505, 506, 507, 508, 511, 512, 513, 9000}) {
-        messages.emplace_back(length, 'm');
+    for (const int length : {0, 1, 500, 504, 505, 506, 507, 508, 511, 512, 513, 9000}) {
+        messages.emplace_back(static_cast<std::size_t>(length), 'm');
         expected += "INFO: " + messages.back() + "\n";
     }
     inChild([&messages] { NQ_Logger::instance()->log(messages, "INFO"); });
