@@ -42,7 +42,7 @@ using testing::IsEmpty;
 
 static_assert(!std::is_polymorphic<AsyncWatcherRunner>::value, "it has no virtual operation");
 
-/// Counts the loop's passes and keeps each short, so that no stop takes half a second.
+/// Counts the iterations of the loop and shortens its wait, so that stopping does not take 500 ms.
 class ShortPasses {
 public:
     ShortPasses() {
@@ -52,7 +52,7 @@ public:
         };
     }
 
-    /// Waits until the loop has begun `more` passes from now on. A stop that follows is seen.
+    /// Waits until the loop begins `more` further iterations. A stop after that takes effect.
     bool waitForPasses(int more = 1) {
         const int target = passes_ + more;
         return eventually([&] { return passes_ >= target; });
@@ -66,7 +66,7 @@ private:
     ScriptedInotify scripted_{calls_};
 };
 
-/// What came on the runner's thread.
+/// What the callbacks received on the runner's thread.
 struct Arrivals {
     std::mutex guard;
     std::vector<std::string> names;    // guarded by the mutex
@@ -163,7 +163,7 @@ TEST_F(AsyncWatcherRunnerTest, CanBeStartedAndStoppedAgain) {
         EXPECT_TRUE(arrivals.reach(static_cast<std::size_t>(round)));
         runner.stopWatcher();
         EXPECT_FALSE(runner.isRunning());
-        runner.stopWatcher(); // idle again: nothing
+        runner.stopWatcher(); // idle already: does nothing
     }
     EXPECT_EQ(3, threads.made());
     const int passes = loop.passes();
@@ -197,7 +197,7 @@ TEST_F(AsyncWatcherRunnerTest, StopBeforeTheThreadReachesItsLoopIsLost) {
     threads.hold();
     runner.startWatcher();
     started.set_value();
-    EXPECT_TRUE(threads.joinsReach(1)); // the flag is set, and the owner waits
+    EXPECT_TRUE(threads.joinsReach(1)); // the stop flag is set, and the owner waits
     threads.release();
     EXPECT_TRUE(loop.waitForPasses(20)); // the loop has cleared the flag on entry
     EXPECT_FALSE(returned);
@@ -239,7 +239,7 @@ TEST_F(AsyncWatcherRunnerTest, StopWaitsForTheCallbackInProgress) {
         inCallback = true;
         changed.notify_all();
         changed.wait(lock, [&] { return mayReturn; });
-        runningInCallback = runner.isRunning(); // while the owner waits in stopWatcher()
+        runningInCallback = runner.isRunning(); // while the owner blocks in stopWatcher()
         callbackDone = true;
     };
     watchDirectory();
@@ -251,7 +251,7 @@ TEST_F(AsyncWatcherRunnerTest, StopWaitsForTheCallbackInProgress) {
         changed.wait(lock, [&] { return inCallback; });
     }
     std::thread helper([&] {
-        EXPECT_TRUE(threads.joinsReach(1)); // the owner waits for the loop now
+        EXPECT_TRUE(threads.joinsReach(1)); // the owner now waits for the loop
         const std::lock_guard<std::mutex> lock(guard);
         mayReturn = true;
         changed.notify_all();
@@ -328,5 +328,5 @@ TEST(AsyncWatcherRunnerDeathTest, DestroyingARunningRunnerEndsTheProcess) {
             runner.startWatcher();
         },
         testing::KilledBySignal(SIGABRT),
-        "terminate called without an active exception|abi: terminating"); // GNU's, LLVM's
+        "terminate called without an active exception|abi: terminating"); // libstdc++, libc++
 }

@@ -14,15 +14,15 @@ const std::string kNode = "/dev/" + kDevice;
 
 inline void callNothing() {}
 
-/// The two lines for every event.
+/// The two lines that the library prints for every event.
 inline std::string event(const std::string& name, unsigned int mask) {
     return "SOMETHING HAPPNED: " + name + "\nWHAT: " + std::to_string(mask) + "\n";
 }
 
 inline std::string running(const std::string& command) { return "Running: " + command + "\n"; }
 
-/// Sees the loop of the object's thread begin, and keeps its passes short. Destroying an object
-/// whose loop has not begun may hang, and without short passes takes half a second.
+/// Detects the start of the object's loop and shortens the loop's waits. Destruction before the
+/// loop has started may hang; with the full wait it takes half a second.
 class LoopSeen {
 public:
     LoopSeen() {
@@ -32,7 +32,7 @@ public:
         };
     }
 
-    /// Waits for `more` passes from now on.
+    /// Waits for `more` further iterations of the loop.
     bool wait(int more = 1) {
         const int target = passes_ + more;
         return support::eventually([&] { return passes_ >= target; });
@@ -46,7 +46,8 @@ private:
     ScriptedInotify scripted_{calls_};
 };
 
-/// The watch on /dev never sees anything: for objects of which only the operations are used.
+/// Replaces the watch on /dev by one that never reports an event: for tests that only call
+/// operations.
 class DeafLoop : public LoopSeen {
 public:
     DeafLoop() {

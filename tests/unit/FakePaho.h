@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-/// Stands in for the MQTT client library: a test program that uses this class supplies the
-/// library's calls itself, and nanosleep(2) as well, so that a hundred attempts take no time.
-/// Everything is recorded. One at a time.
+/// Replaces the MQTT client library. A test program that uses this class supplies the library's
+/// functions, and nanosleep(2), so that a hundred attempts take no time. Every call is recorded.
+/// Only one object at a time.
 class FakePaho {
 public:
     FakePaho();
@@ -16,19 +16,19 @@ public:
     FakePaho(const FakePaho&) = delete;
     FakePaho& operator=(const FakePaho&) = delete;
 
-    /// Results of the next connects, in order; the last one is repeated.
+    /// Results of the next connects, in order; the last one repeats.
     std::vector<int> connectResults = {0};
     int publishResult = 0;
     int publishToken = 7;
     int waitResult = 0;
     int subscribeResult = 0;
-    /// After this many pauses, the flag is cleared.
+    /// The number of pauses after which `flag` is cleared.
     int pausesUntilStop = -1;
     bool* flag = nullptr;
 
     /// The calls and pauses, one line each.
     std::vector<std::string> calls;
-    /// How many of the calls begin with `name`.
+    /// The number of calls that begin with `name`.
     int count(const std::string& name) const;
 
 private:

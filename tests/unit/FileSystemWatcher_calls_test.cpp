@@ -1,6 +1,6 @@
-// What FileSystemWatcher asks of the kernel and makes of its answers, with the test in the kernel's
-// place: for the order of calls, for answers that a kernel cannot be made to give, and for watch
-// numbers chosen at will. FileSystemWatcher_test.cpp holds what the real kernel can show.
+// FileSystemWatcher's system calls, and its reactions to their results, with a played kernel. This
+// shows the order of calls, results that a real kernel cannot be made to return, and chosen watch
+// numbers. FileSystemWatcher_test.cpp shows what the real kernel can.
 
 #include <kvr/api/FileSystemWatcher.h>
 
@@ -94,7 +94,7 @@ TEST(FileSystemWatcherCalls, RefusedWatchIsPrintedAndNotListed) {
     EXPECT_EQ("Couldn't add watch to /full ERROR: No space left on device\n",
               printedBy([&] { watcher.attachWatcher(recorder.of("/full")); }));
     EXPECT_FALSE(watcher.watcherExists("/full"));
-    watcher.resetState(); // would add it anew
+    watcher.resetState(); // would add the watch again
     EXPECT_THAT(kernel.calls(),
                 ElementsAre("add 1000 /full 300 = -1", "close 1000", "init = 1001"));
 }
@@ -140,7 +140,7 @@ TEST(FileSystemWatcherCalls, EarlierStopIsForgottenByRun) {
         kernel.pollAnswers = {0, 0, 1};
         kernel.reads.push_back(record(1, IN_CREATE, "x"));
         (void)kernel.calls();
-        watcher.run(); // ends by the callback
+        watcher.run(); // ends because the callback stops it
         EXPECT_THAT(kernel.calls(),
                     ElementsAre("poll 1000 events 1 count 1 timeout 500",
                                 "poll 1000 events 1 count 1 timeout 500",

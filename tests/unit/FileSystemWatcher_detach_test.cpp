@@ -1,4 +1,4 @@
-// Which entries detachWatcher() leaves, with watch numbers chosen by the test.
+// Which registrations detachWatcher() keeps, with watch numbers chosen by the test.
 
 #include <kvr/api/FileSystemWatcher.h>
 
@@ -20,9 +20,9 @@ using support::printedBy;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Attaches one registration per letter, the letter being the path, then detaches `detached`, and
-/// tells which registrations (by their place, from 0) are still called. `numbers` are the letters'
-/// watch numbers, one per registration.
+/// Attaches one registration per letter, whose path is the letter, and detaches `detached`. Returns
+/// the positions (from 0) of the registrations that are still called. `numbers` are the watch
+/// numbers, one per registration.
 class Detaching : public testing::Test {
 protected:
     std::string left(const std::string& letters, const std::vector<int>& numbers,
@@ -51,7 +51,7 @@ protected:
         return result;
     }
 
-    /// The same, where equal paths have equal numbers.
+    /// The same; equal paths have equal numbers.
     std::string left(const std::string& letters, const std::string& detached) {
         std::vector<int> numbers;
         for (const char letter : letters)

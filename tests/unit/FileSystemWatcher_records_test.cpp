@@ -1,5 +1,4 @@
-// What FileSystemWatcher makes of the records it reads, resets included, with the test in the
-// kernel's place.
+// How FileSystemWatcher processes the records that it reads, resets included, with a played kernel.
 
 #include <kvr/api/FileSystemWatcher.h>
 
@@ -107,7 +106,7 @@ TEST(FileSystemWatcherCalls, NameIsNotBoundedByTheRecordsLength) {
     FileSystemWatcher watcher;
     Recorder recorder;
     watcher.attachWatcher(recorder.of("/a"));
-    // No NUL of its own: the name runs on into the next header, which begins with the number 1.
+    // The name has no NUL, so it continues into the next header, which begins with the byte 1.
     kernel.reads = {rawRecord(1, IN_CREATE, std::string(16, 'n'), 16) + record(1, IN_DELETE, "x")};
     kernel.serve(watcher);
     EXPECT_THAT(recorder.seen, ElementsAre(std::string(16, 'n') + "\1 100", "x 200"));
@@ -142,7 +141,7 @@ TEST(FileSystemWatcherCalls, NamelessRecordAtTheBuffersEndHasAnEmptyName) {
     Recorder recorder;
     watcher.attachWatcher(recorder.of("/a"));
     const std::size_t filler = kBufferSize - 2 * sizeof(inotify_event);
-    kernel.reads = {std::string(kBufferSize, 'j'), // what an earlier pass may leave on the stack
+    kernel.reads = {std::string(kBufferSize, 'j'), // as if left by an earlier iteration
                     rawRecord(9, IN_MODIFY, std::string(filler, 'f'), filler) +
                         record(1, IN_MODIFY)};
     kernel.serve(watcher);
@@ -155,7 +154,7 @@ TEST(FileSystemWatcherCalls, DroppedWatchRebuildsEveryWatchOnAFreshInstance) {
     Recorder recorder;
     for (const char* path : {"/a", "/b", "/a"})
         watcher.attachWatcher(recorder.of(path));
-    kernel.numbers = {{"/a", 8}, {"/b", 9}}; // what the fresh instance gives
+    kernel.numbers = {{"/a", 8}, {"/b", 9}}; // the numbers on the new instance
     kernel.reads = {record(1, IN_IGNORED | IN_ISDIR)};
     (void)kernel.calls();
     EXPECT_EQ("", printedBy([&] { kernel.serve(watcher); }));
@@ -190,8 +189,8 @@ TEST(FileSystemWatcherCalls, EntriesBehindTheDroppedOneAreComparedByTheirNewNumb
     Recorder recorder;
     for (const char* path : {"/gone", "/b", "/c"})
         watcher.attachWatcher(recorder.of(path));
-    // The fresh instance counts from 1 again: now /b has the number of the record under way, so it
-    // is taken for dropped as well, and the instance is made a third time.
+    // The new instance counts from 1 again. Now /b has the number in the current record, so it also
+    // counts as dropped, and a third instance follows.
     kernel.numbers = {{"/gone", -1}, {"/b", 1}, {"/c", 2}};
     kernel.reads = {record(1, IN_IGNORED)};
     (void)kernel.calls();
@@ -284,7 +283,7 @@ TEST(FileSystemWatcherCalls, RegistrationMadeByACallbackSeesTheSameRecord) {
     Recorder added;
     first.action = [&](const std::string&) {
         if (!watcher.watcherExists("/b")) {
-            for (int i = 0; i < 20; ++i) // moves the list to new storage
+            for (int i = 0; i < 20; ++i) // moves the list's elements to other memory
                 watcher.attachWatcher(added.of("/b"));
         }
     };

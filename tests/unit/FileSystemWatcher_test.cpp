@@ -1,4 +1,4 @@
-// FileSystemWatcher against the real kernel, in fresh directories.
+// FileSystemWatcher with the real kernel, in new directories.
 
 #include <kvr/api/FileSystemWatcher.h>
 
@@ -46,7 +46,7 @@ static_assert(std::has_virtual_destructor<FileSystemWatcher>::value, "applicatio
 static_assert(!std::is_polymorphic<Watcher>::value, "a plain value");
 static_assert(!std::is_copy_constructible<FileSystemWatcher>::value, "it owns a descriptor");
 
-/// What callbacks were given, as "name mask" with the mask in hexadecimal.
+/// What the callbacks received, as "name mask" with the mask in hexadecimal.
 struct Events {
     std::vector<std::string> seen;
 
@@ -56,7 +56,7 @@ struct Events {
         static_cast<Events*>(context)->seen.push_back(line.str());
     }
 
-    /// For objects that are watched themselves: their events have no name.
+    /// For watches on a file itself: their events have no name.
     static void noteMask(const Watcher&, const std::string&, unsigned int mask, void* context) {
         std::ostringstream line;
         line << std::hex << mask;
@@ -77,8 +77,8 @@ struct Events {
     }
 };
 
-/// Runs the loop until the kernel has nothing more. What happened before is queued already, so no
-/// pass needs to wait.
+/// Runs the loop until the kernel has no more events. Earlier events are queued already, so the
+/// loop need not wait.
 void drain(FileSystemWatcher& watcher) {
     bool stop = false;
     InotifyCalls calls;
@@ -103,7 +103,7 @@ void removePath(const std::string& path) {
     ASSERT_EQ(0, std::remove(path.c_str())) << path << ": " << std::strerror(errno);
 }
 
-/// Creates and removes a file: two events.
+/// Creates and removes a file, which causes two events.
 void touchAndRemove(const std::string& path) {
     const int file = open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
     ASSERT_NE(-1, file) << path;
@@ -303,8 +303,8 @@ TEST_F(FileSystemWatcherTest, WatchTakenFromUnderASecondPathIsMadeAnew) {
     Events same;
     watcher.attachWatcher(events.ofItself(directory / "file", IN_MODIFY));
     watcher.attachWatcher(same.ofItself(directory / "same", IN_MODIFY));
-    watcher.detachWatcher(directory / "file"); // the kernel has one watch for both
-    drain(watcher);                            // its end is noticed here
+    watcher.detachWatcher(directory / "file"); // the kernel has one watch for both paths
+    drain(watcher);                            // the loop sees here that it was removed
     std::ofstream(directory / "file") << "text";
     drain(watcher);
     EXPECT_THAT(events.seen, IsEmpty());
@@ -316,7 +316,7 @@ TEST_F(FileSystemWatcherTest, DirectoryDeletedAndMadeAgainIsWatchedAgain) {
     makeDirectory(path);
     watcher.attachWatcher(events.of(path, IN_CREATE));
     removePath(path);
-    makeDirectory(path); // before the loop hears of the deletion
+    makeDirectory(path); // before the loop reads the deletion's event
     drain(watcher);
     writeFile(path + "/file", "");
     drain(watcher);
@@ -339,7 +339,7 @@ TEST_F(FileSystemWatcherTest, DirectoryMadeAgainTooLateIsFoundByTheNextReset) {
     drain(watcher);
     EXPECT_THAT(events.seen, IsEmpty());
 
-    removePath(other); // any dropped watch rebuilds all of them
+    removePath(other); // a dropped watch rebuilds all watches
     drain(watcher);
     writeFile(path + "/seen", "");
     drain(watcher);
@@ -411,7 +411,7 @@ TEST_F(FileSystemWatcherTest, OverflowIsToldToEntriesWithoutAWatchOnly) {
     watcher.attachWatcher(gone.ofItself(directory / "gone", IN_CREATE));
     watcher.attachWatcher(events.of(directory / "kept", IN_CREATE | IN_DELETE));
     removePath(directory / "gone");
-    drain(watcher); // its entry has the number -1 now
+    drain(watcher); // the entry now has the number -1
 
     for (int i = 0; i < limit / 2 + 10; ++i)
         touchAndRemove(directory / "kept/f" + std::to_string(i));
@@ -446,7 +446,7 @@ TEST_F(FileSystemWatcherTest, CallbackMayAttachAndDetach) {
     makeDirectory(scene.path);
     const auto follow = [](const Watcher& self, const std::string&, unsigned int, void* context) {
         auto* const what = static_cast<Scene*>(context);
-        const std::string own = self.path; // `self` ends with the first change
+        const std::string own = self.path; // the first change invalidates `self`
         what->watcher->attachWatcher(what->events.of(what->path, IN_CREATE));
         what->watcher->detachWatcher(own);
     };
@@ -475,7 +475,7 @@ TEST_F(FileSystemWatcherTest, LoopSeesItsFlagWithinOnePass) {
     InotifyCalls calls;
     calls.poll = [&](pollfd* polled, nfds_t count, int timeout) {
         if (++passes == 2)
-            watcher.stop(); // as another thread would, while the loop waits
+            watcher.stop(); // as another thread would while the loop waits
         return kernelPoll(polled, count, timeout);
     };
     const ScriptedInotify scripted(calls);

@@ -1,9 +1,9 @@
 #ifndef TAVO_TESTS_HELD_THREADS_H
 #define TAVO_TESTS_HELD_THREADS_H
 
-/// Decides, while it lives, when the threads that the process makes begin, and sees when one is
-/// waited for. A program that has this class supplies pthread_create() and pthread_join() itself,
-/// before the C library. One at a time.
+/// Controls when new threads of the process start, and counts joins, while an object exists. A
+/// program with this class replaces the C library's pthread_create() and pthread_join(). Only one
+/// object at a time.
 class HeldThreads {
 public:
     HeldThreads();
@@ -11,16 +11,16 @@ public:
     HeldThreads(const HeldThreads&) = delete;
     HeldThreads& operator=(const HeldThreads&) = delete;
 
-    /// Threads made from now on wait before they run anything of their own.
+    /// Threads made from now on wait before they run their function.
     void hold();
-    /// Lets them go, and those that follow.
+    /// Lets the waiting threads run, and later ones start normally.
     void release();
-    /// Makes the next creations fail with EAGAIN, or succeed again.
+    /// Makes pthread_create() fail with EAGAIN, or succeed again.
     void refuse(bool refused);
 
-    /// Threads made so far, refused ones not counted.
+    /// Threads created so far, without the refused ones.
     int made() const;
-    /// Waits until a join has been asked for `count` times; false after half a minute.
+    /// Waits until pthread_join() has been called `count` times. Returns false after half a minute.
     bool joinsReach(int count) const;
 };
 

@@ -7,7 +7,7 @@
 
 namespace support {
 
-/// Tells when json-c frees a value, that is, when its last reference is dropped.
+/// Records when json-c frees a value, that is, when its last reference is dropped.
 class JsonLifetime {
 public:
     explicit JsonLifetime(json_object* value) {
@@ -25,7 +25,7 @@ private:
         **over = true;
     }
 
-    std::shared_ptr<bool> over_ = std::make_shared<bool>(false); // the value may outlive this
+    std::shared_ptr<bool> over_ = std::make_shared<bool>(false); // may outlive this object
 };
 
 } // namespace support

@@ -1,4 +1,4 @@
-// A source of its own, as the compiler distrusts replacements that it can inline.
+// A separate source file, because the compiler warns about replacements that it can inline.
 #include "LargestAllocation.h"
 
 #include <cstdlib>

@@ -5,9 +5,9 @@
 
 namespace support {
 
-/// Refuses memory in larger pieces than `bytes` while it lives: a test program that uses this class
-/// supplies operator new itself. Otherwise the limit is 1 GiB, so that no test has to find out
-/// where this machine's limit is. One at a time.
+/// Limits the size of one allocation to `bytes` while an object exists. A test program that uses
+/// this class replaces operator new. Without an object the limit is 1 GiB, so that no test depends
+/// on this machine's memory. Only one object at a time.
 class LargestAllocation {
 public:
     explicit LargestAllocation(std::size_t bytes);

@@ -1,4 +1,4 @@
-// AutoMount with mount and umount programs that only record their calls, in a /dev of its own.
+// AutoMount in a private /dev, with mount and umount programs that only record their calls.
 
 #include <kvr/api/NQ_AutoMount.h>
 
@@ -132,7 +132,7 @@ TEST(AutoMount, NodeThatCannotBeOpenedCountsAsAbsent) {
         EXPECT_EQ(none, printed());
         removeNode();
 
-        // A socket is there for everybody, and opened by nobody.
+        // A socket's node exists, but nobody can open it.
         const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
@@ -158,7 +158,7 @@ TEST(AutoMount, InitialCheckLeavesNoDescriptor) {
             whileAlive = openedSince(before).size();
             ASSERT_TRUE(loop.wait());
         });
-        EXPECT_EQ(3u, whileAlive); // the capture's two, and inotify's
+        EXPECT_EQ(3u, whileAlive); // the capture's two and inotify's
         EXPECT_THAT(openedSince(before), IsEmpty());
     });
 }
@@ -209,7 +209,7 @@ TEST(AutoMount, RepeatedInsertionRunsMountAgain) {
         LoopSeen loop;
         FakePrograms programs;
         programs.add("mount");
-        programs.add("umount", "exit 32"); // busy: the state stays
+        programs.add("umount", "exit 32"); // busy: stays mounted
         std::atomic<int> inserted{0};
         CapturedOutput output;
         makeNode();
@@ -275,7 +275,7 @@ TEST(AutoMountDeathTest, ExceptionOutOfTheConstructorsOwnMountEndsTheProcess) {
         {
             DeafLoop loop;
             const CapturedCommands commands;
-            // A device that is there on every machine; nothing is mounted.
+            // A device that exists on every machine. The mount command does not run.
             try {
                 AutoMount(
                     "null", directory.path(),
@@ -284,5 +284,5 @@ TEST(AutoMountDeathTest, ExceptionOutOfTheConstructorsOwnMountEndsTheProcess) {
                 _exit(0);
             }
         },
-        testing::KilledBySignal(SIGABRT), "terminate called|abi: terminating"); // GNU's, LLVM's
+        testing::KilledBySignal(SIGABRT), "terminate called|abi: terminating"); // libstdc++, libc++
 }

@@ -1,5 +1,5 @@
-// AutoMount's operations and events, one by one, with commands that only are recorded.
-// NQ_AutoMount_events_test.cpp lets nodes come and go; NQ_AutoMount_device_test.cpp mounts a
+// AutoMount's operations and events, one by one, with commands that are recorded and do not run.
+// NQ_AutoMount_events_test.cpp creates and removes nodes. NQ_AutoMount_device_test.cpp mounts a
 // device.
 
 #include <kvr/api/NQ_AutoMount.h>
@@ -47,8 +47,8 @@ using testing::IsEmpty;
 static_assert(std::has_virtual_destructor<AutoMount>::value, "applications derive from it");
 static_assert(!std::is_copy_constructible<AutoMount>::value, "its thread knows its address");
 
-/// An object on which operations and events are tried from the test's own thread, on a host whose
-/// /dev it does not hear. Its commands do not run; system() returns `status`.
+/// An object whose operations and events run on the test's thread; it sees no events of the host's
+/// /dev. Its commands do not run; system() returns `status`.
 class AutoMountOperations : public testing::Test {
 protected:
     void make(int status) {
@@ -85,7 +85,7 @@ protected:
     std::unique_ptr<AutoMount> object;
 };
 
-/// Looks on while the object is made and destroyed.
+/// Observes the construction and destruction of an object.
 class WatchedLife : public DeafLoop {
 public:
     WatchedLife() {
@@ -107,7 +107,7 @@ public:
 
     std::string written() const { return output_.written(); }
 
-    /// Keeps the loop from going on before the destructor has printed its line.
+    /// Holds the loop until the destructor has printed its line.
     void letLoopWaitForTheEnd() {
         ending = true;
         EXPECT_TRUE(support::eventually([&] { return waiting.load(); }));
@@ -129,10 +129,10 @@ private:
 
 TEST(AutoMountLife, WatchesThenStartsItsThreadThenLooksForTheDevice) {
     const TempDir directory;
-    const CapturedCommands commands; // none is run
+    const CapturedCommands commands; // runs none of them
     int threadsWhenMounted = -1;
     WatchedLife life;
-    // A device that is there on every machine.
+    // A device that exists on every machine.
     const AutoMount object(
         "null", directory.path(), [&] { threadsWhenMounted = life.threads.made(); }, callNothing);
     EXPECT_TRUE(support::eventually([&] { return life.begun.load(); }));
@@ -291,7 +291,7 @@ TEST_F(AutoMountOperations, StateChangesBeforeTheCallback) {
         EXPECT_THROW(object->onDeviceInserted(), std::runtime_error);
         EXPECT_THROW(object->onDeviceEjected(), std::runtime_error);
     });
-    EXPECT_EQ("~AutoMount()\n", onDestruction()); // not mounted any more
+    EXPECT_EQ("~AutoMount()\n", onDestruction()); // no longer mounted
 
     (void)printedBy([&] {
         object = std::make_unique<AutoMount>(

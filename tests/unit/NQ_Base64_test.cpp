@@ -25,15 +25,15 @@
 
 namespace {
 
-std::set<FILE*> memoryStreams;  // those open
-std::size_t streamCapacity = 0; // of the last one
-std::set<BIO*> chains;          // by their first filter, those that are not freed
+std::set<FILE*> memoryStreams;  // those still open
+std::size_t streamCapacity = 0; // of the last stream
+std::set<BIO*> chains;          // chains not yet freed, by their first filter
 
 bool refusesMemoryStreams = false;
-int allocationsLeft = -1; // of OpenSSL, before one fails; negative: no limit
-int liveAllocations = 0;  // of OpenSSL
+int allocationsLeft = -1; // OpenSSL allocations before one fails; negative: no limit
+int liveAllocations = 0;  // OpenSSL allocations not yet freed
 
-// OpenSSL takes them before its first allocation only.
+// OpenSSL accepts these functions only before its first allocation.
 const int replaced = CRYPTO_set_mem_functions(
     [](std::size_t size, const char*, int) -> void* {
         if (allocationsLeft == 0)
@@ -55,7 +55,7 @@ const int replaced = CRYPTO_set_mem_functions(
 
 } // namespace
 
-// In front of the C library's: an open stream is no leak to tools, as the C library knows it.
+// These replace the library functions, because leak checkers do not report an open stream.
 extern "C" {
 
 FILE* fmemopen(void* buffer, std::size_t size, const char* mode) C_LIBRARY_NOEXCEPT {
@@ -96,7 +96,7 @@ std::string randomBytes(std::size_t size, unsigned int seed) {
     return bytes;
 }
 
-/// Base64 by the book, six bits at a time.
+/// A simple reference encoder, six bits at a time.
 std::string encodedByHand(const std::string& data) {
     const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
@@ -229,7 +229,7 @@ TEST(NQ_Base64, DecodingAnInvalidTextCountsNothing) {
         std::string buffer(16, '#');
         unsigned int count = 99;
         EXPECT_EQ(0, NQ_Base64::Base64Decode(text, &buffer[0], &count));
-        EXPECT_LE(static_cast<int>(count), 0) << text; // negative where BIO_read() tells an error
+        EXPECT_LE(static_cast<int>(count), 0) << text; // negative if BIO_read() fails
         EXPECT_EQ(std::string(16, '#'), buffer) << text;
     }
 }
@@ -237,7 +237,7 @@ TEST(NQ_Base64, DecodingAnInvalidTextCountsNothing) {
 TEST(NQ_Base64, WhatCannotBeDecodedReadsAsZeroBytes) {
     EXPECT_EQ(zeros(3), NQ_Base64::base64_decode("????"));
     EXPECT_EQ(zeros(3), NQ_Base64::base64_decode("QU?D"));
-    EXPECT_EQ(zeros(3), NQ_Base64::base64_decode("Q-_D")); // the alphabet for names of files
+    EXPECT_EQ(zeros(3), NQ_Base64::base64_decode("Q-_D")); // the URL and file name alphabet
 }
 
 TEST(NQ_Base64, ALineBreakIsNotAccepted) {
@@ -282,8 +282,8 @@ TEST(NQ_Base64, AnyTextIsDecodedToTheComputedLength) {
     }
 }
 
-/// Lets every allocation of OpenSSL in `work` fail in turn: it throws std::bad_alloc each time,
-/// until all succeed. Returns how often it did.
+/// Makes each OpenSSL allocation in `work` fail in turn, until all succeed. `work` must throw
+/// std::bad_alloc each time. Returns the number of failures.
 int failuresOf(const std::function<void()>& work) {
     int failures = 0;
     for (bool done = false; !done;) {
@@ -305,10 +305,10 @@ TEST(NQ_Base64, WithoutMemoryForOpenSslBadAllocIsThrownAndNothingStaysBehind) {
     const auto encode = [] { EXPECT_EQ("QUJD", NQ_Base64::base64_encode("ABC")); };
     const auto decode = [] { EXPECT_EQ("ABC", NQ_Base64::base64_decode("QUJD")); };
     for (const std::function<void()>& work : {std::function<void()>(encode), {decode}}) {
-        work();           // OpenSSL's own set-up, which it never repeats after a failure
-        failuresOf(work); // and what it keeps of the first ones
+        work();           // first, OpenSSL's initialization, which it never repeats after a failure
+        failuresOf(work); // and what OpenSSL keeps of its first failures
         const int before = liveAllocations;
-        EXPECT_GE(failuresOf(work), 2); // a filter and what stands behind it at least
+        EXPECT_GE(failuresOf(work), 2); // at least a filter and its memory
         EXPECT_EQ(before, liveAllocations);
         EXPECT_THAT(memoryStreams, testing::IsEmpty());
     }

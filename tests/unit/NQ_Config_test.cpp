@@ -49,7 +49,7 @@ void init(NQ_Config& config, const Given& given) {
                 given.isBase64);
 }
 
-/// Directory, file and command lines that result; nothing is run.
+/// Returns the resulting directory, file and command lines; no command runs.
 std::vector<std::string> pathsOf(const Given& given, const std::string& root = "R") {
     const CapturedCommands commands;
     NQ_Config config(root);
@@ -60,8 +60,8 @@ std::vector<std::string> pathsOf(const Given& given, const std::string& root = "
     return result;
 }
 
-/// An application directory "app1" under a root of its own, with a configuration that was placed in
-/// it by a real mkdir.
+/// An application directory "app1" under its own root, with a configuration file. A real mkdir
+/// creates its directory.
 class Placed {
 public:
     explicit Placed(const std::string& content, bool isBase64 = false) : config(root.path()) {
@@ -73,9 +73,9 @@ public:
     const std::string file = root / "app1/cfg/app.json";
 };
 
-/// Expects that `action` logs and runs the scripts `expected` and prints nothing; none is really
-/// run. The logger lives as long as a process, so this happens in a forked copy, and the file that
-/// it makes goes.
+/// Expects that `action` logs and runs the scripts `expected` and prints nothing. No script really
+/// runs. The logger lasts as long as the process, so this runs in a forked copy. Removes the log
+/// file afterwards.
 void expectScripts(const Given& given, const std::function<void(NQ_Config&)>& action,
                    const std::vector<std::string>& expected) {
     const bool hadLog = support::exists("/tmp/log.out");
@@ -90,7 +90,7 @@ void expectScripts(const Given& given, const std::function<void(NQ_Config&)>& ac
         }
         {
             const CapturedSyslog records;
-            const CapturedCommands commands(CapturedCommands::runNothing, 256); // they fail
+            const CapturedCommands commands(CapturedCommands::runNothing, 256); // the commands fail
             output = printedBy([&] { action(config); });
             log = records.lines();
             run = commands.lines();
@@ -247,7 +247,7 @@ TEST(NQ_Config, EveryLineIsFlushedBeforeTheCallReturns) {
 
 TEST(NQ_Config, TheLinesStandBeforeWhatTheCommandPrints) {
     TempDir root;
-    writeFile(root / "app1", ""); // where a directory is wanted
+    writeFile(root / "app1", ""); // a file in place of a directory
     NQ_Config config(root.path());
     const std::string text = printedBy([&] {
         dup2(STDOUT_FILENO, STDERR_FILENO);
@@ -301,7 +301,7 @@ TEST(NQ_Config, WhatIsNotJsonIsNotValid) {
     for (const char* content : {"", " ", "{", "plain text", "key=value\n"}) {
         printedBy([&] { init(config, {"app1", "", "cfg", "f", content}); });
         bool valid = true;
-        // The first line is the JSON document's own.
+        // The JSON document prints the first line.
         EXPECT_EQ("Unable to parse json\nConfiguration NOT VALID\n",
                   printedBy([&] { valid = config.checkConfig(); }))
             << content;
@@ -384,7 +384,7 @@ TEST(NQ_Config, AfterEncodedContentPlainContentIsWrittenAsItIs) {
 TEST(NQ_Config, AFileThatCannotBeWrittenPassesSilently) {
     for (const bool isBase64 : {false, true}) {
         Placed placed("QUJD", isBase64);
-        ASSERT_EQ(0, mkdir(placed.file.c_str(), 0755)); // also keeps the superuser out
+        ASSERT_EQ(0, mkdir(placed.file.c_str(), 0755)); // a directory blocks the superuser, too
         bool result = false;
         std::string errors;
         EXPECT_EQ("", printedBy([&] {

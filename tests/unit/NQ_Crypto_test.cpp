@@ -21,15 +21,15 @@
 
 namespace {
 
-std::set<EVP_CIPHER_CTX*> contexts; // those that are not freed
-std::string failing; // the call that is to tell `failure`, after it has done its work
+std::set<EVP_CIPHER_CTX*> contexts; // those not yet freed
+std::string failing;                // this call does its work and then returns `failure`
 int failure = 0;
 
 int told(const char* name, int result) { return failing == name ? failure : result; }
 
 } // namespace
 
-// In front of OpenSSL's, to see what becomes of a context and to make each step fail.
+// These replace OpenSSL's functions, to track contexts and to make each step fail.
 extern "C" {
 
 EVP_CIPHER_CTX* EVP_CIPHER_CTX_new() {
@@ -91,7 +91,7 @@ static_assert(sizeof(NQ_Crypto) == 256 + 128, "key and vector, nothing else");
 
 constexpr std::size_t kVectorAt = 256;
 
-/// All of the object: the key's buffer, then the vector's.
+/// All bytes of the object: the key's buffer, then the vector's.
 std::string fieldsOf(const NQ_Crypto& crypto) {
     return std::string(reinterpret_cast<const char*>(&crypto), sizeof crypto);
 }
@@ -111,7 +111,7 @@ std::string digestOf(const std::string& text) {
     return std::string(hex, hex + 40);
 }
 
-/// The digest as OpenSSL's other interface computes it, of all bytes.
+/// The digest of all bytes, computed with another interface of OpenSSL.
 std::string sha1(const std::string& bytes) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
@@ -147,7 +147,8 @@ Bytes randomBytes(std::size_t size, unsigned int seed) {
 
 constexpr unsigned char kGuard = 0xA5;
 
-/// Cuts `buffer` to the `length` that was told, after a look at the bytes behind it.
+/// Cuts `buffer` to the `length` that was returned and checks that the bytes after it are
+/// unchanged.
 Bytes written(Bytes buffer, int length) {
     const auto end = buffer.begin() + length;
     EXPECT_TRUE(std::all_of(end, buffer.end(), [](unsigned char b) { return b == kGuard; }));
@@ -156,12 +157,13 @@ Bytes written(Bytes buffer, int length) {
 
 Bytes encrypted(NQ_Crypto& crypto, Bytes plain) {
     Bytes out(plain.size() + 64, kGuard);
-    plain.push_back(0); // an address also for no bytes
+    plain.push_back(0); // so that data() is valid for empty input
     const int length = crypto.encrypt(plain.data(), static_cast<int>(plain.size()) - 1, out.data());
     return written(out, length);
 }
 
-/// Decryption may use the room for all of the ciphertext, so there is no guard to look at.
+/// Decryption may write to a buffer as large as the ciphertext, so there are no guard bytes to
+/// check.
 Bytes decrypted(NQ_Crypto& crypto, Bytes cipher) {
     Bytes out(cipher.size());
     const int length = crypto.decrypt(cipher.data(), static_cast<int>(cipher.size()), out.data());
@@ -306,7 +308,7 @@ TEST(NQ_Crypto, EncryptionIsThatOfThePublishedExample) {
     NQ_Crypto crypto;
     Bytes out(plain.size() + 64, kGuard);
     const int length = crypto.encrypt(plain.data(), 64, key.data(), iv.data(), out.data());
-    ASSERT_EQ(80, length); // and a block of padding, which the example has not
+    ASSERT_EQ(80, length); // with a block of padding, which the example lacks
     Bytes got = written(out, length);
     EXPECT_EQ(cipher, Bytes(got.begin(), got.begin() + 64));
     Bytes back(80);
@@ -350,7 +352,7 @@ TEST(NQ_Crypto, TheShortFormsUseKeyAndVectorOfInit) {
 }
 
 TEST(NQ_Crypto, OnlyThirtyTwoBytesOfTheKeyAndSixteenOfTheVectorAreRead) {
-    // Of exactly that size, so that the address sanitizer sees a byte too many.
+    // Exact sizes, so that the address sanitizer reports a read of one byte too many.
     Bytes key = randomBytes(32, 7);
     Bytes iv = randomBytes(16, 8);
     Bytes plain = randomBytes(16, 9);
@@ -398,11 +400,11 @@ TEST(NQ_Crypto, NothingIsPrintedAndNoErrorIsLeftInTheQueue) {
 
 // the end of the process --------------------------------------------------------------------------
 
-// An emulator that runs the test for another machine tells of the abort itself.
+// An emulator prints its own message about the abort.
 const std::string kEnd = "(qemu: uncaught target signal 6 [^\n]*\n)?$";
 const std::string kNothing = "^" + kEnd;
 
-/// One record of OpenSSL's queue, and no other output: the thread, the code, where, and the reason.
+/// Returns the one record of OpenSSL's queue, with no other output: thread, code, place and reason.
 std::string onlyRecord(const std::string& reason) {
     return "^[0-9A-F]+:error:[0-9A-F]+:[^\n]*:" + reason + ":[^\n]*\n" + kEnd;
 }

@@ -1,5 +1,5 @@
 // The class compiled against the commercial product's bare interface (vendor_interface/), with
-// runtimes that do as told.
+// scripted runtimes.
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
 #include "CapturedOutput.h"
@@ -27,7 +27,7 @@ static_assert(sizeof(NQ_DDS_RMI_RUNTIME) == sizeof(CRuntime_ref), "one field");
 static_assert(std::is_same<decltype(std::declval<NQ_DDS_RMI_RUNTIME>().stopRUNTIME()), bool>::value,
               "follows the runtime's own stop");
 
-/// What the runtimes are to do, and what they were asked.
+/// What the runtimes must return, and the calls that they received.
 struct Scene {
     bool usable = false;
     bool startResult = true;
@@ -67,7 +67,7 @@ private:
 CRuntime_ref defaultRuntime;
 int fetched = 0;
 
-/// A class under test, and a default runtime for it to find.
+/// The class under test, with a default runtime.
 class NQ_DDS_RMI : public testing::Test {
 protected:
     NQ_DDS_RMI() { defaultRuntime.reset(new ScriptedRuntime(scene)); }

@@ -35,7 +35,7 @@ Entry* nextEntry(const char* name, DIR* directory) {
     return entry;
 }
 
-/// One use of sendfile(), which moves four bytes at most while Transfers are watched.
+/// One call of sendfile(). It transfers at most four bytes while Transfers are recorded.
 struct Transfer {
     int to;
     int from;
@@ -57,7 +57,7 @@ ssize_t transfer(const char* name, int to, int from, Offset* offset, std::size_t
 }
 } // namespace
 
-// Some file systems leave the type of an entry open; this makes any of them do so.
+// Some file systems do not report the type of an entry. This makes any file system do so.
 extern "C" dirent* readdir(DIR* directory) { return nextEntry<dirent>("readdir", directory); }
 #ifdef __GLIBC__
 extern "C" dirent64* readdir64(DIR* directory) {
@@ -65,7 +65,7 @@ extern "C" dirent64* readdir64(DIR* directory) {
 }
 #endif
 
-// The kernel moves less than it is asked for only with files too large for a test.
+// The kernel transfers less than requested only for files too large for a test.
 extern "C" ssize_t sendfile(int to, int from, off_t* offset, std::size_t size) {
     return transfer("sendfile", to, from, offset, size);
 }
@@ -255,7 +255,7 @@ TEST(NQ_FileUtils, GoesOnBehindASubdirectoryThatCannotBeRead) {
     }
     Paths listed;
     const std::string errors = support::errorsOf([&] {
-        // One descriptor is left, and the outer directory takes it.
+        // Leaves one free descriptor, which the outer directory uses.
         const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
         close(lowest);
         struct rlimit before = {};

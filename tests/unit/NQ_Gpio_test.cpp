@@ -35,13 +35,13 @@ using RequestWord = unsigned long;
 using RequestWord = int;
 #endif
 
-/// The request word without the sign that an int would spread over a wider one.
+/// The request word, without sign extension from an int to a wider type.
 template <class Word>
 unsigned long widened(Word request) {
     return static_cast<std::make_unsigned_t<Word>>(request);
 }
 
-/// What reached the driver.
+/// A call that reached the driver.
 struct Call {
     int descriptor;
     unsigned long request;
@@ -57,8 +57,8 @@ std::ostream& operator<<(std::ostream& out, const Call& call) {
                << ", " << call.value << ")";
 }
 
-/// Answers for /dev/gpio while it lives: this program supplies open() and ioctl() itself, in front
-/// of the C library's. One at a time.
+/// Plays /dev/gpio while an object exists: this program replaces the C library's open() and
+/// ioctl(). Only one object at a time.
 class FakeBoard {
 public:
     FakeBoard() { current = this; }
@@ -66,16 +66,16 @@ public:
     FakeBoard(const FakeBoard&) = delete;
     FakeBoard& operator=(const FakeBoard&) = delete;
 
-    /// Error number of the next opens; 0 lets them succeed.
+    /// Error number of the next opens, or 0 for success.
     int openError = 0;
-    /// Result of the driver for a request; a negative one other than -1 too, as drivers of other
-    /// kernels give.
+    /// Returns the driver's result for a request. It may be negative other than -1, as some
+    /// kernels' drivers return.
     std::function<int(unsigned long)> driver = [](unsigned long) { return 0; };
 
     std::vector<int> openFlags;
     std::vector<Call> calls;
 
-    /// Runs in every open, on the thread that opens.
+    /// Runs in every open, on the calling thread.
     std::function<void()> opening = [] {};
 
     int openDevice(int flags) {
@@ -94,7 +94,7 @@ public:
     static FakeBoard* current;
 
 private:
-    std::mutex guard_; // of what the two calls note
+    std::mutex guard_; // protects what both calls record
 };
 
 FakeBoard* FakeBoard::current = nullptr;
@@ -180,7 +180,8 @@ const Reader kReaders[] = {
     {"getVoltage", NQ_Gpio::getVoltage, 2147500562, 18, false},
 };
 
-/// The descriptor lives as long as a process: runs `body` in one that has not used the board yet.
+/// The descriptor stays open as long as the process. Runs `body` in a process that has not used the
+/// board.
 void inFreshProcess(const std::function<void()>& body) {
     const support::ForkedChild child = support::inForkedChild(body);
     EXPECT_EQ(0, child.status) << child.output;
@@ -229,7 +230,7 @@ TEST(NQ_Gpio, RequestWordsHoldDirectionTypeAndNumberIn32Bits) {
         }
         for (const Reader& reader : kReaders) {
             reader.operation();
-            // Its top bit must not be spread over a longer word.
+            // The top bit must not be sign-extended to a longer word.
             EXPECT_EQ(0x80000000ul | 'B' << 8 | reader.number, board.calls.back().request)
                 << reader.name;
         }
@@ -405,14 +406,14 @@ TEST(NQ_Gpio, OnAMachineWithoutABoardEverythingFails) {
     });
 }
 
-// Last, because it leaves the device open in this very process: in a forked one a thread sanitizer
-// misses a race at times. Here it finds each, and hangs in its report, which opens files, until the
-// test's time is over.
+// Must be last, because it leaves the device open in this process. In a forked process a thread
+// sanitizer sometimes misses a race. Here it finds every race, but its report opens files and
+// therefore hangs until the test's time limit.
 TEST(NQ_Gpio, TwoFirstCallsAtOnceBothReachTheBoardAndOneDescriptorIsKept) {
     FakeBoard board;
     board.driver = [](unsigned long) { return 1; };
-    // Neither opens before the other wants to. Relaxed, so that this orders nothing for a thread
-    // sanitizer.
+    // No thread opens before the other one has called open. Relaxed, so that a thread sanitizer
+    // sees no ordering here.
     std::atomic<int> wanting{0};
     board.opening = [&] {
         wanting.fetch_add(1, std::memory_order_relaxed);

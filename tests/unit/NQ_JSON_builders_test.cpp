@@ -278,7 +278,7 @@ TEST(NQ_JSON_flatteners, EmptyFieldsFlushesItsLines) {
         const NQ_JSON json("{\"ip\":\"10.0.0.1\"}");
         Keys keys;
         json.emptyFields(keys, json.getObj());
-        _exit(0); // leaves buffers as they are
+        _exit(0); // does not flush buffers
     });
     EXPECT_EQ("ip=10.0.0.1\n", child.output);
 }

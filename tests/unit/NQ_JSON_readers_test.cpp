@@ -14,11 +14,11 @@ using support::JsonLifetime;
 
 namespace {
 
-// One member of every type.
+// One member of each type.
 const char* const kDocument = R"({"text":"abc","digits":"12","empty":"","number":5,"fraction":1.5,
     "yes":true,"no":false,"nothing":null,"object":{"a":1,"b":[true]},"list":["x",2,null,{"k":"v"}]})";
 
-/// Handles in which no key can be found.
+/// Handles that have no keys.
 struct Keyless {
     NQ_JSON emptyObject;
     NQ_JSON array{"[1]"};
@@ -71,7 +71,7 @@ TEST(NQ_JSON_readers, GetJsonIntConverts) {
     EXPECT_EQ(0, json.get_json_int("nothing"));
     EXPECT_EQ(0, json.get_json_int("object"));
     EXPECT_EQ(-7, NQ_JSON("{\"n\":-7}").get_json_int("n"));
-    // Too large for an int: json-c gives the nearest.
+    // Too large for an int: json-c returns the nearest value.
     EXPECT_EQ(INT_MAX, NQ_JSON("{\"n\":5000000000}").get_json_int("n"));
     EXPECT_EQ(INT_MIN, NQ_JSON("{\"n\":-5000000000}").get_json_int("n"));
 }

@@ -104,14 +104,14 @@ TEST(NQ_JSON, NestingIsLimitedToThirtyTwoLevels) {
 TEST(NQ_JSON, TheParserIsAsLenientAsJsonCIsByDefault) {
     CapturedOutput output;
     EXPECT_EQ("{ \"a\": \"x\", \"b\": 2 }", NQ_JSON("{'a':'x', /* why */ \"b\":2}").asString());
-    EXPECT_EQ("\xff", NQ_JSON("\"\xff\"").asString()); // bytes that are no UTF-8
+    EXPECT_EQ("\xff", NQ_JSON("\"\xff\"").asString()); // not UTF-8
     EXPECT_EQ("", output.text());
 }
 
 TEST(NQ_JSON, TheComplaintIsFlushed) {
     const support::ForkedChild child = support::inForkedChild([] {
         NQ_JSON("");
-        _exit(0); // leaves buffers as they are
+        _exit(0); // does not flush buffers
     });
     EXPECT_EQ(kComplaint, child.output);
 }
@@ -218,7 +218,7 @@ TEST(NQ_JSON, SelfAssignmentDoesNothing) {
     EXPECT_EQ(&json, &(json = same));
     EXPECT_FALSE(lifetime.over());
     EXPECT_EQ("{ \"a\": 1 }", json.asString());
-    json = NQ_JSON(); // the count was not raised either
+    json = NQ_JSON(); // and the self-assignment did not raise the count
     EXPECT_TRUE(lifetime.over());
 }
 

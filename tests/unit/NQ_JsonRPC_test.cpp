@@ -35,7 +35,7 @@ static_assert(sizeof(NQ_RPCHandler) == sizeof(void*) + sizeof(std::list<Callback
 
 namespace {
 
-/// What the handlers of a test went through, in order.
+/// The events of a test's handlers, in order.
 using Journal = std::vector<std::string>;
 
 class Dispatcher : public NQ_RPCHandler {
@@ -50,14 +50,14 @@ private:
     Journal* journal_;
 };
 
-/// A handler that writes down what happens to it.
+/// A handler that records its calls and its destruction.
 class Recorder : public CallbackMethod {
 public:
     Recorder(Journal& journal, std::string name, bool result = true)
         : id(name), journal_(journal), name_(std::move(name)), result_(result) {}
     ~Recorder() override {
         journal_.push_back("delete " + id);
-        syslog(LOG_DEBUG, "delete"); // shows the order relative to the dispatcher's own record
+        syslog(LOG_DEBUG, "delete"); // shows the order relative to the dispatcher's log record
     }
 
     bool Call(const NQ_JSON& request, NQ_JSON& response) override {
@@ -91,7 +91,7 @@ private:
     bool result_;
 };
 
-/// A dispatcher and what becomes of its handlers.
+/// A dispatcher and the journal of its handlers.
 class NQ_JsonRPC : public testing::Test {
 protected:
     Recorder* add(const std::string& name, bool result = true) {
@@ -313,7 +313,7 @@ TEST_F(NQ_JsonRPC, TheMethodIsReadAsText) {
 
 TEST_F(NQ_JsonRPC, RequestsThatNameNoKnownMethodFailSilently) {
     add("ping");
-    add(""); // must not be found through a missing or empty "method"
+    add(""); // a missing or empty "method" must not find it
     response = NQ_JSON("{\"kept\":true}");
     const CapturedSyslog log;
     CapturedOutput output;

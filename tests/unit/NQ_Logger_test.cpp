@@ -41,7 +41,7 @@ static_assert(!std::is_copy_assignable<NQ_Logger>::value, "there is one");
 
 namespace {
 
-// An explicit instantiation may name a private member: the one way to the logger's lock.
+// An explicit instantiation may name a private member. No other way leads to the logger's lock.
 std::mutex* loggersLock();
 template <std::mutex* lock>
 struct Reveal {
@@ -49,8 +49,8 @@ struct Reveal {
 };
 template struct Reveal<&NQ_Logger::sMutex>;
 
-/// Holds the logger's lock while it lives, in a mode in which taking it again on this thread is an
-/// error instead of a wait.
+/// Holds the logger's lock while an object exists. Locking it again on this thread then fails
+/// instead of blocking.
 class HeldLock {
 public:
     HeldLock() {
@@ -68,12 +68,12 @@ public:
 
 const std::string kFile = "/tmp/log.out";
 
-// Read while the program is loading, after the library was.
+// Initialized while the program loads, after the library.
 const std::vector<std::string> levelsAtLoad = {NQ_Logger::kLogLevelDebug, NQ_Logger::kLogLevelInfo,
                                                NQ_Logger::kLogLevelError};
 
-/// Puts a file that is already there aside and back. The logger lives as long as a process, so what
-/// uses it runs in a forked copy.
+/// Moves an existing log file aside and restores it. The logger lasts as long as the process, so
+/// tests use it in a forked copy.
 class NQ_LoggerTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -98,7 +98,7 @@ private:
     std::string aside_ = kFile + ".aside-" + std::to_string(getpid());
 };
 
-/// How many of the process's descriptors are the log file.
+/// The number of descriptors of this process that refer to the log file.
 int openLogFiles() {
     int count = 0;
     struct stat log = {};
@@ -306,7 +306,7 @@ TEST_F(NQ_LoggerTest, LinesOfThreadsNeverMix) {
 TEST_F(NQ_LoggerTest, TheLinesOfOneVectorStayTogether) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 20;
-    constexpr std::size_t kLines = 100; // long enough for a thread to lose its turn in between
+    constexpr std::size_t kLines = 100; // enough for a thread to be preempted meanwhile
     inChild([] {
         NQ_Logger* logger = NQ_Logger::instance();
         std::atomic<int> waiting{kThreads};
@@ -410,11 +410,11 @@ TEST_F(NQ_LoggerTest, WriteErrorsAreNeitherDetectedNorReported) {
 
 TEST_F(NQ_LoggerTest, TheFileIsClosedWhenTheProcessExits) {
     inChild([] {
-        // Handlers run in the reverse order of their registration, and the first instance()
-        // registers the library's own.
+        // Exit handlers run in reverse order of registration. The first instance() registers the
+        // library's handler.
         std::atexit([] {
             if (openLogFiles() != 0)
-                _exit(3); // still open after the clean-up
+                _exit(3); // still open after the library's handler
         });
         NQ_Logger::instance()->log(std::string("last words"), "INFO");
         std::atexit([] {
@@ -429,7 +429,7 @@ TEST_F(NQ_LoggerTest, AfterTheCleanUpInstanceMakesAFreshLogger) {
     inChild([] {
         std::atexit([] { NQ_Logger::instance()->log(std::string("late"), "ERROR"); });
         NQ_Logger::instance()->log(std::string("in time"), "INFO");
-        std::remove(kFile.c_str()); // only a logger that opens it anew writes to a new file
+        std::remove(kFile.c_str()); // only a logger that reopens the file creates it again
     });
     EXPECT_EQ("ERROR: late\n", content());
 }

@@ -37,7 +37,8 @@ std::string connectLine(NQ_Mqtt& mqtt, FakePaho& paho) {
     return "no connect";
 }
 
-/// Fails with `code` until the flag is cleared after `attempts` attempts; returns the system log.
+/// Lets connects fail with `code`, clears the flag after `attempts` attempts and returns the system
+/// log.
 std::vector<std::string> logOfFailures(int code, int attempts) {
     FakePaho paho;
     CapturedSyslog log;

@@ -41,7 +41,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::KilledBySignal;
 
-/// What the callbacks of one run were told, in order: "start", each piece, "exit STATUS".
+/// The callbacks of one run, in order: "start", each piece, "exit STATUS".
 class Progress {
 public:
     std::function<void(int)> onStart() {
@@ -60,7 +60,7 @@ public:
         };
     }
 
-    /// Waits for onExit; the members below are safe to read then.
+    /// Waits for onExit. After that, the members below may be read.
     void wait() {
         ASSERT_EQ(std::future_status::ready, ended.get_future().wait_for(std::chrono::seconds(20)));
     }
@@ -78,7 +78,7 @@ private:
     std::promise<void> ended;
 };
 
-/// Leaves the time to the other threads, one of which is to end the process.
+/// Waits while another thread ends the process.
 [[noreturn]] void waitForTheEnd() {
     support::eventually([] { return false; }, std::chrono::seconds(20));
     _exit(99);
@@ -142,7 +142,7 @@ TEST(NQ_Popen, ExecuteNonblockReturnsWhileTheProgramStillRuns) {
     ASSERT_EQ(0, mkfifo((directory / "gate").c_str(), 0600));
     Progress run;
     NQ_Popen::executeNonblock("cat", {directory / "gate"}, run.onOutput(), run.onExit());
-    // The program waits for this writer, so a call that waited for the program would hang.
+    // The program waits for this writer. A call that waited for the program would deadlock.
     const int gate = open((directory / "gate").c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_EQ(5, write(gate, "open\n", 5));
     close(gate);
@@ -188,7 +188,7 @@ TEST(NQ_Popen, ExecuteNonblockCopiesItsArguments) {
 }
 
 TEST(NQ_Popen, ExecuteNonblockRunsSeveralProgramsAtOnce) {
-    // Each reads what the next one writes, so none can end before all run.
+    // Each program reads what the next one writes, so none can end before all run.
     const TempDir directory;
     std::vector<Progress> runs(3);
     for (const char* name : {"0", "1", "2"})
@@ -289,7 +289,7 @@ TEST(NQ_Popen, ExecuteNonblockEndsTheProcessWhenForkFails) {
 
 TEST(NQ_Popen, ExecuteNonblockReportsAProgramThatDoesNotExistOnce) {
     const TempDir directory;
-    const std::string log = directory / "log"; // the forked copy would write to it as well
+    const std::string log = directory / "log"; // would show writes of the forked copy, too
     const auto note = [&log](char letter) {
         const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         EXPECT_EQ(1, write(file, &letter, 1));

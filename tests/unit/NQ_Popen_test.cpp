@@ -38,10 +38,10 @@ using testing::ExitedWithCode;
 
 constexpr int kUntouched = -77;
 
-/// Whether a child is left that nobody has waited for.
+/// Returns whether an unreaped child is left.
 bool hasChildren() { return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD; }
 
-/// `bytes` as a file, for a program to print: shells cannot write every byte.
+/// A file with these `bytes`, for a program to print: shells cannot write every byte.
 class Text {
 public:
     explicit Text(const std::string& bytes) { support::writeFile(path(), bytes); }
@@ -105,7 +105,7 @@ TEST(NQ_Popen, ExecuteReturnsOutputOfAnySize) {
 }
 
 TEST(NQ_Popen, ExecuteReadsPiecesOf254BytesEachUpToANul) {
-    // The first piece is 100 a, the NUL and 153 b; the second the other 47.
+    // The first piece is 100 times a, the NUL and 153 times b; the second is the other 47.
     const std::string output = std::string(100, 'a') + '\0' + std::string(200, 'b');
     EXPECT_EQ(std::string(100, 'a') + std::string(47, 'b'),
               NQ_Popen::execute("cat", {Text(output).path()}));
@@ -162,7 +162,7 @@ TEST(NQ_Popen, ExecuteLeavesNeitherBehindWhenTheOutputDoesNotFitIntoMemory) {
     }
     EXPECT_EQ(before, openDescriptors());
     EXPECT_FALSE(hasChildren());
-    EXPECT_NE(kUntouched, status); // how the child ended, without anybody to write to
+    EXPECT_NE(kUntouched, status); // the child's status after its output was closed
 }
 
 // Programs that cannot be executed ----------------------------------------------------------------
@@ -173,7 +173,7 @@ TEST(NQ_Popen, AProgramThatDoesNotExistSaysSoInTheOutput) {
               NQ_Popen::execute("/no/such/program", {"argument"}, status));
     EXPECT_EQ(127 << 8, status);
 
-    const TempDir directory; // a directory of PATH that may not be read would be another reason
+    const TempDir directory; // an unreadable directory in PATH would cause another error
     const std::string path = std::getenv("PATH");
     setenv("PATH", directory.path().c_str(), 1);
     EXPECT_EQ("execvp: No such file or directory\n",
@@ -205,7 +205,7 @@ TEST(NQ_Popen, AFailedExecutionWritesTheCallersBuffersOnce) {
     EXPECT_EQ("buffered;done", readFile(directory / "stream"));
 }
 
-/// Appends to a file at once, so that the lines of all copies of the process are seen.
+/// Appends to a file without buffering, so that lines from all copies of the process appear.
 void note(const std::string& path, const std::string& line) {
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     const std::string text = line + "\n";
@@ -303,15 +303,15 @@ extern "C" void noteInterruption(int) {
     close(file);
 }
 
-/// Lets SIGUSR1 interrupt calls while it lives. The script below waits until this process sleeps,
-/// which it does only in reading, sends the signal, and prints when the handler has run, so that no
-/// output can come before the interruption.
+/// Lets SIGUSR1 interrupt calls while an object exists. The script below waits until this process
+/// sleeps, which happens only while reading. It then sends the signal and prints only after the
+/// handler has run. No output can therefore precede the interruption.
 class Interruption {
 public:
     Interruption() {
         interruptedPath = directory_ / "interrupted";
         struct sigaction action = {};
-        action.sa_handler = noteInterruption; // and no SA_RESTART
+        action.sa_handler = noteInterruption; // without SA_RESTART
         sigaction(SIGUSR1, &action, &before_);
     }
     ~Interruption() { sigaction(SIGUSR1, &before_, nullptr); }
@@ -406,7 +406,8 @@ TEST(NQ_Popen, ExecuteInsecureReturnsLinesOfAnyLengthUnchanged) {
 }
 
 TEST(NQ_Popen, ExecuteInsecureReadsPiecesOf127BytesEachUpToANul) {
-    // The first piece is 100 a, the NUL and 26 b; the second the other 174, in two reads.
+    // The first piece is 100 times a, the NUL and 26 times b; the second is the other 174, in two
+    // reads.
     const std::string output = std::string(100, 'a') + '\0' + std::string(200, 'b');
     EXPECT_EQ(std::string(100, 'a') + std::string(174, 'b'),
               NQ_Popen::executeInsecure("cat " + Text(output).path()));

@@ -86,7 +86,7 @@ TEST(NQ_Sockets, AStaleSocketFileIsReplaced) {
     const auto before = openDescriptors();
     { const NQ_Sockets earlier(socketName.name.c_str()); }
     for (const int descriptor : openedSince(before))
-        close(descriptor); // as the end of its process does
+        close(descriptor); // as when its process ends
     ASSERT_EQ(ECONNREFUSED, Client(socketName.path).error());
 
     const NQ_Sockets server(socketName.name.c_str());
@@ -137,8 +137,9 @@ TEST(NQ_Sockets, NoDescriptorIsEverClosed) {
     {
         Scene scene;
         EXPECT_THAT(openedSince(before), SizeIs(1));
-        // A complete visit, one that a bad length ends, one that an observer's exception ends, and
-        // two that fail in recv(): of the length, then of the payload.
+        // Five visits: a complete one, one with an invalid length, one whose observer throws, and
+        // two with a failing recv(). The first of those fails for the length, the second for the
+        // payload.
         const ScriptedCall receiving(Call::recv, [](int number) {
             return number == 8 || number == 10 ? ECONNRESET : ScriptedCall::kPassOn;
         });
@@ -190,7 +191,7 @@ TEST(NQ_Sockets, ListensWithABacklogOfFive) {
 
 // Names and set-up failures -----------------------------------------------------------------------
 
-/// A name whose path has `length` bytes.
+/// Returns a name whose path has `length` bytes.
 std::string nameFor(std::size_t length) {
     const std::string name = SocketName().name + "-";
     return name + std::string(length - kDirectory.size() - name.size(), 'n');

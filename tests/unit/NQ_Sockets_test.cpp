@@ -40,13 +40,13 @@ const char kConnected[] = "Connected.\n";
 const char kFailed[] = "Some error on kvr::api::com::NQ_Sockets::loop\n";
 const char kClosed[] = "Receiving: 0 bytes\nReceive result:0\n";
 
-/// What the server prints for one message.
+/// Returns what the server prints for one message.
 std::string received(const std::string& payload) {
     const std::string size = std::to_string(payload.size());
     return "Receiving: " + size + " bytes\nReceive result:" + size + "\nReceived:" + payload + "\n";
 }
 
-/// A length of which only these bytes arrive.
+/// A length field of which only these bytes arrive.
 std::uint32_t partialLength(const std::string& bytes) {
     std::uint32_t length = 0;
     std::memcpy(&length, bytes.data(), bytes.size());
@@ -141,7 +141,7 @@ TEST(NQ_Sockets, WakesForAClientThatComesLater) {
         const support::CapturedOutput output;
         std::thread client([&] {
             if (!output.waitFor(kWaiting))
-                return; // the server never ends then, and the time limit tells
+                return; // the server then never ends, and the time limit fails the test
             Client late(scene.path());
             if (output.waitFor(kConnected))
                 late.send(message("at last"));
@@ -239,7 +239,7 @@ TEST(NQ_Sockets, ReceivesThePayloadAfterAPartOfALengthThatIsZero) {
     std::unique_ptr<Client> client;
     const ScriptedCall receiving(Call::recv, [&](int number) {
         if (number == 2)
-            client->close(); // or the call would wait for the rest of the length
+            client->close(); // otherwise the call waits for the rest of the length
         return ScriptedCall::kPassOn;
     });
     EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({[&] {
@@ -263,8 +263,8 @@ TEST(NQ_Sockets, ReceivesNoPayloadAfterAWholeLengthOfZero) {
 TEST(NQ_Sockets, APayloadInTwoSegmentsIsDeliveredAfterTheFirst) {
     Scene scene;
     std::unique_ptr<Client> client;
-    // The rest of the payload is then taken for a message: length 2, "xy", and a length of which
-    // one byte came.
+    // The server then reads the rest of the payload as a message: length 2, "xy", and the first
+    // byte of another length.
     const std::string rest = lengthPrefix(2) + "xyz";
     const ScriptedCall receiving(Call::recv, [&](int number) {
         if (number == 3) {
@@ -323,7 +323,7 @@ TEST(NQ_Sockets, APayloadMayFollowAShortLength) {
 
 TEST(NQ_Sockets, AZeroLengthEndsTheConnectionAndWhatFollowsIsNeverRead) {
     Scene scene;
-    std::unique_ptr<Client> client; // stays open: the server must not wait for it
+    std::unique_ptr<Client> client; // stays open: the server must not wait for its end
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("before") + kClosed, scene.serve({[&] {
         client = std::make_unique<Client>(scene.path());
         client->send(message("before") + lengthPrefix(0) + message("behind"));

@@ -29,7 +29,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Clock = std::chrono::steady_clock;
 
-/// Reads a line from standard input; the caller's flag stays false.
+/// Reads a line from standard input with a stop flag that stays false.
 std::string lineFromInput() {
     bool stop = false;
     std::string line = NQ_Stream::readOneLineStream(std::cin, stop);
@@ -37,7 +37,7 @@ std::string lineFromInput() {
     return line;
 }
 
-/// Widens a newline to a semicolon.
+/// Makes widen() return a semicolon for a newline.
 class SemicolonForNewline : public std::ctype<char> {
 protected:
     char do_widen(char c) const override { return c == '\n' ? ';' : c; }
@@ -112,7 +112,7 @@ TEST(NQ_Stream, EveryLineOfABurstIsAnnouncedWithoutAWait) {
     const WatchedPolls polls;
     input.write("a\nb\nc\n");
     EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ(0, input.unread()); // one read(2) took them all
+    EXPECT_EQ(0, input.unread()); // one read(2) took all lines
     EXPECT_EQ("b", lineFromInput());
     EXPECT_EQ("c", lineFromInput());
     EXPECT_EQ(1, polls.count());
@@ -275,7 +275,7 @@ TEST(NQ_Stream, ATerminalIsWaitedForBeforeEveryLine) {
         EXPECT_EQ("b", lineFromInput());
         EXPECT_EQ("c", lineFromInput());
         EXPECT_EQ(3, polls.count());
-        EXPECT_THAT(polls.looks(), IsEmpty()); // a terminal gives one line at a time
+        EXPECT_THAT(polls.looks(), IsEmpty()); // a terminal delivers one line per read
     }
     close(terminal);
     close(user);
@@ -312,13 +312,13 @@ TEST(NQ_Stream, TheStopFlagEndsAQuietWaitWithinASecond) {
     bool stop = false;
     const WatchedPolls polls([&](int) {
         stop = true;
-        return WatchedPolls::kPassOn; // and now waits until its time limit
+        return WatchedPolls::kPassOn; // now waits until its time limit
     });
     const auto start = Clock::now();
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
     const auto taken = Clock::now() - start;
     EXPECT_GE(taken, std::chrono::milliseconds(900));
-    EXPECT_LT(taken, std::chrono::seconds(5)); // one second on a machine that is not overloaded
+    EXPECT_LT(taken, std::chrono::seconds(5)); // one second, unless the machine is overloaded
     EXPECT_EQ(1, polls.count());
 }
 
@@ -373,7 +373,7 @@ TEST(NQ_Stream, AtTheEndOfInputTheCallTurnsWithoutPauseUntilStopped) {
     });
     const auto start = Clock::now();
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(20)); // a pause each would take 2000
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(20)); // with pauses: 2000 s
     EXPECT_EQ(2000, polls.count());
     for (const Poll& poll : polls.all())
         ASSERT_EQ(1, poll.result);
@@ -387,7 +387,7 @@ TEST(NQ_Stream, StandardInputAtItsEndIsStillWaitedFor) {
     input.write("end");
     input.close();
     EXPECT_EQ("end", lineFromInput());
-    EXPECT_EQ(std::ios::eofbit, std::cin.rdstate()); // reached, but nothing has failed
+    EXPECT_EQ(std::ios::eofbit, std::cin.rdstate()); // at the end, but not failed
     bool stop = true;
     const WatchedPolls polls;
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
@@ -410,7 +410,7 @@ TEST(NQ_Stream, AnotherStreamIsNotWaitedFor) {
     StandardInput input;
     const WatchedPolls polls;
     std::istringstream in("a\n\nb\n");
-    bool stop = true; // and the flag is not looked at
+    bool stop = true; // the flag has no effect
     EXPECT_EQ("a", NQ_Stream::readOneLineStream(in, stop));
     EXPECT_EQ("b", NQ_Stream::readOneLineStream(in, stop));
     EXPECT_EQ(0, polls.count());
@@ -450,7 +450,7 @@ TEST(NQ_Stream, AnotherStreamAtItsEndHasNotFailedYet) {
     bool stop = true;
     const WatchedPolls polls;
     EXPECT_EQ("", NQ_Stream::readOneLineStream(in, stop));
-    EXPECT_TRUE(in.fail()); // it was read from first, and failed then
+    EXPECT_TRUE(in.fail()); // the read came first and failed
     EXPECT_EQ(1, polls.count());
 }
 
@@ -459,7 +459,7 @@ TEST(NQ_Stream, AtTheEndOfAnotherStreamTheCallTurnsForEverWithoutWaiting) {
         StandardInput input;
         itimerval limit = {};
         limit.it_value.tv_usec = 50000;
-        setitimer(ITIMER_PROF, &limit, nullptr); // of processor time, then the process is ended
+        setitimer(ITIMER_PROF, &limit, nullptr); // of processor time; then SIGPROF ends the process
         const WatchedPolls polls([](int) -> int { _exit(3); });
         std::istringstream in("\n");
         bool stop = true;

@@ -1,4 +1,4 @@
-// NQ_Stream as it is compiled for a C library that lets nobody look into its buffers.
+// NQ_Stream as compiled for a C library that does not expose its stream buffers.
 
 #include <kvr/api/NQ_Stream.h>
 

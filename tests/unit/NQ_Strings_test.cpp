@@ -35,7 +35,8 @@ std::string withoutSpace(std::string text) {
     return text;
 }
 
-/// Status of a child that replaces an empty pattern and is stopped after 50 ms of processor time.
+/// Returns the status of a child that replaces an empty pattern; SIGPROF ends it after 50 ms of
+/// processor time.
 int statusOfEmptyPattern(const std::string& to) {
     return support::inForkedChild([&] {
                itimerval limit = {};
@@ -71,7 +72,7 @@ TEST(NQ_Strings, InsertedTextIsNotSearchedAgain) {
 }
 
 TEST(NQ_Strings, TextMadeByAReplacementAndWhatFollowsIsNotSearchedAgain) {
-    // Behind the replacement stands "b": with it the inserted "a" would make another "ab".
+    // The inserted "a" and the "b" after it form another "ab".
     EXPECT_EQ("ab", replaced("abb", "ab", "a"));
 }
 

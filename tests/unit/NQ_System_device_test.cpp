@@ -1,4 +1,4 @@
-// What NQ_System tells about the device: companions, processes, the boot environment and the serial
+// NQ_System and the device: companion programs, processes, the boot environment and the serial
 // port.
 
 #include <kvr/api/sys/NQ_System.h>
@@ -76,7 +76,7 @@ TEST(NQ_System, AModemIsThereWhenItsNodeIs) {
 }
 
 TEST(NQ_System, WhatIsThereButCannotBeOpenedDoesNotCount) {
-    // A socket's node exists for everybody and opens for nobody.
+    // A socket's node exists, but nobody can open it.
     inPrivateMounts({"/dev", "/opt"}, [] {
         ASSERT_EQ(0, mknod("/dev/cdc-wdm0", S_IFSOCK | 0666, 0));
         EXPECT_FALSE(NQ_System::hasCellularModem());
@@ -136,7 +136,7 @@ TEST(NQ_System, OnlyTheFirst511BytesOfTheLineCount) {
 
 TEST(NQ_System, AnIdIsReadAsAnUnsignedLongAndNarrowedToAnInt) {
     EXPECT_EQ(std::numeric_limits<int>::min() + 5, idPrintedAs("echo 2147483653"));
-    const bool isLong = sizeof(long) == 8; // else the number saturates
+    const bool isLong = sizeof(long) == 8; // otherwise the number saturates
     EXPECT_EQ(isLong ? 5 : -1, idPrintedAs("echo 4294967301"));
     EXPECT_EQ(isLong ? 5 : -1, idPrintedAs("echo 9223372036854775813"));
 }
@@ -166,7 +166,7 @@ TEST(NQ_System, AskingForAProcessLeavesNothingOpen) {
     idPrintedAs("echo 1");
     EXPECT_THAT(openedSince(before), IsEmpty());
     errno = 0;
-    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)); // nor a child that has ended
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)); // no unreaped child either
     EXPECT_EQ(ECHILD, errno);
 }
 

@@ -1,5 +1,5 @@
-// What a program does with itself: scripts, signals, its own name and its single instance.
-// NQ_System_device_test.cpp holds what it asks of the device.
+// NQ_System and its own process: scripts, signals, the program's name and its single instance.
+// NQ_System_device_test.cpp tests the device.
 
 #include <kvr/api/sys/NQ_System.h>
 
@@ -34,7 +34,8 @@
 
 namespace {
 
-/// What readlink() answers while it lives, as if links could be of any length. One at a time.
+/// Replaces the result of readlink() while an object exists, also by targets of any length. Only
+/// one object at a time.
 class FakeLink {
 public:
     explicit FakeLink(std::string target) : target_(std::move(target)) { current = this; }
@@ -62,11 +63,11 @@ private:
 
 FakeLink* FakeLink::current = nullptr;
 
-int flockError = 0; // with which flock() fails when it is not 0
+int flockError = 0; // the error of flock(), or 0 for success
 
 } // namespace
 
-// In front of the C library's, for the library under test as well.
+// These replace the C library's functions, also for the library under test.
 extern "C" {
 
 ssize_t readlink(const char* path, char* buffer, std::size_t size) C_LIBRARY_NOEXCEPT {
@@ -100,13 +101,13 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/// Runs `body` in a forked copy, since what it sets up lives as long as a process.
+/// Runs `body` in a forked copy, because its effects last as long as the process.
 void inFreshProcess(const std::function<void()>& body) {
     const support::ForkedChild child = inForkedChild(body);
     EXPECT_EQ(0, child.status) << child.output;
 }
 
-/// The same where the logger gets used: the file that it makes goes.
+/// The same for code that uses the logger. Removes the log file afterwards.
 void withLogger(const std::function<void()>& body) {
     const bool hadLog = support::exists("/tmp/log.out");
     inFreshProcess(body);
@@ -196,7 +197,7 @@ TEST(NQ_System, ASignalReachesAProcess) {
     EXPECT_EQ(SIGTERM, WTERMSIG(status));
 
     errno = 0;
-    EXPECT_EQ(-1, NQ_System::sendSIG2Proc(child, SIGTERM)); // it has been waited for
+    EXPECT_EQ(-1, NQ_System::sendSIG2Proc(child, SIGTERM)); // already reaped
     EXPECT_EQ(ESRCH, errno);
 }
 
@@ -266,7 +267,7 @@ TEST(NQ_System, AnUnreadableProgramHasNeitherNameNorDirectory) {
 
 // appAlreadyRunning -------------------------------------------------------------------------------
 
-/// A program's name that no other process has, and its lock file, which goes at the end.
+/// A program name that no other process has. The destructor removes its lock file.
 class Program {
 public:
     ~Program() { unlink(lockFile.c_str()); }
@@ -278,7 +279,7 @@ private:
     FakeLink link_{"/usr/bin/" + name};
 };
 
-/// Another process that holds the lock of `file` while it lives.
+/// Another process that holds the lock of `file` while the object exists.
 class OtherHolder {
 public:
     explicit OtherHolder(const std::string& file) {
@@ -291,7 +292,7 @@ public:
             for (;;)
                 pause();
         }
-        close(descriptor_); // the child's copy holds on to the lock
+        close(descriptor_); // the child's copy keeps the lock
     }
     ~OtherHolder() {
         kill(child_, SIGKILL);
@@ -321,7 +322,7 @@ TEST(NQ_System, TheFirstInstanceTakesTheLockAndKeepsIt) {
         const auto opened = openedSince(before);
         ASSERT_THAT(opened, SizeIs(1));
         EXPECT_EQ(program.lockFile,
-                  "/tmp/" + program.name + ".pid"); // the name of this very program
+                  "/tmp/" + program.name + ".pid"); // the name of this program
         EXPECT_EQ(FD_CLOEXEC, fcntl(*opened.begin(), F_GETFD));
         EXPECT_EQ(O_RDWR, fcntl(*opened.begin(), F_GETFL) & O_ACCMODE);
     });
@@ -421,7 +422,7 @@ TEST(NQ_System, AForkedChildHoldsOnlyTheLockThatItTookItself) {
 }
 
 TEST(NQ_System, AllThreadsOfTheOnlyProcessMayAskConcurrently) {
-    // Under this test's real name, as a name that is played is for one thread.
+    // Under the test's real name, because FakeLink supports only one thread.
     const auto before = openDescriptors();
     std::atomic<int> others{0};
     std::vector<std::thread> threads;
@@ -438,7 +439,7 @@ TEST(NQ_System, AllThreadsOfTheOnlyProcessMayAskConcurrently) {
 }
 
 TEST(NQ_System, UnderAnotherNameItIsAnotherProgram) {
-    // The link tells the new name of a program's file that is renamed while it runs.
+    // The link shows the new name when the file of a running program is renamed.
     inFreshProcess([] {
         const std::string name = "tavo-test-" + std::to_string(getpid());
         const std::string lockFile = "/tmp/" + name + "-renamed.pid";
@@ -474,7 +475,7 @@ TEST(NQ_System, WithoutALockFileNothingIsRunningAlready) {
         EXPECT_FALSE(NQ_System::appAlreadyRunning());
         EXPECT_THAT(openedSince(before), IsEmpty());
         rmdir(program.lockFile.c_str());
-        // That was no lock: the next call takes it.
+        // The first call got no lock; this one does.
         EXPECT_FALSE(NQ_System::appAlreadyRunning());
         EXPECT_TRUE(isLocked(program.lockFile));
     });

@@ -30,7 +30,7 @@
 
 namespace {
 
-/// One use of nanosleep().
+/// One call of nanosleep().
 struct Sleep {
     std::time_t seconds;
     long nanoseconds;
@@ -47,7 +47,7 @@ std::ostream& operator<<(std::ostream& out, const Sleep& sleep) {
                << (sleep.withRemainder ? " with a remainder" : "");
 }
 
-/// Records the uses of nanosleep() while it lives, each of which returns `result` immediately.
+/// Records the calls of nanosleep() while an object exists. Each returns `result` immediately.
 class RecordedSleeps {
 public:
     explicit RecordedSleeps(int result = 0, int error = 0);
@@ -73,7 +73,7 @@ RecordedSleeps::RecordedSleeps(int result, int error)
 
 RecordedSleeps::~RecordedSleeps() { support::interposedNanosleep.answerBy(nullptr); }
 
-/// What time() gives while it lives.
+/// Sets the result of time() while an object exists.
 class FixedTime {
 public:
     explicit FixedTime(std::time_t now) : now_(now) { current = this; }
@@ -92,7 +92,7 @@ const FixedTime* FixedTime::current = nullptr;
 
 } // namespace
 
-// In front of the C library's, for the library under test as well.
+// These replace the C library's functions, also for the library under test.
 extern "C" {
 
 std::time_t time(std::time_t* result) C_LIBRARY_NOEXCEPT {
@@ -134,10 +134,10 @@ long milliseconds(const timeval& start, const timeval& end) {
     return NQ_Time::timevaldiffMilli(start, end);
 }
 
-/// What a 32-bit machine makes of the difference, computed with wide numbers.
+/// The difference as a 32-bit machine computes it, wrapped from a wider number.
 long wrapped(std::int64_t value) { return static_cast<std::int32_t>(value & 0xffffffff); }
 
-/// Puts the process into a time zone, three hours and a half east, while it lives.
+/// Sets the process's time zone to three and a half hours east while an object exists.
 class OtherTimeZone {
 public:
     OtherTimeZone() {
@@ -152,7 +152,7 @@ public:
     OtherTimeZone& operator=(const OtherTimeZone&) = delete;
 };
 
-/// Gives std::cout back as it was: state, exception mask, locale and buffer.
+/// Restores std::cout at the end: state, exception mask, locale and buffer.
 class RestoredCout {
 public:
     RestoredCout() : buffer_(std::cout.rdbuf()), locale_(std::cout.getloc()) {}
@@ -170,7 +170,7 @@ private:
     std::locale locale_;
 };
 
-/// Throws `Error{}` the first `times` times that the newline is widened.
+/// Throws `Error{}` the first `times` times that std::endl widens the newline.
 template <class Error>
 class ThrowsForNewline : public std::ctype<char> {
 public:
@@ -178,7 +178,7 @@ public:
 
 protected:
     char do_widen(char c) const override { return c == '\n' && due() ? throw Error{} : c; }
-    // GNU's library widens all characters at once, and remembers them.
+    // libstdc++ widens all characters together and caches them.
     const char* do_widen(const char* from, const char* end, char* to) const override {
         if (std::find(from, end, '\n') != end && due())
             throw Error{};
@@ -289,11 +289,11 @@ TEST(NQ_Time, NowSetsUpTheTimeZone) {
     tzset();
 }
 
-#if TAVO_TIME_T_SIZE > 4 // a time of 32 bits ends in 2038 and always has a text
+#if TAVO_TIME_T_SIZE > 4 // a time of 32 bits ends in 2038 and can always be formatted
 
 TEST(NQ_Time, NowWithoutATextLeavesTheStreamBad) {
     const RestoredCout restored;
-    const FixedTime time(std::numeric_limits<std::time_t>::max()); // of a year beyond all ints
+    const FixedTime time(std::numeric_limits<std::time_t>::max()); // its year exceeds an int
     std::ios::iostate state = std::ios::goodbit;
     const std::string text = printedBy([&] {
         NQ_Time::sNow();
@@ -360,7 +360,7 @@ TEST(NQ_Time, ThePartBelowAMillisecondIsCutTowardZero) {
 }
 
 TEST(NQ_Time, MicrosecondsAreCutBeforeSecondsAreAdded) {
-    // 0.9995 seconds: cut as a whole this would be 999.
+    // 0.9995 seconds. Truncating the sum would return 999.
     EXPECT_EQ(1000, milliseconds(at(0, 500), at(1, 0)));
     EXPECT_EQ(-1000, milliseconds(at(1, 0), at(0, 500)));
 }
@@ -418,7 +418,7 @@ TEST(NQ_Time, TheFractionCountsMillisecondsWhateverItsDigits) {
     EXPECT_EQ(50000, fractionOf("50Z"));
     EXPECT_EQ(123456000, fractionOf("123456Z"));
     EXPECT_EQ(0, fractionOf("Z"));
-    EXPECT_EQ(12000, fractionOf("123")); // the last character goes, whatever it is
+    EXPECT_EQ(12000, fractionOf("123")); // the last character is dropped, whatever it is
     EXPECT_EQ(123000, fractionOf("123+00"));
     EXPECT_EQ(-5000, fractionOf("-5Z"));
     EXPECT_EQ(1000, fractionOf("1.9Z")); // only the first "." counts
@@ -498,10 +498,10 @@ TEST(NQ_Time, FarYearsAreWrittenAsLongAsTheyFit) {
 TEST(NQ_Time, ATimeWithoutATextIsWrittenAsNothing) {
     EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::max(), 123000));
     EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::min(), 123000));
-    // Years that an int does not hold.
+    // Years that do not fit an int.
     EXPECT_EQ("", formatted(static_cast<std::time_t>(67767976233532800), 123000));
     EXPECT_EQ("", formatted(static_cast<std::time_t>(67768036191676799), 123000));
-    // A year of eleven characters, which the calendar has but the text has no room for.
+    // A year of eleven characters: valid in the calendar, too long for the text.
     EXPECT_EQ("", formatted(static_cast<std::time_t>(-67768040609740800), 123000));
 }
 

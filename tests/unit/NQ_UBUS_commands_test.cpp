@@ -359,7 +359,7 @@ TEST(NQ_UBUS, EveryLineIsFlushedBeforeTheCallReturns) {
 
 // restartService ----------------------------------------------------------------------------------
 
-/// The command and what is printed must agree on the service.
+/// The command and the printed text must name the same service.
 void expectRestart(const std::string& config, const std::string& section,
                    const std::string& service) {
     const CapturedCommands commands;
@@ -380,7 +380,7 @@ TEST(NQ_UBUS, APackageRestartsTheServiceOfItsName) {
 TEST(NQ_UBUS, NtpSectionRestartsSysntpd) {
     expectRestart("system", "ntp", "sysntpd");
     expectRestart("anything", "ntp", "sysntpd");
-    expectRestart("dhcp", "ntp", "sysntpd"); // the section is looked at first
+    expectRestart("dhcp", "ntp", "sysntpd"); // the section is checked first
 }
 
 TEST(NQ_UBUS, NtpPackageIsNotSpecial) { expectRestart("ntp", "main", "ntp"); }

@@ -19,7 +19,7 @@
 
 constexpr unsigned int kMask = IN_CREATE | IN_DELETE; // 0x300
 constexpr std::size_t kBufferSize = 4600;
-constexpr int kFirstDescriptor = 1000; // out of the way of the process's own
+constexpr int kFirstDescriptor = 1000; // cannot collide with the process's real ones
 
 /// One record as the kernel writes it; `length` bytes of name follow the header.
 inline std::string rawRecord(int watch, unsigned int mask, const std::string& name,
@@ -34,7 +34,7 @@ inline std::string rawRecord(int watch, unsigned int mask, const std::string& na
     return bytes;
 }
 
-/// With the name padded by NULs to a multiple of the header's size, at least one.
+/// The same, with the name padded by at least one NUL to a multiple of the header's size.
 inline std::string record(int watch, unsigned int mask, const std::string& name = "") {
     if (name.empty())
         return rawRecord(watch, mask, name, 0);
@@ -42,9 +42,9 @@ inline std::string record(int watch, unsigned int mask, const std::string& name 
     return rawRecord(watch, mask, name, (name.size() / unit + 1) * unit);
 }
 
-/// Plays the kernel: notes every call as a line, gives each path a number of its own, in the order
-/// of appearance, and serves queued reads. When nothing is queued, a poll is idle; the poll that
-/// finds `idleLimit` reached sets the flag at `stopWhenIdle`.
+/// Plays the kernel. It records every call as a line, numbers the paths in order of first use and
+/// returns the queued reads. With an empty queue, poll returns 0. The poll that reaches `idleLimit`
+/// sets the flag at `stopWhenIdle`.
 class PlayedKernel {
 public:
     PlayedKernel() {
@@ -98,7 +98,7 @@ public:
         };
         calls_.close = [this](int descriptor) {
             if (descriptor >= 0 && descriptor < kFirstDescriptor)
-                return kernelClose(descriptor); // somebody else's
+                return kernelClose(descriptor); // not one of ours
             note("close " + std::to_string(descriptor));
             return 0;
         };
@@ -109,20 +109,20 @@ public:
 
     bool initFails = false;
     int addError = ENOENT;
-    std::map<std::string, int> numbers; ///< paths with a number; one of -1 is refused
-    bool mayNumberPaths = true;         ///< other paths get the next free one
+    std::map<std::string, int> numbers; ///< predefined numbers; -1 makes the watch fail
+    bool mayNumberPaths = true;         ///< other paths get the next free number
     std::deque<std::string> reads;
-    std::deque<int> pollAnswers; ///< before those that follow from `reads`
+    std::deque<int> pollAnswers; ///< results that precede those from `reads`
     bool* stopWhenIdle = nullptr;
 
-    /// The calls since the last time, in order.
+    /// Returns the calls since the last use, in order.
     std::vector<std::string> calls() {
         std::vector<std::string> taken;
         taken.swap(log_);
         return taken;
     }
 
-    /// Runs the loop until everything queued has been read.
+    /// Runs the loop until it has read everything in the queue.
     void serve(FileSystemWatcher& watcher) {
         bool stop = false;
         stopWhenIdle = &stop;
@@ -146,7 +146,7 @@ private:
     std::vector<std::string> log_;
 };
 
-/// What a callback was given, and what it does besides.
+/// Records what a callback receives; may run a further action.
 struct Recorder {
     std::vector<std::string> seen;
     std::function<void(const std::string& name)> action;

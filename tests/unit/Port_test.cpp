@@ -1,4 +1,4 @@
-// The ports that tests use: nobody else may get one between two starts of a server.
+// The ports that tests use. No other process may get one while a server restarts.
 
 #include "Port.h"
 

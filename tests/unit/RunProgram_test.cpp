@@ -1,5 +1,5 @@
-// The tests' own means to start processes: nothing may be left of a test that is killed itself, as
-// by its time limit.
+// How the tests start processes. A test that is killed (by its time limit, for example) must leave
+// no process behind.
 
 #include "RunProgram.h"
 
@@ -17,10 +17,10 @@
 
 namespace {
 
-/// Has a copy of this process start another process by `start`, and kills the copy once the other
-/// one has written a byte to the descriptor given; true when that one has ended soon after.
+/// Forks a copy of this process, which starts another process by `start`. Kills the copy once that
+/// process has written a byte to its descriptor. Returns whether that process ends soon after.
 bool endsWhatIsStartedBy(const std::function<void(int)>& start) {
-    int alive[2]; // the writing end is open as long as one of the two lives
+    int alive[2]; // the writing end stays open while one of the two processes runs
     EXPECT_EQ(0, pipe(alive));
     const pid_t copy = fork();
     if (copy == 0) {

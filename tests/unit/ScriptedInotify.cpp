@@ -16,14 +16,14 @@ namespace {
 
 std::atomic<const InotifyCalls*> scripted{nullptr};
 
-/// The answer to one call, or null when the kernel is to give it.
+/// Returns the answer to one call, or null when the kernel must answer.
 template <class Answer>
 const Answer* answerTo(Answer InotifyCalls::*call) {
     const InotifyCalls* const calls = scripted;
     return calls != nullptr && calls->*call ? &(calls->*call) : nullptr;
 }
 
-// They ask at each use, since a test may set an answer later.
+// They look up the script at each use, because a test may set an answer later.
 const support::Interposed<int(pollfd*, nfds_t, int)>::Answer pollAnswer =
     [](pollfd* polled, nfds_t count, int timeout) {
         const auto* const answer = answerTo(&InotifyCalls::poll);

@@ -8,8 +8,8 @@
 #include <poll.h>
 #include <sys/types.h>
 
-/// The system calls by which a FileSystemWatcher talks to the kernel, as a test may answer them
-/// itself. One that is not set reaches the kernel.
+/// The system calls of a FileSystemWatcher, as far as a test replaces them. A call that is not set
+/// reaches the kernel.
 struct InotifyCalls {
     std::function<int()> init;
     std::function<int(int descriptor, const std::string& path, std::uint32_t mask)> addWatch;
@@ -19,9 +19,9 @@ struct InotifyCalls {
     std::function<int(int descriptor)> close;
 };
 
-/// Puts `calls` in front of the kernel while it lives. A program that has this class supplies these
-/// calls itself, before the C library. One at a time; the answers are given on the thread that
-/// makes the call, without a lock.
+/// Replaces the kernel by `calls` while an object exists. A program with this class replaces these
+/// functions of the C library. Only one object at a time. The answers run on the calling thread,
+/// without a lock.
 class ScriptedInotify {
 public:
     explicit ScriptedInotify(const InotifyCalls& calls);
@@ -30,7 +30,7 @@ public:
     ScriptedInotify& operator=(const ScriptedInotify&) = delete;
 };
 
-/// The kernel's own, for scripts that only look on.
+/// The kernel's own calls, for scripts that only observe.
 int kernelAddWatch(int descriptor, const std::string& path, std::uint32_t mask);
 int kernelPoll(pollfd* polled, nfds_t count, int timeout);
 int kernelClose(int descriptor);

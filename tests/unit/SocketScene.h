@@ -39,7 +39,7 @@ inline std::string message(const std::string& payload) {
     return lengthPrefix(static_cast<std::uint32_t>(payload.size())) + payload;
 }
 
-/// A client's end of a connection.
+/// The client's end of a connection.
 class Client {
 public:
     explicit Client(const std::string& path, int flags = 0)
@@ -87,7 +87,7 @@ public:
     std::function<void()> alsoDo;
 };
 
-/// The path of a socket file that no other test uses, removed at the end.
+/// The path of a socket file that no other test uses. The destructor removes the file.
 class SocketName {
 public:
     SocketName() {
@@ -102,9 +102,9 @@ public:
     std::string path;
 };
 
-/// A server with one observer, and the visits that it gets: each is paid on the server's own
-/// thread, just before it accepts, and returns ScriptedCall::kPassOn or the error that accept()
-/// shall meet. The stop flag is set with the last one.
+/// A server with one observer, and its visits. Each visit runs on the server's thread just before
+/// an accept(). It returns ScriptedCall::kPassOn, or the error with which accept() must fail. The
+/// last visit sets the stop flag.
 class Scene {
 public:
     using Visit = std::function<int()>;
@@ -122,7 +122,7 @@ public:
         return support::printedBy([&] { server.loop(stop); });
     }
 
-    /// A client that sends these bytes in one call and closes.
+    /// A client that sends these bytes in one call and closes its end.
     Visit sends(const std::string& bytes) {
         return [this, bytes] {
             Client(path()).send(bytes);

@@ -16,7 +16,7 @@ namespace {
 
 WatchedPolls* watching = nullptr;
 
-/// Forgets the end of what was read before, and what was read ahead.
+/// Clears the end-of-file state and discards what was read ahead.
 void beginAnew() {
     std::cin.clear();
     std::clearerr(stdin);

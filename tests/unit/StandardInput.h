@@ -8,7 +8,7 @@
 #include <poll.h>
 #include <time.h>
 
-/// Makes a pipe of the test's own the standard input while it lives.
+/// Replaces standard input by a pipe while an object exists.
 class StandardInput {
 public:
     StandardInput();
@@ -16,13 +16,13 @@ public:
     StandardInput(const StandardInput&) = delete;
     StandardInput& operator=(const StandardInput&) = delete;
 
-    /// What a supervisor writes; at most what a pipe holds.
+    /// Writes as a supervisor would, at most what a pipe can hold.
     void write(const std::string& text);
-    /// Bytes that nobody has read yet.
+    /// Returns the number of unread bytes.
     int unread() const;
-    /// Ends the input.
+    /// Closes the writing end, which ends the input.
     void close();
-    /// Puts `descriptor` in the pipe's place.
+    /// Replaces the pipe by `descriptor`.
     void replace(int descriptor);
 
 private:
@@ -30,7 +30,7 @@ private:
     int writer_;
 };
 
-/// One use of poll().
+/// One call of poll().
 struct Poll {
     int descriptor;
     short events;
@@ -39,13 +39,14 @@ struct Poll {
     int result;
 };
 
-/// Sees every use of poll() and ppoll() while it lives: the program that uses this class supplies
-/// them itself, in front of the C library's. One at a time.
+/// Records every call of poll() and ppoll() while an object exists. The program that uses this
+/// class replaces these functions. Only one object at a time.
 class WatchedPolls {
 public:
-    /// Runs in place of the C library's poll() and receives the number of the use (1, 2, ...).
+    /// Runs before the C library's poll() and receives the number of the call (1, 2, ...). Its
+    /// result replaces that of poll().
     using Script = std::function<int(int)>;
-    /// As the result of a script: the C library's poll() decides.
+    /// Makes the C library's poll() decide.
     static constexpr int kPassOn = -2;
 
     explicit WatchedPolls(Script script = [](int) { return kPassOn; });
@@ -56,10 +57,10 @@ public:
     const std::vector<Poll>& all() const { return polls_; }
     int count() const { return static_cast<int>(polls_.size()); }
 
-    /// Results of the uses of ppoll(), each of which looked at standard input without waiting.
+    /// Results of the calls of ppoll(). Each checked standard input without waiting.
     const std::vector<int>& looks() const { return looks_; }
 
-    /// For ppoll(): notes one use.
+    /// For ppoll(): records one call.
     void look(const pollfd* entries, nfds_t count, const timespec* timeout, int result);
 
 private:

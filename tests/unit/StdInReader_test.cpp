@@ -28,7 +28,7 @@ static_assert(std::is_base_of<Subject<StdInReader>, StdInReader>::value, "observ
 static_assert(sizeof(StdInReader) == sizeof(Subject<StdInReader>) + sizeof(std::string),
               "the line behind the base");
 
-/// Does what the test says with every line.
+/// Passes every line to the test's function.
 class Listener : public Observer<StdInReader> {
 public:
     explicit Listener(std::function<void(StdInReader&)> action) : action_(std::move(action)) {}
@@ -38,19 +38,19 @@ private:
     std::function<void(StdInReader&)> action_;
 };
 
-/// Takes a line past the reader.
+/// Reads a line without the reader.
 std::string nextLine() {
     std::string line;
     std::getline(std::cin, line);
     return line;
 }
 
-/// A reader, what it announced, and a stop flag that is set once `expected` lines have come.
+/// A reader, its announcements, and a stop flag that is set after `expected` lines.
 class Channel {
 public:
     explicit Channel(std::size_t expected) : expected_(expected) { reader.attach(&listener_); }
 
-    /// What the loop echoed.
+    /// Returns what the loop echoed.
     std::string run() {
         return printedBy([this] { reader.loop(stop); });
     }

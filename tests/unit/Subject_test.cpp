@@ -15,7 +15,7 @@ public:
     using Subject<Source>::notify;
 };
 
-/// Writes its letter down at every announcement.
+/// Records its letter at every announcement.
 class Scribe : public kvr::api::iot::Observer<Source> {
 public:
     Scribe(char letter, std::string& log) : letter_(letter), log_(log) {}
@@ -101,7 +101,7 @@ TEST_F(Subject, AnObserverAttachedDuringARoundIsCalledInIt) {
     source.attach(&a);
     a.alsoDo = [this] {
         if (log == "a")
-            for (int i = 0; i < 100; ++i) // far enough for the list to move in memory
+            for (int i = 0; i < 100; ++i) // enough for the list to be reallocated
                 source.attach(&b);
     };
     source.notify();

@@ -14,7 +14,7 @@ const char kLan[] = R"({"config":"network","section":"lan","type":"interface",)"
                     R"("values":{"ipaddr":"192.168.1.1","gateway":""}})";
 const char kUnparsable[] = "Unable to parse json\n";
 
-/// A gateway's tools, first in PATH. What `ubus call uci get` prints is a test's to say.
+/// A gateway's tools, first in PATH. The test chooses what `ubus call uci get` prints.
 class Tools {
 public:
     explicit Tools(const std::string& getScript = "") {
@@ -26,7 +26,7 @@ public:
     support::FakePrograms programs;
 };
 
-/// Tools of a gateway that has the section.
+/// Tools that report the section as existing.
 class ToolsWithSection : public Tools {
 public:
     ToolsWithSection() : Tools("echo '{ \"values\": { } }'") {}

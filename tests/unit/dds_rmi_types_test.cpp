@@ -1,4 +1,5 @@
-// The counted types and the option checks of our DDS RMI runtime; nothing here joins a domain.
+// The reference-counted types and the option checks of our DDS RMI runtime. Nothing here joins a
+// domain.
 #include <dds_service_sdk.h>
 
 #include "CapturedOutput.h"
@@ -49,7 +50,7 @@ template <class P, class Other>
 struct HasEqual<P, Other, decltype(static_cast<void>(std::declval<P>() == std::declval<Other>()))>
     : std::true_type {};
 
-// Code that builds against our header must build against the product's, so ours may not offer more.
+// Code that builds with our header must also build with the product's, so ours must not offer more.
 static_assert(!std::is_constructible<bool, Counted_ref>::value, "no operator bool");
 static_assert(!HasNot<Counted_ref>::value, "no operator !");
 static_assert(!HasStar<Counted_ref>::value, "no operator *");
@@ -196,7 +197,7 @@ TEST(RmiRefCounted, SharesOnSeveralThreadsAreCountedExactly) {
         std::atomic<bool> go{false};
         std::vector<std::thread> threads;
         for (int i = 0; i < 4; ++i) {
-            // Each thread copies a pointer of its own.
+            // Each thread copies its own pointer.
             threads.emplace_back([own = pointer, &go] {
                 while (!go) {
                 }

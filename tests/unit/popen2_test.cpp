@@ -136,7 +136,7 @@ TEST(popen2, TellsByABrokenPipeThatTheFedProgramHasEnded) {
     ASSERT_NE(nullptr, stream);
     siginfo_t ended = {};
     ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT));
-    // No reading end is left, this process's own included.
+    // No reading end is left, not even in this process.
     errno = 0;
     EXPECT_EQ(-1, write(fileno(stream), "text", 4));
     EXPECT_EQ(EPIPE, errno);
@@ -151,7 +151,7 @@ TEST(popen2, SeesTheEndOfAnOutputThatTheProgramClosesWhileItRuns) {
     ASSERT_NE(nullptr, stream);
     siginfo_t stopped = {};
     EXPECT_EQ(0, waitid(P_PID, static_cast<id_t>(pid), &stopped, WSTOPPED | WNOWAIT));
-    // A writing end of this process's own would keep the pipe from ending.
+    // A writing end left open in this process would keep the input from ending.
     EXPECT_EQ(0, fcntl(fileno(stream), F_SETFL, O_NONBLOCK));
     EXPECT_EQ("text\n", readAll(stream));
     EXPECT_TRUE(std::feof(stream) != 0) << "the reading would have waited";
@@ -201,7 +201,7 @@ TEST(popen2, LeavesNothingOpenWhenNoStreamCanBeMade) {
 }
 
 TEST(popen2, MakesNoStreamOfAClosedDescriptorInTheCopy) {
-    // Not every C library's fdopen() would refuse it.
+    // Not every C library's fdopen() rejects a closed descriptor.
     const support::CapturedErrors errors;
     const ScriptedCall opening(Call::fdopen, ScriptedCall::kPassOn);
     int pid = kUntouched;
@@ -224,7 +224,7 @@ TEST(popen2, EndsTheProcessWhenForkFails) {
 TEST(pclose2, GivesMinusOneForAProcessThatIsNoChild) { EXPECT_EQ(-1, pclose2(nullptr, getpid())); }
 
 TEST(pclose2, ClosesTheStreamBeforeItWaits) {
-    // The child ends only when its input does, so a wait before would never return.
+    // The child ends only when its input ends, so waiting first would never return.
     int pid = kUntouched;
     std::FILE* const stream = popen2("cat", {}, "w", pid);
     ASSERT_NE(nullptr, stream);

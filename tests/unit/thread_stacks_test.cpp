@@ -1,5 +1,5 @@
-// How much stack the library itself needs on the threads that run its users' callbacks: what is left of a small stack (musl
-// gives 128 KiB) is the callbacks'. docs/porting.md has the table.
+// How much stack the library needs on the threads that run callbacks. The rest of a small stack
+// (128 KiB with musl) is left for the callbacks. docs/porting.md has the table.
 #include <kvr/api/AsyncWatcherRunner.h>
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/file/NQ_Files.h>
@@ -36,23 +36,23 @@ constexpr std::size_t kLimit = 16 * 1024;
 constexpr std::size_t kStackSize = 512 * 1024;
 constexpr unsigned char kPaint = 0xA5;
 
-/// One thread on a stack that was painted before; what has lost its paint was used. The stack stays mapped to the end of the
-/// process, since a detached thread ends unseen.
+/// One thread on a painted stack: bytes that are no longer painted were used. The stack stays
+/// mapped until the process ends, because nothing reports the end of a detached thread.
 struct MeasuredThread {
     void* (*body)(void*);
     void* argument;
     unsigned char* stack;
-    unsigned char* begin; // of what the thread's body uses; the C library's own data is above it
+    unsigned char* begin; // top of what the body uses; the C library's data is above
 };
 
 struct Measurement {
-    std::atomic<std::size_t> thread; // bytes that the last thread to end used
+    std::atomic<std::size_t> thread; // bytes used by the last thread that ended
     std::atomic<std::size_t>
-        forkedChild; // bytes that a copy of such a thread used, in a child process
+        forkedChild; // bytes used by a forked copy of such a thread, in the child process
     std::atomic<int> threadsEnded;
 };
 
-/// Shared with forked copies, which measure themselves.
+/// In memory shared with forked copies, which record their own use.
 Measurement& measurement() {
     static Measurement* const shared =
         new (mmap(nullptr, sizeof(Measurement), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
@@ -98,7 +98,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t*, void* (*body)(void*
     return result;
 }
 
-// How a forked copy of a measured thread ends when it could not become a program.
+// A forked copy of a measured thread ends here when it cannot execute the program.
 void _exit(int status) {
     if (self != nullptr)
         measurement().forkedChild = usedOf(*self);
@@ -151,7 +151,7 @@ TEST(ThreadStacks, WatcherLeavesItsCallbacksMostOfTheStack) {
     runner.startWatcher();
     support::writeFile(directory / "file", "");
     ASSERT_TRUE(eventually([&] { return events == 1; }));
-    // A watched directory that vanishes has all watches made anew.
+    // A watched directory that vanishes makes the watcher rebuild all watches.
     ASSERT_EQ(0, std::remove((directory / "file").c_str()));
     ASSERT_EQ(0, rmdir(directory.path().c_str()));
     ASSERT_TRUE(eventually([&] { return events == 2; }));

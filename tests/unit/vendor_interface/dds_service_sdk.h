@@ -1,8 +1,8 @@
 #ifndef TAVO_TESTS_VENDOR_INTERFACE_DDS_SERVICE_SDK_H
 #define TAVO_TESTS_VENDOR_INTERFACE_DDS_SERVICE_SDK_H
 
-// The commercial product's interface as far as the runtime class may rely on it: what is not
-// declared here does not exist for the class. The test program supplies the default runtime.
+// The part of the commercial product's interface that the runtime class may use. Nothing else
+// exists for the class. The test program supplies the default runtime.
 
 namespace org {
 namespace opensplice {

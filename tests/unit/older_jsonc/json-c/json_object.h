@@ -1,8 +1,8 @@
 #ifndef TAVO_TEST_OLDER_JSONC_JSON_OBJECT_H
 #define TAVO_TEST_OLDER_JSONC_JSON_OBJECT_H
 
-// What NQ_JSON uses of json-c, declared as its generation before 0.13 does: lengths and indexes are
-// int, nothing is const, and adding a member has no result. For compiling only.
+// The parts of json-c that NQ_JSON uses, declared as in releases before 0.13. There, lengths and
+// indexes are int, nothing is const, and adding a member returns nothing. Only for compiling.
 
 extern "C" {
 
@@ -30,7 +30,7 @@ const char* json_object_get_string(json_object* value);
 int json_object_get_int(json_object* value);
 double json_object_get_double(json_object* value);
 
-// Members are a list there, too; this one is only of the same shape for its users.
+// The real releases keep members in a list, too. This one only has the same shape for its users.
 struct OlderMember {
     char* key;
     json_object* value;
