@@ -19,7 +19,7 @@ using support::eventually;
 namespace {
 
 const std::string kBuild = std::string("TAVO_BUILD_DIR=") + TAVO_BUILD;
-// Far above what anything takes here, for machines that are busy with other things.
+// Ample time, because the machine may be busy.
 constexpr std::chrono::seconds kDeadline(30);
 constexpr char kWaiting[] = "Waiting for a connection...\n";
 
@@ -43,7 +43,7 @@ Client::Client(const std::string& path) : descriptor_(socket(AF_UNIX, SOCK_STREA
     address.sun_family = AF_UNIX;
     std::copy(path.begin(), path.end(), address.sun_path);
     timeval limit = {};
-    limit.tv_sec = 2; // an abandoned connection is not closed
+    limit.tv_sec = 2; // the server does not close an abandoned connection
     setsockopt(descriptor_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     limit.tv_sec = kDeadline.count();
     setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -77,7 +77,7 @@ AgentInSandbox::AgentInSandbox(const std::vector<std::string>& arguments)
 
 AgentInSandbox::AgentInSandbox(const std::string& wrapper,
                                const std::vector<std::string>& arguments) {
-    // Whoever starts the tests in the background may have SIGINT ignored, which shells pass on.
+    // If the tests were started in the background, SIGINT may be ignored, and shells pass that on.
     const std::vector<std::string> command = {"env",
                                               "--default-signal=INT,QUIT",
                                               TAVO_SANDBOX_RUN,
@@ -112,7 +112,7 @@ bool AgentInSandbox::isUnanswered(const std::string& message) {
 std::vector<std::string> AgentInSandbox::responses() const {
     std::vector<std::string> lines;
     std::istringstream out(program_->outSoFar());
-    for (std::string line; std::getline(out, line) && !out.eof();) // whole lines only
+    for (std::string line; std::getline(out, line) && !out.eof();) // complete lines only
         lines.push_back(line);
     return lines;
 }

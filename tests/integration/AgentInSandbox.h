@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-/// A client of the agent's socket, closed at the end of its scope.
+/// A client of the agent's socket. The destructor closes the connection.
 class Client {
 public:
     explicit Client(const std::string& path);
@@ -16,52 +16,53 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    /// Sends `payload` with its length in front, in one call. False when it was not taken whole.
+    /// Sends `payload` after its length, in one call. Returns false when not all bytes were
+    /// accepted.
     bool send(const std::string& payload);
-    /// Sends bytes as they are.
+    /// Sends bytes without a length.
     bool sendRaw(const std::string& bytes);
-    /// The next message that the agent sends on this connection; empty when none comes or it is
-    /// cut.
+    /// Returns the next message from the agent on this connection. Returns "" when none arrives or
+    /// the message is incomplete.
     std::string receive();
 
 private:
     int descriptor_;
 };
 
-/// The agent, as a process of its own in a gateway of its own, serving the name "agent".
+/// The agent as a separate process in its own simulated gateway, with the name "agent".
 class AgentInSandbox {
 public:
-    /// Starts the agent and waits until it takes requests. `arguments` go before the name.
+    /// Starts the agent and waits until it accepts requests. `arguments` precede the name.
     explicit AgentInSandbox(const std::vector<std::string>& arguments = {});
-    /// The same, through the shell command line `wrapper`, which ends in the agent's ("$@").
+    /// The same through the shell command line `wrapper`, which must end by executing "$@".
     AgentInSandbox(const std::string& wrapper, const std::vector<std::string>& arguments);
 
-    /// Path of the gateway's file `path` as seen from here.
+    /// Returns the path on this machine of the gateway's file `path`.
     std::string file(const std::string& path) const { return root_ / "gateway" + path; }
     std::string read(const std::string& path) const { return support::readFile(file(path)); }
     std::string socketPath() const { return file("/tmp/socketDDS/agent"); }
 
-    /// Sends one message and gives the response line to it, without its newline.
+    /// Sends one message and returns its response line, without the newline.
     std::string call(const std::string& message);
-    /// The same for a message that gets no response: sends it, and returns whether none came before
-    /// the one to a following message.
+    /// Sends a message that must get no response. Returns true when the first response belongs to a
+    /// message sent after it.
     bool isUnanswered(const std::string& message);
 
-    /// All response lines so far.
+    /// Returns all response lines so far.
     std::vector<std::string> responses() const;
     /// Waits until there are `count` response lines.
     bool waitForResponses(std::size_t count) const;
-    /// Diagnostics of the library and the commands.
+    /// Returns the diagnostics of the library and of its commands.
     std::string errors() const { return program_->errSoFar(); }
-    /// The command lines that the library has run.
+    /// Returns the command lines that the library has run.
     std::vector<std::string> commands() const;
     bool waitForErrors(const std::string& expected) const;
-    /// Waits until the agent waits for a client, `times` times since its start.
+    /// Waits until the agent has started to wait for a client `times` times since its start.
     bool waitUntilIdle(std::size_t times) const;
-    /// Lines of the gateway's log.
+    /// Returns the content of the gateway's log.
     std::string log() const { return read("/tmp/log.out"); }
 
-    /// Sends a signal, waits for the end and gives its exit status and outputs.
+    /// Sends a signal, waits for the end and returns exit status and outputs.
     support::Ran end(int signal);
     void signal(int signal);
     support::Ran wait() { return program_->wait(); }
@@ -71,16 +72,16 @@ private:
     std::unique_ptr<support::RunningProgram> program_;
 };
 
-/// A program of this build run in a gateway of its own.
+/// Runs a program of this build in its own simulated gateway.
 support::Ran runInSandbox(const std::vector<std::string>& arguments);
 
-/// A request as JSON text.
+/// Returns a request as JSON text.
 std::string request(const std::string& method, const std::string& params, int id = 1);
 
-/// A request of the method uci.apply.
+/// Returns a request for the method uci.apply.
 std::string apply(const std::string& params);
 
-/// Responses as JSON text.
+/// These return responses as JSON text.
 std::string result(const std::string& value, int id = 1);
 std::string error(const std::string& id, int code, const std::string& message,
                   const std::string& data);

@@ -19,18 +19,18 @@ extern char** environ;
 namespace support {
 namespace {
 
-// Domains whose ports stay below the range from which the kernel hands out ports of its own.
+// Domains whose ports are below the range of ports that the kernel assigns.
 constexpr int kFirstDomain = 20;
 constexpr int kDomains = 80;
 
-/// Claims the domain among all tests of the machine by a name that vanishes with the process; -1
-/// when it is taken.
+/// Claims the domain among all tests of the machine with a name that vanishes with the process.
+/// Returns -1 when the domain is in use.
 int claim(int id) {
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     const std::string name = "tavo-test-dds-domain-" + std::to_string(id);
-    // A leading zero byte: not a file.
+    // The leading zero byte makes the name abstract: no file appears.
     std::memcpy(address.sun_path + 1, name.data(), name.size());
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
     if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), size) == 0)

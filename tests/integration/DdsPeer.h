@@ -7,8 +7,8 @@
 
 namespace support {
 
-/// A DDS domain that no other test on the machine is in, confined to the loopback interface, as the
-/// default domain of this process and its children while it lives.
+/// Reserves a DDS domain that no other test on the machine uses, on the loopback interface only.
+/// While the object exists, it is the default domain of this process and its children.
 class OwnDomain {
 public:
     OwnDomain();
@@ -16,9 +16,9 @@ public:
     OwnDomain(const OwnDomain&) = delete;
     OwnDomain& operator=(const OwnDomain&) = delete;
 
-    /// The same domain through another network interface. Participants that vanish without a word
-    /// are missed after a minute only, long after every deadline here: who is seen to leave has
-    /// said so.
+    /// Moves the domain to another network interface. A participant that vanishes silently is only
+    /// detected after a minute, longer than every deadline here. A departure seen before that was
+    /// announced.
     void useInterface(const std::string& name);
 
     int id() const { return id_; }
@@ -28,22 +28,22 @@ private:
     int id_ = 0;
 };
 
-/// A participant in another process that watches the domain.
+/// A participant in a separate process that watches the domain.
 class DdsPeer {
 public:
-    /// Returns when it watches.
+    /// Returns when the peer watches the domain.
     DdsPeer();
     ~DdsPeer();
     DdsPeer(const DdsPeer&) = delete;
     DdsPeer& operator=(const DdsPeer&) = delete;
 
-    /// The next event, "+ ID NAME" or "- ID"; waits for up to ten seconds, "" then.
+    /// Returns the next event, "+ ID NAME" or "- ID", or "" after ten seconds.
     std::string next();
-    /// Waits for the next event, expects that somebody came, checks the name, and gives the ID.
+    /// Waits for the next event, expects an arrival with this name, and returns the ID.
     std::string expectArrival(const std::string& name);
-    /// Waits for the next event and expects that `id` left.
+    /// Waits for the next event and expects the departure of `id`.
     void expectDeparture(const std::string& id);
-    /// Ends the peer and gives the events that nobody took.
+    /// Ends the peer and returns the remaining events.
     std::string remaining();
 
 private:

@@ -1,6 +1,6 @@
-// AutoMount with a real device: a small file system on a loop device, and a node for it under /dev
-// that comes and goes. The mounts are made in a mount namespace of the test's own; the node and the
-// loop device are the machine's, under names that nobody else has.
+// AutoMount with a real device: a small file system on a loop device, whose node under /dev comes
+// and disappears. The test mounts in its own mount namespace. The node and the loop device belong
+// to the machine, under unique names.
 
 #include <kvr/api/NQ_AutoMount.h>
 
@@ -40,7 +40,7 @@ using support::TempDir;
 using support::writeFile;
 using testing::HasSubstr;
 
-/// In a mount namespace of the process's own, in which nothing spreads to the machine.
+/// Runs in the test's own mount namespace, whose mounts do not spread to the machine.
 class AutoMountDevice : public testing::Test {
 protected:
     void SetUp() override {
@@ -72,7 +72,7 @@ protected:
     void make() {
         object = std::make_unique<AutoMount>(
             stick->name(), mountPoint, [this] { ++inserted; }, [this] { ++ejected; });
-        // An object that is destroyed before its thread sees events may hang.
+        // Destroying an object before its thread receives events may hang.
         const std::string mark = stick->node() + "-seen";
         writeFile(mark, "");
         (void)unlink(mark.c_str());
@@ -90,7 +90,8 @@ protected:
         return "SOMETHING HAPPNED: " + stick->name() + "\nWHAT: " + std::to_string(mask) + "\n";
     }
 
-    /// What was printed, without the lines on other entries of /dev, which anybody may change.
+    /// Returns the printed text without the lines about other entries of /dev, which any process
+    /// may change.
     std::string printed() const {
         static const std::string happened = "SOMETHING HAPPNED: ";
         std::istringstream lines(output->text());
@@ -99,7 +100,7 @@ protected:
             std::string what;
             if (line.compare(0, happened.size(), happened) == 0 &&
                 line.substr(happened.size()) != stick->name())
-                std::getline(lines, what); // its second line goes too
+                std::getline(lines, what); // skips its second line, too
             else
                 result += line + '\n';
         }
@@ -163,7 +164,7 @@ TEST_F(AutoMountDevice, BusyStickStaysMountedUntilItCanBeUnmounted) {
     ASSERT_NE(-1, inUse);
     stick->unplug();
     EXPECT_TRUE(output->waitFor(umountCommand()));
-    EXPECT_TRUE(errors.waitFor("busy")); // the command's own words
+    EXPECT_TRUE(errors.waitFor("busy")); // umount's message
     EXPECT_TRUE(isMounted());
     EXPECT_EQ(0, ejected);
     close(inUse);
@@ -182,7 +183,7 @@ TEST_F(AutoMountDevice, WhatCannotBeMountedChangesNothing) {
     EXPECT_THAT(errors.text(), HasSubstr("mount"));
     EXPECT_EQ(0, inserted);
     stick->unplug();
-    EXPECT_TRUE(output->waitFor(umountCommand())); // whether or not it is mounted
+    EXPECT_TRUE(output->waitFor(umountCommand())); // even if it is not mounted
     EXPECT_TRUE(errors.waitFor("not mounted"));
     object.reset();
     EXPECT_EQ(0, ejected);
@@ -196,7 +197,7 @@ TEST_F(AutoMountDevice, DirectoryOfTheSticksNameIsTakenForIt) {
     make();
     ASSERT_EQ(0, mkdir(stick->node().c_str(), 0755));
     EXPECT_TRUE(output->waitFor(eventLines(1073742080u) + mountCommand()));
-    EXPECT_TRUE(errors.waitFor("mount: ")); // a directory is no device
+    EXPECT_TRUE(errors.waitFor("mount: ")); // a directory is not a device
     ASSERT_EQ(0, rmdir(stick->node().c_str()));
     EXPECT_TRUE(output->waitFor(eventLines(1073742336u) + umountCommand()));
     object.reset();
@@ -221,7 +222,7 @@ TEST_F(AutoMountDevice, SecondMountOfTheSameStickDoesNoHarm) {
     const support::CapturedErrors errors;
     stick->plugIn();
     make();
-    object->onDeviceInserted(); // as when the event and the first check meet
+    object->onDeviceInserted(); // as when an event arrives during the initial check
     EXPECT_TRUE(isMounted());
     EXPECT_EQ(1, inserted);
     object.reset();

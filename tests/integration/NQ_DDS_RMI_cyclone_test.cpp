@@ -1,5 +1,5 @@
-// The runtime class over Cyclone DDS, each case in a domain of its own, seen by a participant in
-// another process.
+// The runtime class with Cyclone DDS. Each test uses its own domain; a participant in another
+// process watches it.
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
 #include "CapturedOutput.h"
@@ -29,8 +29,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 #ifdef __SANITIZE_ADDRESS__
-// Asked by the leak checker when the process exits. In a forked copy, memory that only the stacks
-// of the parent's other threads refer to looks lost.
+// The leak checker asks at exit. In a forked copy, memory to which only stacks of the parent's
+// other threads refer looks leaked.
 static bool leaksAreExpected = false;
 extern "C" int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() { return leaksAreExpected ? 1 : 0; }
@@ -55,7 +55,7 @@ void onThreads(int count, Work work) {
         thread.join();
 }
 
-/// Expects one line that begins so.
+/// Expects one line with this beginning.
 void expectOneLine(const std::string& text, const std::string& beginning) {
     EXPECT_EQ(beginning, text.substr(0, beginning.size()));
     EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n')) << text;
@@ -163,7 +163,7 @@ TEST_F(NQ_DDS_RMI_cyclone, CyclonesOwnErrorsGoToStandardErrorAgainAfterTheStart)
 }
 
 TEST_F(NQ_DDS_RMI_cyclone, WarningsOfCycloneAreNotHeldBack) {
-    // Cyclone warns of loopback interfaces, on which it expects no multicast.
+    // Cyclone warns about loopback interfaces, because it expects no multicast there.
     const std::string settings = getenv("CYCLONEDDS_URI");
     const std::string forbidden = "<AllowMulticast>false</AllowMulticast>";
     const std::size_t at = settings.find(forbidden);
@@ -301,7 +301,7 @@ TEST_F(NQ_DDS_RMI_cyclone, ForkedChildCanExitWhileTheRuntimeRuns) {
 #ifdef __SANITIZE_ADDRESS__
         leaksAreExpected = true;
 #endif
-        alarm(10); // ends the child should it wait for threads that only its parent has
+        alarm(10); // ends the child if it waits for threads that only the parent has
         std::exit(7);
     }
     int status = 0;

@@ -35,13 +35,13 @@ struct Options {
     std::string username;
     std::string password;
     int clean = 1;
-    int connectSeconds = 5; // short, as an attempt may be made while the broker comes or goes
+    int connectSeconds = 5; // short, because an attempt may hit a broker that starts or stops
 };
 
-// Long enough for the key exchange on a busy machine that emulates another one.
+// Enough for a key exchange on a busy machine under an emulator.
 constexpr int kSecondsForTls = 30;
 
-/// A client of the broker on `port`, which tries again soon.
+/// Returns a client of the broker on `port`, with short pauses between attempts.
 std::unique_ptr<NQ_Mqtt> clientOf(int port, const Options& options = {},
                                   const std::string& id = "gateway") {
     auto mqtt = std::make_unique<NQ_Mqtt>("127.0.0.1", id);
@@ -51,7 +51,7 @@ std::unique_ptr<NQ_Mqtt> clientOf(int port, const Options& options = {},
 }
 
 bool connects(NQ_Mqtt& mqtt) {
-    bool once = false; // one attempt
+    bool once = false; // a single attempt
     mqtt.initialise();
     return mqtt.connect(once);
 }
@@ -114,7 +114,7 @@ TEST(NQ_MqttBroker, SubscribeIsAnsweredByTheBroker) {
     const auto mqtt = clientOf(broker.port());
     ASSERT_TRUE(connects(*mqtt));
     EXPECT_TRUE(mqtt->subscribe("a/#", 1));
-    EXPECT_FALSE(mqtt->subscribe("a/#/b", 1)); // not a filter
+    EXPECT_FALSE(mqtt->subscribe("a/#/b", 1)); // not a valid filter
 }
 
 TEST(NQ_MqttBroker, UserAndPasswordAreAcceptedOrRefusedWithTheirText) {
@@ -134,7 +134,7 @@ TEST(NQ_MqttBroker, UserAndPasswordAreAcceptedOrRefusedWithTheirText) {
     const CapturedSyslog log;
     const auto mqtt = clientOf(broker.port(), wrong);
     EXPECT_FALSE(connects(*mqtt));
-    // Version 3.1.1 brokers of today answer 5, "not authorized", to a wrong password.
+    // Current brokers for version 3.1.1 return 5, "not authorized", for a wrong password.
     EXPECT_EQ(5, mqtt->getLastResult());
     EXPECT_THAT(log.lines(),
                 ElementsAre("<3> Failed to connect to MQTT Broker at " + mqtt->getServerUri(),
@@ -275,7 +275,7 @@ TEST(NQ_MqttBroker, OrderlyEndDeliversNoWill) {
 
 namespace {
 
-/// Plays a broker for one connection: keeps the first packet and accepts the client.
+/// Plays a broker for one connection: accepts the client and keeps its first packet.
 class PlayedBroker {
 public:
     PlayedBroker() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
@@ -295,7 +295,7 @@ public:
         close(listener_);
     }
 
-    /// The CONNECT packet, once the client is gone.
+    /// Returns the CONNECT packet after the client has disconnected.
     std::string packet() {
         thread_.join();
         return packet_;
@@ -332,7 +332,8 @@ TEST(NQ_MqttWire, ConnectAsksToKeepTheSessionByDefault) {
         mqtt.setConnOpts(std::to_string(broker.port.number()), "", "", 5, 10, 60, 1, 0);
         EXPECT_TRUE(connects(mqtt));
     }
-    // Fixed header, "MQTT" level 4, flags 0 (session kept, no will, no user), keep-alive 60, "gw".
+    // Fixed header, "MQTT" level 4, flags 0 (persistent session, no will, no user), keep-alive 60,
+    // "gw".
     EXPECT_EQ(BYTES("\x10\x0e\x00\x04MQTT\x04\x00\x00\x3c\x00\x02gw"), broker.packet());
 }
 

@@ -30,25 +30,25 @@ using support::runProgram;
 using support::TempDir;
 using support::writeFile;
 
-/// Whether a program is found along PATH.
+/// Returns whether PATH contains the program.
 bool isInstalled(const std::string& program) {
     return std::system(("command -v " + program + " > /dev/null").c_str()) == 0;
 }
 
-/// A copy of the helper program under a name of its own, with a lock file that goes at the end.
+/// A copy of the helper program with a unique name. The destructor removes its lock file.
 class Copy {
 public:
     Copy() { std::filesystem::copy_file(TAVO_SINGLE_INSTANCE, path); }
     ~Copy() { unlink(lockFile.c_str()); }
 
-    /// Starts it and waits until it has told everything.
+    /// Waits until the program has printed everything.
     void started(RunningProgram& program) const {
         EXPECT_TRUE(
             eventually([&] { return program.outSoFar().find("another ") != std::string::npos; }));
     }
 
     TempDir directory;
-    // A name of at most 15 characters, all that the kernel tells pidof.
+    // At most 15 characters, because pidof sees no more of a name.
     const std::string name = "tavo-" + std::to_string(getpid());
     const std::string path = directory / name;
     const std::string lockFile = "/tmp/" + name + ".pid";
@@ -151,8 +151,8 @@ std::uint32_t crc32(const std::string& bytes) {
     return ~sum;
 }
 
-/// A boot environment as it lies in the flash: the checksum, then the variables, each ended by a
-/// zero byte.
+/// A boot environment as stored in flash: the checksum, then the variables, each ended by a zero
+/// byte.
 std::string environmentOf(std::initializer_list<std::string> variables) {
     std::string data;
     for (const std::string& variable : variables)
@@ -165,7 +165,7 @@ std::string environmentOf(std::initializer_list<std::string> variables) {
     return image + data;
 }
 
-/// Runs `body` where the tool finds `environment` as the boot environment.
+/// Runs `body` where the tool reads `environment` as the boot environment.
 void withEnvironment(const std::string& environment, const std::function<void()>& body) {
     if (!isInstalled("fw_printenv"))
         GTEST_SKIP() << "fw_printenv is not installed (package libubootenv-tool)";
@@ -173,7 +173,7 @@ void withEnvironment(const std::string& environment, const std::function<void()>
     const std::string flash = directory / "flash";
     writeFile(flash, environment);
     inPrivateMounts({"/etc", "/run"}, [&] {
-        mkdir("/run/lock", 0755); // where the tool keeps its lock
+        mkdir("/run/lock", 0755); // the tool's lock directory
         writeFile("/etc/fw_env.config", flash + " 0x0000 0x2000\n");
         body();
     });
@@ -203,7 +203,7 @@ TEST(NQ_System_tools, AVariablesValueIsCutAtItsEqualsSign) {
 TEST(NQ_System_tools, AVariableThatIsNotSetIsEmptyOrOutOfRangeAsTheToolHasIt) {
     withEnvironment(environmentOf({"bootdelay=3"}), [] {
         const Ran tool = runProgram({"fw_printenv", "other"});
-        if (tool.out == "other=\n") { // libubootenv's
+        if (tool.out == "other=\n") { // libubootenv's tool
             EXPECT_EQ("", NQ_System::get_uboot_env_setting("other"));
             EXPECT_EQ("", NQ_System::getDeviceSerialNumber());
             return;

@@ -1,4 +1,4 @@
-// What applying a section does to a gateway's files, on the simulated tools.
+// The effect of NQ_UBUS on a gateway's files, with the simulated tools.
 #include "RunProgram.h"
 #include "TempDir.h"
 
@@ -25,8 +25,8 @@ protected:
             GTEST_SKIP() << "this user may not make namespaces";
     }
 
-    /// Takes the texts through init, checkConfig, applyConfig and, with --restart among them,
-    /// restartService.
+    /// Passes the texts to init, checkConfig and applyConfig. If --restart is among them, also
+    /// calls restartService.
     Ran apply(std::vector<std::string> texts) const {
         texts.insert(texts.begin(), {TAVO_SANDBOX_RUN, "--root", root_.path(), TAVO_UCI_APPLY});
         return support::runProgram(texts, {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
@@ -37,7 +37,7 @@ protected:
     static std::string original(const std::string& name) {
         return support::readFile(std::string(TAVO_SANDBOX_ROOTFS "/etc/config/") + name);
     }
-    /// The original file with one text in place of another.
+    /// Returns the original file with `from` replaced by `to`.
     static std::string changed(const std::string& name, const std::string& from,
                                const std::string& to) {
         std::string text = original(name);

@@ -25,7 +25,7 @@ constexpr char kNetwork[] = "\n"
 
 constexpr char kUsageLine[] = "Usage: ubus [<options>] <command> [arguments...]\n";
 
-/// A gateway's package directory with the one package "network".
+/// The package directory of a gateway with a single package, "network".
 class SandboxUbus : public testing::Test {
 protected:
     SandboxUbus() {
@@ -40,7 +40,7 @@ protected:
         support::writeFile(config() + "/" + package, content);
     }
 
-    /// Where the tools find this gateway, and where they are found by their names.
+    /// Points the tools to this gateway, and PATH to the tools.
     std::vector<std::string> environment() const {
         return {"TAVO_UCI_CONFIG_DIR=" + config(), "TAVO_UCI_PENDING_DIR=" + directory_ / "pending",
                 std::string("PATH=") + TAVO_SANDBOX_BIN + ":" + std::getenv("PATH")};
@@ -54,7 +54,7 @@ protected:
     }
     support::Ran uci(std::vector<std::string> arguments) const { return tool("uci", arguments); }
 
-    /// The file of the package network after a commit.
+    /// Commits and returns the file of the package network.
     std::string committed() const {
         expectSilent(uci({"commit", "network"}));
         return network();
@@ -66,7 +66,7 @@ protected:
         EXPECT_EQ("", ran.err);
     }
 
-    /// A refusal: status and message as given, nothing on standard output, nothing pending.
+    /// Expects a refusal: this status and message, nothing on standard output, no pending change.
     void expectRefused(const std::string& method, const std::string& json, int status,
                        const std::string& text) const {
         const support::Ran ran = call(method, json);

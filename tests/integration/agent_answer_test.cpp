@@ -1,4 +1,4 @@
-// Responses on the connection that a request came by, which a request asks for by "answer": true.
+// Responses on the request's own connection, which a request with "answer": true asks for.
 
 #include "AgentInSandbox.h"
 #include "Waiting.h"
@@ -16,7 +16,7 @@ using testing::HasSubstr;
 
 namespace {
 
-/// A request that asks for its response.
+/// Returns a request with "answer": true.
 std::string asking(const std::string& method, const std::string& params, int id = 1) {
     return "{\"answer\":true," + request(method, params, id).substr(1);
 }
@@ -62,7 +62,7 @@ TEST(Answer, IsNotTheResultOfAnotherMember) {
                              request("none", "{}").substr(1)));
 }
 
-/// Whether the system lets this user's sockets keep so many bytes.
+/// Returns whether this user's sockets may buffer this many bytes.
 bool mayKeep(int bytes) {
     const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int room = 0;
@@ -79,7 +79,7 @@ TEST(Answer, MayBeLong) {
         GTEST_SKIP() << "only root gets room for so long an answer";
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
-    // 256 KiB of bytes that are no UTF-8 become three times as many.
+    // 256 KiB of bytes that are not UTF-8 become three times as long.
     ASSERT_TRUE(
         client.send(asking("process.run", R"({"command":"sh","arguments":["-c",)"
                                           R"("head -c 262144 /dev/zero | tr '\\0' '\\377'"]})")));
@@ -89,14 +89,14 @@ TEST(Answer, MayBeLong) {
 }
 
 TEST(Answer, IsNotWaitedForWhenTheClientDoesNotRead) {
-    // The idle limit must not be what ends the connection.
+    // The idle limit must not end the connection.
     AgentInSandbox agent({"--allow", "sh", "--idle", "3600"});
     Client client(agent.socketPath());
     const std::string large =
         asking("process.run",
                R"({"command":"sh","arguments":["-c","head -c 100000 /dev/zero | tr '\\0' a"]})");
     for (int i = 0; i < 20; ++i)
-        client.send(large); // fails once the connection has ended
+        client.send(large); // fails after the agent has closed the connection
     ASSERT_TRUE(
         support::eventually([&] { return agent.log().find(kCutOff) != std::string::npos; }));
     Client other(agent.socketPath());

@@ -1,4 +1,4 @@
-// Connections to the agent's socket: very many of them, and clients that say nothing.
+// Connections to the agent's socket: a large number of them, and clients that send nothing.
 
 #include "AgentInSandbox.h"
 #include "Waiting.h"
@@ -26,13 +26,13 @@ using Clock = std::chrono::steady_clock;
 
 const std::string kDescribe = request("system.describe", "{}");
 
-/// A wrapper that records the agent's process id and the descriptors that it is started with.
+/// A wrapper that records the agent's process id and the number of its inherited descriptors.
 const std::string kRecordingItself =
     "echo $$ >/tmp/agent.pid; ls /proc/$$/fd | wc -l >/tmp/agent.inherited; exec \"$@\"";
 
 pid_t processOf(const AgentInSandbox& agent) { return std::stoi(agent.read("/tmp/agent.pid")); }
 
-/// The standard descriptors and those that the agent has opened.
+/// Counts the standard descriptors and those that the agent has opened.
 std::ptrdiff_t descriptorsOf(const AgentInSandbox& agent) {
     const std::filesystem::directory_iterator all("/proc/" + std::to_string(processOf(agent)) +
                                                   "/fd");
@@ -40,8 +40,8 @@ std::ptrdiff_t descriptorsOf(const AgentInSandbox& agent) {
     return std::distance(begin(all), end(all)) - inherited + 3;
 }
 
-/// Clients that connect and send nothing. The server's queue is short, so most of them still wait
-/// to be connected. Their threads end with the server.
+/// Clients that connect and send nothing. The server's queue is short, so most of them block in
+/// connect(). Their threads end with the server.
 class SilentClients {
 public:
     SilentClients(const AgentInSandbox& agent, int count) {
@@ -53,10 +53,10 @@ public:
                     ++connected_;
                     eventually([&] { return ended_.load(); });
                 } catch (const std::runtime_error&) {
-                    // refused, as the server has ended
+                    // refused, because the server has ended
                 }
             });
-        // One is being served, six fill the queue.
+        // One is connected to the server, six fill the queue.
         if (!eventually([&] { return begun_ == count && connected_ == 7; }))
             throw std::runtime_error("only " + std::to_string(connected_) + " are connected");
     }
@@ -97,7 +97,7 @@ TEST(agent_connections, AreClosedSoThatDescriptorsNeverRunOut) {
 }
 
 TEST(agent_connections, AreAcceptedByTheProgramsOwnFunction) {
-    // The library calls the function that the program exports, or else the C library's.
+    // The library calls the function that the program exports, otherwise the C library's.
     EXPECT_THAT(support::runProgram({"nm", "-D", "--defined-only", TAVO_AGENT}).out,
                 HasSubstr(" T accept\n"));
 }
@@ -111,7 +111,7 @@ TEST(agent_connections, LeaveTheLimitOfDescriptorsAsItIs) {
 
 TEST(agent_connections, AreNotPassedOnToPrograms) {
     AgentInSandbox agent({"--allow", "sh"});
-    // The shell's own, its standard descriptors, and the listener that nobody can reach.
+    // Only the listener, which no client can reach any more, may be inherited.
     EXPECT_THAT(agent.call(request("process.run", R"({"command":"sh","arguments":["-c",)"
                                                   R"("ls -l /proc/$$/fd | grep -c socket:"]})")),
                 HasSubstr("\"output\":\"1\\n\""));
@@ -122,7 +122,7 @@ TEST(agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
     agent.call(request("process.run", R"({"command":"sh","arguments":["-c",)"
                                       R"("sleep 100 >/dev/null 2>&1 & echo $! >/tmp/left"]})"));
     kill(processOf(agent), SIGKILL);
-    // Dead, with all threads; its parent does not wait for it.
+    // A zombie without other threads; its parent does not reap it.
     const std::string process = "/proc/" + std::to_string(processOf(agent));
     ASSERT_TRUE(eventually([&] {
         const std::filesystem::directory_iterator threads(process + "/task");
@@ -194,7 +194,7 @@ TEST_P(Silence, DoesNotKeepASecondStartFromSayingThatTheNameIsServed) {
 INSTANTIATE_TEST_SUITE_P(agent_connections, Silence, testing::Values(7, 200),
                          [](const auto& count) { return "Of" + std::to_string(count.param); });
 
-/// Expects the agent to cut off a client that has sent `bytes`, and to serve the next.
+/// Expects the agent to disconnect a client that has sent `bytes`, and to serve the next one.
 void expectCutOffAfter(const std::string& bytes) {
     AgentInSandbox agent({"--idle", "1"});
     Client silent(agent.socketPath());

@@ -1,4 +1,4 @@
-// How the agent ends: by a signal, whatever it is doing.
+// How a signal ends the agent, in every state.
 
 #include "AgentInSandbox.h"
 #include "Waiting.h"
@@ -33,7 +33,7 @@ TEST_P(TheEnd, IsCleanWhileNobodyIsConnected) {
     AgentInSandbox agent;
     const support::Ran ran = agent.end(GetParam());
     expectCleanEnd(agent, ran, GetParam());
-    // Nothing had to be broken off.
+    // No connection was broken off.
     EXPECT_THAT(ran.err, EndsWith("Connected.\nReceiving: 0 bytes\nReceive result:0\n"));
 }
 
@@ -113,7 +113,7 @@ TEST(tavo_agent, KillsAProgramThatIgnoresBeingEnded) {
 TEST(tavo_agent, LeavesBehindWhatHoldsAProgramsOutput) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
-    // The one in the background ends by itself a little later.
+    // The background program ends by itself a little later.
     client.send(request("process.run", R"({"command":"sh","arguments":["-c",)"
                                        R"("sleep 9 & echo >/tmp/begun; exec sleep 100"]})"));
     ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));

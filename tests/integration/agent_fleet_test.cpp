@@ -1,4 +1,4 @@
-// tavo-rpc with many gateways, through a real broker.
+// tavo-rpc with several gateways, through a real broker.
 
 #include "AgentInSandbox.h"
 #include "Broker.h"
@@ -26,7 +26,7 @@ namespace {
 
 const std::string kDescribe = request("system.describe", "{}");
 
-/// Two gateways, gw1 and gw2, and what a sender needs to reach them.
+/// Two gateways, gw1 and gw2, and a sender's settings to reach them.
 class ManyGateways : public testing::Test {
 protected:
     std::vector<std::string> brokerArguments() const {
@@ -34,13 +34,13 @@ protected:
                 certificates_.directory.path()};
     }
 
-    /// Starts the agent `name` and waits until it takes requests.
+    /// Starts the agent `name` and waits until it accepts requests.
     void start(const std::string& name) {
         std::vector<std::string> arguments = brokerArguments();
         const std::vector<std::string> more = {"--requests", "--remote-allow", "process.run",
                                                "--allow", "sh"};
         arguments.insert(arguments.end(), more.begin(), more.end());
-        // In place of the last argument, the name of all agents of the tests.
+        // Replaces the last argument, which is the default name of every test's agent.
         const std::string wrapper = "count=$#; for argument; do\n"
                                     "[ $count -eq 1 ] || set -- \"$@\" \"$argument\"\n"
                                     "shift; count=$((count - 1)); done; exec \"$@\" " +

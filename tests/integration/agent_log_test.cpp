@@ -1,4 +1,4 @@
-// The gateway's log as the agent treats it: what it refuses to write to, and how it keeps it short.
+// The agent and the gateway's log: which files it refuses, and how it limits their size.
 
 #include "AgentInSandbox.h"
 
@@ -20,7 +20,7 @@ namespace {
 
 const std::string kServing = "INFO: tavo-agent: serving /tmp/socketDDS/agent\n";
 
-/// Starts the agent after the shell commands `before`, where it is expected to give up.
+/// Runs the shell commands `before`, then the agent, which must fail.
 Ran startAfter(const std::string& before) {
     return runInSandbox({"sh", "-c", before + "; exec \"$@\"", "sh", TAVO_AGENT, "agent"});
 }
@@ -57,14 +57,14 @@ TEST(LogFile, MayBeOneOfAnotherUsersPrograms) {
     const std::string foreign = "echo first >/tmp/log.out && chown 12345 /tmp/log.out";
     if (runInSandbox({"sh", "-c", foreign}).status != 0)
         GTEST_SKIP() << "files of another user take root";
-    // Where the kernel protects files in directories that everybody may write to, it refuses this.
+    // Some kernels protect files in world-writable directories and refuse this.
     if (runInSandbox({"sh", "-c", foreign + " && echo >>/tmp/log.out"}).status != 0)
         GTEST_SKIP() << "fs.protected_regular forbids to open them";
     AgentInSandbox agent(foreign + "; exec \"$@\"", {});
     EXPECT_EQ("first\n" + kServing, agent.log());
 }
 
-// 5000 lines of 12 bytes, longer than any limit below.
+// 5000 lines of 12 bytes, more than any limit below.
 const std::string kFill = "seq -f 'line %06.0f' 5000 >/tmp/log.out; ";
 
 std::string lines(int first, int last) {
@@ -77,7 +77,7 @@ std::string lines(int first, int last) {
 const std::string kCut = "INFO: tavo-agent: earlier lines are in /tmp/log.out.1\n";
 
 TEST(LogFile, IsCutToHalfItsLimitInWholeLines) {
-    // The agent's line has 47 bytes. 4091 bytes hold it and exactly 337 lines of 12.
+    // The agent's line has 47 bytes. 4091 bytes hold it and exactly 337 lines of 12 bytes.
     for (const auto& [limit, kept] : {std::pair("8182", 337), std::pair("8180", 336)}) {
         AgentInSandbox agent(kFill + "exec \"$@\"", {"--log-limit", limit});
         EXPECT_EQ(kCut, agent.log());
@@ -86,7 +86,7 @@ TEST(LogFile, IsCutToHalfItsLimitInWholeLines) {
 }
 
 TEST(LogFile, StaysAsItIsUpToItsLimit) {
-    // 60000 bytes, and the agent's line.
+    // 60000 bytes plus the agent's line.
     const std::string limit = std::to_string(60000 + kServing.size());
     AgentInSandbox agent(kFill + "exec \"$@\"", {"--log-limit", limit});
     EXPECT_EQ(lines(1, 5000) + kServing, agent.log());
@@ -98,7 +98,7 @@ TEST(LogFile, IsCutInPlaceForThoseWhoHaveItOpen) {
     AgentInSandbox agent(kFill + "exec 3>>/tmp/log.out; \"$@\"",
                          {"--log-limit", "8192", "--allow", "sh"});
     EXPECT_EQ(kCut, agent.log());
-    // The shell's descriptor is passed on to the agent's programs.
+    // The agent's programs inherit the shell's descriptor.
     agent.call(request("process.run", R"({"command":"sh","arguments":["-c","echo later >&3"]})"));
     EXPECT_THAT(agent.log(), StartsWith(kCut + "INFO: tavo-agent: request 1 process.run "));
     EXPECT_THAT(agent.log(), EndsWith("bytes)\nlater\nINFO: tavo-agent: request 1 process.run: "

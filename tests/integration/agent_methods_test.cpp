@@ -1,5 +1,5 @@
-// What the agent's methods do to a gateway, and what they refuse; those for the configuration are
-// in agent_uci_test.cpp.
+// The effects of the agent's methods on a gateway, and their refusals. agent_uci_test.cpp tests the
+// configuration methods.
 
 #include "AgentInSandbox.h"
 
@@ -198,7 +198,7 @@ TEST(ConfigPlace, TellsWhatCannotBePlaced) {
     EXPECT_EQ(failed("there is no application Vexlor"),
               agent.call(place(R"({"application":"Vexlor","file":"a","content":"x"})")));
     EXPECT_FALSE(exists(agent.file("/opt/apps/Vexlor")));
-    // A directory stands where the file should be.
+    // A directory has the file's name.
     EXPECT_EQ(
         failed("/opt/apps/ZEQ//cfg could not be written"),
         agent.call(place(R"({"application":"ZEQ","file":"cfg","content":"x","restart":true})")));
@@ -288,7 +288,7 @@ TEST(Gpio, RefusesUnknownSignalsAndValues) {
 }
 
 TEST(Gpio, TellsWhenTheBoardDoesNotAnswer) {
-    // Without its state file the simulated board is a board without the device.
+    // Without a state file the simulated board has no device.
     AgentInSandbox agent("export TAVO_GPIO_STATE=/nowhere; exec \"$@\"", {});
     EXPECT_THAT(agent.call(request("gpio.get", R"({"name":"voltage"})")),
                 HasSubstr("\"code\":-32000,\"message\":\"Failed\",\"data\":\"voltage: the board "

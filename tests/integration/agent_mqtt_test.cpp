@@ -1,4 +1,4 @@
-// The agent's responses at an MQTT broker, a real one.
+// The agent's responses at a real MQTT broker.
 
 #include "AgentInSandbox.h"
 #include "Broker.h"

@@ -1,4 +1,4 @@
-// Requests from far away: by MQTT over TLS, through a real broker.
+// Remote requests: by MQTT over TLS, through a real broker.
 
 #include "AgentInSandbox.h"
 #include "Broker.h"
@@ -36,10 +36,10 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
     return count;
 }
 
-/// A broker that is reached by TLS and asks for certificates, and a gateway with the files for it.
+/// A broker with TLS that requires client certificates, and a gateway with the matching files.
 class FarAway : public testing::Test {
 protected:
-    /// Starts the agent, by which `more` arguments are taken as well.
+    /// Starts the agent with `more` arguments added.
     AgentInSandbox& start(const std::vector<std::string>& more = {}) {
         std::vector<std::string> arguments = {
             "--mqtt", "127.0.0.1:" + std::to_string(broker_.port()), "--tls",
@@ -56,7 +56,7 @@ protected:
         return *agent_;
     }
 
-    /// Prints each response as "topic payload".
+    /// Starts a subscriber that prints each response as "topic payload".
     void listen(const std::string& filter = "gateways/+/response/+") {
         listener_ = std::make_unique<support::RunningProgram>(
             client("mosquitto_sub", {"-v", "-q", "1", "-t", filter, "-t", "ready"}));
@@ -225,7 +225,7 @@ TEST(remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
     Broker broker;
     const std::string topic = "gateways/agent/response";
     broker.keepFor("watcher", topic);
-    broker.stop(); // which saves the session
+    broker.stop(); // saves the session
     broker.start();
     AgentInSandbox agent(
         {"--mqtt", "127.0.0.1:" + std::to_string(broker.port()), "--requests", "--insecure"});
@@ -233,7 +233,7 @@ TEST(remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
         eventually([&] { return agent.log().find("taking requests") != std::string::npos; }));
     broker.halt();
     const std::string response = agent.call(request("none", "{}", 7));
-    // Long enough for the agent to publish it: it looks every tenth of a second.
+    // Long enough for the agent to publish: it checks ten times a second.
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     broker.kill();
     broker.start();
@@ -276,7 +276,7 @@ TEST_F(FarAway, ProgramsAndFilesNeedLeave) {
     EXPECT_FALSE(support::exists(agent.file("/tmp/here")));
     EXPECT_THAT(agent.log(), HasSubstr("ERROR: tavo-agent: request 1 process.run: -32000 Failed: "
                                        "process.run is not open to this sender\n"));
-    // The local socket is as open as ever.
+    // The local socket is not restricted.
     EXPECT_THAT(agent.call(request("process.run", R"({"command":"sh"})")), HasSubstr("exit_code"));
 }
 
@@ -293,7 +293,7 @@ TEST_F(FarAway, EachOfThemIsOpenedByName) {
 
 class Repeated : public FarAway {
 protected:
-    /// A request that leaves a line behind each time that it is carried out.
+    /// Returns a request that appends a line to a file at each execution.
     static std::string counting(int id) {
         return request("process.run",
                        R"({"command":"sh","arguments":["-c","echo >>/tmp/count; date +%N"]})", id);
@@ -302,7 +302,7 @@ protected:
     AgentInSandbox& startCounting() {
         return startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     }
-    /// Publishes a request and returns the response, the `times`-th in all.
+    /// Publishes a request and returns its response, which must be response number `times`.
     std::string responseTo(const std::string& sender, const std::string& message,
                            std::size_t times) {
         publish(kRequests + sender, message);
@@ -434,7 +434,7 @@ TEST_F(FarAway, AProgramInProgressIsEndedWithTheAgent) {
 
 class Impostor : public FarAway {
 protected:
-    /// Expects an agent not to take `impostor` for its broker, and to log the reason.
+    /// Expects an agent to reject `impostor` as its broker, and to log the reason.
     void expectRefused(const Broker& impostor, const std::string& reason) {
         const std::string address = "127.0.0.1:" + std::to_string(impostor.port());
         agent_ = std::make_unique<AgentInSandbox>(std::vector<std::string>{
@@ -476,7 +476,7 @@ TEST_F(FarAway, ABrokerThatDoesNotKnowTheGatewayRefusesIt) {
 
 // The broker's access list
 
-/// The broker of the documentation: names its clients by their certificates.
+/// The broker as documented: its users are the names in the clients' certificates.
 class Listed : public FarAway {
 protected:
     Listed()
@@ -524,7 +524,7 @@ TEST_F(Listed, SendersUseTheirOwnNamesOnly) {
     support::RunningProgram cloud(as(
         "cloud", "mosquitto_sub", {"-v", "-t", "gateways/+/state", "-t", "gateways/+/response/+"}));
     ASSERT_TRUE(eventually([&] { return cloud.outSoFar() == "gateways/agent/state online\n"; }));
-    // Of the three requests only the one that is published by its sender arrives.
+    // Of these three requests, only the one published by its own sender arrives.
     support::runProgram(
         as("office", "mosquitto_pub", {"-t", kRequests + "cloud", "-m", request("none", "{}", 1)}));
     support::runProgram(as("office", "mosquitto_pub",

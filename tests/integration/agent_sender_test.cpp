@@ -1,4 +1,4 @@
-// tavo-rpc, with the agent at the other end, and with servers that are not as they should be.
+// tavo-rpc with the agent, and with servers that misbehave.
 
 #include "AgentInSandbox.h"
 #include "CLibrary.h"
@@ -30,9 +30,9 @@ std::string notFound(const std::string& id) {
     return error(id, -32601, "Method not found", "there is no method \\\"none\\\"") + "\n";
 }
 
-/// Runs a shell script beside an agent that serves the name "agent" and may run sh, with the
-/// requests 1.json and 2.json ("none"), describe.json and notification.json in its directory. The
-/// agent's standard output is left in the file "out".
+/// Runs a shell script beside an agent that has the name "agent" and may run sh. The script's
+/// directory holds the requests 1.json and 2.json ("none"), describe.json and notification.json.
+/// The file "out" there receives the agent's standard output.
 Ran besideAgent(const std::string& script) {
     return runInSandbox(
         {"sh", "-c",
@@ -90,7 +90,7 @@ TEST(tavo_rpc, KeepsARequestsOwnAnswerMember) {
         R"(echo '{"jsonrpc":"2.0","id":1,"method":"none","answer":false}' >quiet.json; )"
         R"(echo '{"jsonrpc":"2.0","id":2,"method":"none","answer":true}' >loud.json; )" TAVO_RPC
         " --timeout 86400 agent quiet.json loud.json; echo $?; grep -o '2 none (.*' /tmp/log.out");
-    EXPECT_EQ(notFound("2") + "1\n2 none (55 bytes)\n", ran.out); // as long as it was
+    EXPECT_EQ(notFound("2") + "1\n2 none (55 bytes)\n", ran.out); // the length is unchanged
 }
 
 TEST(tavo_rpc, SendsNothingWhenOneTextCannotAskForAnAnswer) {
@@ -126,7 +126,7 @@ TEST(tavo_rpc, GivesUpWhenNoResponseComesInTime) {
     EXPECT_EQ("tavo-rpc: slow.json: no answer came in time\n", ran.err);
 }
 
-/// A server in a gateway of its own, on the socket "server".
+/// A server in its own gateway directory, on the socket "server".
 class Server {
 public:
     Server() : directory_(root_ / "tmp/socketDDS") {
@@ -147,7 +147,7 @@ public:
     Server& operator=(const Server&) = delete;
 
     void listen(int backlog) { ::listen(listener_, backlog); }
-    /// Serves one client, by `serve`, which gets its descriptor after one read.
+    /// Serves one client: after one read, calls `serve` with its descriptor.
     void serveOnce(const std::function<void(int)>& serve) {
         listen(1);
         thread_ = std::thread([this, serve] {
@@ -158,7 +158,7 @@ public:
             close(client);
         });
     }
-    /// Sends it a request from within its gateway.
+    /// Sends the server a request from inside its gateway.
     Ran call() const {
         return support::runProgram({TAVO_SANDBOX_RUN, "--root", root_.path(), "sh", "-c",
                                     R"(echo '{"jsonrpc":"2.0","id":1,"method":"a"}' | )" TAVO_RPC
@@ -173,7 +173,7 @@ private:
     std::thread thread_;
 };
 
-/// A message as it is on a connection.
+/// Returns a message with its length in front, as sent on a connection.
 std::string framed(const std::string& text) {
     const auto length = static_cast<std::uint32_t>(text.size());
     return std::string(reinterpret_cast<const char*>(&length), sizeof length) + text;
@@ -229,7 +229,7 @@ TEST(tavo_rpc, DoesNotWaitForEverForAServerThatIsBusy) {
     Server server;
     server.listen(0);
     ASSERT_EQ("tavo-rpc: standard input: no answer came in time\n",
-              server.call().err); // stays in the queue
+              server.call().err); // this request stays in the queue
     const Ran ran = server.call();
     EXPECT_EQ(2, ran.status);
     EXPECT_EQ("tavo-rpc: /tmp/socketDDS/server: the server takes no further connection\n", ran.err);
@@ -239,7 +239,7 @@ TEST(tavo_rpc, SendsNothingToAnotherUsersServer) {
     if (geteuid() != 0)
         GTEST_SKIP() << "a server of another user's takes root";
     Server server;
-    ASSERT_EQ(0, seteuid(12345)); // whoever calls listen() is the server's user
+    ASSERT_EQ(0, seteuid(12345)); // the caller of listen() counts as the server's user
     server.listen(1);
     ASSERT_EQ(0, seteuid(0));
     const Ran ran = server.call();

@@ -1,5 +1,5 @@
-// The agent's side of JSON-RPC, its outputs and its command line. What its methods do is tested in
-// agent_methods_test.cpp, how it ends in agent_end_test.cpp.
+// The agent's JSON-RPC, outputs and command line. agent_methods_test.cpp tests its methods,
+// agent_end_test.cpp its end.
 
 #include "AgentInSandbox.h"
 #include "CLibrary.h"
@@ -71,7 +71,7 @@ TEST(tavo_agent, GivesBackTheIdAsItWasSent) {
          {"1", "-7", "1.50", "null", "\"\"", "\"a\\nb\\\"\\u00e4\"", "9007199254740993"}) {
         const std::string message =
             std::string("{\"jsonrpc\":\"2.0\",\"id\":") + id + ",\"method\":\"none\"}";
-        // json-c writes what needs no escape as it is.
+        // json-c writes characters that need no escape unescaped.
         const std::string expected =
             std::string(id) == "\"a\\nb\\\"\\u00e4\"" ? "\"a\\nb\\\"\xC3\xA4\"" : id;
         EXPECT_EQ(error(expected, -32601, "Method not found", "there is no method \\\"none\\\""),
@@ -121,7 +121,7 @@ TEST(tavo_agent, RefusesWhatOnlyALaxReaderTakes) {
     EXPECT_EQ(refusedAt(2), agent.call(head + "\"a\tb\"}"));
     EXPECT_EQ(refusedAt(2), agent.call(head + "1,'a':2}"));
     EXPECT_EQ(refusedAt(12), agent.call(head + "\"\\\"'N.\",\"a\":NaN}"));
-    // All of it is allowed within texts, and e and E within numbers.
+    // All of this is valid inside strings, and e and E inside numbers.
     for (const char* id : {"\"'NaN 1. Infinity'\"", "\"\\\\\\\"'\"", "1e5", "1.0E-5"})
         EXPECT_THAT(agent.call(head + id + "}"),
                     HasSubstr(std::string("\"id\":") + id + ",\"error\":{\"code\":-32601"));
@@ -208,7 +208,7 @@ TEST(tavo_agent, RefusesNulCharacters) {
               agent.call(request("uci.apply", R"({"config\u0000x":"network"})")));
     EXPECT_EQ(invalidParams(why), agent.call(request("uci.apply", R"({"a":["\\\\\u0000"]})")));
     EXPECT_EQ(invalidRequest(why, "1"), agent.call(request("system.describe\\u0000", "{}")));
-    // A backslash and the letters after it are no escape.
+    // An escaped backslash and the letters after it are not an escape sequence.
     EXPECT_EQ(invalidParams("there is no parameter \\\"\\\\u0000\\\""),
               agent.call(request("system.describe", R"({"\\u0000":1})")));
 }
@@ -230,9 +230,9 @@ TEST(tavo_agent, SurvivesOneMebibyteAndWhatFollowsItsCut) {
     AgentInSandbox agent;
     {
         Client client(agent.socketPath());
-        client.send("\"" + std::string(1 << 20, 'a') + "\""); // taken whole or not
+        client.send("\"" + std::string(1 << 20, 'a') + "\""); // may fail part of the way
         ASSERT_TRUE(agent.waitForResponses(1));
-        // The rest is taken for a length of 0x61616161.
+        // The server reads the rest as a length of 0x61616161.
         ASSERT_TRUE(agent.waitForErrors("Receiving: 1633771873 bytes\n"
                                         "Some error on kvr::api::com::NQ_Sockets::loop\n"
                                         "std::bad_alloc\n"));
@@ -323,7 +323,7 @@ TEST(tavo_agent, KeepsTextFromOutsideOnOneSafeAndShortLineOfTheLog) {
 }
 
 TEST(tavo_agent, GoesOnWhenNobodyReadsItsResponses) {
-    // By exec, so that the agent ends with the runner.
+    // With exec, so that the agent ends together with the runner.
     AgentInSandbox agent("mkfifo /tmp/out; true </tmp/out & exec \"$@\" >/tmp/out", {});
     Client client(agent.socketPath());
     client.send(kDescribe);
@@ -351,7 +351,7 @@ TEST(tavo_agent, ServesItsOwnerOnly) {
     AgentInSandbox agent({"--allow", "sh"});
     EXPECT_EQ(0700u, modeOf(agent.socketPath()));
     EXPECT_EQ(0700u, modeOf(agent.file("/tmp/socketDDS")));
-    // What programs create is as accessible as before.
+    // Files that programs create keep their usual access bits.
     agent.call(request("process.run",
                        R"({"command":"sh","arguments":["-c","umask 022; echo >/tmp/a; umask"]})"));
     const std::string mask =

@@ -16,15 +16,15 @@ using testing::Not;
 
 namespace {
 
-// Two anonymous rules, as a firewall has them.
+// Two anonymous rules, as in a firewall's configuration.
 constexpr char kRules[] = "\nconfig rule\n\toption name 'first'\n\toption target 'ACCEPT'\n\n"
                           "config rule\n\toption name 'second'\n\tlist proto 'tcp'\n"
                           "\tlist proto 'udp'\n\n";
 
-/// Puts the rules into a gateway's package "rules".
+/// Writes the rules to a gateway's package "rules".
 void writeRules(const AgentInSandbox& agent) { writeFile(agent.file("/etc/config/rules"), kRules); }
 
-/// The generated name of the rule at `position`.
+/// Returns the generated name of the rule at `position`.
 std::string nameOf(AgentInSandbox& agent, const std::string& position) {
     const std::string answer =
         agent.call(request("uci.get", R"({"config":"rules","section":")" + position + "\"}"));
@@ -88,7 +88,7 @@ TEST(UciApply, DeletesASectionAtAPositionOnceOnly) {
     EXPECT_EQ("\nconfig rule\n\toption name 'second'\n\tlist proto 'tcp'\n"
               "\tlist proto 'udp'\n\n",
               agent.read("/etc/config/rules"));
-    // Sent again, it meets the next section at the same position.
+    // The same request again would delete the next section, now at that position.
     EXPECT_EQ(failed("rules/@rule[0] is not as expected: target, name, proto"), agent.call(first));
     EXPECT_EQ(1u, agent.commands().size());
 }

@@ -1,4 +1,4 @@
-// uci.apply: what it changes, what it refuses, and how it notices that nothing came of it.
+// uci.apply: what it changes, what it refuses, and how it detects a change without effect.
 
 #include "AgentInSandbox.h"
 
@@ -112,7 +112,7 @@ TEST(UciApply, RefusesBadNames) {
         EXPECT_EQ(bad("type"), agent.call(apply(R"({"config":"network","section":"lan","type":)" +
                                                 text + R"(,"values":{}})")));
     }
-    // The tools can neither create nor set a section with a dash in its name.
+    // The tools can neither create nor set a section with such a name.
     for (const char* name : {"guest-net", "@", "@[0]", "@rule", "@rule[", "@rule[]", "@rule[-]",
                              "@rule[0", "@rule[0]x", "@rule[+1]", "@rule[1 ]", "@rule[0][1]",
                              "@r;x[0]", "@rule[$x]", "@rule[1234567]", "rule[0]"})
@@ -172,7 +172,7 @@ TEST(UciApply, TellsWhenNothingCameOfIt) {
     EXPECT_EQ(failed("network/guest does not exist and could not be created"),
               agent.call(apply(R"({"config":"network","section":"guest",)"
                                R"("values":{"proto":"static"},"restart":true})")));
-    // The tools' file can no longer be replaced, so that nothing is taken over.
+    // Without its file the package can neither be read nor changed.
     support::runProgram({"rm", agent.file("/etc/config/wireless")});
     EXPECT_THAT(agent.call(apply(R"({"config":"wireless","section":"radio0",)"
                                  R"("values":{"channel":"6"},"restart":true})")),
@@ -182,7 +182,7 @@ TEST(UciApply, TellsWhenNothingCameOfIt) {
 
 TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
     AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
-    // A service that answers every read with the same section and takes no change.
+    // A service that returns the same section for every read and ignores changes.
     support::runProgram({"mkdir", agent.file("/tmp/bin")});
     writeFile(agent.file("/tmp/bin/ubus"),
               "#!/bin/sh\n[ \"$3\" != get ] || echo '{\"values\":{\".type\":\"x\",\"a\":\"1\","
@@ -206,7 +206,7 @@ TEST(UciApply, NamesWhatTheToolsDropWithoutAWord) {
 
 TEST(UciApply, LeavesAnotherWritersChangeAndNamesItsOption) {
     AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
-    // Another program changes the address between the agent's change and its look at the result.
+    // Another program changes the address after the agent's change and before its check.
     support::runProgram({"mkdir", agent.file("/tmp/bin")});
     writeFile(agent.file("/tmp/bin/ubus"),
               "#!/bin/sh\nPATH=${PATH#*:}\nubus \"$@\"\nresult=$?\n"
@@ -240,7 +240,7 @@ TEST(UciApply, ChangesANamedSectionOnlyWhileItIsAsExpected) {
 
 TEST(UciApply, LetsServicesBeginWithNoSignalBlocked) {
     AgentInSandbox agent;
-    // The C library's own signals, 32 and up, are none of our business.
+    // Looks at signals 1 to 28 only; those from 32 up belong to the C library.
     writeFile(
         agent.file("/etc/init.d/custom"),
         "#!/bin/sh\numask >/tmp/began\n"

@@ -1,4 +1,4 @@
-// The examples telemetry, file_watch and usb_media, as their users run them.
+// The examples telemetry, file_watch and usb_media, run as users run them.
 
 #include "Broker.h"
 #include "CLibrary.h"
@@ -109,7 +109,7 @@ TEST(ExampleTelemetry, LedGoesOutWhileTheBrokerIsAway) {
     EXPECT_TRUE(ledIs("0"));
     broker.start();
     EXPECT_TRUE(ledIs("1"));
-    // An input that changes meanwhile is in the readings.
+    // An input that changes meanwhile appears in the readings.
     support::writeFile(state, "bin0 1\nbin1 0\ntemperature 41\nvoltage 12050\nled_wan 1\n");
     EXPECT_TRUE(eventually([&] {
         return broker.receive("board/bin0", 1) == std::vector<std::string>{"board/bin0 0 0 1"};
@@ -119,7 +119,7 @@ TEST(ExampleTelemetry, LedGoesOutWhileTheBrokerIsAway) {
 }
 
 TEST(ExampleTelemetry, EndsWhileItWaitsForABroker) {
-    const support::Listener listener; // takes the connection, and never answers like a broker
+    const support::Listener listener; // accepts the connection, but never responds like a broker
     RunningProgram telemetry(
         {TAVO_TELEMETRY, "--broker", "127.0.0.1:" + std::to_string(listener.port())});
     ASSERT_TRUE(listener.waitForClient());
@@ -193,13 +193,14 @@ TEST(ExampleUsbMedia, ListsTheMediumAndUnmountsItAtTheEnd) {
     programs.add("umount");
     TempDir directory;
     writeFile(directory / "song", "la");
-    // A node that is always there and can be read; the programs above see to it that nothing is
+    // A node that always exists and is readable. The fake programs above ensure that nothing is
     // mounted.
     RunningProgram media({TAVO_USB_MEDIA, "null", directory.path()});
     ASSERT_TRUE(says(media, "usb_media: " + directory / "song" + "\n"));
     const Ran ran = end(media);
     EXPECT_EQ(0, ran.status);
-    // In this order; what else happens under /dev meanwhile is printed in between.
+    // These lines must appear in this order; lines about other nodes under /dev may stand between
+    // them.
     std::size_t at = 0;
     for (const std::string& line :
          {std::string("usb_media: null is mounted\n"), "usb_media: " + directory / "song" + "\n",

@@ -1,4 +1,4 @@
-// Who provides the DDS RMI runtime, as the build decides it: real runs of CMake on a small project.
+// How the build chooses the provider of the DDS RMI runtime: real runs of CMake on a small project.
 #include "RunProgram.h"
 #include "TempDir.h"
 
@@ -24,8 +24,7 @@ const char kChoseCyclone[] =
     "CRuntime.cpp CycloneRuntime.cpp RuntimeOptions.cpp\n";
 const char kChoseNone[] = "provider: OFF\ninstalled to: \nsources: empty.cpp\n";
 
-/// The commercial product as it is installed: the directories of its headers, and libraries (empty
-/// ones).
+/// An installation of the commercial product: the header directories, and empty libraries.
 class OpenSplice {
 public:
     OpenSplice() {
@@ -49,7 +48,7 @@ private:
 
 class DdsChoice : public testing::Test {
 protected:
-    /// Configures with these options, and with OSPL_HOME in the environment.
+    /// Configures with these options and with OSPL_HOME=`home` in the environment.
     Ran configure(const std::vector<std::string>& options, const std::string& home = "") {
         std::vector<std::string> command = {TAVO_CMAKE,
                                             "-S",
@@ -64,7 +63,7 @@ protected:
 
     std::string chosen() const { return support::readFile(build_ / "chosen.txt"); }
 
-    /// Compiles what was chosen.
+    /// Compiles the chosen sources.
     Ran build() const { return runProgram({TAVO_CMAKE, "--build", build_.path()}); }
 
 private:

@@ -1,4 +1,4 @@
-// The example program, seen by a participant in another process.
+// The example dds_node, observed by a participant in another process.
 #include "CLibrary.h"
 #include "DdsPeer.h"
 #include "RunProgram.h"

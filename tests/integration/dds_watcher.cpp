@@ -1,7 +1,6 @@
-// Joins the default DDS domain and prints who comes and goes, for tests that need a peer in another
-// process. Prints "ready" once it watches, then "+ ID NAME" for each participant but its own and
-// "- ID" when that leaves, or has not been heard of for as long as its lease. Ends when standard
-// input does.
+// Joins the default DDS domain and prints arrivals and departures, for tests that need a peer in
+// another process. Prints "ready" when it watches, then "+ ID NAME" for each other participant.
+// Prints "- ID" when a participant leaves or its lease expires. Ends at the end of standard input.
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -35,7 +34,7 @@ std::string nameOf(const dds_builtintopic_participant_t& participant) {
 }
 
 void report(const dds_builtintopic_participant_t& participant, const dds_sample_info_t& info) {
-    // A participant repeats its announcement; only what changed is of interest.
+    // Participants repeat their announcements; only changes count.
     static std::set<std::string> present;
     if (std::memcmp(participant.key.v, ownId.v, sizeof ownId.v) == 0)
         return;
@@ -48,7 +47,7 @@ void report(const dds_builtintopic_participant_t& participant, const dds_sample_
     }
 }
 
-// Said before the first event, which may come while the reader is still being created.
+// Printed before the first event, which may arrive during the creation of the reader.
 void sayReady() {
     static std::once_flag said;
     std::call_once(said, [] { std::puts("ready"); });

@@ -1,5 +1,5 @@
-// Drives and reads the board's signals from the command line, through the library; for tests that
-// look at what arrives at the device.
+// Sets and reads the board's signals from the command line, through the library. Tests use it to
+// check what reaches the device.
 #include <kvr/api/sys/NQ_Gpio.h>
 
 #include <cerrno>
@@ -31,12 +31,12 @@ const std::map<std::string, int (*)()> kGetters = {{"out0", NQ_Gpio::getOut0},
 
 constexpr int kInherited = 9;
 
-// What ioctl() takes as the request: unsigned long in glibc, int in musl.
+// The type of ioctl()'s request: unsigned long in glibc, int in musl.
 template <class Type>
 Type requestTypeOf(int (*)(int, Type, ...));
 using RequestWord = decltype(requestTypeOf(&ioctl));
 
-// Opens the device for the programs that are executed from then on.
+// Opens the device for programs that are executed later.
 void hold() {
     errno = 0;
     const int device = open("/dev/gpio", O_RDWR);
@@ -45,7 +45,7 @@ void hold() {
         dup2(device, kInherited);
 }
 
-// One request straight on descriptor 9 where the caller provides it, else on a fresh one.
+// Makes one request directly, on descriptor 9 if the caller provides it, else on a new one.
 int raw(unsigned long request) {
     const int device = fcntl(kInherited, F_GETFD) < 0 ? open("/dev/gpio", O_RDWR) : kInherited;
     errno = 0;
@@ -61,7 +61,7 @@ int main(int argc, char* argv[]) {
         const std::string word = argv[i];
         const std::size_t equals = word.find('=');
         std::fflush(stdout);
-        if (word.rfind("sh:", 0) == 0) // something that happens meanwhile
+        if (word.rfind("sh:", 0) == 0) // a shell command between two accesses
             (void)!std::system(argv[i] + 3);
         else if (word == "hold")
             hold();

@@ -1,4 +1,4 @@
-// The programs of examples/minimal, as a reader tries them.
+// The programs of examples/minimal, run as a reader tries them.
 
 #include "Broker.h"
 #include "Certificates.h"
@@ -33,7 +33,7 @@ const char kServer[] = "/tmp/socketDDS/minimal";
 
 std::string program(const std::string& name) { return std::string(TAVO_MINIMAL) + "/" + name; }
 
-/// The standard output of a program that succeeds and has nothing to complain about.
+/// Returns the standard output of a program that must succeed and print no errors.
 std::string outputOf(const std::vector<std::string>& command, const std::string& input = "") {
     const Ran ran = runProgram(command, {}, input);
     EXPECT_EQ(0, ran.status) << ran.err;
@@ -41,7 +41,7 @@ std::string outputOf(const std::vector<std::string>& command, const std::string&
     return ran.out;
 }
 
-/// Runs programs on a simulated gateway whose files stay for a look.
+/// Runs programs on a simulated gateway and keeps its files for inspection.
 class MinimalOnAGateway : public testing::Test {
 protected:
     Ran run(const std::string& name) const {
@@ -116,7 +116,7 @@ TEST(MinimalAnswer, AnswersOverMqttUnderTheRequestsIdentifier) {
     support::inPrivateMounts({"/tmp"}, [&] {
         RunningProgram answerer({program("answer"), std::to_string(broker.port())});
         waitForServer();
-        // The other end of the same wire format, so the sender serves here, too.
+        // socket_sender uses the same wire format, so it can send this request.
         EXPECT_EQ("", outputOf({program("socket_sender"), R"({"id":"7","method":"stop"})"}));
         EXPECT_EQ(0, answerer.wait().status);
     });
@@ -175,7 +175,7 @@ TEST(MinimalWatch, PrintsTheFilesThatAreWritten) {
     support::writeFile(directory / "news", "text");
     EXPECT_TRUE(
         eventually([&] { return watch.outSoFar() == "watching\n" + (directory / "news") + "\n"; }));
-    kill(watch.pid(), SIGKILL); // it would run for a minute
+    kill(watch.pid(), SIGKILL); // otherwise it runs for a minute
     watch.wait();
 }
 
@@ -185,7 +185,7 @@ TEST(MinimalAutomount, MountsTheDeviceAndUnmountsItAtTheEnd) {
     programs.add("umount");
     const TempDir directory;
     support::writeFile(directory / "song", "la");
-    // A node that is always there; the programs above keep anything from being mounted.
+    // A node that always exists; the fake programs above prevent any mount.
     const std::string out = outputOf({program("automount"), "null", directory.path()}, "\n");
     EXPECT_THAT(out, HasSubstr("1 entries\n"));
     EXPECT_THAT(out, HasSubstr("ejected\n"));

@@ -1,4 +1,4 @@
-// Encryption and base64 beside the openssl program, in both directions.
+// Encryption and base64 compared with the openssl program, in both directions.
 
 #include <kvr/api/crypto/NQ_Crypto.h>
 
@@ -30,7 +30,7 @@ std::string randomBytes(std::size_t size) {
     return bytes;
 }
 
-/// All lengths from 0 to 100, and some long ones.
+/// Samples of all lengths from 0 to 100, and some long ones.
 std::vector<std::string> samples() {
     std::vector<std::string> all;
     for (std::size_t size = 0; size <= 100; ++size)
@@ -40,7 +40,7 @@ std::vector<std::string> samples() {
     return all;
 }
 
-/// Has one shell run the program over all of `inputs`; gives what it made of each.
+/// Runs the program on each of `inputs`, all in one shell, and returns the outputs.
 std::vector<std::string> madeByOpenssl(const std::string& arguments,
                                        const std::vector<std::string>& inputs) {
     const TempDir directory;
@@ -68,7 +68,7 @@ std::string hexOf(const std::string& bytes) {
     return hex;
 }
 
-/// The first `digits` of what the program prints as the digest of `text`.
+/// Returns the first `digits` of the digest of `text` as the program prints it.
 std::string digestByOpenssl(const std::string& text, std::size_t digits) {
     const Ran ran = runProgram({"openssl", "dgst", "-sha1", "-r"}, {}, text);
     EXPECT_EQ(0, ran.status) << ran.err;
@@ -92,7 +92,7 @@ protected:
         crypto.init(parts);
     }
 
-    /// Arguments of the program for the key and vector of `crypto`, derived by the program too.
+    /// Program arguments for the key and vector of `crypto`, which the program also derives.
     static std::string cipherArguments() {
         return "enc -aes-256-cbc -K " + hexOf(digestByOpenssl("serial ABC123agent", 32)) + " -iv " +
                hexOf(digestByOpenssl("tnega321CBA laires", 16));

@@ -1,5 +1,5 @@
-// Plays the cases of recorded_uci.txt, which says what they mean, and of further_uci.txt with the
-// sandbox's tools. What a case does is put into the form of those files and must read the same.
+// Plays the cases of recorded_uci.txt, which explains their form, and of further_uci.txt with the
+// sandbox's tools. Writes what each case does in the same form and compares the texts.
 
 #include "RunProgram.h"
 #include "TempDir.h"
@@ -26,9 +26,9 @@ using Lines = std::vector<std::string>;
 
 struct Case {
     std::string title;
-    int line = 0; ///< in the file
+    int line = 0; ///< line number in the file
     Lines commands;
-    std::string text; ///< of the commands and all that they do
+    std::string text; ///< the commands and all their effects
 };
 
 struct Record {
@@ -89,9 +89,9 @@ std::string marked(const std::string& mark, const std::string& text) {
     return result;
 }
 
-/// The lines that went and came, in groups that stand together; the fewest that explain the change.
+/// Returns the removed and added lines, grouped, as the shortest difference.
 std::string difference(const std::string& name, const Lines& before, const Lines& after) {
-    // common[i][j]: how many of the first i and the first j lines are common, in their order
+    // common[i][j]: length of the longest common subsequence of the first i and the first j lines
     std::vector<std::vector<std::size_t>> common(before.size() + 1,
                                                  std::vector<std::size_t>(after.size() + 1));
     for (std::size_t i = 0; i < before.size(); ++i)
@@ -99,7 +99,7 @@ std::string difference(const std::string& name, const Lines& before, const Lines
             common[i + 1][j + 1] = before[i] == after[j]
                                        ? common[i][j] + 1
                                        : std::max(common[i][j + 1], common[i + 1][j]);
-    // From the end, so that a section that is gone begins with the empty line before it.
+    // Backwards, so that a removed section begins with the empty line before it.
     std::string result;
     std::string gone;
     std::string come;
@@ -119,7 +119,7 @@ std::string difference(const std::string& name, const Lines& before, const Lines
     return gone + come + result;
 }
 
-/// A gateway of a case's own. The commands run in its root directory.
+/// A separate gateway for each case. The commands run in its root directory.
 class Gateway {
 public:
     explicit Gateway(const Files& packages) : files_(packages) {
@@ -193,7 +193,7 @@ private:
     const Case& case_;
 };
 
-/// The title in one word, as the names of tests must be.
+/// Returns the title as one word, as names of tests require.
 std::string nameOf(const Case& recorded) {
     std::string name;
     bool capital = true;

@@ -1,4 +1,4 @@
-// The sandbox's runner in a changed root directory, as schroot and pbuilder make them: / is no
+// The sandbox's runner in a changed root directory, as schroot and pbuilder create it: / is not a
 // mount point there.
 
 #include "RunProgram.h"
@@ -15,9 +15,9 @@ namespace {
 using support::Ran;
 using Arguments = std::vector<std::string>;
 
-// Runs a command in a root directory made of this machine's programs. Mounts made in it would
-// spread to the script's own namespace, where they are looked for; the namespace ends with the
-// script.
+// Runs a command in a root directory made of this machine's programs. A mount that escapes it
+// appears in the script's own namespace, where the script checks for it. That namespace ends with
+// the script.
 const char kScript[] = R"SH(
 set -eu
 root=$1 source=$2 build=$3

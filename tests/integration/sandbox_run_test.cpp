@@ -1,4 +1,4 @@
-// The sandbox's runner: what a program finds inside, and that nothing of it gets out.
+// The sandbox's runner: what a program finds inside, and that the host does not change.
 #include "RunProgram.h"
 #include "TempDir.h"
 #include "Waiting.h"
@@ -40,8 +40,8 @@ Arguments operator+(Arguments first, const Arguments& second) {
     return first;
 }
 
-/// What is on the host where the gateway's directories go, with the times of the last change, and
-/// what is mounted there. Other mounts may come and go with other tests.
+/// Returns the host's entries and mounts where the gateway has its directories, with modification
+/// times. Other mounts may change, because other tests run concurrently.
 std::string hostState() {
     return support::runProgram({"sh", "-c",
                                 "ls -lA --time-style=full-iso /etc /opt /mnt /etc/init.d; "
@@ -50,13 +50,13 @@ std::string hostState() {
         .out;
 }
 
-/// A program in the foreground of a terminal of its own.
+/// A program in the foreground of its own terminal.
 class Terminal {
 public:
     explicit Terminal(const Arguments& arguments) {
         pid_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
         if (pid_ == 0) {
-            // The echo of a key and what the key brings about may come in either order.
+            // Without echo, because the echo of a key and its effect could arrive in either order.
             termios settings{};
             tcgetattr(STDIN_FILENO, &settings);
             settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -91,7 +91,7 @@ public:
         }
         return true;
     }
-    /// Reads to the end; the exit status.
+    /// Reads to the end and returns the exit status.
     int wait() {
         while (readSome())
             continue;
@@ -117,7 +117,7 @@ private:
     std::string text_;
 };
 
-/// Runs programs in the sandbox, and looks at each case's end whether the host is as it was.
+/// Runs programs in the sandbox, and checks after each test that the host is unchanged.
 class SandboxRun : public testing::Test {
 protected:
     void SetUp() override {
@@ -267,7 +267,7 @@ TEST_F(SandboxRun, BootEnvironmentIsReadByTheRealTool) {
     EXPECT_EQ("sn=GW0123456789\n", run({"fw_printenv", "sn"}).out);
     const Ran all = run({"fw_printenv"});
     EXPECT_EQ(0, all.status);
-    EXPECT_EQ("", all.err); // a wrong checksum would be told here
+    EXPECT_EQ("", all.err); // the tool would report a wrong checksum here
     EXPECT_THAT(all.out, HasSubstr("ethaddr=02:00:5e:10:20:30\n"));
     EXPECT_EQ("sn=changed\n", shell("fw_setenv sn changed; fw_printenv sn").out);
 }
@@ -306,7 +306,7 @@ TEST_F(SandboxRun, LockDirectoryIsItsOwn) {
 }
 
 TEST_F(SandboxRun, StaysInTheWorkingDirectoryUnderItsOwnName) {
-    const support::TempDir directory; // under /tmp, which is replaced inside
+    const support::TempDir directory; // under /tmp, which the sandbox replaces
     support::writeFile(directory / "input", "from outside\n");
     const Ran ran = support::runProgram(
         {"sh", "-c", R"(cd "$1" && exec "$2" sh -c 'pwd -P; cat input; echo back > output')", "sh",
@@ -369,7 +369,7 @@ TEST_F(SandboxRun, GpioSeesAnInputThatChangesWhileTheDeviceIsOpen) {
 TEST_F(SandboxRun, GpioRefusesUnknownRequests) {
     EXPECT_EQ("-1 Invalid argument\n", run({TAVO_GPIO_PROBE, "0x80004299"}).out);
     EXPECT_EQ("-1 Invalid argument\n",
-              run({TAVO_GPIO_PROBE, "0x80004205"}).out); // LEDs: write only
+              run({TAVO_GPIO_PROBE, "0x80004205"}).out); // the LEDs are write-only
     EXPECT_EQ("-1 " + reason(ENOTTY) + "\n", run({TAVO_GPIO_PROBE, "0x5401"}).out);
 }
 
@@ -395,7 +395,7 @@ TEST_F(SandboxRun, GpioDeviceIsInheritedByOtherPrograms) {
 TEST_F(SandboxRun, GpioLeavesOtherDescriptorsAlone) {
     EXPECT_THAT(run({"bash", "-c", "exec 9<>/dev/null; " TAVO_GPIO_PROBE " 0x80004211"}).out,
                 AnyOf("-1 " + reason(ENOTTY) + "\n",
-                      "-1 Function not implemented\n")); // an emulator, before the kernel
+                      "-1 Function not implemented\n")); // an emulator answers before the kernel
 }
 
 // --- a root that is kept -------------------------------------------------------------------------
@@ -406,7 +406,7 @@ protected:
     Arguments withRoot(const Arguments& command) const {
         return Arguments{"--root", root()} + command;
     }
-    /// Every name in the root's directories that the sandbox fills with links.
+    /// Returns every name in the root's directories that the sandbox fills with links.
     std::string names() const {
         return support::runProgram(
                    {"ls", "-A", root(), root() + "/etc", root() + "/opt", root() + "/tmp"})
@@ -466,7 +466,7 @@ TEST_F(SandboxRunRoot, HandsSignalsOnAndTidiesUp) {
 }
 
 TEST_F(SandboxRunRoot, CtrlCAtATerminalReachesTheProgramOnce) {
-    // With and without a runner that waits for the program.
+    // With a runner that waits for the program, and with one that does not.
     for (const Arguments& options : {Arguments{}, Arguments{"--root", root()}}) {
         Terminal terminal(sandbox(
             options + Arguments{"sh", "-c",
@@ -493,13 +493,13 @@ TEST_F(SandboxRunRoot, ProgramDiesWithARunnerThatIsKilled) {
     kill(program.pid(), SIGKILL);
     EXPECT_EQ(128 + SIGKILL, program.wait().status);
     EXPECT_TRUE(support::eventually([&] { return kill(inside, 0) != 0; }));
-    // The next run finds the leftovers and clears them.
+    // The next run detects and removes the leftovers.
     EXPECT_EQ("interface\n", run(withRoot({"uci", "get", "network.lan"})).out);
     EXPECT_EQ("", support::runProgram({"find", root(), "-lname", "/opt/.host/*"}).out);
 }
 
 TEST_F(SandboxRunRoot, ProgramDoesNotStartWhenItsRunnerIsGoneAlready) {
-    // As the runner starts it, but with the number of a process that is not the parent.
+    // As the runner starts it, but with a process id that is not the parent's.
     Arguments command = {"unshare", "--mount"};
     if (support::runProgram(command + Arguments{"true"}).status != 0)
         command = {"unshare", "--user", "--map-root-user", "--mount"};

@@ -1,4 +1,4 @@
-// The sandbox's `ubus` on files of its own: what it prints, refuses and changes.
+// The sandbox's `ubus` on its own files: what it prints, refuses and changes.
 
 #include "SandboxTools.h"
 

@@ -1,4 +1,4 @@
-// The examples secret_file and supervised, as their users run them.
+// The examples secret_file and supervised, run as users run them.
 
 #include <kvr/api/crypto/NQ_Crypto.h>
 
@@ -55,7 +55,7 @@ protected:
         return run({"--decrypt", "--parts", parts, from, to});
     }
 
-    /// Makes the file `secret` of `content`.
+    /// Encrypts `content` to the file `secret`.
     void encryptContent(const std::string& content) const {
         writeFile(plain, content);
         const Ran ran = encrypt(plain, secret);
@@ -63,7 +63,7 @@ protected:
         EXPECT_EQ("", ran.out + ran.err);
     }
 
-    /// Expects a plain error and no trace of the output.
+    /// Expects this error message and no output file.
     void expectRefused(const Ran& ran, const std::string& reason) const {
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ("", ran.out);
@@ -117,7 +117,8 @@ TEST_F(secret_file, AWrongKeyIsAnErrorAndNoCrash) {
 }
 
 TEST_F(secret_file, AWrongKeyWhosePaddingLooksRightIsAnErrorToo) {
-    // What another program encrypted with the same key has no marker, but sound padding.
+    // A text that another program encrypted with the same key lacks the marker, but has valid
+    // padding.
     kvr::api::crypto::NQ_Crypto crypto;
     std::vector<std::string> texts = {"serial ABC123", "agent"};
     crypto.init(texts);
@@ -162,7 +163,7 @@ TEST_F(secret_file, FilesThatCannotBeUsedAreNamed) {
 }
 
 TEST_F(secret_file, ASignalEndsItAndLeavesNothingBehind) {
-    ASSERT_EQ(0, mkfifo(plain.c_str(), 0600)); // nobody writes: it waits for its input
+    ASSERT_EQ(0, mkfifo(plain.c_str(), 0600)); // nobody writes, so the program waits
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         RunningProgram program({TAVO_SECRET_FILE, "--encrypt", "--parts", parts, plain, back});
         ASSERT_TRUE(eventually([&] { return exists(back + ".part"); }));
@@ -204,7 +205,7 @@ TEST_F(secret_file, HelpAndUsageErrors) {
 
 // supervised --------------------------------------------------------------------------------------
 
-/// The program with a pipe as its standard input, whose other end the test holds.
+/// The program with a pipe as standard input; the test holds the writing end.
 class Supervised {
 public:
     Supervised()
@@ -274,7 +275,7 @@ TEST(supervised, TheEndOfItsInputEndsItWhenAllIsAnswered) {
         supervised.write("ping\n");
         expected += "ping\n= pong\n";
     }
-    supervised.write("ping"); // and the last line without its end
+    supervised.write("ping"); // the last line lacks its newline
     supervised.hangUp();
     const Ran ran = supervised.program.wait();
     EXPECT_EQ(0, ran.status);

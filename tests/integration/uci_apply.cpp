@@ -1,4 +1,4 @@
-// Takes UCI sections (one JSON text an argument) through the steps of a management request.
+// Applies UCI sections (one JSON text per argument) in the steps of a management request.
 #include <kvr/api/mng/NQ_UBUS.h>
 
 #include <cstring>
