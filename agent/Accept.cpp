@@ -1,12 +1,12 @@
 // The program's own accept().
 //
-// The library's socket server calls accept() for each client and never closes what it returns, nor
-// does it limit how long a client may stay silent. A server that runs for years would use up its
+// The library's socket server calls accept() for each client. It never closes the descriptors, and
+// does not limit how long a client may stay silent. A server that runs for years would use up its
 // descriptors after about a thousand connections, and one silent client would keep all others out.
 // Neither can be changed through the server's interface. But a function that a program exports
 // takes precedence over the C library's, also for the shared libraries that the program loads. So
-// the program defines accept() itself: for the server's listener it does what the server leaves
-// out, for every other socket it does what the C library's does.
+// the program defines accept() itself. For the server's listener it does what the server leaves
+// out. For every other socket it behaves as the C library's function.
 
 #include "Accept.h"
 
@@ -26,8 +26,8 @@
 namespace agent {
 namespace {
 
-/// Between two attempts when the system is short of descriptors or memory. The server tries again
-/// without a pause, and prints two lines each time.
+/// The pause between two attempts when the system is short of descriptors or memory. Without it the
+/// server would try again immediately, and print two lines each time.
 constexpr int kShortagePauseMs = 200;
 
 /// What the kernel needs to queue a message, besides its bytes.
@@ -39,7 +39,8 @@ bool isShortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
 }
 
-/// Lets `socket` keep a message until the client reads it, as far as the system allows.
+/// Enlarges the buffer of `socket`, as far as the system allows, so that it holds a message until
+/// the client reads it.
 void makeRoom(int socket, std::size_t bytes) {
     // The kernel doubles the value that is set, and counts its own overhead, too.
     const int needed = static_cast<int>(bytes) + kOverhead;
@@ -51,7 +52,7 @@ void makeRoom(int socket, std::size_t bytes) {
         setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &needed, sizeof needed);
 }
 
-/// A client that has hung up already; -1 when there are no descriptors for it.
+/// Returns a client that has disconnected already; -1 when there are no descriptors for it.
 int hungUpClient() {
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
@@ -91,8 +92,8 @@ bool Connections::answer(const std::string& text) {
 void Connections::endLoop() {
     const std::lock_guard<std::mutex> lock(mutex_);
     ending_ = true;
-    // For a loop that waits for a client's bytes: it reads what has arrived, then the end. The
-    // other direction stays open for an answer.
+    // A loop that waits for a client's bytes reads what has arrived, then the end of the stream.
+    // The other direction stays open for an answer.
     if (client_ >= 0)
         shutdown(client_, SHUT_RD);
     eventfd_write(wakeUp_, 1); // for a loop that waits for a client
@@ -111,7 +112,7 @@ bool Connections::isListener(int descriptor) const {
                                 std::find(address.sun_path, address.sun_path + most, '\0'));
 }
 
-/// False when the loop is to end.
+/// Returns false when the loop must end.
 bool Connections::waitForClient(int listener) const {
     pollfd waiting[] = {{listener, POLLIN, 0}, {wakeUp_, POLLIN, 0}};
     while (poll(waiting, 2, -1) < 0 && errno == EINTR) {
@@ -124,8 +125,8 @@ int Connections::next(int listener, sockaddr* address, socklen_t* length) {
         listening_.set_value();
     first_ = false;
     closeClient(); // the server is done with it
-    // The server makes its listener inheritable. A service that a request restarts would keep the
-    // name served when the agent is gone.
+    // The server makes its listener inheritable. A service that a request restarts would otherwise
+    // hold the listener after the agent has ended.
     fcntl(listener, F_SETFD, FD_CLOEXEC);
     if (!waitForClient(listener)) {
         stop_ = true;

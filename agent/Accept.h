@@ -15,7 +15,7 @@ namespace agent {
 /// time, on behalf of one server.
 ///
 /// - A client's descriptor is closed when the server asks for the next client.
-/// - A client that sends nothing for the idle limit is given up: the server's recv() then fails.
+/// - A client that sends nothing for the idle limit is dropped: the server's recv() then fails.
 /// - endLoop() ends the server's loop, whatever it waits for.
 class Connections {
 public:
@@ -33,8 +33,9 @@ public:
     void waitUntilListening() { listening_.get_future().wait(); }
 
     /// Sends a message to the client whose message is being handled: the length in four bytes, host
-    /// byte order, then `text`. Never waits. False when the client does not take all of it: its
-    /// connection ends then, since what follows would be taken for the rest. On the loop's thread.
+    /// byte order, then `text`. Never blocks. Returns false when the client does not take all of
+    /// it. Its connection ends then, since the next message would be read as the rest of this one.
+    /// Call it on the loop's thread.
     bool answer(const std::string& text);
 
     /// Ends the loop after the message in progress. From any thread.

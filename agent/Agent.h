@@ -11,8 +11,8 @@ class Connections;
 class Publisher;
 class RequestHandler;
 
-/// Takes the messages of the socket server: has each handled, prints the response, publishes it,
-/// and sends it back where the request asks for it.
+/// Receives the messages of the socket server. Has each handled, prints and publishes the response,
+/// and sends it back if the request asks for it.
 class Agent : public kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 public:
     /// `publisher` may be null. All must outlive the agent.
@@ -20,8 +20,8 @@ public:
           Publisher* publisher)
         : handler_(handler), connections_(connections), output_(output), publisher_(publisher) {}
 
-    /// On the server's thread. Raises std::runtime_error once the handler refuses requests, upon
-    /// which the server gives up the connection.
+    /// Runs on the server's thread. Throws std::runtime_error once the handler refuses requests;
+    /// the server then drops the connection.
     void update(kvr::api::com::NQ_Sockets* server) override;
 
 private:

@@ -1,7 +1,7 @@
 // The socket server allocates as many bytes as a message's length prefix says, up to 4 GiB, before
 // it reads any of them. After a message that arrived in pieces, such a prefix is any four bytes of
-// text. On a gateway that would drive other programs out of memory, so this program takes no large
-// pieces: the server then prints the failure and gives up the connection.
+// text. On a gateway that would take the memory of other programs. So large allocations fail in
+// this program: the server then prints the failure and drops the connection.
 
 #include <cstddef>
 #include <cstdlib>

@@ -23,8 +23,8 @@ ResponseOutput::ResponseOutput() {
     descriptor_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     dup2(STDERR_FILENO, STDOUT_FILENO);
 
-    // A reader that went away must not end the agent. A handler rather than SIG_IGN, which the
-    // programs that are run would inherit.
+    // The agent must not end because a reader has disconnected. A handler is used rather than
+    // SIG_IGN, which started programs would inherit.
     struct sigaction action = {};
     action.sa_handler = ignoreBrokenPipe;
     action.sa_flags = SA_RESTART;

@@ -52,8 +52,9 @@ bool copyLines(int from, off_t offset, int to) {
     }
 }
 
-/// The problem of `path`. Leaves the state of the file that it leads to in `status`, all zero when
-/// there is none. What is not a link is looked at once only: its owner could replace it in between.
+/// Returns why `path` cannot be used, or an empty text. Stores the state of the file that it leads
+/// to in `status`, all zero when there is none. A path that is not a link is examined once only,
+/// because its owner could replace it between two calls.
 std::string problemOf(const std::string& path, struct stat& status) {
     status = {};
     if (lstat(path.c_str(), &status) != 0)
@@ -69,7 +70,7 @@ std::string problemOf(const std::string& path, struct stat& status) {
         return "";
     if (!S_ISREG(status.st_mode))
         return path + " is not a regular file";
-    if (status.st_nlink > 1) // whoever made the other name is not recorded
+    if (status.st_nlink > 1) // nothing records who made the other name
         return path + " is a hard link";
     return "";
 }
@@ -78,8 +79,8 @@ bool isLonger(const struct stat& status, std::size_t limit) {
     return S_ISREG(status.st_mode) && status.st_size > static_cast<off_t>(limit);
 }
 
-/// Copies the last lines of `log`, at most `most` bytes of the `status.st_size` that it had. False
-/// leaves a reason in errno.
+/// Copies the last whole lines of `log`, at most `most` of its `status.st_size` bytes. Returns
+/// false with errno set when that fails.
 bool keepLines(const OwnedDescriptor& log, const struct stat& status, std::size_t most,
                const std::string& copy) {
     unlink(copy.c_str());
@@ -113,8 +114,8 @@ LogCut cutLogFile(const std::string& path, const std::string& copy, std::size_t 
 
     if (!keepLines(log, status, limit / 2, copy))
         result.problem = std::strerror(errno);
-    // Also without a copy: /tmp is in memory on a gateway, and a log that keeps growing would fill
-    // it.
+    // The log is emptied even when the copy failed: /tmp is in memory on a gateway, and a growing
+    // log would fill it.
     result.cut = ftruncate(log.get(), 0) == 0;
     return result;
 }

@@ -107,7 +107,7 @@ std::string checkedBase(const std::string& text) {
     return text;
 }
 
-/// What only the options together tell.
+/// Checks and completes what depends on several options.
 void completeBroker(Options& options, const std::string& tlsDirectory, bool insecure) {
     if (options.base.empty())
         options.base = "gateways/" + options.name;
@@ -143,7 +143,7 @@ Options parseOptions(int argc, char** argv) {
     const char* needsRequests = nullptr;
     int found;
     char programName[] = "tavo-agent";
-    argv[0] = programName; // what getopt_long() begins its messages with
+    argv[0] = programName; // begins the messages of getopt_long()
     while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
         switch (found) {
         case 'a':
@@ -186,7 +186,7 @@ Options parseOptions(int argc, char** argv) {
             std::fputs(kHelp, stdout);
             std::exit(0);
         default:
-            usageError(""); // getopt_long() has said what is wrong
+            usageError(""); // getopt_long() has printed the reason
         }
     }
     if (argc - optind < 1)

@@ -24,8 +24,8 @@ struct Options {
     std::chrono::seconds idleLimit{10};
 };
 
-/// Reads the command line. Ends the process for --help (status 0) and, with a message, for anything
-/// that it does not understand (status 2).
+/// Reads the command line. Ends the process for --help (status 0) and, with a message, for invalid
+/// arguments (status 2).
 Options parseOptions(int argc, char** argv);
 
 } // namespace agent

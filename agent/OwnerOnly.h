@@ -5,13 +5,13 @@
 
 namespace agent {
 
-/// Lets what is created belong to the owner alone, while it lives.
+/// While it exists, only the owner can access the files that the process creates.
 ///
-/// Who can connect to the agent's socket can change the gateway's configuration, and the library
-/// creates the socket as accessible as the umask makes it: once in the server's constructor and
-/// again when its loop begins. So this spans both. It must not last, as the programs that the
-/// methods run inherit the umask: configuration files and what restarted services write would no
-/// longer be readable for others.
+/// Whoever can connect to the agent's socket can change the gateway's configuration. The umask
+/// decides who can: the library creates the socket in the server's constructor and again when its
+/// loop begins. So this object must exist during both. It must be destroyed afterwards, since the
+/// programs that the methods run inherit the umask. The configuration files and the files of
+/// restarted services would otherwise not be readable for others.
 class OwnerOnly {
 public:
     OwnerOnly() : before_(umask(077)) {}

@@ -27,7 +27,7 @@ bool isServed(const std::string& path) {
     address.sun_family = AF_UNIX;
     std::copy_n(path.data(), std::min(path.size(), sizeof address.sun_path - 1), address.sun_path);
     const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    // EAGAIN: as many clients wait as the server's queue holds.
+    // EAGAIN: the server's queue of waiting clients is full.
     const bool served =
         connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
         errno == EAGAIN;

@@ -10,7 +10,7 @@
 
 namespace agent {
 
-/// Runs the loop of a socket server on a thread of its own.
+/// Runs the loop of a socket server on its own thread.
 class ServerThread {
 public:
     /// `path` is the server's socket file. Returns once the server listens.
@@ -21,7 +21,8 @@ public:
     ServerThread(const ServerThread&) = delete;
     ServerThread& operator=(const ServerThread&) = delete;
 
-    /// Lets the loop end after the message in progress. From any thread.
+    /// Ends the loop after the message in progress, without waiting for it. Any thread may call
+    /// this.
     void beginEnd() { connections_.endLoop(); }
 
 private:

@@ -10,7 +10,7 @@ constexpr int kStopTrying = SIGUSR1;
 pthread_t mainThread;
 thread_local bool* ownFlag = nullptr;
 
-// Handlers: nothing but what may be done in one.
+// The two handlers. They only do what is allowed in a signal handler.
 
 void passOn(int signal) { pthread_kill(mainThread, signal); }
 
@@ -41,7 +41,8 @@ void prepareSignals() {
     handle(SIGTERM, passOn, SA_RESTART);
     handle(SIGINT, passOn, SA_RESTART);
     handle(kStopTrying, clearOwnFlag, SA_RESTART);
-    // Whatever this process was started with: ignored, it would lose the statuses of programs.
+    // The process may have inherited an ignored SIGCHLD, with which it would lose the statuses of
+    // programs.
     handle(SIGCHLD, SIG_DFL, 0);
     const sigset_t set = endSignals();
     pthread_sigmask(SIG_SETMASK, &set, nullptr);

@@ -18,9 +18,9 @@ void prepareSignals();
 /// Waits for SIGTERM or SIGINT, and returns the one that came.
 int awaitEndSignal();
 
-/// Lets SIGTERM and SIGINT through to the programs that the calling thread starts meanwhile: what
-/// is blocked stays blocked in a program, and a restarted service that cannot be ended by SIGTERM
-/// would be a nuisance. Should the thread itself receive one, it is passed on to the main thread.
+/// Unblocks SIGTERM and SIGINT for the programs that the calling thread starts meanwhile. A program
+/// inherits blocked signals, so a restarted service could otherwise not be ended by SIGTERM. A
+/// signal that the thread itself receives is passed on to the main thread.
 class Unblocked {
 public:
     Unblocked();
@@ -32,8 +32,8 @@ private:
     sigset_t before_;
 };
 
-/// A flag for NQ_Mqtt::connect(), which goes on until it is false. Belongs to the thread that makes
-/// it, which alone may read or write the flag; one per thread.
+/// A flag for NQ_Mqtt::connect(), which repeats its attempts until the flag is false. It belongs to
+/// the thread that constructs it. Only that thread may read or write it, and it may have only one.
 class KeepTrying {
 public:
     KeepTrying();
@@ -48,7 +48,7 @@ private:
 };
 
 /// Clears the flag of `thread`, before that thread returns from any system call in which it waits
-/// now. The call itself goes on undisturbed.
+/// now. The call itself is not interrupted.
 void stopTrying(std::thread& thread);
 
 } // namespace agent

@@ -14,7 +14,7 @@ constexpr char kDirectory[] = "/tmp/socketDDS";
 std::string socketPath(const std::string& name) { return kDirectory + ("/" + name); }
 
 void makeSocketDirectory() {
-    (void)mkdir(kDirectory, S_IRWXU); // what stands there instead is looked at next
+    (void)mkdir(kDirectory, S_IRWXU); // the caller checks what is there instead
 }
 
 std::string socketDirectoryProblem() {
@@ -26,7 +26,7 @@ std::string socketDirectoryProblem() {
         return directory + " is not a directory";
     if (!isTrusted(status.st_uid))
         return directory + " belongs to another user";
-    // With the sticky bit, users replace no files but their own.
+    // With the sticky bit, users can only replace their own files.
     const bool writableByOthers = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     if (writableByOthers && (status.st_mode & S_ISVTX) == 0)
         return directory + " can be written to by others and has no sticky bit";

@@ -1,5 +1,5 @@
-// A management agent for the gateway: takes JSON-RPC requests on a local socket and carries them
-// out with the library's classes. See Options.cpp for its help text.
+// A management agent for the gateway. It takes JSON-RPC requests on a local socket and carries them
+// out with the library's classes. Options.cpp has its help text.
 
 #include "Accept.h"
 #include "Agent.h"
@@ -34,12 +34,12 @@ namespace {
 
 using namespace agent;
 
-/// For a request in progress when the agent ends.
+/// How long a request in progress may take when the agent ends.
 constexpr std::chrono::milliseconds kGrace(500);
-/// From SIGTERM to SIGKILL for a program, and from there to leaving it behind.
+/// The time from SIGTERM to SIGKILL for a program, and again from SIGKILL until it is left behind.
 constexpr std::chrono::milliseconds kProgramGrace(2000);
 
-/// For what is left to be published. A broker that does not answer takes longer.
+/// How long the last messages may take. A broker that does not answer takes longer.
 constexpr std::chrono::milliseconds kBrokerGrace(3000);
 
 /// Waits for the request in progress. A program that it runs is ended by SIGTERM, then by SIGKILL.
@@ -52,7 +52,7 @@ void awaitRequest(RequestHandler& handler, ProcessRun& program) {
     program.signalProgram(SIGKILL);
     if (handler.waitUntilIdle(kProgramGrace))
         return;
-    program.abandon(); // something that the program started still holds its output
+    program.abandon(); // a child of the program still holds its output
 }
 
 /// Null when there is no broker.

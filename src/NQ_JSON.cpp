@@ -41,7 +41,7 @@ template <class Adder>
 void addMember(Adder add, json_object* object, const char* key, json_object* value) {
     if constexpr (std::is_void_v<decltype(add(object, key, value))>) {
         add(object, key, value);
-    } else if (add(object, key, value) != 0 && value != object) { // refuses itself, too
+    } else if (add(object, key, value) != 0 && value != object) { // or it is itself
         json_object_put(value);
         throw std::bad_alloc();
     }

@@ -95,7 +95,7 @@ Json ConfigPlace::run(const Params& params) {
         encoded ? kvr::api::crypto::NQ_Base64::base64_decode(content) : content;
     verify(config.getConfigFile(), expected);
     if (restart) {
-        // Each does nothing in the other's case.
+        // stopAgent() acts for agents only, notifyAppRestart() for applications only.
         config.stopAgent();
         config.notifyAppRestart();
     }

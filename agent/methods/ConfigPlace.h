@@ -6,12 +6,13 @@
 namespace agent {
 
 /// config.place: places a configuration file of an application, or of one of an application's
-/// agents, and has it taken up.
+/// agents. Restarts the application, or stops the agent, so that it reads the file.
 ///
-/// The library makes paths and shell commands of what it is given and checks nothing. So the
-/// identifiers, the directory and the file are checked here: plain names, nothing that could leave
-/// the application's directory or that a shell would interpret. The directory "bin" is refused, as
-/// it holds the application's programs: who may send configuration may not replace those.
+/// The library makes paths and shell commands of its arguments and checks nothing. So the
+/// identifiers, the directory and the file are checked here. They must be plain names, without
+/// anything that leaves the application's directory or that a shell interprets. The directory "bin"
+/// is refused: it holds the application's programs, which a sender of configuration may not
+/// replace.
 class ConfigPlace : public Method {
 public:
     ConfigPlace();

@@ -13,8 +13,8 @@
 namespace agent {
 namespace {
 
-/// Most output that an answer carries; a program that prints more keeps running, its output is
-/// dropped.
+/// The most output that an answer carries. A program that prints more keeps running, and the rest
+/// is dropped.
 constexpr std::size_t kMostOutput = 256 * 1024;
 
 Json numberOrNull(bool known, int number) { return known ? newInt(number) : nullptr; }
@@ -72,8 +72,8 @@ Json ProcessRun::run(const Params& params) {
     if (allowed_.count(command) == 0)
         refuseParam("program \"" + safeLine(command, 60) + "\" is not allowed");
 
-    // Not the blocking call: it reports no process id, and a program that never ends would keep the
-    // agent from ending.
+    // The blocking execute() is not used: it reports no process id, and a program that never ends
+    // would keep the agent from ending.
     const auto execution = std::make_shared<Execution>();
     setCurrent(execution);
     kvr::api::file::NQ_Popen::executeNonblock(

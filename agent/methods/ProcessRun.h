@@ -11,15 +11,15 @@
 
 namespace agent {
 
-/// process.run: runs a program, waits for its end, and answers its output and status. Only programs
-/// that the agent's command line allows, named exactly as there; no shell is involved.
+/// process.run: runs a program, waits for its end, and answers with its output and status. It runs
+/// only programs that the agent's command line allows, under exactly that name, without a shell.
 class ProcessRun : public Method {
 public:
     explicit ProcessRun(const std::vector<std::string>& allowed);
 
     /// Sends `signal` to the program that is running, if any. From any thread.
     void signalProgram(int signal);
-    /// Lets a request that still waits end without its program. From any thread.
+    /// Ends a request that still waits, and leaves its program behind. Any thread may call this.
     void abandon();
     /// True when a program has been left behind.
     bool hasAbandoned() const;

@@ -10,7 +10,7 @@ namespace agent {
 /// system.describe: the names and descriptions of all methods.
 class SystemDescribe : public Method {
 public:
-    /// Describes itself and `others`, which must live as long.
+    /// Describes itself and `others`, which must outlive this object.
     explicit SystemDescribe(const std::vector<const CallbackMethod*>& others);
 
 private:

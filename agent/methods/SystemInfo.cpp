@@ -9,7 +9,7 @@ namespace {
 
 using kvr::api::sys::NQ_System;
 
-/// Null where the boot environment has none, or cannot be read.
+/// Null when the boot environment has no serial number or cannot be read.
 Json serialNumber() {
     try {
         return newText(NQ_System::getDeviceSerialNumber());

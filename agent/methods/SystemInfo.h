@@ -5,7 +5,7 @@
 
 namespace agent {
 
-/// system.info: what the agent knows about itself and the gateway.
+/// system.info: information about the agent and the gateway.
 class SystemInfo : public Method {
 public:
     SystemInfo();

@@ -36,7 +36,7 @@ void checkOptions(json_object* options) {
     }
 }
 
-/// Looks at the text that is written for the library: there, an escaped quote (\u0027) is a quote.
+/// Checks the text that is written for the library, in which an escaped quote (\u0027) is a quote.
 void refuseQuotes(const Params& params) {
     Json given = newObject();
     for (const char* name : {"config", "section", "type", "values"})
@@ -121,7 +121,7 @@ std::size_t candidates(const Change& change) {
                : 0;
 }
 
-/// The commands' statuses are lost in the library, so their effect is looked at instead.
+/// The library does not return the commands' statuses, so their effect is checked instead.
 void verifyDeleted(const Change& change, std::size_t candidatesBefore) {
     const bool deleted = change.name.isPosition() ? candidates(change) < candidatesBefore
                                                   : !readSection(change.name).exists;

@@ -20,8 +20,7 @@ public:
     const std::string& config() const { return config_; }
     const std::string& section() const { return section_; }
 
-    /// True for "@TYPE[INDEX]": a position, which names another section once one before it is
-    /// deleted.
+    /// True for "@TYPE[INDEX]", a position. It names another section once one before it is deleted.
     bool isPosition() const { return !positionType_.empty(); }
     /// TYPE of a position; empty for a name.
     const std::string& positionType() const { return positionType_; }
@@ -38,7 +37,7 @@ private:
 /// A section as the tools report it, uncommitted changes included.
 struct UciSection {
     bool exists = false;
-    /// It has only a generated name, such as cfg0392bd, which is made from its position each time
+    /// True when it has only a generated name, such as cfg0392bd, made from its position whenever
     /// the file is loaded.
     bool anonymous = false;
     std::string name; ///< its own or generated name
@@ -46,11 +45,11 @@ struct UciSection {
     Json options; ///< an object of texts and of arrays of texts; null when the section is missing
 };
 
-/// Reads a section. Raises RpcError with the tool's message when that fails: NQ_UBUS would take the
-/// message for a section and carry on.
+/// Reads a section. Throws RpcError with the tool's message when that fails. NQ_UBUS would use that
+/// message as a section.
 UciSection readSection(const UciName& name);
 
-/// The number of sections of a type in a package. Raises RpcError likewise.
+/// The number of sections of a type in a package. Throws RpcError as readSection() does.
 std::size_t countSections(const std::string& config, const std::string& type);
 
 /// The names of the options of `asked` that `present` holds differently. An option that is "" in

@@ -8,17 +8,17 @@
 
 namespace agent {
 
-/// The latest responses to senders far away. A message can arrive twice, and a sender repeats a
-/// request whose response it has missed: such a request is answered again, but not run again.
+/// The latest responses to remote senders. A message can arrive twice, and a sender repeats a
+/// request when it has missed the response. Such a request is answered again, but not run again.
 class AnswerMemory {
 public:
     static constexpr std::size_t kMost = 64;
-    /// Of all responses together. Beyond that the oldest are forgotten, but not that they were
-    /// given.
+    /// Limit for all responses together. Above it the texts of the oldest are dropped; their
+    /// requests are still known.
     static constexpr std::size_t kMostBytes = 2 * 1024 * 1024;
 
-    /// The response to the request `id` (as JSON) of `sender`; empty when it is forgotten, null
-    /// when the request is not among the latest.
+    /// Returns the response to the request `id` (as JSON) of `sender`. Its text is empty when it
+    /// was dropped. Null when the request is not among the latest.
     const std::string* find(const std::string& sender, const std::string& id) const {
         const auto found =
             std::find_if(answers_.begin(), answers_.end(), [&](const Answer& answer) {
@@ -36,7 +36,7 @@ public:
         }
         for (auto oldest = answers_.begin(); bytes_ > kMostBytes; ++oldest) {
             bytes_ -= oldest->response.size();
-            oldest->response = std::string(); // gives the memory back
+            oldest->response = std::string(); // frees the memory
         }
     }
 

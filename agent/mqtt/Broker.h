@@ -10,9 +10,9 @@ namespace agent {
 struct Broker {
     std::string host;
     std::string port;
-    /// Holds the certificate of the broker's authority and, where the broker asks for them, a
-    /// client's certificate and key, under the names of the functions below. Empty for a connection
-    /// without TLS.
+    /// The directory with the certificate of the broker's authority. Where the broker requires
+    /// them, it also holds the client's certificate and key. The functions below name the files.
+    /// Empty for a connection without TLS.
     std::string tlsDirectory;
 
     bool usesTls() const { return !tlsDirectory.empty(); }
@@ -26,14 +26,14 @@ struct Broker {
     bool hasClientCertificate() const;
 };
 
-/// Reads HOST:PORT; nothing when `text` is not that. An IPv6 address stands in brackets.
+/// Reads HOST:PORT; returns nothing for another form. An IPv6 address needs brackets.
 std::optional<Broker> parseBroker(const std::string& text);
 
-/// Empty, or which file for TLS cannot be read.
+/// Returns which file for TLS cannot be read, or an empty text.
 std::string tlsProblem(const Broker& broker);
 
-/// True when `text` can stand in a topic as it is: levels of letters, digits, '_', '-' and '.',
-/// separated by '/', none of them empty.
+/// True when `text` can be part of a topic: levels of letters, digits, '_', '-' and '.', separated
+/// by '/', none of them empty.
 bool isTopic(const std::string& text);
 
 /// Longest name of a sender.

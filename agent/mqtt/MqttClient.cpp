@@ -21,7 +21,7 @@ MQTTClient_connectOptions connectionOptions() {
     options.cleansession = 1;
     options.reliable = 0;
     options.maxInflightMessages = kMostInFlight;
-    options.MQTTVersion = MQTTVERSION_3_1_1; // or a failure would be tried twice
+    options.MQTTVersion = MQTTVERSION_3_1_1; // otherwise Paho tries twice after a failure
     return options;
 }
 
@@ -93,7 +93,7 @@ bool MqttClient::isTaken(int number) {
     if (MQTTClient_getPendingDeliveryTokens(client_, &pending) != MQTTCLIENT_SUCCESS)
         return false;
     bool found = false;
-    // The list ends in -1; there is none where nothing is pending.
+    // The list ends in -1. It is null when nothing is pending.
     for (MQTTClient_deliveryToken* token = pending; token != nullptr && *token != -1; ++token)
         found |= *token == number;
     MQTTClient_free(pending);
@@ -121,8 +121,8 @@ MqttClient::Event MqttClient::receive(MqttMessage& message, std::chrono::millise
     return Event::nothing;
 }
 
-/// OpenSSL's errors, one call each: "139...:error:0A000086:SSL routines:...:certificate verify
-/// failed:..." of which the reason is kept.
+/// Called once for each of OpenSSL's errors, and keeps the reason: "certificate verify failed" in
+/// "139...:error:0A000086:SSL routines:...:certificate verify failed:...".
 int MqttClient::tlsError(const char* text, std::size_t length, void* self) {
     std::string line(text, length);
     for (int field = 0; field < 5; ++field)

@@ -20,13 +20,13 @@ struct MqttMessage {
 
 /// A connection to a broker that also receives messages, which NQ_Mqtt cannot.
 ///
-/// One thread uses it, and no other MQTT client is in the process: receive() reads the packets of
-/// every client and drops what it does not expect, so that another client, NQ_Mqtt's too, may never
-/// see the broker's answer to its connection. Paho's other way, callbacks from a thread of its own,
-/// is not used: in Paho 1.3.12 that thread and its successor can run at the same time when the
-/// broker comes back, and the process crashes.
+/// Use it on one thread, and with no other MQTT client in the process. receive() reads the packets
+/// of every client, NQ_Mqtt's too, and drops those that it does not expect. Another client may
+/// never see the broker's answer to its connection. Paho's callbacks, which run on its own thread,
+/// are not used. In Paho 1.3.12 that thread and its successor can run concurrently when the broker
+/// comes back, and the process crashes.
 ///
-/// Over TLS the broker must show a certificate of the authority, made out to the host's name or
+/// Over TLS the broker must show a certificate that the authority has issued for the host's name or
 /// address.
 class MqttClient {
 public:
@@ -39,18 +39,18 @@ public:
     MqttClient(const MqttClient&) = delete;
     MqttClient& operator=(const MqttClient&) = delete;
 
-    /// Connects, or connects anew. Empty, or the reason why not. Blocks for some seconds when the
-    /// broker does not answer.
+    /// Connects, also after a lost connection. Returns an empty text, or the reason of the failure.
+    /// Blocks for some seconds when the broker does not answer.
     std::string connect();
 
     /// False when the broker refuses or the connection is lost. Messages arrive at least once.
     bool subscribe(const std::string& filter);
 
-    /// Sends a message that is to arrive at least once, and does not wait for that. Returns a
+    /// Sends a message with delivery "at least once", and does not wait for the broker. Returns a
     /// number for isTaken(), or 0 when the connection is lost.
     int publish(const std::string& topic, const std::string& payload, bool retained = false);
 
-    /// True once the broker has the message, which receive() finds out.
+    /// True once receive() has read the broker's acknowledgement.
     bool isTaken(int number);
 
     enum class Event { message, lost, nothing };

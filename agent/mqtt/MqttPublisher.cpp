@@ -14,15 +14,15 @@ using kvr::api::com::NQ_Mqtt;
 constexpr int kTimeoutSeconds = 5; // for connecting and for each message
 constexpr int kRetrySeconds = 10;
 constexpr int kKeepAliveSeconds = 30;
-/// The synchronous MQTT client sends no keep-alive by itself, so that the broker would take a quiet
-/// agent for dead: this often the state is published anew.
+/// How often the state is published again. The synchronous MQTT client sends no keep-alive, so the
+/// broker would cut off a quiet agent.
 constexpr std::chrono::seconds kHeartbeat(10);
 
 constexpr int kAtLeastOnce = 1;
 constexpr int kRetained = 1;
 constexpr int kNotRetained = 0;
 
-/// OpenSSL's own choice; a list must be given for TLS to be used.
+/// OpenSSL's default list. NQ_Mqtt uses TLS only when a list is given.
 const char kCiphers[] = "DEFAULT";
 
 } // namespace
@@ -81,7 +81,7 @@ void MqttPublisher::run(bool& keepTrying) {
     while (client.connect(keepTrying)) {
         logInfo("publishing to " + safeLine(client.getServerUri()));
         if (publishQueued(client)) {
-            // Leaving orderly keeps the broker from publishing the will.
+            // After an orderly disconnect the broker does not publish the will.
             client.send(topic_ + "/state", kOffline, kAtLeastOnce, kRetained);
             return;
         }
@@ -115,7 +115,7 @@ bool MqttPublisher::awaitResponse(std::string& response) {
     return !response.empty() || !ending_;
 }
 
-/// Not before it was sent: what a lost connection took along is sent again.
+/// Called after the response was sent. One that was lost with a connection is sent again.
 void MqttPublisher::dropFirst(const std::string& response) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (!queue_.empty() && queue_.front() == response)

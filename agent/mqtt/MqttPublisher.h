@@ -25,7 +25,8 @@ namespace agent {
 /// The Publisher of an agent that takes no requests from the broker: uses the library's client.
 ///
 /// Over TLS the broker must show a certificate of the authority. NQ_Mqtt does not compare the name
-/// in it with the host's; see docs/fleet.md for what keeps others from standing in for the broker.
+/// in it with the host's; docs/fleet.md describes how to prevent that another client poses as the
+/// broker.
 class MqttPublisher : public Publisher {
 public:
     /// `name` is the agent's, `base` what the topics begin with.

@@ -16,13 +16,13 @@ using std::chrono::steady_clock;
 
 /// Requests that wait while one is in progress.
 constexpr std::size_t kMostWaiting = 64;
-/// Between two attempts to connect.
+/// The pause between two attempts to connect.
 constexpr std::chrono::seconds kRetryPause(2);
-/// Between two looks at the responses to local requests, while the broker sends nothing.
+/// How often responses to local requests are looked for while the broker sends nothing.
 constexpr milliseconds kIdleStep(100);
-/// Between two looks at the connection, while a request is in progress.
+/// How often the connection is served while a request is in progress.
 constexpr milliseconds kBusyStep(200);
-/// For the last messages when the agent ends.
+/// How long the last messages may take when the agent ends.
 constexpr milliseconds kFarewell(500);
 
 /// The id of a request as JSON; empty when it is no request, or has none.
@@ -113,7 +113,7 @@ bool RemoteRequests::connect() {
         problem = "the connection is lost again";
     if (problem.empty())
         logInfo("taking requests from " + safeLine(uri_));
-    else if (problem != problem_) // every few seconds, so only what is new
+    else if (problem != problem_) // attempts repeat, so only new problems are logged
         logError("no requests from " + safeLine(uri_) + ": " + problem);
     problem_ = problem;
     return problem.empty();
@@ -136,7 +136,7 @@ bool RemoteRequests::serve() {
     }
 }
 
-/// Waits for messages and takes what has arrived. False when the connection is lost.
+/// Waits for messages and queues those that have arrived. False when the connection is lost.
 bool RemoteRequests::receive(milliseconds limit) {
     std::size_t dropped = 0;
     MqttMessage message;
@@ -159,12 +159,12 @@ std::string RemoteRequests::senderOf(const MqttMessage& message) const {
     return message.topic.substr((base_ + "/request/").size());
 }
 
-/// Logs what is not.
+/// Logs every message that is not wanted.
 bool RemoteRequests::isWanted(const MqttMessage& message) const {
     const std::string sender = senderOf(message);
     if (!isSender(sender))
         logError("request ignored: \"" + safeLine(sender) + "\" is no name of a sender");
-    // The broker hands it out anew with each connection, whoever left it there and when.
+    // The broker delivers a retained message with each connection, however old it is.
     else if (message.retained)
         logError("retained request of " + sender + " ignored");
     else
@@ -172,8 +172,8 @@ bool RemoteRequests::isWanted(const MqttMessage& message) const {
     return false;
 }
 
-/// Begins the first of the waiting requests, on another thread: it may take long, and the broker
-/// must hear of this client meanwhile.
+/// Starts the first of the waiting requests, on another thread: it may take long, and this thread
+/// must keep the connection alive meanwhile.
 void RemoteRequests::begin() {
     const MqttMessage message = std::move(waiting_.front());
     waiting_.pop_front();
@@ -229,7 +229,7 @@ bool RemoteRequests::publishQueued() {
     return connected;
 }
 
-/// What a lost connection took along is published again after the next.
+/// Queues the responses that were lost with a connection, so that they are published over the next.
 void RemoteRequests::takeBack() {
     const std::lock_guard<std::mutex> lock(mutex_);
     while (!sent_.empty()) {
@@ -239,7 +239,8 @@ void RemoteRequests::takeBack() {
     }
 }
 
-/// Leaving orderly keeps the broker from publishing the will. True, as nothing is left to do.
+/// Disconnects orderly, so that the broker does not publish the will. Returns true, as nothing is
+/// left to do.
 bool RemoteRequests::leave() {
     const int number = client_.publish(base_ + "/state", kOffline, true);
     const auto deadline = steady_clock::now() + kFarewell;

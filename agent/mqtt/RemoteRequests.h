@@ -21,8 +21,8 @@ class RequestHandler;
 /// The Publisher of an agent that takes requests from the broker, too.
 ///
 /// Topics besides a Publisher's: BASE/request/SENDER for the requests of SENDER, and
-/// BASE/response/SENDER for the responses to them. So ids of different senders never meet, and a
-/// broker's access list can say who may send.
+/// BASE/response/SENDER for the responses to them. So ids of different senders are never mixed up,
+/// and a broker's access list can restrict who may send.
 class RemoteRequests : public Publisher {
 public:
     /// `name` is the agent's, `base` what the topics begin with. Requests for one of the methods

@@ -31,9 +31,9 @@ bool isOneOf(char c, const char* characters) {
 constexpr char kDigits[] = "0123456789";
 constexpr char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
-/// Where a text that json-c has taken is no JSON all the same; npos when it is. Even when strict,
-/// json-c takes NaN, Infinity, "1.", control characters in texts and keys in single quotes, and
-/// writes most of them again as they were.
+/// Returns the position at which a text that json-c has accepted is not JSON; npos when it is JSON.
+/// Even when strict, json-c accepts NaN, Infinity, "1.", control characters in texts, and keys in
+/// single quotes. It prints most of them unchanged.
 std::size_t firstNonJson(const std::string& text) {
     bool inText = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -71,13 +71,13 @@ ParsedJson parseJson(const std::string& text) {
         throw std::bad_alloc();
     json_tokener_set_flags(tokener.get(), JSON_TOKENER_STRICT);
 
-    // The terminator is passed, too: it shows json-c that a number, true, false or null at the
-    // top has ended.
+    // The terminator is passed, too: with it json-c knows that a number, true, false or null at the
+    // top level is complete.
     ParsedJson result;
     result.value.reset(
         json_tokener_parse_ex(tokener.get(), text.c_str(), static_cast<int>(text.size() + 1)));
     const json_tokener_error error = json_tokener_get_error(tokener.get());
-    // The field rather than its newer reader, which the older generation of json-c lacks.
+    // The older generation of json-c has no function that reads this field.
     const auto end = static_cast<std::size_t>(tokener->char_offset);
     if (error == json_tokener_error_depth)
         return failed("nested deeper than " + std::to_string(JSON_TOKENER_DEFAULT_DEPTH) +
@@ -86,7 +86,7 @@ ParsedJson parseJson(const std::string& text) {
         return failed("ends too early");
     if (error != json_tokener_success)
         return failed(json_tokener_error_desc(error) + at(end));
-    // Older generations of json-c ignore what follows, also when strict.
+    // Older generations of json-c ignore text after the value, also when strict.
     const std::size_t rest = text.find_first_not_of(" \t\r\n", end);
     if (rest != std::string::npos)
         return failed("something follows the value" + at(rest));

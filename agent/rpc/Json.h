@@ -51,8 +51,8 @@ struct ParsedJson {
     std::string problem; ///< when not valid: what is wrong, for people
 };
 
-/// Parses `text` as exactly one JSON value, as the standard has it and no laxer, nested up to
-/// json-c's default depth of 32. Nothing but white space may follow the value.
+/// Parses `text` as exactly one JSON value, strictly by the standard, nested up to json-c's default
+/// depth of 32. Only white space may follow the value.
 ParsedJson parseJson(const std::string& text);
 
 } // namespace agent

@@ -8,14 +8,14 @@
 
 namespace agent {
 
-/// The parameters of a request, read with their checks. What is missing or wrong raises RpcError
-/// (invalid params) that names the parameter.
+/// Reads and checks the parameters of a request. A missing or wrong one throws an RpcError (invalid
+/// params) that names it.
 class Params {
 public:
     /// `object` is null where the request has no parameters; it must outlive this reader.
     explicit Params(json_object* object) : object_(object) {}
 
-    /// Refuses every parameter not named in `known`: a misspelt one must not stay unnoticed.
+    /// Refuses every parameter not named in `known`: a misspelt one must be noticed.
     void allowOnly(const std::vector<std::string>& known) const;
 
     bool has(const char* name) const;
@@ -35,7 +35,7 @@ private:
     json_object* object_;
 };
 
-/// Raises the error of a parameter.
+/// Throws the error of a parameter.
 [[noreturn]] void refuseParam(const std::string& why);
 
 } // namespace agent

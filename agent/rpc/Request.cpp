@@ -11,8 +11,8 @@ namespace {
 
 [[noreturn]] void refuse(ErrorCode code, const std::string& why) { throw RpcError(code, why); }
 
-/// Finds the escape \u0000. json-c cuts a key there, and the library every text, so that what was
-/// checked would not be what is used.
+/// Finds the escape \u0000. json-c cuts a key there, and the library every text. The text in use
+/// would differ from the text that was checked.
 bool escapesNul(const std::string& text) {
     for (std::size_t i = 0; i + 1 < text.size(); ++i) {
         if (text[i] != '\\')
@@ -24,8 +24,8 @@ bool escapesNul(const std::string& text) {
     return false;
 }
 
-/// json-c keeps integers in 64 bits and silently narrows larger ones; such an id would not come
-/// back as it was sent.
+/// json-c stores integers in 64 bits and silently changes larger ones. The response to such an id
+/// would carry another id.
 bool mayBeNarrowed(json_object* id) {
     if (!isType(id, json_type_int))
         return false;
@@ -55,7 +55,7 @@ Request::Request(const std::string& text) {
     if (text.size() > kLongestRequest)
         refuse(ErrorCode::invalidRequest,
                "longer than " + std::to_string(kLongestRequest) + " bytes");
-    // What did not arrive of a message in pieces is zero bytes.
+    // The part of a message that has not arrived consists of zero bytes.
     if (text.find('\0') != std::string::npos)
         refuse(ErrorCode::parseError, "holds zero bytes, or did not arrive in one piece");
     if (!isUtf8(text))

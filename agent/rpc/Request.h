@@ -8,8 +8,8 @@
 
 namespace agent {
 
-/// Longest request that is looked into. A longer one would not arrive whole anyway: the socket
-/// server takes a message by one read, which gives no more than the socket's buffer holds.
+/// The longest request that is accepted. A longer one would not arrive whole anyway: the socket
+/// server takes a message by one read, which returns no more than the socket's buffer holds.
 constexpr std::size_t kLongestRequest = 128 * 1024;
 
 /// A message from outside, checked. json-c and the library's dispatcher trust what they are given:
@@ -18,11 +18,11 @@ constexpr std::size_t kLongestRequest = 128 * 1024;
 /// first.
 class Request {
 public:
-    /// Parses `text`. Raises RpcError (parse error or invalid request) without an id when it is no
-    /// request at all; check() reports what is wrong in a request that has an id.
+    /// Parses `text`. Throws RpcError (parse error or invalid request) when it is no request, so
+    /// that it has no id. Faults of a request that has an id are left to check().
     explicit Request(const std::string& text);
 
-    /// Raises RpcError when the request may not be handed to the dispatcher.
+    /// Throws RpcError when the request may not be handed to the dispatcher.
     void check() const;
 
     /// A request without an id gets no response.

@@ -33,8 +33,8 @@ std::string described(json_object* error) {
            members.text("message") + ": " + safeLine(members.text("data"));
 }
 
-/// The standard answers what is no valid request also where it has no id; a valid one without an id
-/// is a notification, whose sender wants no answer.
+/// By the standard, an invalid request gets a response even without an id. A valid one without an
+/// id is a notification and gets none.
 bool wantsResponse(const Request& request, json_object* error) {
     return !request.isNotification() || json_object_get_int(Params(error).get("code")) ==
                                             static_cast<int>(ErrorCode::invalidRequest);
@@ -47,7 +47,7 @@ Response RequestHandler::handle(const std::string& message, const std::string& s
     const Turn turn(*this);
     Response response;
     const Json tree = respond(message, origin(message, sender), refused, response.wantedBySender);
-    // Programs print any bytes; what they printed must not make the response invalid.
+    // A program can print any bytes, and these must not make the response invalid.
     if (tree != nullptr)
         response.text = repairedUtf8(oneLine(tree.get()));
     return response;

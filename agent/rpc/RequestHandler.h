@@ -28,13 +28,13 @@ public:
     explicit RequestHandler(Dispatcher& dispatcher) : dispatcher_(dispatcher) {}
 
     /// Carries out one message and returns its response, as valid UTF-8. Blocks while another
-    /// thread is in here. `sender` is named in the log; it is empty for the local socket. Requests
-    /// for a method of `refused` are answered with an error. Throws std::runtime_error once
-    /// refuseRequests() was called. From any thread.
+    /// thread is in this function. `sender` is named in the log; it is empty for the local socket.
+    /// Requests for a method of `refused` are answered with an error. Throws std::runtime_error
+    /// once refuseRequests() was called. From any thread.
     Response handle(const std::string& message, const std::string& sender,
                     const std::set<std::string>& refused = {});
 
-    /// From now on no request is begun. From any thread.
+    /// No request is started after this call. Any thread may call it.
     void refuseRequests();
 
     /// Waits until no request is in progress, at most for `limit`; false when one still is.

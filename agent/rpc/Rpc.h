@@ -18,7 +18,7 @@ enum class ErrorCode {
     failed = -32000, ///< the request was fine, but could not be carried out
 };
 
-/// Ends the handling of a request: becomes its error response. `what()` is the response's "data",
+/// Ends the handling of a request and becomes its error response. what() is the response's "data",
 /// one sentence for people.
 class RpcError : public std::runtime_error {
 public:
@@ -35,7 +35,7 @@ const char* messageOf(ErrorCode code);
 /// The "error" member of a response.
 Json errorMember(const RpcError& error);
 
-/// A whole response but for its result or error, which the caller adds. `id` is null where none is
+/// A response without its result or error, which the caller adds. `id` is null when it is not
 /// known.
 Json newResponse(json_object* id);
 

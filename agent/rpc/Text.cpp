@@ -9,7 +9,7 @@ namespace {
 /// Length of the well-formed character that begins at `position`; 0 when none does.
 std::size_t characterLength(const std::string& text, std::size_t position) {
     const auto byte = [&](std::size_t offset) -> unsigned {
-        // Past the end reads as 0, which continues no character.
+        // A position after the end counts as 0, which continues no character.
         return position + offset < text.size() ? static_cast<unsigned char>(text[position + offset])
                                                : 0u;
     };

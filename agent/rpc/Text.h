@@ -18,8 +18,8 @@ std::string repairedUtf8(const std::string& text);
 /// "...".
 std::string safeLine(const std::string& text, std::size_t limit = 200);
 
-/// True when `text` is not empty, holds nothing but A-Z, a-z, 0-9, '_' and the characters of
-/// `extra`, and does not begin with '-', which tools would take for an option.
+/// True when `text` is not empty and holds only A-Z, a-z, 0-9, '_' and the characters of `extra`.
+/// It may not begin with '-', which would make it an option to tools.
 bool isName(const std::string& text, const char* extra);
 
 } // namespace agent

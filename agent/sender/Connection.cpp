@@ -29,7 +29,7 @@ void setSendLimit(int descriptor, std::chrono::seconds limit) {
     timeval value = {};
     value.tv_sec = static_cast<time_t>(limit.count());
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &value,
-               sizeof value); // connect() minds it, too
+               sizeof value); // also limits connect()
 }
 
 void refuseStranger(int descriptor, const std::string& path) {
@@ -71,7 +71,7 @@ void Connection::send(const std::string& payload) {
     const auto length = static_cast<std::uint32_t>(payload.size());
     std::string message(reinterpret_cast<const char*>(&length), sizeof length);
     message += payload;
-    // In one call, so that the server finds all of it. A blocking send comes back short only when
+    // One call, so that the server finds the whole message. A blocking send() is short only when
     // the time limit has passed.
     const ssize_t sent = ::send(descriptor_.get(), message.data(), message.size(), MSG_NOSIGNAL);
     if (sent == -1 && errno != EAGAIN)

@@ -19,9 +19,9 @@ public:
 /// reason for people.
 class Connection {
 public:
-    /// Connects to the server NAME. Refuses a server of another user's, who would read what is
-    /// sent. Waits at most for `limit` until the server takes the connection, and then until it
-    /// takes each message.
+    /// Connects to the server NAME. Refuses a server of another user, who would read the messages.
+    /// Waits at most for `limit` until the server takes the connection, and then until it takes
+    /// each message.
     Connection(const std::string& name, std::chrono::seconds limit);
 
     /// Sends one message: its length in four bytes, host byte order, then its bytes.

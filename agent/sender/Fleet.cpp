@@ -26,11 +26,11 @@ constexpr milliseconds kStep(100);
 constexpr seconds kRetryPause(1);
 /// The broker sends all retained states directly after the subscription.
 constexpr milliseconds kQuiet(1000);
-/// A request is repeated after this time, then after twice as long, and so on. The agent carries it
-/// out once.
+/// A request is repeated after this time, and each pause is twice as long as the last. The agent
+/// carries it out once.
 constexpr seconds kFirstRepeat(5);
 
-/// Unlike any other: agents remember the ids of the latest requests.
+/// Unique, because agents remember the ids of the latest requests.
 std::string newId() {
     std::random_device random;
     char text[32];
@@ -152,19 +152,19 @@ bool Fleet::awaitTaken() {
         if (numbers_.empty())
             return true;
         if (client_.receive(ignored, milliseconds(10)) == MqttClient::Event::lost)
-            return false; // some may have been carried out, and must not be again
+            return false; // some may have been carried out already
     }
     return false;
 }
 
-/// Prints a response that is waited for.
+/// Prints a response if it is awaited.
 void Fleet::take(const MqttMessage& message) {
     const std::size_t begin = base_.size() + 1;
     const std::string name = message.topic.substr(begin, message.topic.find('/', begin) - begin);
     const ParsedJson response = parseJson(message.payload);
     json_object* id = nullptr;
     json_object_object_get_ex(response.value.get(), "id", &id);
-    // Others are of earlier requests of this sender, or repeated.
+    // Other responses are repeated, or belong to earlier requests of this sender.
     if (message.retained || !isType(id, json_type_string) || textOf(id) != id_ ||
         pending_.erase(name) == 0)
         return;
@@ -172,7 +172,7 @@ void Fleet::take(const MqttMessage& message) {
         ++errors_;
     put(response.value, "id", share(originalId_.get()));
     if (hasTerminal_)
-        std::cerr << "\r\033[K" << std::flush; // no rest of the progress line
+        std::cerr << "\r\033[K" << std::flush; // clears the progress line
     std::cout << name << ' ' << oneLine(response.value.get()) << std::endl;
 }
 

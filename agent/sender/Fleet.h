@@ -28,16 +28,16 @@ public:
     Fleet(const Broker& broker, const std::string& base, const std::string& sender,
           Clock::time_point deadline);
 
-    /// Connects, as often as it takes until the deadline. Raises std::runtime_error with the reason
-    /// when the broker does not accept the connection in time.
+    /// Connects, and repeats a failed attempt until the deadline. Throws std::runtime_error with
+    /// the reason when the broker does not accept the connection in time.
     void connect();
 
-    /// The gateways whose agents are connected, as their retained states say.
+    /// The gateways whose agents are connected, by their retained states.
     std::set<std::string> findAll();
 
-    /// Sends the request and waits until all `gateways` have answered, or for the deadline. Nothing
-    /// is due for a notification: then for the broker to take the messages. Raises
-    /// std::runtime_error when `payload` is no request.
+    /// Sends the request and waits until all `gateways` have answered, at most until the deadline.
+    /// A notification gets no response, so this only waits until the broker has taken the messages.
+    /// Throws std::runtime_error when `payload` is no request.
     Outcome call(const Payload& payload, const std::set<std::string>& gateways);
 
 private:

@@ -75,7 +75,7 @@ std::string checkedName(const std::string& text, const std::string& what) {
     return text;
 }
 
-/// The host's name and the process id, as far as they can stand in a topic.
+/// The host's name and the process id, with only the characters that a topic may have.
 std::string defaultSender() {
     char host[40] = "";
     gethostname(host, sizeof host - 1);
@@ -85,7 +85,7 @@ std::string defaultSender() {
     return "rpc-" + name + "-" + std::to_string(getpid());
 }
 
-/// What remains of the command line when requests are sent through a broker.
+/// Reads the arguments after the options when requests are sent through a broker.
 void takeFleetArguments(SenderOptions& options, std::vector<std::string> arguments,
                         const std::string& tlsDirectory, bool insecure) {
     if (!options.answers)
@@ -125,7 +125,7 @@ SenderOptions parseSenderOptions(int argc, char** argv) {
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
     char programName[] = "tavo-rpc";
-    argv[0] = programName; // what getopt_long() begins its messages with
+    argv[0] = programName; // begins the messages of getopt_long()
     SenderOptions options;
     std::string tlsDirectory;
     bool insecure = false;
@@ -176,7 +176,7 @@ SenderOptions parseSenderOptions(int argc, char** argv) {
             std::fputs(kHelp, stdout);
             std::exit(0);
         default:
-            usageError(""); // getopt_long() has said what is wrong
+            usageError(""); // getopt_long() has printed the reason
         }
     }
     const std::vector<std::string> arguments(argv + optind, argv + argc);

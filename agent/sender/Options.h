@@ -29,8 +29,8 @@ constexpr int kUsageStatus = 2;
 /// Prints one line on standard error.
 void complain(const std::string& problem);
 
-/// Reads the command line. Ends the process for --help (status 0) and, with a message, for anything
-/// that it does not understand (status 2).
+/// Reads the command line. Ends the process for --help (status 0) and, with a message, for invalid
+/// arguments (status 2).
 SenderOptions parseSenderOptions(int argc, char** argv);
 
 } // namespace agent

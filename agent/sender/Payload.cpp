@@ -30,7 +30,7 @@ std::string readAll(const std::string& file) {
     char piece[4096];
     while (const std::size_t length = std::fread(piece, 1, sizeof piece, stream.get()))
         content.append(piece, length);
-    // A directory can be opened, but not read. Not every library's streams report that.
+    // A directory can be opened, but not read. Not every C++ library's streams report that.
     if (std::ferror(stream.get()) != 0)
         fail(file + ": " + std::strerror(errno));
     return content;
@@ -56,10 +56,10 @@ void askForAnswer(Payload& payload) {
         const Params members(request.tree());
         if (request.isNotification() || members.has("answer"))
             return;
-        // Not printed from the tree, which could change numbers. A request with an id has other
-        // members, so a comma must follow.
+        // The text is edited because printing the tree could change numbers. A request with an id
+        // has other members, so a comma follows.
         payload.text.insert(payload.text.find('{') + 1, "\"answer\":true,");
-        payload.getsAnswer = Request(payload.text).wantsAnswer(); // it may be too long by now
+        payload.getsAnswer = Request(payload.text).wantsAnswer(); // it may have become too long
     } catch (const RpcError& error) {
         fail(payload.label + ": " + messageOf(error.code()) + ": " + error.what() +
              " (--no-answer sends it nevertheless)");

@@ -12,12 +12,12 @@ struct Payload {
     bool getsAnswer = false;
 };
 
-/// The content of `file`; standard input for "-". Raises std::runtime_error, with a reason for
+/// The content of `file`; standard input for "-". Throws std::runtime_error, with a reason for
 /// people, when it cannot be read or sent.
 Payload readPayload(const std::string& file);
 
 /// Adds the member "answer": true to a request that has an id, and leaves all else as it is. A
-/// request that has a member "answer" keeps its own. Raises std::runtime_error when the text is no
+/// request that has a member "answer" keeps its own. Throws std::runtime_error when the text is no
 /// request, as its sender cannot be answered then.
 void askForAnswer(Payload& payload);
 

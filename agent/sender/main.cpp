@@ -1,5 +1,5 @@
-// tavo-rpc: sends requests to the agent, to the agents of many gateways, or any messages to a program
-// that serves NQ_Sockets.
+// tavo-rpc: sends requests to the agent, requests to the agents of many gateways, or any messages
+// to a program that serves NQ_Sockets.
 
 #include "rpc/Json.h"
 #include "sender/Connection.h"
@@ -20,15 +20,15 @@ namespace {
 using namespace agent;
 using std::chrono::seconds;
 
-/// The kernel queues what one send() gives in pieces of at least this size; the server may find
-/// only the first one.
+/// The kernel may split a longer message into pieces of at least this size, and the server then
+/// finds only the first.
 constexpr std::size_t kSafeSize = 32 * 1024;
 
 constexpr seconds kSendLimit(5); ///< with --no-answer
 
 enum Status { success = 0, failure = 1, noAnswer = 2 };
 
-/// Sends one message, and returns the answer to it, which is empty when none is due.
+/// Sends one message and returns its answer, or an empty text when none is expected.
 std::string transfer(Connection& connection, const Payload& payload, seconds timeout) {
     if (payload.text.size() + sizeof(std::uint32_t) > kSafeSize)
         complain(payload.label + ": " + std::to_string(payload.text.size()) +
@@ -49,8 +49,8 @@ void sendAll(const SenderOptions& options, const std::vector<Payload>& payloads)
         transfer(connection, payload, options.timeout);
 }
 
-/// Sends a request on a connection of its own: the agent cuts off one that was silent for long.
-/// False when the response is an error.
+/// Sends a request on a separate connection, since the agent cuts off one that is silent for too
+/// long. Returns false when the response is an error.
 bool call(const SenderOptions& options, const Payload& payload) {
     Connection connection(options.name, options.timeout);
     const std::string response = transfer(connection, payload, options.timeout);
@@ -94,7 +94,7 @@ Status callFleet(const SenderOptions& options) {
 Status run(const SenderOptions& options) {
     if (options.broker)
         return callFleet(options);
-    // All are read first: what cannot be read must not leave half of the messages sent.
+    // All files are read first, so that nothing is sent when one of them cannot be read.
     std::vector<Payload> payloads;
     for (const std::string& file : options.files)
         payloads.push_back(readPayload(file));
