@@ -28,10 +28,10 @@ namespace api {
 ///          thread that constructs or destroys. A callback must not destroy the object.
 ///
 /// Traps:
-/// - Names are put into shell command lines without quoting, and `mount` and `umount` are found
-///   along
-///   PATH: never pass text from outside.
-/// - An exception that leaves a callback ends the process, also during construction.
+/// - Names are put into shell command lines without quoting: never pass text from outside. `mount`
+///   and `umount` are found along PATH: whoever controls that variable chooses them.
+/// - An exception that leaves a callback ends the process, also during construction. It passes to
+///   the caller only where the application itself calls onDeviceInserted() or onDeviceEjected().
 /// - An object that is destroyed right after its construction may hang, as the stop of its thread
 ///   can be lost (see AsyncWatcherRunner::stopWatcher()). Let at least a second pass: the thread
 ///   needs about a millisecond to start, and longer on a busy board.

@@ -14,8 +14,8 @@ namespace mng {
 ///
 /// Order:   init(), for JSON content checkConfig(), applyConfig(), then stopAgent() or
 ///          notifyAppRestart().
-/// Output:  init() prints its arguments, content included, on standard output. Scripts are logged
-///          in the system log (see NQ_System::runScript()).
+/// Output:  init() prints the identifiers, the content and the directory on standard output.
+///          Scripts are logged in the system log (see NQ_System::runScript()).
 /// Failure: checkConfig() returns false. No other failure is reported: not a file or directory that
 ///          cannot be written, not a full disk, not a script that fails. Read the file back where
 ///          it matters. stopAgent() and notifyAppRestart() throw what NQ_System::runScript()
@@ -34,7 +34,8 @@ public:
     explicit NQ_Config(const std::string& rootDirectory)
         : isBase64(false), appsRoot(rootDirectory) {}
 
-    /// Works out the file's path, prints its arguments, and makes the directory by `mkdir -p`.
+    /// Works out the file's path, prints the identifiers, the content and the directory, and makes
+    /// the directory by `mkdir -p`, which is found along PATH.
     ///
     /// The file is ROOT/appID/agents/agentID/subDir/fileName, for an empty `agentID`
     /// ROOT/appID/subDir/fileName, and for an empty `appID` just `fileName`, a full path. The
