@@ -29,11 +29,11 @@
 
 namespace {
 
-constexpr int kDeadlineMilliseconds = 20000; // far above what a trial takes
+constexpr int kDeadlineMilliseconds = 20000; // far above a trial's duration
 
-/// What fails, in the process of one trial.
+/// Which allocations fail in the process of one trial.
 struct Plan {
-    long number = LONG_MAX; ///< of the first allocation that fails, from 1
+    long number = LONG_MAX; ///< the first allocation that fails, from 1
     bool allFollowing = false;
     bool allThreads = false;
     bool rehearsal = true;
@@ -43,7 +43,7 @@ Plan plan;
 thread_local bool armedHere = false;
 std::atomic<long> liveBlocks{0};
 
-/// What happened, also in the copies that a trial forks.
+/// What happened, in the trial's process and in its forked copies.
 struct Progress {
     std::atomic<long> counted;
     std::atomic<bool> reached;
@@ -69,7 +69,7 @@ void* counted(void* block) {
 
 } // namespace
 
-// In front of the C library's, which keeps its own reachable under other names.
+// These replace the C library's functions, which stay available under other names.
 extern "C" {
 
 void* __libc_malloc(std::size_t);
@@ -127,7 +127,7 @@ int outputFile = -1;
 int reportPipe = -1;
 pid_t trialProcess = 0;
 
-/// How a trial ended, as its process reports it: fixed memory, as there may be no other.
+/// How a trial ended, as its process reports it. Fixed memory, because there may be no other.
 struct Report {
     char outcome[2000];
     long allocations;
@@ -156,8 +156,8 @@ void disarm() {
     _exit(0);
 }
 
-/// Without the directory; null for what only passes a failure on: the C and C++ libraries, and this
-/// program.
+/// Returns the library's name without its directory. Returns null for code that only passes a
+/// failure on: the C and C++ libraries, and this program.
 const char* libraryAt(void* address) {
     Dl_info info;
     if (dladdr(address, &info) == 0 || info.dli_fname == nullptr)
@@ -217,7 +217,7 @@ void prepareProcess() {
     prepareProcess();
     Memory memory;
     if (rehearsed) {
-        trial(memory); // makes what the libraries make once
+        trial(memory); // allocates what the libraries allocate only once
         (void)!ftruncate(outputFile, 0);
         lseek(outputFile, 0, SEEK_SET);
     }
@@ -249,7 +249,7 @@ std::string textOf(const Report& got) {
     return text;
 }
 
-/// Receives the report of the process, which says nothing when it ended in another way.
+/// Runs the trial and receives its process's report. A process that dies sends none.
 Report attempt(const Trial& trial, bool rehearsed, long number, bool allFollowing) {
     int ends[2];
     EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
@@ -316,7 +316,7 @@ std::string Memory::printed() const {
 void exhaust(const std::string& what, const std::string& whole, const std::set<std::string>& others,
              const Trial& trial, First first) {
     std::array<void*, 4> frames{};
-    backtrace(frames.data(), static_cast<int>(frames.size())); // loads what it needs
+    backtrace(frames.data(), static_cast<int>(frames.size())); // loads the library that it needs
     void* const shared =
         mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     progress = new (shared) Progress();

@@ -8,14 +8,13 @@
 
 namespace fault {
 
-/// Makes SIGUSR1 interrupt the calls of the thread that it meets: the handler does nothing, and no
-/// call is restarted.
+/// Makes SIGUSR1 interrupt system calls: the handler does nothing, and no call is restarted.
 void letSignalsInterrupt();
 
-/// Interrupts one thread about a thousand times a second while it lives.
+/// Interrupts one thread about a thousand times a second while an object exists.
 class SignalStorm {
 public:
-    /// The thread that makes it, or another.
+    /// By default interrupts the thread that creates the object.
     explicit SignalStorm(pthread_t target = pthread_self());
     ~SignalStorm();
     SignalStorm(const SignalStorm&) = delete;

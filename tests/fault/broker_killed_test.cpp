@@ -1,8 +1,8 @@
-// A broker that is killed again and again while a gateway publishes. A killed broker saves nothing.
+// A broker that is killed repeatedly while a gateway publishes. A killed broker saves nothing.
 //
-// A watcher sees what each broker passed on. It subscribes with QoS 0, so that the broker hands it
-// every message before it answers the publisher, and keeps nothing back. The publisher goes on to the
-// next message when send() fails, after it has connected again.
+// A watcher receives what each broker forwards. It subscribes with QoS 0. The broker therefore
+// sends it every message before it acknowledges the publisher's, and queues none. When send()
+// fails, the publisher reconnects and continues with the next message.
 
 #include "Broker.h"
 
@@ -33,13 +33,13 @@ using support::Broker;
 
 constexpr int kKills = 20;
 
-/// Messages sent, at least: with QoS 1 and 2, one takes Paho a tenth of a second.
+/// The least number of messages: with QoS 1 and 2, Paho takes a tenth of a second for each.
 int beforeEachKill(int qos) { return qos == 0 ? 1000 : 5; }
 
-/// A subscriber of the topic "t" with QoS 0, on the bare wire.
+/// A subscriber to the topic "t" with QoS 0 that speaks the protocol itself.
 class Watcher {
 public:
-    /// Returns when the broker has taken the subscription.
+    /// Returns after the broker has acknowledged the subscription.
     explicit Watcher(int port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
@@ -55,7 +55,7 @@ public:
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
 
-    /// Takes in all that comes until the broker is gone.
+    /// Reads everything until the broker is gone.
     void readToTheEnd(std::map<std::string, int>& counts) {
         readPackets([](unsigned char) { return false; });
         for (const std::string& message : messages_)
@@ -68,13 +68,13 @@ private:
                   send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
 
-    /// Until a packet of the wanted kind has come, or the connection ends.
+    /// Reads until a packet of the wanted type has arrived or the connection ends.
     template <class Wanted>
     void readPackets(const Wanted& wanted) {
         for (;;) {
             while (buffer_.size() >= 2 && buffer_.size() >= 2U + lengthOfFirst()) {
                 const auto type = static_cast<unsigned char>(buffer_[0]);
-                if ((type & 0xf0) == 0x30) // PUBLISH: after the topic "t" comes the payload
+                if ((type & 0xf0) == 0x30) // PUBLISH: the payload follows the topic "t"
                     messages_.push_back(buffer_.substr(5, lengthOfFirst() - 3));
                 buffer_.erase(0, 2 + lengthOfFirst());
                 if (wanted(type))
@@ -95,13 +95,13 @@ private:
     std::vector<std::string> messages_;
 };
 
-/// What came of all messages of one quality of service.
+/// The results for all messages of one quality of service.
 struct Counts {
     int sent = 0;
     int confirmed = 0; ///< send() returned true
-    int lost = 0;      ///< confirmed, and never passed on
+    int lost = 0;      ///< confirmed, but never forwarded
     int arrivedUnconfirmed = 0;
-    int twice = 0; ///< passed on more than once
+    int twice = 0; ///< forwarded more than once
 };
 
 Counts publishWhileTheBrokerIsKilled(int qos) {
@@ -121,7 +121,7 @@ Counts publishWhileTheBrokerIsKilled(int qos) {
         std::thread killing([&] {
             while (sentNow < beforeEachKill(qos))
                 std::this_thread::yield();
-            broker.kill(); // in the midst of a message
+            broker.kill(); // while a message is being sent
         });
         for (;;) {
             const std::string message = std::to_string(++counts.sent);
@@ -134,7 +134,7 @@ Counts publishWhileTheBrokerIsKilled(int qos) {
         killing.join();
         std::map<std::string, int> now;
         watcher->readToTheEnd(now);
-        // What one connection carries comes in order, and without a gap.
+        // One connection delivers messages in order and without gaps.
         for (std::size_t i = 0; qos == 0 && i < now.size(); ++i)
             EXPECT_EQ(1U, now.count(std::to_string(first + static_cast<int>(i))));
         for (const auto& [message, count] : now)
@@ -146,7 +146,7 @@ Counts publishWhileTheBrokerIsKilled(int qos) {
     EXPECT_TRUE(mqtt.send("t", "last", qos, 0));
     confirmed.insert("last");
     ++counts.sent;
-    broker.stop(); // passes on what it has first
+    broker.stop(); // forwards its messages before it ends
     watcher->readToTheEnd(passedOn);
     counts.confirmed = static_cast<int>(confirmed.size());
     for (const std::string& message : confirmed)
@@ -169,7 +169,7 @@ TEST(BrokerKilled, Qos0ConfirmsWhatIsLostAndSendsNothingTwice) {
     const Counts counts = publishWhileTheBrokerIsKilled(0);
     EXPECT_EQ(0, counts.twice);
     EXPECT_EQ(0, counts.arrivedUnconfirmed);
-    EXPECT_EQ(kKills, counts.sent - counts.confirmed); // when the lost connection shows
+    EXPECT_EQ(kKills, counts.sent - counts.confirmed); // the send() that saw the connection lost
     EXPECT_GT(counts.lost, 0);
     EXPECT_LT(counts.lost, counts.confirmed);
 }
@@ -177,7 +177,7 @@ TEST(BrokerKilled, Qos0ConfirmsWhatIsLostAndSendsNothingTwice) {
 TEST(BrokerKilled, Qos1LosesNothingConfirmedAndSendsAtMostOneTwiceForEachKill) {
     const Counts counts = publishWhileTheBrokerIsKilled(1);
     EXPECT_EQ(0, counts.lost);
-    EXPECT_EQ(kKills, counts.sent - counts.confirmed); // the message of the moment
+    EXPECT_EQ(kKills, counts.sent - counts.confirmed); // the message that was being sent
     EXPECT_LE(counts.arrivedUnconfirmed, kKills);
     EXPECT_LE(counts.twice, kKills);
 }

@@ -1,5 +1,5 @@
-// Descriptors and processes used up. Each test has them used up by itself, and sees what every
-// class does then and afterwards, when there are some again.
+// Descriptors and processes used up. Each test checks a class while there are none, and again after
+// some are free.
 
 #include "CapturedOutput.h"
 #include "FakePrograms.h"
@@ -57,13 +57,13 @@ using support::TempDir;
 
 void report(const std::string& what) { std::cout << "fault: " << what << std::endl; }
 
-/// Uses up all descriptors but `spare` while it lives.
+/// Uses up all descriptors but `spare` while an object exists.
 class NoDescriptors {
 public:
     explicit NoDescriptors(int spare = 0) {
         rlimit limit = {};
         getrlimit(RLIMIT_NOFILE, &limit);
-        limit.rlim_cur = 64; // opening thousands takes long
+        limit.rlim_cur = 64; // opening thousands takes a long time
         setrlimit(RLIMIT_NOFILE, &limit);
         for (int made; (made = open("/dev/null", O_RDONLY | O_CLOEXEC)) != -1;)
             taken_.push_back(made);
@@ -84,7 +84,7 @@ private:
     std::vector<int> taken_;
 };
 
-/// What `action` gives and prints with no descriptor left: captured beforehand, as that needs some.
+/// What `action` prints with no descriptor left. The capture opens its files before that.
 struct Printed {
     std::string out;
     std::string errors;
@@ -115,7 +115,7 @@ TEST(NoDescriptors, LoggerThrowsUntilThereIsOne) {
 TEST(NoDescriptors, ProgramRunsButItsOutputIsNotRead) {
     int status = -2;
     std::string output;
-    // The pipe fails unseen; the program writes where the caller does.
+    // The failure of pipe() is not detected. The program writes to the caller's output.
     const Printed printed =
         withoutDescriptors([&] { output = NQ_Popen::execute("echo", {"lost"}, status); });
     EXPECT_EQ("", output);
@@ -255,14 +255,14 @@ TEST(NoDescriptors, ServerRefusesUntilThereIsOneAndLosesNoClient) {
                                 "Some error on kvr::api::com::NQ_Sockets::loop\n"
                                 "Error accepting socket connection\n\n";
     {
-        // The accept() that waits has its descriptor already.
+        // The waiting accept() has reserved its descriptor already.
         NoDescriptors none(2);
         const int first = connectTo(path);
         const int second = connectTo(path);
         ASSERT_NE(-1, second);
         sendText(second, "kept");
-        sendText(first, ""); // ends the connection, whose descriptors stay
-        EXPECT_TRUE(output.waitFor(refused + refused)); // again and again, without a pause
+        sendText(first, ""); // ends the connection; its descriptors stay open
+        EXPECT_TRUE(output.waitFor(refused + refused)); // repeatedly, without a pause
         none.giveBack(1);
         EXPECT_TRUE(output.waitFor("Received:kept\n"));
         stop = true;
@@ -278,10 +278,10 @@ TEST(NoDescriptors, ServerRefusesUntilThereIsOneAndLosesNoClient) {
 
 namespace {
 
-/// The user of this process may have no further process and no further thread. For a forked copy:
-/// there is no way back.
+/// Forbids this process's user any further process or thread. Only for a forked copy, because it
+/// cannot be undone.
 void useUpProcesses() {
-    // Root is not limited.
+    // Root has no such limit.
     if (geteuid() == 0) {
         ASSERT_EQ(0, setresuid(65533, 65533, 65533)) << std::strerror(errno);
     }
@@ -314,10 +314,10 @@ TEST(NoProcesses, ExecuteEndsTheProcess) {
 }
 
 TEST(NoProcesses, ShellCommandsAreNotRun) {
-    NQ_Logger::instance(); // beforehand: the file belongs to another user
+    NQ_Logger::instance(); // opened first, because the file belongs to another user
     const support::ForkedChild child = withoutProcesses([] {
         EXPECT_THROW(NQ_Popen::executeInsecure("echo"), std::runtime_error);
-        // What the C library's system() gives: musl the first, glibc the second.
+        // The result of the C library's system(): -1 with musl, 127 * 256 with glibc.
         EXPECT_THAT(NQ_System::runScript("echo"), testing::AnyOf(-1, 127 * 256));
         EXPECT_EQ(0, NQ_System::getProcIdByName("any"));
         kvr::api::mng::NQ_UBUS section;
@@ -356,5 +356,5 @@ TEST(NoProcesses, AutoMountIsNotMade) {
     const support::ForkedChild child = withoutProcesses(
         [] { EXPECT_THROW(kvr::api::AutoMount("tavo-none", "/tmp"), std::system_error); });
     EXPECT_EQ(0, child.status) << child.output;
-    EXPECT_EQ("AutoMount(PARS)\n", child.output); // and no destructor's lines
+    EXPECT_EQ("AutoMount(PARS)\n", child.output); // the destructor must not print its lines
 }

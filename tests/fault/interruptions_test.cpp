@@ -1,5 +1,5 @@
-// Signals without end: each class while its thread is interrupted about a thousand times a second by a
-// handler that restarts nothing.
+// Endless signals: each class while a handler without SA_RESTART interrupts its thread about a
+// thousand times a second.
 
 #include "SignalStorm.h"
 
@@ -56,8 +56,8 @@ std::string lines(int count) {
 
 } // namespace
 
-// The reading ends where it is interrupted, as the loop of fgets() does. The program then writes to
-// nobody and ends by SIGPIPE.
+// Reading ends at the interruption, as a loop of fgets() does. The program's next write then ends
+// it by SIGPIPE.
 TEST(SignalStorm, ExecuteGivesTheOutputUpToTheInterruption) {
     const std::string whole = lines(300);
     int cut = 0;
@@ -69,7 +69,7 @@ TEST(SignalStorm, ExecuteGivesTheOutputUpToTheInterruption) {
         EXPECT_THAT(status, testing::AnyOf(0, SIGPIPE));
         cut += output != whole;
     }
-    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)); // nothing is left of any of them
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)); // no child is left
     report("NQ_Popen::execute: 40 programs, " + std::to_string(cut) +
            " outputs cut, every status known, no zombie");
 }
@@ -177,7 +177,7 @@ TEST(SignalStorm, WatcherSeesEveryEvent) {
 
 namespace {
 
-/// A server in a thread of its own, whose waits can be interrupted one by one.
+/// A server in its own thread, whose blocking calls can be interrupted one by one.
 class Server : kvr::api::iot::Observer<NQ_Sockets> {
 public:
     Server() : output_(std::make_unique<support::CapturedOutput>()), server_(name_.c_str()) {
@@ -201,7 +201,8 @@ public:
         return made;
     }
 
-    /// Sends a signal, and another one only when that came before the call and interrupted nothing.
+    /// Sends a signal. Sends another one only if the first came before the call and interrupted
+    /// nothing.
     void interruptUntil(const std::string& expected) {
         for (int i = 0; i < 10 && output_->text() != expected; ++i) {
             pthread_kill(thread_.native_handle(), SIGUSR1);

@@ -1,9 +1,8 @@
 // Memory that runs out in every class: each allocation of a representative operation fails, in a
-// process of its own.
+// new process.
 //
-// Where a dependency does not survive, its name stands in the outcome. A trial that starts a
-// program has the forked copy run out of memory as well, up to the point where it becomes the
-// program.
+// If a dependency crashes, the outcome names it. In a trial that starts a program, allocations of
+// the forked copy fail too, until it executes the program.
 
 #include "FailingMemory.h"
 
@@ -58,9 +57,9 @@ namespace {
 
 const std::string kDocument = R"({"config":"network","values":{"ipaddr":"10.0.0.1","x":""},)"
                               R"("l":[1,2.5,"three",true]})";
-const std::string kLong(100, 'x'); // no string holds it without an allocation
+const std::string kLong(100, 'x'); // too long to be stored without an allocation
 
-/// What json-c made of the document: all of it, or what is left of it.
+/// Describes what json-c parsed: the whole document, or how much of it.
 std::string verdictOn(const NQ_JSON& json, const Memory& memory) {
     static const std::string whole = NQ_JSON(kDocument).asString();
     if (json.getObj() == nullptr)
@@ -68,9 +67,10 @@ std::string verdictOn(const NQ_JSON& json, const Memory& memory) {
     return json.asString() == whole ? "whole" : "json-c: without a member or an element";
 }
 
-// OpenSSL keeps the texts of its errors, which it loads with the first one.
+// OpenSSL loads the texts of its errors at the first error and keeps them.
 const std::string kErrorTexts = "std::bad_alloc (memory kept)";
-// What json-c makes of too little memory. It reports nothing of it, so neither can the library.
+// Outcomes of json-c with too little memory. json-c does not report these failures, so the library
+// cannot either.
 const std::set<std::string> kParsing = {"no value", "no value (memory kept)", "no value, reported",
                                         "json-c: without a member or an element (memory kept)",
                                         "signal 11 in libjson-c"};
@@ -165,7 +165,7 @@ TEST(OutOfMemory, Texts) {
         memory.recover();
         return text + std::to_string(back.tv_sec);
     });
-    // The stream has failed then. It is not standard input, so the call does not return.
+    // The stream fails. It is not standard input, so the call does not return.
     exhaust("NQ_Stream, another stream", kLong + "|" + kLong, {"hangs"}, [](Memory& memory) {
         std::istringstream in("\n" + kLong + "\n");
         memory.giveUpAfter(500);
@@ -239,7 +239,7 @@ struct Counter : kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 };
 
 void sendTwoMessages(const std::string& path, bool& stop, const Memory& memory) {
-    // Not to the constructor's socket, which the loop makes unreachable.
+    // Not to the constructor's socket, which becomes unreachable when the loop binds its own.
     EXPECT_TRUE(support::eventually(
         [&] { return memory.printed().find("Waiting for a connection") != std::string::npos; }));
     const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -261,7 +261,7 @@ void sendTwoMessages(const std::string& path, bool& stop, const Memory& memory) 
 TEST(OutOfMemory, Sockets) {
     using kvr::api::com::NQ_Sockets;
     const std::string name = "tavo-memory-" + std::to_string(getpid());
-    // The listening sockets of the constructor and of the loop, and the client's, are never closed.
+    // The listening sockets of constructor and loop, and the client's socket, are never closed.
     exhaust("NQ_Sockets()", " (1 descriptors kept)",
             {"Some error on kvr::api::com::NQ_Sockets::NQ_Sockets|"}, [&](Memory& memory) {
                 memory.fail();
@@ -286,7 +286,7 @@ TEST(OutOfMemory, Sockets) {
     (void)unlink(("/tmp/socketDDS/" + name).c_str());
 }
 
-// Paho ends the process where it has no memory for a client, also while it connects.
+// Paho ends the process when it has no memory for a client, also during a connect.
 TEST(OutOfMemory, Mqtt) {
     using kvr::api::com::NQ_Mqtt;
     const std::string made = "tcp://127.0.0.1:1883";
@@ -303,8 +303,8 @@ TEST(OutOfMemory, Mqtt) {
             });
 }
 
-// The status is the raw one: 13 for a program that nobody reads, 127 * 256 for one that could not
-// be started.
+// The status is the raw one: 13 (SIGPIPE) if nobody reads the program's output, 127 * 256 if it
+// could not be started.
 TEST(OutOfMemory, Programs) {
     const std::string printed = "0:" + kLong + "|";
     const std::set<std::string> others = {
@@ -329,7 +329,7 @@ TEST(OutOfMemory, Programs) {
         int pid = -2;
         const std::string write = "w";
         memory.fail();
-        FILE* const stream = popen2("cat", {kLong}, write, pid); // a file that is not there
+        FILE* const stream = popen2("cat", {kLong}, write, pid); // cat fails: no such file
         memory.recover();
         if (pid == 0)
             _exit(127); // as every direct caller must
@@ -338,7 +338,7 @@ TEST(OutOfMemory, Programs) {
         return (made ? "" : "null ") + std::to_string(status);
     });
     std::set<std::string> onThread = others;
-    onThread.insert({"terminate", // what the thread throws, nobody can catch
+    onThread.insert({"terminate", // nobody can catch what the thread throws
                      "exception: Resource temporarily unavailable"});
     exhaust("NQ_Popen::executeNonblock", printed, onThread, [](Memory& memory) {
         std::string text;
@@ -352,7 +352,7 @@ TEST(OutOfMemory, Programs) {
                 ended.set_value_at_thread_exit(status);
             });
         const int status = ended.get_future().get();
-        EXPECT_TRUE(support::threadsFallBackTo(1)); // its task is gone then as well
+        EXPECT_TRUE(support::threadsFallBackTo(1)); // its entry in /proc is gone, too
         return std::to_string(status) + ":" + text;
     });
 }
@@ -363,7 +363,7 @@ TEST(OutOfMemory, Files) {
     (void)!mkdir((directory / "d").c_str(), 0755);
     support::writeFile(directory / "d/b", kLong);
     exhaust("NQ_FileUtils::getFilesFromDir", "2",
-            {"0", "1"}, // a directory that cannot be opened is reported, and contributes nothing
+            {"0", "1"}, // a directory that cannot be opened is reported and adds nothing
             [&](Memory& memory) {
                 memory.fail();
                 const std::size_t count =
@@ -528,7 +528,7 @@ TEST(OutOfMemory, Watching) {
         memory.recover();
         support::writeFile(file, "");
         memory.fail();
-        while (!seen.stop) // a stop before the loop has begun would be lost
+        while (!seen.stop) // a stop before the loop starts would have no effect
             usleep(1000);
         memory.recover();
         runner.stopWatcher();
@@ -543,7 +543,7 @@ TEST(OutOfMemory, AutoMount) {
             [](Memory& memory) {
                 static bool mounted;
                 mounted = false;
-                // Never destroyed: its thread may not have come to its loop yet.
+                // Never destroyed: its thread may not have reached its loop yet.
                 static auto* const object = new kvr::api::AutoMount(
                     "tavo-none", "/tmp", [] { mounted = true; }, [] {});
                 const std::size_t before = memory.printed().size();
@@ -557,7 +557,7 @@ TEST(OutOfMemory, AutoMount) {
 TEST(OutOfMemory, Cryptography) {
     using kvr::api::crypto::NQ_Base64;
     using kvr::api::crypto::NQ_Crypto;
-    // Every failure of OpenSSL ends the process, which the class does itself.
+    // On any failure of OpenSSL the class ends the process.
     exhaust("NQ_Crypto", "32" + kLong.substr(0, 20), {"signal 6 in libtavo"}, [](Memory& memory) {
         std::vector<std::string> parts = {kLong, kLong};
         unsigned char plain[32] = "xxxxxxxxxxxxxxxxxxxx";

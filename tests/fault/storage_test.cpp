@@ -1,8 +1,8 @@
-// A disk without room, and one that cannot be written to: a small file system over a directory, in
-// a mount namespace of each test's own.
+// A full disk and a read-only disk: a small file system over a directory, in each test's own mount
+// namespace.
 //
-// No class reports a failed write. What the expectations hold is what is on the disk afterwards:
-// always the beginning of what was to be written, and never anything else.
+// No class reports a failed write. The tests check the content on the disk afterwards: always the
+// beginning of what was to be written, and nothing else.
 
 #include "CapturedOutput.h"
 #include "ForkedChild.h"
@@ -40,9 +40,9 @@ using support::inPrivateMounts;
 using support::readFile;
 using support::writeFile;
 
-constexpr std::size_t kRoom = 65536; // of the small disk, in whole pages
+constexpr std::size_t kRoom = 65536; // the size of the small disk, in whole pages
 
-/// A text that shows where it was cut.
+/// Returns a text whose content shows where it was cut.
 std::string numbers(std::size_t size) {
     std::string text;
     for (int i = 0; text.size() < size; ++i)
@@ -70,7 +70,7 @@ std::string linesUpTo(int count) {
     return text;
 }
 
-/// For the table of all faults.
+/// Prints a line for the table of all faults.
 void report(const std::string& what) { std::cout << "fault: " << what << std::endl; }
 
 } // namespace
@@ -84,7 +84,7 @@ TEST(FullDisk, LoggerKeepsTheLinesThatFitAndLosesTheRestSilently) {
         const std::string kept = readFile(NQ_Logger::kLogFileName);
         EXPECT_EQ(kRoom, kept.size());
         EXPECT_EQ(linesUpTo(kLines).substr(0, kRoom), kept);
-        // The stream has failed for good: later lines are lost with room as well.
+        // The stream has failed for good: it loses later lines even when there is space again.
         remount(0, "size=1m");
         logLine(kLines);
         EXPECT_EQ(kept, readFile(NQ_Logger::kLogFileName));
@@ -117,7 +117,7 @@ TEST(FullDisk, PlacingEmptiesTheOldFileAndWritesTheBeginning) {
             support::printedBy([&] { config.init("app", "", "cfg", "file", content, isBase64); });
             writeFile("/tmp/app/cfg/file", "the old content");
             makeSmall();
-            EXPECT_TRUE(config.applyConfig()); // as ever
+            EXPECT_TRUE(config.applyConfig()); // reports success as always
             EXPECT_EQ(text.substr(0, kRoom), readFile("/tmp/app/cfg/file"));
             std::filesystem::remove_all("/tmp/app");
         }
@@ -201,7 +201,7 @@ TEST(ReadOnlyDisk, PlacingMakesNoDirectory) {
         const std::string words =
             "AppID:app\nAgentID:\nGot Content:content\nCreating directory:/tmp/app/cfg\n";
         EXPECT_EQ(words, child.output.substr(0, words.size()));
-        EXPECT_NE(std::string::npos, child.output.find("Read-only file system")); // mkdir's own
+        EXPECT_NE(std::string::npos, child.output.find("Read-only file system")); // mkdir's message
         EXPECT_FALSE(exists("/tmp/app"));
     });
 }

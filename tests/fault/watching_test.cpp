@@ -1,4 +1,4 @@
-// More events than the kernel keeps, and a device that comes and goes all day.
+// More events than the kernel queues, and a device that is plugged and unplugged all day.
 
 #include "CapturedOutput.h"
 #include "Descriptors.h"
@@ -43,7 +43,7 @@ long mostQueued() {
     return most;
 }
 
-/// A watcher whose first callback waits until it is let go, so that the kernel's queue fills.
+/// A watcher whose first callback waits for `release`, so that the kernel's queue fills.
 class SlowWatcher {
 public:
     explicit SlowWatcher(const std::string& directory) {
@@ -80,7 +80,7 @@ private:
     std::thread thread_;
 };
 
-/// Events of which no two neighbours are alike, or the kernel would make one of them.
+/// Causes events of which no two neighbours are equal, because the kernel merges equal ones.
 void makeEvents(const std::string& directory, long count) {
     const std::string name = directory + "/file";
     for (long i = 0; i < count; i += 2) {
@@ -100,7 +100,7 @@ TEST(InotifyOverflow, QueuedEventsArriveTheRestIsLostAndTheWatchGoesOn) {
     const long made = mostQueued() + 2000;
     makeEvents(directory.path(), made);
     slow.release = true;
-    // The kernel's notice comes last, and no entry has its descriptor.
+    // The kernel's overflow record comes last, and no registration has its watch number.
     EXPECT_TRUE(eventually([&] { return slow.events == 1 + mostQueued(); })) << slow.events;
     support::writeFile(directory / "last", "");
     EXPECT_TRUE(eventually([&] { return slow.last.load(); }));
@@ -130,7 +130,7 @@ TEST(InotifyOverflow, EntryWhoseFileIsGoneReceivesTheKernelsNotice) {
     Notices notices;
     SlowWatcher slow(directory.path());
     slow.watcher.attachWatcher(Watcher(other / "gone", IN_MODIFY, noteNotice, &notices));
-    (void)unlink((other / "gone").c_str()); // the entry keeps -1 when the watches are made anew
+    (void)unlink((other / "gone").c_str()); // the rebuild leaves this entry with -1
     bool once = false;
     std::thread ending([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
