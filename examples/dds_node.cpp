@@ -1,5 +1,5 @@
-// Takes part in a DDS domain as an RMI client or server until it is told to end: the frame of a
-// program that offers or calls services.
+// Takes part in a DDS domain as an RMI client or server until a signal ends it. It is the frame of
+// a program that offers or calls services.
 
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
@@ -39,8 +39,8 @@ int parseDomain(const std::string& text) {
     return std::stoi(text);
 }
 
-/// Makes the domain the default one of this process, confined to the loopback interface. That has
-/// no multicast, so participants find each other by trying the ports of the machine one by one.
+/// Makes this domain the default one of the process, on the loopback interface only. Loopback has
+/// no multicast, so participants find each other by trying the machine's ports one by one.
 void useLocalDomain(int domain) {
     const std::string settings =
         "<Domain Id=\"" + std::to_string(domain) +
@@ -52,7 +52,7 @@ void useLocalDomain(int domain) {
     setenv("CYCLONEDDS_URI", settings.c_str(), 1);
 }
 
-/// The role: whether it is the client's.
+/// Returns whether the role is that of a client.
 bool parseOptions(int argc, char** argv) {
     static const option known[] = {
         {"local", required_argument, nullptr, 'l'},
@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
 
     program::waitForEnd(endSignals);
 
-    // A process that just ends stays in its peers' lists for some seconds more.
+    // Without this the process would stay in its peers' lists for some more seconds.
     if (!runtime.stopRUNTIME()) {
         std::fputs("dds_node: the DDS RMI runtime did not stop\n", stderr);
         return 1;

@@ -1,4 +1,4 @@
-// Prints what happens to files and directories, until it is told to end.
+// Prints what happens to files and directories, until a signal ends it.
 
 #include <kvr/api/FileSystemWatcher.h>
 
@@ -39,7 +39,7 @@ void parseOptions(int argc, char** argv) {
         program::usageError(self, "which PATH is to be watched?");
 }
 
-/// The library's callback. Without a directory entry in play, `name` means nothing.
+/// The library's callback. `name` is meaningful only for an entry of a directory.
 void printEvent(const Watcher& watcher, const std::string& name, unsigned int mask, void*) {
     for (const EventName& event : kEvents) {
         if ((mask & event.bit) == 0)
@@ -69,7 +69,8 @@ int main(int argc, char** argv) {
     std::puts("watching");
     std::fflush(stdout);
 
-    // With a flag of its own, unlike AsyncWatcherRunner, a stop before the loop begins is not lost.
+    // With a separate flag a stop before the loop begins is not lost. With AsyncWatcherRunner it
+    // would be.
     bool stop = false;
     std::thread watching([&] { watcher.run(stop); });
     program::waitForEnd(endSignals);

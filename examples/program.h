@@ -11,11 +11,11 @@
 #include <pthread.h>
 #include <signal.h>
 
-/// What the larger examples share and what has nothing to do with the library: messages, options
-/// and an orderly end by a signal.
+/// What the larger examples share: messages, options and an orderly end by a signal. None of it
+/// uses the library.
 namespace program {
 
-/// The program's name, as messages begin with it, and its help text.
+/// The program's name, with which messages begin, and its help text.
 struct Description {
     std::string name;
     const char* help;
@@ -40,21 +40,21 @@ struct Description {
     fail(program, problem + ": " + std::strerror(errno));
 }
 
-/// The next option as getopt_long() returns it, -1 behind the last. Carries out 'h', which stands
+/// Returns the next option as getopt_long() does, -1 after the last. Carries out 'h', which stands
 /// for --help, and ends the program for an option that is not in `known`.
 inline int nextOption(Description& program, int argc, char** argv, const option* known) {
-    argv[0] = &program.name[0]; // getopt_long() begins its messages with it
+    argv[0] = &program.name[0]; // begins the messages of getopt_long()
     const int found = getopt_long(argc, argv, "", known, nullptr);
     if (found == 'h') {
         std::fputs(program.help, stdout);
         std::exit(0);
     }
     if (found == '?')
-        usageError(program, ""); // getopt_long() has printed what is wrong
+        usageError(program, ""); // getopt_long() has printed the reason
     return found;
 }
 
-/// Parses the options of a program that knows --help alone. Leaves the arguments from `optind` on.
+/// Parses the options of a program that has only --help. Leaves the arguments from `optind` on.
 inline void parseHelpOnly(Description& program, int argc, char** argv) {
     static const option known[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
     while (nextOption(program, argc, argv, known) != -1) {
@@ -67,8 +67,9 @@ inline void say(const std::string& line) {
     std::fflush(stdout);
 }
 
-/// SIGTERM and SIGINT, blocked for this thread and those that it starts from now on: call it before
-/// the first thread is started, also by the library. Programs that it starts inherit the mask.
+/// Blocks SIGTERM and SIGINT for this thread and those that it starts from now on, and returns
+/// them. Call it before the first thread is started, also by the library. Programs that it starts
+/// inherit the mask.
 inline sigset_t blockEndSignals() {
     sigset_t signals;
     sigemptyset(&signals);

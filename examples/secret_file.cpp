@@ -1,9 +1,9 @@
-// Encrypts and decrypts a file with a key that both ends derive from texts they know.
+// Encrypts and decrypts a file with a key that both ends derive from texts that both have.
 //
-// The trap that this example shows a way around: a key that does not fit, or a damaged file, does
-// not make NQ_Crypto::decrypt() return an error. OpenSSL finds the padding of the last block wrong,
-// and the class ABORTS THE PROCESS. A program that cannot be sure of its data therefore decrypts in
-// a forked child, and looks at how that ended.
+// This example shows a way around a trap. With a wrong key or a damaged file, NQ_Crypto::decrypt()
+// returns no error. OpenSSL finds the padding of the last block wrong, and the class ABORTS THE
+// PROCESS. A program that cannot be sure of its data must therefore decrypt in a forked child and
+// check how the child ended.
 
 #include <kvr/api/crypto/NQ_Crypto.h>
 
@@ -45,11 +45,11 @@ program::Description self = {
     "\n"
     "Exit status: 0 done, 1 failed, 2 usage error.\n"};
 
-/// Stands before the content, encrypted with it. The padding alone does not tell every wrong key:
-/// one in some 256 leaves one that looks right.
+/// Precedes the content and is encrypted with it. The padding alone does not reveal every wrong
+/// key: about one in 256 leaves padding that looks right.
 const std::string kMarker = "tavo secret file\n";
 
-/// Room for the marker and the padding stays below what an int counts.
+/// Leaves room for the marker and the padding within the range of an int.
 constexpr std::size_t kLargestFile = std::numeric_limits<int>::max() - 64u;
 
 std::string readAll(const std::string& path) {
@@ -60,7 +60,8 @@ std::string readAll(const std::string& path) {
     char piece[4096];
     while (const std::size_t length = std::fread(piece, 1, sizeof piece, stream.get()))
         content.append(piece, length);
-    // A directory can be opened, but not read. Not every library's streams tell that from its end.
+    // A directory can be opened, but not read. Not every C++ library's streams report that as an
+    // error.
     if (std::ferror(stream.get()) != 0)
         program::failWithReason(self, path);
     if (content.size() > kLargestFile)
@@ -84,7 +85,7 @@ std::vector<std::string> linesOf(const std::string& path) {
     return lines;
 }
 
-// The new file beside OUTPUT, which takes its place when all is written.
+// The new file beside OUTPUT, which replaces it when everything is written.
 char partFile[4096] = "";
 
 void removePartFile() {
@@ -103,7 +104,7 @@ int createPartFile(const std::string& output) {
     const std::string path = output + ".part";
     if (path.size() >= sizeof partFile)
         program::fail(self, output + ": the name is too long");
-    // None may come between making the file and noting that there is one to remove.
+    // No signal may arrive between creating the file and recording its name.
     sigset_t ending;
     sigemptyset(&ending);
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
@@ -148,13 +149,15 @@ std::string encrypted(NQ_Crypto& crypto, std::string plain) {
     return cipher;
 }
 
-/// The child's part: never returns. Ends with status 0 when the whole content is written, 1 when it
-/// cannot be, and 3 when what came out was not encrypted by this program; an abort tells the rest.
+/// The child's part: never returns. Ends with status 0 when the whole content is written, and with
+/// 1 when it cannot be. Ends with 3 when the decrypted text lacks the marker. With any other wrong
+/// input the process aborts.
 [[noreturn]] void decryptInto(int file, NQ_Crypto& crypto, std::string cipher) {
     const rlimit none = {0, 0};
-    setrlimit(RLIMIT_CORE, &none); // an expected end leaves no memory image, with the key in it
+    // The expected abort must leave no core file, which would hold the key.
+    setrlimit(RLIMIT_CORE, &none);
     std::string plain(cipher.size(), '\0');
-    // OpenSSL's own words about a wrong key would only confuse; the parent says it better.
+    // OpenSSL's message about a wrong key would only confuse. The parent reports it.
     if (std::freopen("/dev/null", "w", stderr) == nullptr)
         _exit(1);
     const int length =

@@ -1,4 +1,4 @@
-// A program that its supervisor talks to by lines on standard input and output.
+// A program that exchanges lines with its supervisor on standard input and output.
 //
 // The reader echoes every line that is not empty, and the answer follows:
 //
@@ -6,8 +6,8 @@
 //     ping                 ping
 //                          = pong
 //
-// Two things that a program around StdInReader has to take care of itself are shown: the end of the
-// input, at which the reader turns at full speed until it is stopped, and signals.
+// It shows two things that a program must do itself around StdInReader. It must stop the reader at
+// the end of the input, where the reader otherwise loops at full speed, and handle signals.
 
 #include <kvr/api/StdInReader.h>
 #include <kvr/api/datetime/NQ_Time.h>
@@ -58,10 +58,10 @@ public:
 
     void update(StdInReader* reader) override {
         std::string line = reader->getLastLine();
-        if (!line.empty() && line.back() == '\r') // the reader leaves it to us
+        if (!line.empty() && line.back() == '\r') // the reader does not remove it
             line.pop_back();
         std::cout << "= " << answer(line) << std::endl;
-        if (!std::cout) // nobody listens any more
+        if (!std::cout) // the supervisor no longer reads
             stop_ = true;
     }
 
@@ -86,8 +86,8 @@ private:
     bool& stop_; // the loop's flag
 };
 
-/// Sets the loop's flag, on a thread of its own, when the supervisor has hung up and all of its
-/// lines are read, or when a signal asks for the end.
+/// Sets the loop's flag from a separate thread. It does so when the supervisor has closed its end
+/// and all of its lines are read, or when a signal requests the end.
 class Watch {
 public:
     explicit Watch(bool& stop) : stop_(stop) {
@@ -95,7 +95,8 @@ public:
         sigemptyset(&signals);
         sigaddset(&signals, SIGTERM);
         sigaddset(&signals, SIGINT);
-        // Before the thread starts, so that it inherits this: the signals only show in signals_.
+        // Before the thread starts, so that it inherits the mask. The signals then only arrive
+        // through signals_.
         pthread_sigmask(SIG_BLOCK, &signals, nullptr);
         signals_ = signalfd(-1, &signals, SFD_CLOEXEC);
         end_ = eventfd(0, EFD_CLOEXEC);
@@ -117,14 +118,15 @@ public:
 
 private:
     void run() {
-        // Of standard input only the hang-up is waited for; that of a pipe needs no asking.
+        // Waits only for the hang-up of standard input. POLLRDHUP asks for that of a socket; that
+        // of a pipe is always reported.
         pollfd entries[] = {{STDIN_FILENO, POLLRDHUP, 0}, {signals_, POLLIN, 0}, {end_, POLLIN, 0}};
         while (poll(entries, 3, -1) == -1) {
             if (errno != EINTR)
                 return;
         }
-        // The C library reads ahead, so the pipe may be empty while lines wait in memory. It meets
-        // the end when it has handed out all of them.
+        // The C library reads ahead, so the pipe may be empty while lines wait in memory. feof() is
+        // true when all of them have been read.
         if (entries[1].revents == 0 && entries[2].revents == 0) {
             while (!std::feof(stdin) && poll(&entries[1], 2, 10) == 0) {
             }
@@ -142,7 +144,7 @@ void requirePipe() {
     struct stat input = {};
     if (fstat(STDIN_FILENO, &input) != 0)
         program::failWithReason(self, "standard input");
-    // The end of a file or a terminal cannot be told from a line that has arrived.
+    // For the end of a file, or of input at a terminal, poll() reports no hang-up.
     if (!S_ISFIFO(input.st_mode) && !S_ISSOCK(input.st_mode))
         program::fail(self,
                       "standard input is neither a pipe nor a socket (by hand: cat | supervised)");
@@ -155,7 +157,7 @@ int main(int argc, char** argv) {
     if (optind != argc)
         program::usageError(self, "unexpected argument '" + std::string(argv[optind]) + "'");
     requirePipe();
-    std::signal(SIGPIPE, SIG_IGN); // a supervisor that is gone shows as a failed stream
+    std::signal(SIGPIPE, SIG_IGN); // std::cout fails when the supervisor has ended
 
     bool stop = false;
     StdInReader reader;

@@ -82,7 +82,7 @@ bool publishReadings(NQ_Mqtt& mqtt, const std::string& topic) {
            publish("bin1", NQ_Gpio::getBin1());
 }
 
-/// Runs until `keepGoing` is cleared. A broker that goes away is waited for.
+/// Runs until `keepGoing` is cleared. Waits for a broker that cannot be reached.
 void publishUntilToldToEnd(const Options& options, bool& keepGoing) {
     NQ_Mqtt mqtt(options.host, "telemetry-" + options.topic);
     mqtt.setConnOpts(options.port, "", "", 5, 1, 20, 1, 1);
@@ -94,7 +94,7 @@ void publishUntilToldToEnd(const Options& options, bool& keepGoing) {
             kvr::api::datetime::NQ_Time::delay(1000);
         NQ_Gpio::setLedWan(kvr::api::sys::GPIO_OFF);
         if (!keepGoing) {
-            // The broker publishes the will only for a client that vanishes.
+            // After an orderly disconnect the broker does not publish the will.
             mqtt.send(options.topic + "/state", "offline", 1, 1);
             return;
         }
@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
     const Options options = parseOptions(argc, argv);
     const sigset_t endSignals = program::blockEndSignals();
 
-    bool keepGoing = true; // plain, as connect() takes it; read at the latest a second after
+    bool keepGoing = true; // a plain bool, as connect() takes it; read within a second
     std::thread publishing([&] { publishUntilToldToEnd(options, keepGoing); });
     program::waitForEnd(endSignals);
     keepGoing = false;

@@ -1,4 +1,4 @@
-// Mounts a removable device whenever it is plugged in, and tells what is on it.
+// Mounts a removable device whenever it is plugged in, and prints what is on it.
 
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/datetime/NQ_Time.h>
@@ -32,7 +32,7 @@ bool isHarmless(const std::string& name, const char* more) {
     return !name.empty() && name[0] != '-' && name.find_first_not_of(allowed) == std::string::npos;
 }
 
-/// Leaves the device at `optind`, and the directory behind it.
+/// Leaves the device at `optind`, and the directory after it.
 void parseOptions(int argc, char** argv) {
     program::parseHelpOnly(self, argc, argv);
     if (argc - optind != 2)
@@ -52,8 +52,8 @@ int main(int argc, char** argv) {
     const sigset_t endSignals = program::blockEndSignals();
 
     try {
-        // The callbacks run on the watching thread, save for a device there at the start or the
-        // end. An exception out of them would end the program.
+        // The callbacks run on the watching thread, except for a device that is present at the
+        // start or the end. They must not throw: that would end the program.
         const kvr::api::AutoMount media(
             device, directory,
             [&] {
@@ -64,8 +64,8 @@ int main(int argc, char** argv) {
             },
             [&] { program::say("usb_media: " + device + " is unmounted"); });
         program::waitForEnd(endSignals);
-        // An object destroyed right after its construction may hang: the stop of a thread that has
-        // not begun its loop is lost. A signal can be that early.
+        // An object destroyed right after its construction may hang: a stop is lost when the thread
+        // has not begun its loop. A signal can arrive that early.
         kvr::api::datetime::NQ_Time::delay(100);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "usb_media: %s\n", error.what());

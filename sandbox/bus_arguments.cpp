@@ -13,8 +13,8 @@ json_object* member(json_object* arguments, const char* key, json_type type) {
     return found && json_object_is_type(found, type) ? found : nullptr;
 }
 
-// The bus carries integers in 32 bits where they fit, otherwise in 64, and the daemon prints both
-// unsigned.
+// The bus carries integers in 32 bits where they fit, otherwise in 64. The daemon prints both as
+// unsigned numbers.
 std::string integer(std::int64_t value) {
     using Narrow = std::numeric_limits<std::int32_t>;
     if (value >= Narrow::min() && value <= Narrow::max())

@@ -1,13 +1,13 @@
-// The board's GPIO device for programs that run without a board: preloaded, it answers for
-// /dev/gpio from a text file of "name value" lines, which TAVO_GPIO_STATE names. Every other call
-// goes on to the C library.
+// The board's GPIO device for programs that run without a board. This library is preloaded and
+// serves /dev/gpio from a text file of "name value" lines, which TAVO_GPIO_STATE names. Every other
+// call is passed to the C library.
 //
 // Programs with glibc and with musl load the same file, since one environment reaches both: the
 // shells of this machine and what they start. So it needs no library by name and uses only what
 // every C library has, in a form that all of them share: no C++ library, no FILE macros, no stat().
 //
-// Everything is looked up anew in each call (the file may be edited or replaced meanwhile, and the
-// descriptor may have come from another program), so there is nothing to keep or to lock in here.
+// Every call reads the file again: it may have been edited or replaced, and the descriptor may come
+// from another program. So this library keeps no state and needs no lock in memory.
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -26,8 +26,8 @@
 
 namespace {
 
-// Name of the memory file that a program holds instead of the device. It tells the device from
-// other descriptors, also after dup, fork and exec.
+// Name of the memory file that a program has open instead of the device. It identifies the device's
+// descriptors, also after dup, fork and exec.
 const char kDeviceFile[] = "tavo-gpio";
 
 /// One request word of the board's driver: direction bits, type letter 'B', signal number.
@@ -67,7 +67,7 @@ bool isDevice(int descriptor) {
 
 int openDevice(int flags) {
     if (access(stateFile(), R_OK) != 0)
-        return -1; // a board without the device; errno tells why
+        return -1; // a board without the device; errno has the reason
     return memfd_create(kDeviceFile, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
 }
 
@@ -112,7 +112,7 @@ public:
     bool next() { return file_ != nullptr && getline(&line_, &room_, file_) >= 0; }
     /// With its newline, unless it is the last and has none.
     const char* text() const { return line_; }
-    /// Whether the line is "signal value", and with which value.
+    /// Returns whether the line is "signal value", and stores the value.
     bool isOf(const char* signal, long& value) const {
         const char* const name = line_ + std::strspn(line_, kBlanks);
         const std::size_t length = std::strcspn(name, kBlanks);
@@ -142,14 +142,15 @@ int readSignal(const char* signal) {
     while (state.next()) {
         if (!state.isOf(signal, value))
             continue;
-        // As for any system call: the kernel hands small negative results out as errors.
+        // As with any system call, the kernel returns small negative results as errors.
         return value < 0 && value > -4096 ? fail(static_cast<int>(-value))
                                           : static_cast<int>(value);
     }
     return fail(EIO); // the signal is not in the file
 }
 
-/// Copies the state with the signal's new value; whether the signal is in it and all was written.
+/// Copies the state with the signal's new value. Returns whether the signal is in it and everything
+/// was written.
 bool copyState(std::FILE* fresh, const char* signal, unsigned value) {
     StateLines state;
     bool found = false;
@@ -168,7 +169,7 @@ bool copyState(std::FILE* fresh, const char* signal, unsigned value) {
 
 int writeSignal(const char* signal, unsigned value) {
     const StateLock lock;
-    // By a rename, so that whoever looks never meets half a file.
+    // Replaced by a rename, so that a reader never sees half a file.
     char fresh[PATH_MAX];
     std::snprintf(fresh, sizeof fresh, "%s.new", stateFile());
     std::FILE* const file = std::fopen(fresh, "we");
@@ -192,14 +193,15 @@ int answer(std::uint32_t word, unsigned value) {
 
 } // namespace
 
-// An emulator sets LD_PRELOAD for the programs that it runs. What they start in turn may be for
-// this machine, which cannot load this file.
+// An emulator sets LD_PRELOAD for the programs that it runs. These may start programs of this
+// machine, which cannot load this file.
 __attribute__((constructor)) static void keepFromThisMachinesPrograms() {
     if (std::getenv("QEMU_SET_ENV") != nullptr)
         unsetenv("LD_PRELOAD");
 }
 
-// The permission bits are there only when a file may be made; passing a word too many does no harm.
+// The permission bits are passed only when a file may be created. Forwarding an unused argument
+// does no harm.
 #define FORWARDED_MODE(last)                                                                       \
     va_list arguments;                                                                             \
     va_start(arguments, last);                                                                     \
@@ -234,7 +236,8 @@ EXPORTED int openat64(int directory, const char* path, int flags, ...) {
     return next<int (*)(int, const char*, int, ...)>("openat64")(directory, path, flags, mode);
 }
 
-// What the compiler calls instead of open() when it checks the buffers and arguments of calls.
+// With checks of buffers and arguments (_FORTIFY_SOURCE), the compiler calls these instead of
+// open().
 EXPORTED int __open_2(const char* path, int flags) {
     if (isDevicePath(path))
         return openDevice(flags);
@@ -252,7 +255,7 @@ EXPORTED int ioctl(int descriptor, unsigned long request, ...) {
     va_start(arguments, request);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
-    // Callers who keep the request in an int hand it over sign-extended.
+    // Callers that keep the request in an int pass it sign-extended.
     const std::uint32_t word = static_cast<std::uint32_t>(request);
     const bool ofBoard = ((word >> 8) & 0xffU) == 'B';
     if (ofBoard && isDevice(descriptor))

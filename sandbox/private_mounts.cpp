@@ -3,9 +3,9 @@
  *
  *     private_mounts PROGRAM [ARGUMENT...]
  *
- * It also works for root in a changed root directory (chroot, schroot, pbuilder). There / is no mount
- * point, so that unshare cannot keep the new mounts from the host: the kernel takes that order only
- * at a mount point, and the one that holds / lies outside.
+ * It also works for root in a changed root directory (chroot, schroot, pbuilder). There / is no
+ * mount point, so unshare cannot keep the new mounts from the host. The kernel makes mounts private
+ * only at a mount point, and the one that holds / lies outside.
  */
 
 #include <cerrno>
@@ -31,8 +31,8 @@ bool isSame(const char* one, const char* other) {
            a.st_ino == b.st_ino;
 }
 
-/// Makes the working directory the root of the namespace, whatever the root of this process is:
-/// with a root below the working directory, nothing stops the way up.
+/// Makes the namespace's root the root and working directory of this process. Once the root is
+/// below the working directory, it no longer limits the way up.
 bool leaveRoot() {
     if (chdir("/") != 0 || chroot("usr") != 0)
         return false;
@@ -42,7 +42,7 @@ bool leaveRoot() {
     return chroot(".") == 0;
 }
 
-/// Gives the order at the root of the namespace, and comes back.
+/// Makes the mounts private at the root of the namespace, and returns to the process's root.
 bool makePrivateFromOutside() {
     const int root = open("/", O_PATH | O_DIRECTORY | O_CLOEXEC);
     const int here = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);

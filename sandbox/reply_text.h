@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-/// JSON text in the bus tool's layout: one tab per level, one member or element a line, or all in
+/// JSON text in the bus tool's layout: one tab per level, one member or element per line, or all in
 /// one line. `key` is empty for elements of an array.
 class ReplyText {
 public:

@@ -1,10 +1,10 @@
 /**
- * Runs a program as a child, then a second one that clears up, and ends with the status of the first.
+ * Runs a program as a child, then a second one that cleans up. Ends with the status of the first.
  *
  *     supervise CLEANUP [ARGUMENT...] -- PROGRAM [ARGUMENT...]
  *
- * The signals by which programs are told something go on to the program. A shell cannot do this:
- * bash loses the status of a child that ends in the same moment as a trapped signal arrives.
+ * Signals that are meant for the program are passed on to it. A shell cannot do this: bash loses
+ * the status of a child that ends at the moment when a trapped signal arrives.
  */
 
 #include <cerrno>
@@ -33,7 +33,8 @@ pid_t start(char** arguments, const sigset_t& mask) {
     _exit(kNoSandbox);
 }
 
-/// A terminal sends these to every process of its foreground group, so the program has got it too.
+/// A terminal sends these to every process of its foreground group, so the program has received it
+/// too.
 bool sentByTerminal(const siginfo_t& signal) {
     return (signal.si_signo == SIGINT || signal.si_signo == SIGQUIT) && signal.si_code == SI_KERNEL;
 }
@@ -65,7 +66,7 @@ int main(int argc, char** argv) {
     }
     argv[separator] = nullptr;
 
-    std::signal(SIGCHLD, SIG_DFL); // ignored, it would take the status away
+    std::signal(SIGCHLD, SIG_DFL); // if it were ignored, the status would be lost
     sigset_t awaited;
     sigset_t before;
     sigemptyset(&awaited);
@@ -80,7 +81,7 @@ int main(int argc, char** argv) {
         return kNoSandbox;
     }
     const int status = waitPassingSignalsOn(program, awaited);
-    // The signals stay blocked: nothing is to interrupt the clearing up.
+    // The signals stay blocked: nothing may interrupt the cleaning up.
     const pid_t cleanup = start(argv + 1, awaited);
     int cleaned = 0;
     if (cleanup < 0 || waitpid(cleanup, &cleaned, 0) != cleanup || asShellStatus(cleaned) != 0)

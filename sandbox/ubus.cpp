@@ -66,9 +66,9 @@ int failBriefly(const Tool& tool, Status status) {
     return static_cast<int>(status);
 }
 
-/// Reports a failed call. For scripts, that is when standard error is no terminal, the tool repeats
-/// the call, and the exit status is the number negated; its own check for wrong usage takes one of
-/// these for its own.
+/// Reports a failed call. For scripts, when standard error is no terminal, the tool prints the call
+/// too, and its exit status is the negated number. One of these numbers equals the tool's mark for
+/// wrong usage, so it then prints the usage as well.
 int fail(const Tool& tool, const std::vector<std::string>& arguments, Status status) {
     if (tool.terse || ::isatty(STDERR_FILENO) == 1)
         return failBriefly(tool, status);

@@ -78,7 +78,7 @@ void needComplete(const Subject& subject) {
         throw Error(Error::NotFound);
 }
 
-// --- what is there ------------------------------------------------------------------------------
+// --- commands that read --------------------------------------------------------------------------
 
 std::string valueOf(const Option& option, bool always, const Options& options) {
     if (!option.isList)
@@ -161,7 +161,7 @@ bool get(Subject& subject, const Store&, const Options& options) {
     return true;
 }
 
-// --- changes that wait for a commit --------------------------------------------------------------
+// --- commands that record a change ---------------------------------------------------------------
 
 void save(const Subject& subject, const Store& store, const std::optional<Change>& change) {
     if (change)
@@ -212,7 +212,7 @@ bool revert(Subject& subject, const Store& store, const Options&) {
 
 // --- the commands -------------------------------------------------------------------------------
 
-/// About one package, or about each in turn.
+/// A command about one package, or about each in turn.
 struct PackageCommand {
     const char* name;
     void (*run)(const Store&, const std::string& argument, const Options&);

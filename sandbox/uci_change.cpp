@@ -31,8 +31,8 @@ void setType(Package& package, const Target& target, const std::string& type) {
         package.add(type, target.name);
         return;
     }
-    // The platform makes the section anew when the type's length differs, and forgets then that it
-    // was anonymous: its generated name becomes a real one.
+    // When the type's length differs, the platform creates the section again. It is no longer
+    // anonymous then: its generated name becomes a real one.
     if (target.section->type.size() != type.size())
         target.section->anonymous = false;
     target.section->type = type;
@@ -219,7 +219,7 @@ std::vector<std::optional<Change>> parseChanges(const std::string& package,
             if (words.atLineEnd())
                 change = parseChange(package, std::move(word));
         } catch (const Error&) {
-            change.reset(); // the others count all the same
+            change.reset(); // the others remain valid
         }
         changes.push_back(std::move(change));
     }

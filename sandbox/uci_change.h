@@ -18,27 +18,27 @@ struct Change {
     std::optional<std::string> value; ///< a section's type; a list's position when deleting from it
 };
 
-// Each of these does one change to a package in memory and returns what to record, which is nothing
-// when everything was as asked for. They throw Error.
+// Each of these makes one change to a package in memory and returns the change to record. That is
+// nothing when the package already was as requested. They throw Error.
 
-/// An empty value deletes. Without an option it is the type of the section, which is made when
-/// missing.
+/// An empty value deletes the option. Without an option, the value is the type of the section,
+/// which is created when missing.
 std::optional<Change> set(Package& package, const Target& target, const std::string& value);
 Change addSection(Package& package, const std::string& type);
 Change addToList(const Target& target, const std::string& value);
-/// Deletes every element of that value.
+/// Deletes every element that has this value.
 std::optional<Change> deleteFromList(const Target& target, const std::string& value);
-/// `position` deletes that element of a list only; for all else it has no meaning.
+/// `position` is that of the one list element to delete. It is ignored for anything but a list.
 std::optional<Change> remove(Package& package, const Target& target,
                              const std::optional<std::string>& position = std::nullopt);
 Change rename(const Target& target, const std::optional<std::string>& name);
 
-/// Does a recorded change once more.
+/// Makes a recorded change again.
 void replay(const Change& change, Package& package);
 
 /// The change as the package's file of pending changes holds it, with the line end.
 std::string formatChange(const std::string& package, const Change& change);
-/// The changes in such a file; none in the place of one that cannot be read.
+/// The changes in such a file; an empty optional for each that cannot be read.
 std::vector<std::optional<Change>> parseChanges(const std::string& package,
                                                 const std::string& text);
 

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-/// How the configuration daemon turns the values of a call into changes.
+/// Turns the values of a call into changes, as the configuration daemon does.
 namespace uci {
 
-/// A package that a call changes. The changes count only when the whole call succeeds.
+/// A package that a call changes. The changes are recorded only when the whole call succeeds.
 struct Edit {
     Package package;
     std::vector<Change> changes;
@@ -25,7 +25,7 @@ Status setValue(Edit& edit, Section* section, const std::string& option, json_ob
 /// Gives an option a JSON value as the method add does: a list is appended to an earlier one.
 Status addValue(Edit& edit, Section* section, const std::string& option, json_object* value);
 
-/// Deletes the options that are there; the whole section when no list of options is given.
+/// Deletes the given options that exist, or the whole section when no list of options is given.
 Status removeOptions(Edit& edit, Section* section,
                      const std::optional<std::vector<std::string>>& options);
 

@@ -10,11 +10,12 @@ namespace uci {
 /// Why an operation failed; what() is the text that the tools print.
 class Error : public std::runtime_error {
 public:
-    /// The platform's own numbers; `uci add` ends with them.
+    /// The platform's numbers, with which `uci add` exits.
     enum Kind { InvalidArgument = 2, NotFound = 3, Io = 4, Parse = 5 };
 
     explicit Error(Kind kind);
-    /// A text that cannot be read, at that line (from 1) and byte (from 0, within the statement).
+    /// For a text that cannot be parsed, at that line (from 1) and byte (from 0, within the
+    /// statement).
     Error(const std::string& reason, std::size_t line, std::size_t byte);
 
     Kind kind() const { return kind_; }

@@ -42,7 +42,7 @@ private:
         return true;
     }
 
-    // The file's name counts, not this one.
+    // The package has the file's name. This one is ignored.
     void readPackage() {
         words_.enterArguments("package without name");
         const std::string name = needArgument();
@@ -108,7 +108,7 @@ private:
     std::size_t current_ = 0;
 };
 
-// The platform's hash of the type; the options are not known yet when it makes the name.
+// The platform makes the name from a hash of the type, since the options are not known yet.
 std::string generatedName(const Package& package, const std::string& type) {
     std::uint32_t hash = 5381;
     for (const char c : type)

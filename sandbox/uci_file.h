@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-/// UCI packages as they stand in files: the model, the reader and the writer.
+/// UCI packages in files: the model, the reader and the writer.
 namespace uci {
 
 struct Option {
@@ -31,7 +31,8 @@ struct Section {
 
 struct Package {
     std::vector<Section> sections;
-    /// Sections made so far, deleted ones included: numbers the names of anonymous sections.
+    /// Number of sections created so far, deleted ones included. It is part of the names of
+    /// anonymous sections.
     std::size_t counted = 0;
 
     /// The first section of that name.

@@ -17,7 +17,7 @@ namespace {
 
 using Type = std::optional<std::string>;
 
-/// How a method ends when it cannot do what it was asked.
+/// Ends a method that cannot do what was requested.
 struct Refusal {
     Status status;
 };
@@ -129,7 +129,7 @@ public:
             describe(package);
             return true;
         }
-        // What is missing is no error: the daemon answers nothing then.
+        // A missing section or option is no error: the daemon's reply is empty then.
         Section* const section = findSection(package, *name);
         if (!section)
             return false;
@@ -254,7 +254,7 @@ public:
     bool revert() {
         const std::string config = needText(arguments_, "config");
         refuseSession(arguments_);
-        store_.load(config); // it must be there, and readable
+        store_.load(config); // throws when it is missing or cannot be read
         store_.revert(config, std::nullopt, std::nullopt);
         return false;
     }
@@ -263,7 +263,7 @@ private:
     Type type() const { return bus::text(arguments_, "type"); }
     json_object* match() const { return bus::table(arguments_, "match"); }
 
-    /// The argument "section"; without it, "type" or "match" must say which sections are meant.
+    /// The argument "section". Without it, "type" or "match" must select the sections.
     std::optional<std::string> needFilter() const {
         std::optional<std::string> section = bus::text(arguments_, "section");
         if (!section && !type() && !match())
@@ -286,11 +286,11 @@ private:
             const std::vector<Change> pending = store_.load(package).pending;
             if (!pending.empty())
                 addChanges(reply_, package, pending);
-        } catch (const Error&) { // the other packages count all the same
+        } catch (const Error&) { // the other packages are listed all the same
         }
     }
 
-    /// The options that a delete is about; none for the whole section.
+    /// The options to delete; none for the whole section.
     std::optional<std::vector<std::string>> optionsToDelete() const {
         if (json_object* const array = bus::array(arguments_, "options")) {
             std::vector<std::string> names;

@@ -8,7 +8,8 @@
 
 namespace uci {
 
-/// A text such as network.lan.ipaddr=10.0.0.1, as commands and pending changes name things.
+/// A text such as network.lan.ipaddr=10.0.0.1, by which commands and pending changes name their
+/// subject.
 struct Path {
     std::string package;
     std::optional<std::string> section; ///< any text, also "@type[index]"
@@ -19,7 +20,7 @@ struct Path {
 /// Throws Error when a part cannot be a name.
 Path parsePath(const std::string& text);
 
-/// A section or an option of a package, there already or to be made.
+/// A section or an option of a package, existing or to be created.
 struct Target {
     Section* section = nullptr; ///< null when the package has none of that name
     std::string name;           ///< the section's
@@ -27,7 +28,7 @@ struct Target {
 
     /// Null when the target names no option, or a missing one.
     Option* existingOption() const;
-    /// Whether everything that is named is there.
+    /// Whether everything that is named exists.
     bool isComplete() const;
 };
 

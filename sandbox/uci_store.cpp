@@ -44,7 +44,7 @@ void write(const std::string& path, std::ios::openmode mode, const std::string& 
         throw Error(Error::Io);
 }
 
-// By a rename, so that a reader never meets half a file. A symbolic link stays one.
+// Replaces the file by a rename, so that a reader never sees half of it. A symbolic link stays one.
 void replaceContent(const std::string& path, const std::string& content) {
     std::error_code failure;
     const fs::path target = fs::canonical(path, failure);
@@ -62,7 +62,7 @@ void replaceContent(const std::string& path, const std::string& content) {
     }
 }
 
-// New files and directories get the rights of those in the directory of packages.
+// New files and directories get the same permissions as those in the directory of packages.
 mode_t modeOf(const std::string& path, mode_t otherwise) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : otherwise;
@@ -107,7 +107,7 @@ std::vector<std::string> Store::packages() const {
 }
 
 Loaded Store::load(const std::string& package) const {
-    // The platform would take these for files elsewhere.
+    // The platform would use these as paths of other files.
     if (!package.empty() && (package.front() == '.' || package.front() == '/'))
         throw Error(Error::NotFound);
     if (!isPackageName(package))
@@ -152,7 +152,7 @@ void Store::revert(const std::string& package, const std::optional<std::string>&
     for (const std::optional<Change>& change :
          parseChanges(package, contentOrNothing(pendingFile(package)))) {
         if (!change)
-            return; // the platform gives up as well
+            return; // the platform stops here as well
         const bool matches =
             (!section || change->section == *section) && (!option || change->option == option);
         if (!matches)

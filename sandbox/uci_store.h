@@ -10,16 +10,16 @@
 
 namespace uci {
 
-/// A package as everybody sees it: its file with the pending changes on top.
+/// A package as readers see it: its file with the pending changes applied.
 struct Loaded {
     Package package;
     std::vector<Change> pending; ///< also those that no longer fit the file
     bool changed = false;        ///< whether at least one did fit
 };
 
-/// The packages of one gateway: a directory of files, and a directory with the changes to each of
-/// them that nobody has committed yet. `ubus` and `uci` are separate processes and meet here.
-/// Every function throws Error.
+/// The packages of one gateway: a directory of files, and a directory with the pending changes to
+/// each of them. `ubus` and `uci` are separate processes and share these files. Every function
+/// throws Error.
 class Store {
 public:
     Store(std::string configDirectory, std::string pendingDirectory);
@@ -28,7 +28,7 @@ public:
     /// and TAVO_UCI_PENDING_DIR name.
     static Store ofEnvironment();
 
-    /// False where no gateway is: there is no directory of packages at all.
+    /// False when there is no directory of packages, so that this is no gateway.
     bool isPresent() const;
     /// Sorted by name.
     std::vector<std::string> packages() const;
@@ -36,16 +36,16 @@ public:
     Loaded load(const std::string& package) const;
 
     void addPending(const std::string& package, const std::vector<Change>& changes) const;
-    /// Forgets the pending changes to a section or to an option of it; to the whole package
-    /// without.
+    /// Drops the pending changes to a section or to one of its options. Without a section, drops
+    /// all of the package.
     void revert(const std::string& package, const std::optional<std::string>& section,
                 const std::optional<std::string>& option) const;
     /// Writes the pending changes into the package's file; without one the file is not touched.
     void commit(const std::string& package) const;
 
-    /// Keeps other processes from changing anything while it lives. Readers need it as well:
-    /// between a commit's two steps, a package has the pending changes both in its file and beside
-    /// it, and a list would be read with its new elements twice.
+    /// While it exists, no other process can change anything. Readers need it as well. Between the
+    /// two steps of a commit, the pending changes are both in the package's file and beside it. A
+    /// reader would see a list's new elements twice.
     class Lock {
     public:
         explicit Lock(const Store& store);

@@ -67,7 +67,7 @@ void WordReader::skipSpace() {
         ++at_;
 }
 
-// Puts the next line of the text in place of what is left of this one.
+// Replaces the rest of this line by the next line of the text.
 void WordReader::fetchLine() {
     line_.resize(std::min(at_, line_.size()));
     const std::size_t end = text_.find('\n', next_);
@@ -80,7 +80,7 @@ void WordReader::fetchLine() {
         ++lineNumber_;
 }
 
-// Quoted and bare pieces that touch each other make one word: that is how a quote gets into a value
+// Adjacent quoted and bare pieces make one word. That is how a quote is written in a value
 // ('it'\''s').
 std::string WordReader::word() {
     const std::size_t begin = at_;
@@ -92,8 +92,9 @@ std::string WordReader::word() {
         } else if (c == '#') {
             line_.resize(at_);
         } else if (c == ';') {
-            // The platform ends the word in place, so that a bare one overwrites the semicolon: the
-            // rest of the line is lost. After quotes the word is shorter than its source.
+            // The platform writes the terminator into the text. That of a bare word overwrites the
+            // semicolon, and the rest of the line is lost. A quoted word is shorter than its
+            // source, so the semicolon remains.
             if (word.size() == at_ - begin)
                 line_.resize(at_);
             return word;

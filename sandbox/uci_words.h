@@ -7,7 +7,7 @@
 
 namespace uci {
 
-/// Cuts a package file, or a file of pending changes, into words, with the platform's rules for
+/// Splits a package file, or a file of pending changes, into words by the platform's rules for
 /// quotes, backslashes, comments and semicolons.
 class WordReader {
 public:
@@ -21,12 +21,12 @@ public:
     std::optional<std::string> keyword();
     /// Enters the arguments after the last keyword; fails with `reason` when the text ends there.
     void enterArguments(const char* reason);
-    /// The next argument; empty when there is none, and when it is an empty pair of quotes. A
-    /// quoted one may run on over the following lines.
+    /// The next argument. It is empty when there is none, and for an empty pair of quotes. A quoted
+    /// one may continue on the following lines.
     std::string argument();
 
     bool atLineEnd() const { return peek() == '\0'; }
-    /// Throws Error for the place reached.
+    /// Throws Error for the current position.
     [[noreturn]] void fail(const char* reason) const;
 
 private:
@@ -48,7 +48,7 @@ private:
 bool isName(const std::string& word);        ///< of an option or a section
 bool isTypeName(const std::string& word);    ///< of a section's type
 bool isPackageName(const std::string& word); ///< which is also the file's name
-/// Whether the word can stand in a pending change: no control characters but tab and line ends.
+/// Whether a pending change can hold the word: no control characters but tab and line ends.
 bool isValue(const std::string& word);
 
 /// The word between single quotes, as files hold it.

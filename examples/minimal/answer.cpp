@@ -1,4 +1,4 @@
-// Takes requests from a local socket and answers them over MQTT: the socket carries nothing back.
+// Receives requests on a local socket and answers them over MQTT, since the socket returns nothing.
 // Usage: answer [BROKER_PORT]
 
 #include <kvr/api/com/NQ_Mqtt.h>
@@ -16,7 +16,7 @@ public:
     void update(NQ_Sockets* server) override {
         const NQ_JSON request(server->getLastMessage());
         NQ_JSON answer;
-        answer.addKeyVal("id", request.get_json_string("id")); // the caller finds its answer by it
+        answer.addKeyVal("id", request.get_json_string("id")); // repeated for the caller
         answer.addKeyVal("result", "done");
         mqtt.send("minimal/answers", answer.asString(), 1, 0);
         stop = request.get_json_string("method") == "stop";

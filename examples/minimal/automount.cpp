@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
         return 2;
     const std::string directory = argv[2];
     try {
-        // The callbacks run on a thread of the object's own. They must not throw.
+        // The callbacks run on the object's thread. They must not throw.
         const kvr::api::AutoMount media(
             argv[1], directory,
             [&] { std::cout << NQ_FileUtils::getFilesFromDir(directory).size() << " entries\n"; },
@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
         std::getline(std::cin, line);
         // An object destroyed right after its construction may hang: give its thread time.
         kvr::api::datetime::NQ_Time::delay(1000);
-    } catch (const std::runtime_error& error) { // the directory cannot be made
+    } catch (const std::runtime_error& error) { // the directory cannot be created
         std::cerr << error.what() << '\n';
         return 1;
     }

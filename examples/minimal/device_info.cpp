@@ -9,7 +9,7 @@
 using kvr::api::sys::NQ_System;
 
 int main() {
-    if (NQ_System::appAlreadyRunning()) { // holds /tmp/device_info.pid as long as it runs
+    if (NQ_System::appAlreadyRunning()) { // locks /tmp/device_info.pid while it runs
         std::cerr << "already running\n";
         return 1;
     }

@@ -1,4 +1,4 @@
-// Encrypts a text, carries it as base64, and decrypts it.
+// Encrypts a text, converts it to base64 and back, and decrypts it.
 
 #include <kvr/api/crypto/NQ_Crypto.h>
 

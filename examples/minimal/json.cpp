@@ -21,7 +21,7 @@ int main() {
     report.addObjtoObj(report.getObj(), "ports", ports);
     NQ_JSON modem;
     modem.addKeyVal("operator", "Example");
-    // A tree that another handle keeps using needs a reference of its own.
+    // A tree that another handle keeps using needs one more reference.
     report.addObjtoObj(report.getObj(), "modem", json_object_get(modem.getObj()));
     std::cout << report.asString() << '\n';
 
@@ -31,7 +31,7 @@ int main() {
               << read.get_json_object("modem").get_json_string("operator") << '\n';
     for (int i = 0; i < read.json_object_array_len("ports"); ++i)
         std::cout << "port " << read.get_json_string_arrayID("ports", i) << '\n';
-    // The default for a missing number is 0: ask for the key, and for the type, where it matters.
+    // A missing number reads as 0. Check the key and the type where that matters.
     const NQ_JSON load = read.get_json_object("load");
     if (read.keyExists("load") && json_object_is_type(load.getObj(), json_type_double))
         std::cout << "load is a number\n";

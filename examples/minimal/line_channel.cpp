@@ -1,4 +1,5 @@
-// Obeys a supervising process that writes commands to standard input, one a line, until "stop".
+// Carries out commands that a supervising process writes to standard input, one per line, until
+// "stop".
 
 #include <kvr/api/StdInReader.h>
 #include <kvr/api/iot/Subject.h>

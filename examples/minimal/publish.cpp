@@ -23,6 +23,6 @@ int main(int argc, char** argv) {
         return 1;
     }
     const bool sent = mqtt.send("minimal/temperature", "21.5", 1, 0);
-    mqtt.send("minimal/state", "offline", 1, 1); // a client that says goodbye leaves no will
+    mqtt.send("minimal/state", "offline", 1, 1); // the will is not published after a disconnect
     return sent ? 0 : 1;
 }

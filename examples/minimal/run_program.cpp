@@ -11,7 +11,7 @@
 using kvr::api::file::NQ_Popen;
 
 int main() {
-    // Arguments reach the program as they are: this is the way for text from outside.
+    // Arguments reach the program unchanged: use this for text from outside.
     int status = 0;
     const std::string out = NQ_Popen::execute("echo", {"$HOME;", "a b"}, status);
     std::cout << out << "raw wait status " << status << '\n';

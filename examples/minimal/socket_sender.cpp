@@ -1,5 +1,5 @@
-// Sends its argument to socket_server.cpp: 4 bytes of length in host byte order, then the payload,
-// with one call.
+// Sends its argument to socket_server.cpp by one call: 4 bytes of length in host byte order, then
+// the payload.
 
 #include <cstdint>
 #include <cstdio>

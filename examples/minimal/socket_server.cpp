@@ -13,7 +13,7 @@ public:
     explicit Printer(bool& s) : stop(s) {}
     void update(NQ_Sockets* server) override {
         std::cout << "got \"" << server->getLastMessage() << "\"\n";
-        stop = server->getLastMessage() == "stop"; // looked at when the connection ends
+        stop = server->getLastMessage() == "stop"; // read when the connection ends
     }
 
 private:

@@ -11,8 +11,8 @@ using kvr::api::mng::NQ_UBUS;
 
 int main() {
     NQ_UBUS uci;
-    // Numbers are written as texts. A single quote would break the shell's command line: check what
-    // comes from outside first.
+    // Numbers are written as texts. A single quote would break the shell's command line: check text
+    // from outside first.
     uci.init(R"({"config":"network","section":"lan","type":"interface",)"
              R"("values":{"ipaddr":"192.168.7.1","mtu":"1400"}})");
     if (!uci.checkConfig()) // false for a text that is not JSON
