@@ -1,6 +1,6 @@
 #!/bin/sh
 # build_described.sh ARCHITECTURE SOURCE BUILD OUT: describes the binary interface of a release
-# build that carries debug information, for x86_64, armhf or arm64.
+# build with debug information, for x86_64, armhf or arm64.
 set -eu
 . "$(dirname "$0")/common.sh"
 

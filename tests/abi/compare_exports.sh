@@ -1,5 +1,5 @@
 #!/bin/sh
-# compare_exports.sh LIBRARY KEPT: compares what the library exports with the kept list.
+# compare_exports.sh LIBRARY KEPT: compares the library's exports with the recorded list.
 set -eu
 . "$(dirname "$0")/common.sh"
 

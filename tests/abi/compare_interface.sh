@@ -1,6 +1,6 @@
 #!/bin/sh
 # compare_interface.sh ARCHITECTURE SOURCE KEPT: builds the library with debug information and
-# compares its binary interface, types included, with the kept one.
+# compares its binary interface, types included, with the recorded one.
 set -eu
 . "$(dirname "$0")/common.sh"
 

@@ -1,6 +1,5 @@
-// What programs that were compiled against the headers have built in: sizes of objects, places of
-// the fields that they reach, and slots of virtual operations. A change of any of these needs a new
-// soname.
+// What programs compiled against the headers depend on: sizes of objects, offsets of fields that
+// they access, and slots of virtual functions. A change of any of these needs a new soname.
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/NQ_JsonRPC.h>
 #include <kvr/api/NQ_Stream.h>
@@ -26,7 +25,7 @@
 
 #include <sys/ioctl.h>
 
-// Strings and streams are those of GNU's library, which the kept numbers contain.
+// The recorded numbers include strings and streams of libstdc++.
 #if defined(__GLIBCXX__)
 
 using namespace kvr::api;
@@ -67,7 +66,7 @@ TEST(Layout, SizesOfObjectsStay) {
 }
 
 TEST(Layout, PublisherHoldsItsOwnFieldsAndPahosStructures) {
-    // Three of Paho's structures, whose sizes are Paho's matter, and its handle.
+    // Three of Paho's structures, whose sizes may change with Paho, and its handle.
     const std::size_t pahos = sizeof(MQTTClient_connectOptions) + sizeof(MQTTClient_willOptions) +
                               sizeof(MQTTClient_SSLOptions) + sizeof(MQTTClient);
     EXPECT_EQ(at(528, 404), sizeof(com::NQ_Mqtt) - pahos);
@@ -85,7 +84,7 @@ TEST(Layout, ClassesOfStaticOperationsHoldNothing) {
     EXPECT_EQ(sizeof(int), sizeof(sys::Gpio_State));
 }
 
-// offsetof() is only promised for simpler types, so the places are taken from an object.
+// offsetof() only supports simpler types, so this takes the offset from an object.
 template <class Object, class Field>
 std::size_t placeOf(const Object& object, Field Object::*field) {
     return static_cast<std::size_t>(reinterpret_cast<const char*>(&(object.*field)) -
@@ -145,7 +144,7 @@ TEST(Layout, FieldsOfThePublishersOptionsStay) {
 }
 
 TEST(Layout, VirtualOperationsKeepTheirSlots) {
-    // The destructor's two slots come first everywhere.
+    // The destructor's two slots always come first.
     EXPECT_EQ(2u, virtualSlot(&CallbackMethod::Call));
     EXPECT_EQ(3u, virtualSlot(&CallbackMethod::GetName));
     EXPECT_EQ(4u, virtualSlot(&CallbackMethod::GetDescription));
@@ -159,11 +158,12 @@ TEST(Layout, VirtualOperationsKeepTheirSlots) {
 }
 
 TEST(Layout, TypesOfThePlatformAreThoseOfTheInterface) {
-    // Times cross the interface in the form that the platform's library gives them by default.
+    // Times cross the interface in the platform's default representation.
     EXPECT_EQ(sizeof(long), sizeof(datetime::NQ_Time::timevaldiffMilli(timeval(), timeval())));
     EXPECT_EQ(at(16, 8), sizeof(timeval));
     EXPECT_EQ(at(8, 4), sizeof(long));
-    // The board's request words carry a size of 0 and a direction, in the same bits everywhere.
+    // The board's request words encode a size of 0 and a direction, in the same bits on all
+    // platforms.
     EXPECT_EQ(0x40004205u, static_cast<unsigned>(_IOC(_IOC_WRITE, 'B', 5, 0)));
     EXPECT_EQ(0x80004207u, static_cast<unsigned>(_IOC(_IOC_READ, 'B', 7, 0)));
 }

@@ -1,8 +1,8 @@
 #!/bin/sh
 # check_install.sh BUILD LIBDIR DDS VERSION
 #
-# Installs the build in BUILD into an empty place, component by component, compares the files with
-# what they ought to be, moves the tree and has the consumers use it from there.
+# Installs the build in BUILD into an empty directory, component by component, and compares the
+# files with the expected ones. Then moves the tree and builds the consumers against it.
 set -eu
 
 build=$1 libdir=$2 dds=$3 version=$4
@@ -37,7 +37,7 @@ listed "$work/development/opt/tavo" | sed 's/tavoTargets-[a-z]*\.cmake/tavoTarge
 } | if [ "$dds" = OFF ]; then grep -v '^include/kvr/api/mdw/'; else cat; fi | LC_ALL=C sort >"$work/expected"
 compare development
 
-# No file may lead back to where it was built.
+# No file may refer to the source or build tree.
 if grep -rIlF -e "$source" -e "$build" "$work/runtime" "$work/development" >&2; then
     echo "these files name the source or the build tree" >&2
     exit 1

@@ -1,6 +1,9 @@
-// An application as its author would write it, built against the installed library alone. One
-// object of each kind: a class with virtual operations, a static operation, a class that holds a
-// foreign type, a template, a global function, json-c's own functions for a document's handles.
+// An application as a user would write it, built only against the installed library. It uses one
+// feature of each kind:
+// - a class with virtual functions, and a static function
+// - a class that contains a type of another library
+// - a template, and a global function
+// - json-c's own functions for a document's handles
 #include <kvr/api/NQ_JsonRPC.h>
 #include <kvr/api/StdInReader.h>
 #include <kvr/api/com/NQ_Mqtt.h>

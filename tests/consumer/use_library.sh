@@ -1,9 +1,9 @@
 #!/bin/sh
 # use_library.sh ROOT PREFIX LIBDIR DDS VERSION
 #
-# Builds the two consumers, outside of every source and build tree, against the library installed
-# below ROOT/PREFIX, runs them and compares what they print. DDS is ON when the class
-# NQ_DDS_RMI_RUNTIME is to be there.
+# Builds the two consumers outside every source and build tree, against the library installed under
+# ROOT/PREFIX. Runs them and compares their output. DDS is ON when the class NQ_DDS_RMI_RUNTIME must
+# exist.
 set -eu
 
 root=$1 prefix=$2 libdir=$3 dds=$4 version=$5
@@ -23,9 +23,9 @@ DDS"
     defines=-DCONSUMER_EXPECTS_DDS
 fi
 
-# Of all libraries, a consumer is to ask for ours, for json-c, whose handles are part of our
-# interface, and the language's.
-export LDFLAGS="${LDFLAGS:-} -Wl,--no-as-needed" # what is linked is to show, used or not
+# A consumer must only need our library, json-c, whose handles are part of our interface, and the
+# language's libraries.
+export LDFLAGS="${LDFLAGS:-} -Wl,--no-as-needed" # shows every linked library, used or not
 run() {
     needed=$(readelf -d "$2" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
         grep -vE '^(libstdc\+\+|libc\+\+|libc\+\+abi|libunwind|libm|libgcc_s|libc|libpthread|ld-linux.*)\.so\.' || true)
@@ -48,8 +48,9 @@ export PKG_CONFIG_PATH="$root$prefix/$libdir/pkgconfig"
 make -s -C pkg_config OUT="$work/by-pkg-config" DEFINES="$defines"
 run pkg-config by-pkg-config/consumer
 
-# The version and the places that pkg-config names are those of this tree. Directories of the system
-# need no naming, and json-c's own file would add one in which its headers have too common names.
+# pkg-config must report this tree's version and directories. It must not report the system's
+# directories. It must not report json-c's own include directory either, whose header names are too
+# common.
 [ "$(pkg-config --modversion tavo)" = "$version" ] || { echo "tavo.pc names another version than $version" >&2; exit 1; }
 for flag in $(pkg-config --cflags --libs tavo); do
     case $flag in

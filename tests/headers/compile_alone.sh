@@ -1,9 +1,8 @@
 #!/bin/sh
 # compile_alone.sh HEADER|SOURCE COMPILER [FLAG...]
 #
-# Compiles a source that includes HEADER first and then once more, or SOURCE, a file of users' code,
-# as every C++ standard that the headers are meant for. Prints what the compiler says and fails when
-# any of them is refused.
+# Compiles a source that includes HEADER twice, or SOURCE, a file of user code, as every C++
+# standard that the headers support. Prints the compiler's messages. Fails if any compilation fails.
 set -eu
 
 compiled=$1

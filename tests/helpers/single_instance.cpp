@@ -1,5 +1,5 @@
-// Tells what a program learns about itself: its name, its directory, and whether another process of
-// it holds the lock. With the argument "hold" it then stays, and keeps the lock, until it is ended.
+// Prints the program's name, its directory, and whether another process of the same program holds
+// the lock. With the argument "hold" it then keeps the lock until it is killed.
 
 #include <kvr/api/sys/NQ_System.h>
 

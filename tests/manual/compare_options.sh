@@ -1,6 +1,6 @@
 #!/bin/sh
-# compare_options.sh PAGE PROGRAM...: the options of a manual page are those that PROGRAM --help
-# prints, with the same arguments.
+# compare_options.sh PAGE PROGRAM...: checks that the options of a manual page are those that
+# PROGRAM --help prints, with the same arguments.
 set -eu
 
 page=$1
@@ -8,10 +8,10 @@ shift
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# In a page an option begins a paragraph: .BI \-\-name " ARGUMENT" or .B \-\-name.
+# In the page, a paragraph begins with each option: .BI \-\-name " ARGUMENT" or .B \-\-name.
 sed -n 's/^\.BI\{0,1\} \(\\-\\-.*\)/\1/p' "$page" | sed 's/\\-/-/g; s/" \(.*\)"/\1/' |
     sort >"$work/page"
-# In the help it begins a line, and two blanks or the end of the line follow.
+# In the help text, a line begins with each option; two blanks or the end of the line follow.
 "$@" --help | sed -n 's/^  \(--[^ ]*\( [^ ]\{1,\}\)\{0,1\}\).*/\1/p' | sort >"$work/help"
 [ -s "$work/help" ] || { echo "the help lists no options" >&2; exit 1; }
 diff -u --label "$page" --label "help" "$work/page" "$work/help"

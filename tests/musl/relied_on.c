@@ -1,5 +1,6 @@
-/* The finer points of C functions that the library relies on and the standards leave open, or C libraries have been known to
- * differ in. scripts/check-musl builds this with musl and with the machine's own C library; exit status 0 when all hold. */
+/* Details of C functions that the library relies on, although standards leave them open or C
+ * libraries differ. scripts/check-musl builds this program with musl and with the machine's own C
+ * library. The exit status is 0 when all hold. */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <limits.h>
@@ -34,7 +35,7 @@ static void times(void) {
     HOLDS(strftime(text, 19, "%Y-%m-%dT%H:%M:%S", &parts) == 0);
     HOLDS(strcmp(asctime(gmtime(&thursday)), "Thu Jan  2 03:04:05 2020\n") == 0);
     if (sizeof(time_t) == 8) {
-        const time_t beyond = (time_t)LLONG_MAX; /* of a year that no int holds */
+        const time_t beyond = (time_t)LLONG_MAX; /* its year exceeds an int */
         HOLDS(gmtime_r(&beyond, &parts) == NULL);
     }
 
@@ -43,7 +44,7 @@ static void times(void) {
     HOLDS(strcmp(tzname[0], "XYZ") == 0);
 }
 
-/* NQ_Base64 encodes into a stream over the caller's buffer. */
+/* NQ_Base64 writes to a stream in the caller's buffer. */
 static void memoryStreams(void) {
     char buffer[9];
     memset(buffer, 'x', sizeof buffer);
@@ -65,7 +66,7 @@ static void processes(void) {
     HOLDS(strtoul(" 12 34\n", NULL, 10) == 12 && strtoul("\n", NULL, 10) == 0);
 }
 
-/* NQ_System asks by opening whether a directory is there; NQ_JSON may be given one to read. */
+/* NQ_System opens a directory to check that it exists; NQ_JSON may have to read one. */
 static void directories(void) {
     FILE* directory = fopen("/", "r");
     HOLDS(directory != NULL);

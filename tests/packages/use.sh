@@ -1,5 +1,5 @@
 #!/bin/sh
-# use.sh: uses the installed packages as their users would. Runs in a root that holds nothing else.
+# use.sh: uses the installed packages as users would, in a root directory with nothing else.
 set -eu
 
 fail() {
@@ -14,12 +14,12 @@ sh /consumer/use_library.sh "" /usr "lib/$triplet" ON \
 systemd-analyze verify --man=no /lib/systemd/system/tavo-agent.service || fail "the unit file is wrong"
 if systemctl is-enabled --quiet tavo-agent.service; then fail "the installation enabled the agent"; fi
 
-# The agent, the sender, the tools and the library are the installed ones.
+# Everything here is the installed version: the agent, tavo-rpc, the tools and the library.
 cat >/request.json <<'END'
 {"jsonrpc":"2.0","id":1,"method":"uci.apply","params":{"config":"network","section":"lan",
  "type":"interface","values":{"ipaddr":"192.168.7.1"},"restart":true}}
 END
-# tavo-rpc is tried until it has a response: the socket may exist before the agent serves it.
+# Repeats tavo-rpc until it gets a response: the socket may exist before the agent serves it.
 tavo-sandbox --root /gateway sh -c '
     tavo-agent demo >/dev/null & agent=$!
     for attempt in $(seq 50); do
@@ -33,7 +33,7 @@ grep -qx "	option ipaddr '192.168.7.1'" /gateway/etc/config/network || fail "the
 grep -qx 'network restart' /gateway/tmp/init.d.log || fail "the service was not restarted"
 echo "packages: an installed agent answered in the installed sandbox"
 
-# The manual pages can be shown, and removing the packages leaves nothing behind.
+# The manual pages are intact, and purging the packages leaves nothing behind.
 for page in man1/tavo-rpc.1.gz man1/tavo-sandbox.1.gz man8/tavo-agent.8.gz; do
     gzip -t "/usr/share/man/$page" || fail "no manual page $page"
 done

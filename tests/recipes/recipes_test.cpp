@@ -1,4 +1,4 @@
-// The programs of docs/recipes.md do what the page says.
+// The programs of docs/recipes.md behave as the page describes.
 
 #include "Broker.h"
 #include "PrivateMounts.h"
@@ -39,7 +39,7 @@ bool holds(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-/// A client of the server called "recipe" that connects and says nothing.
+/// A client of the server "recipe" that connects and sends nothing.
 class SilentClient {
 public:
     SilentClient() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
@@ -58,7 +58,7 @@ private:
     int socket_;
 };
 
-/// The recipe that ends the loop of a socket server, with a pipe to its standard input.
+/// The recipe that ends the loop of a socket server; the test holds a pipe to its standard input.
 class EndOfALoop : public testing::Test {
 protected:
     EndOfALoop() : pipe_(directory_ / "pipe") {
@@ -90,7 +90,8 @@ TEST(RecipeEndCleanly, EndsOnSigtermAfterItsWorkAndStartsProgramsWithoutBlockedS
     const TempDir directory;
     RunningProgram running({program("end_cleanly"), directory.path()});
     ASSERT_TRUE(eventually([&] { return holds(running.outSoFar(), "SigBlk"); }));
-    // The watcher's loop has begun once it reports an entry, so that its stop cannot be lost.
+    // A reported entry proves that the watcher's loop runs. A stop before that could have no
+    // effect.
     int entry = 0;
     ASSERT_TRUE(eventually([&] {
         support::writeFile(directory / std::to_string(++entry), "");
@@ -121,13 +122,13 @@ TEST(RecipeSurviveAbsence, NoReadingIsLostWhenTheBrokerIsAbsentInBetween) {
     broker.start();
     broker.keepFor("recipes", "recipe/reading");
     RunningProgram running({program("survive_absence"), std::to_string(broker.port())});
-    ASSERT_EQ(1u, broker.receive("recipe/reading", 1).size()); // it is publishing
+    ASSERT_EQ(1u, broker.receive("recipe/reading", 1).size()); // it publishes
     broker.stop();
     broker.start();
     const Ran ran = running.wait();
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ("0 readings are left\n", ran.out);
-    // A reading may have arrived twice.
+    // A reading may arrive twice.
     const std::vector<std::string> received = broker.receiveKept("recipes", "recipe/reading", 40);
     const std::set<std::string> different(received.begin(), received.end());
     EXPECT_EQ(20u, different.size());
@@ -153,5 +154,5 @@ TEST(RecipeLineChannel, AnswersItsCommandsAndEndsOnQuit) {
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(0u, ran.out.find("uptime\n"));
     EXPECT_THAT(ran.out, EndsWith("\nquit\n"));
-    EXPECT_EQ(5, std::count(ran.out.begin(), ran.out.end(), '\n')); // two commands, two answers
+    EXPECT_EQ(5, std::count(ran.out.begin(), ran.out.end(), '\n')); // "quit" has no answer
 }

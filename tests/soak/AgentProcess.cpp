@@ -19,7 +19,7 @@ std::string contentOf(const std::string& path) {
     return content.str();
 }
 
-/// Until `action` returns false.
+/// Calls `action` for each process until it returns false.
 void forEachProcess(const std::function<bool(const std::string& number)>& action) {
     std::error_code gone;
     for (const fs::directory_entry& entry : fs::directory_iterator("/proc", gone)) {
@@ -29,7 +29,7 @@ void forEachProcess(const std::function<bool(const std::string& number)>& action
     }
 }
 
-/// The number behind a key of /proc/PID/status.
+/// Returns the number after a key of /proc/PID/status.
 long numberOf(const std::string& status, const std::string& key) {
     const std::size_t at = status.find("\n" + key + ":");
     return at == std::string::npos ? 0 : std::stol(status.substr(at + key.size() + 2));

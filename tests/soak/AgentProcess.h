@@ -7,19 +7,19 @@
 
 namespace soak {
 
-/// What a process uses at one moment.
+/// The resources that a process uses at one moment.
 struct Usage {
     long residentKiB = 0;
     int descriptors = 0;
     int threads = 0;
 };
 
-/// The process of `program` that has `argument` in its command line; 0 when there is none.
+/// Returns the process of `program` that has `argument` in its command line, or 0.
 pid_t find(const std::string& program, const std::string& argument);
 
 Usage usageOf(pid_t process);
 
-/// Children that have ended and that nobody has waited for.
+/// Returns the number of ended children that have not been reaped.
 int zombiesOf(pid_t process);
 
 } // namespace soak

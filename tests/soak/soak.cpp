@@ -1,6 +1,9 @@
-// A management agent in a simulated gateway, under load for minutes: mixed requests, connections that
-// break off, clients that stay silent, a broker that is killed and restarted, services that restart, a
-// log at its limit. Prints a line every ten seconds, and at the end what was checked.
+// A management agent in a simulated gateway, under load for several minutes. The load consists of:
+// - mixed requests, connections that break off, and clients that stay silent
+// - a broker that is killed and restarted, and services that restart
+// - a log at its size limit
+//
+// Prints a line every ten seconds, and the checks and their results at the end.
 
 #include "AgentInSandbox.h"
 #include "AgentProcess.h"
@@ -38,12 +41,12 @@ using std::chrono::seconds;
 
 constexpr long kLogLimit = 65536;
 
-/// What the clients have done so far. Used by all threads.
+/// What the clients have done so far. All threads use it.
 class Tally {
 public:
     int newId() { return ++ids_; }
 
-    /// `code` is 0 for a result.
+    /// `code` is 0 for a result, otherwise the error's.
     void answered(int id, int code) {
         const std::lock_guard<std::mutex> lock(guard_);
         expected_.insert(id);
@@ -54,7 +57,7 @@ public:
         const std::lock_guard<std::mutex> lock(guard_);
         failures_.push_back(why);
     }
-    /// Sent whole, by a client that did not wait for the answer.
+    /// For a complete request whose client did not wait for the response.
     void leftAlone(int id) {
         const std::lock_guard<std::mutex> lock(guard_);
         expected_.insert(id);
@@ -94,14 +97,14 @@ private:
     std::atomic<int> restarts_{0};
     int answers_ = 0;
     std::map<int, int> codes_;
-    std::set<int> expected_; // ids that the agent's output must have, once each
+    std::set<int> expected_; // each must occur once in the agent's output
     std::vector<std::string> failures_;
 };
 
-/// Method and parameters of the mixed requests.
+/// Method and parameters of one of the mixed requests.
 struct Kind {
     const char* method;
-    const char* params; ///< NUMBER in it becomes another one each time
+    const char* params; ///< NUMBER stands for a number that changes
 };
 const Kind kKinds[] = {
     {"system.describe", "{}"},
@@ -132,7 +135,7 @@ std::string requestOf(const Kind& kind, int id) {
            R"(","params":)" + params + R"(,"answer":true})";
 }
 
-/// The id of a response, and its error's code or 0. False for anything else.
+/// Reads a response's id and its error code, or 0. Returns false for any other text.
 bool readResponse(const std::string& text, int& id, int& code) {
     json_object* const response = json_tokener_parse(text.c_str());
     json_object* member = nullptr;
@@ -178,8 +181,8 @@ private:
         support::eventually([&] { return over_.load(); }, time);
     }
 
-    /// Null when the load ends before the agent, which takes one client at a time, has room for this
-    /// one. A client that is refused comes again.
+    /// Connects a client, again after each refusal. Returns null when the load ends before the
+    /// agent, which serves one client at a time, accepts it.
     std::unique_ptr<Client> connected() {
         while (!over_) {
             try {
@@ -210,7 +213,7 @@ private:
     void breakOff() {
         pause(milliseconds(300));
         if (const auto client = connected()) {
-            client->sendRaw("\1\2"); // half a length
+            client->sendRaw("\1\2"); // half of the length field
             tally_.brokenOff();
         }
         if (const auto client = connected()) {
@@ -227,7 +230,7 @@ private:
     void staySilent() {
         pause(seconds(5));
         if (const auto client = connected()) {
-            client->receive(); // until the agent cuts this client off
+            client->receive(); // until the agent disconnects this client
             tally_.silent();
         }
     }
@@ -238,8 +241,8 @@ private:
     std::vector<std::thread> threads_;
 };
 
-/// Kills the broker every now and then. The kernel ends a broker with the thread that started it, so
-/// this is for the main thread.
+/// Kills the broker at intervals. Must run on the main thread, because the kernel ends a broker
+/// together with the thread that started it.
 class BrokerKiller {
 public:
     BrokerKiller(support::Broker& broker, Tally& tally) : broker_(broker), tally_(tally) {}
@@ -250,7 +253,7 @@ public:
     BrokerKiller(const BrokerKiller&) = delete;
     BrokerKiller& operator=(const BrokerKiller&) = delete;
 
-    /// To be called often.
+    /// Must be called often.
     void tick(Clock::time_point now) {
         if (now < next_)
             return;
@@ -283,7 +286,7 @@ std::string textOf(const soak::Usage& usage) {
            " threads";
 }
 
-/// Mean memory over a part of the run.
+/// The mean of samples from a part of the run.
 class Mean {
 public:
     void add(long value) {
@@ -304,7 +307,7 @@ void check(bool holds, const std::string& what) {
     failedChecks += holds ? 0 : 1;
 }
 
-/// Every id once, on the agent's standard output.
+/// Each expected id must occur once on the agent's standard output.
 void checkOutput(const AgentInSandbox& agent, const Tally& tally) {
     std::map<int, int> seen;
     int unreadable = 0;
@@ -330,7 +333,7 @@ void checkOutput(const AgentInSandbox& agent, const Tally& tally) {
 }
 
 soak::Usage idleUsage(pid_t process) {
-    // The last client's descriptor may be open for a moment longer.
+    // The last client's descriptor may stay open for a moment.
     soak::Usage usage = soak::usageOf(process);
     support::eventually(
         [&] {
@@ -386,7 +389,7 @@ int main(int argc, char** argv) {
     Mean early;
     Mean late;
     check(reachesBroker(agent, broker, tally), "responses reach the broker");
-    sendEachKind(agent, tally); // some open what they keep, such as the board's device
+    sendEachKind(agent, tally); // some allocate what they keep, such as the board's descriptor
     const soak::Usage before = idleUsage(process);
     std::cout << "at first: " << textOf(before) << std::endl;
 

@@ -1,4 +1,4 @@
-// The event masks come with the header, and registrations compare both ways.
+// The header provides the event masks, and registrations have both comparison operators.
 #include <kvr/api/FileSystemWatcher.h>
 
 #include <utility>

@@ -1,4 +1,4 @@
-// Every way in which users make one without naming a root.
+// Every way to create an object without naming a root.
 #include <kvr/api/mng/NQ_Config.h>
 
 using kvr::api::mng::NQ_Config;

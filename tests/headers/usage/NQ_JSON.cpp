@@ -1,5 +1,4 @@
-// json-c's functions for the handles come with the header, and the macros of its other headers do
-// not.
+// The header provides json-c's functions for the handles, but no macros of its other headers.
 #include <kvr/api/data/NQ_JSON.h>
 
 #if defined(MC_ERROR) || defined(JSON_C_VERSION) || defined(LH_PRIME)

@@ -1,4 +1,4 @@
-// Observers read the line where the reader keeps it.
+// Observers read the line from the reader's member.
 #include <kvr/api/StdInReader.h>
 
 class Listener : public kvr::api::iot::Observer<StdInReader> {

@@ -1,4 +1,4 @@
-// The version serves the preprocessor, as numbers, and the program, as a text.
+// The version is available as numbers for the preprocessor and as a text for the program.
 #include <kvr/api/version.h>
 
 #if TAVO_VERSION_MAJOR < 1 || TAVO_VERSION_MINOR < 0 || TAVO_VERSION_PATCH < 0
