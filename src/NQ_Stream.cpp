@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <streambuf>
 
 #include <poll.h>
 #include <unistd.h>
@@ -23,12 +24,13 @@ const std::istream* truthOf(const std::istream& stream) {
     return stream.fail() ? nullptr : &stream;
 }
 
-/// What the C library has read ahead from standard input, from which std::cin takes its characters.
+/// Characters that a buffer holds and nobody has taken yet.
 struct ReadAhead {
     const char* begin;
     std::size_t size;
 };
 
+// What the C library has read ahead from standard input, from which std::cin takes its characters.
 #if defined(TAVO_HAVE_FREADPTR) // the build found it: musl
 ReadAhead readAhead() {
     std::size_t size = 0;
@@ -49,13 +51,24 @@ ReadAhead readAhead() {
 }
 #endif
 
-/// Whether the next line can be taken from memory. poll(2) does not see it there.
-bool lineIsBuffered(std::istream& in) {
-    const ReadAhead ahead = readAhead();
-    if (ahead.size != 0 && std::memchr(ahead.begin, in.widen('\n'), ahead.size) != nullptr)
-        return true;
+/// Reaches what a stream's own buffer has read ahead: the accessors are protected.
+struct StreamBuffer : std::streambuf {
+    static ReadAhead readAhead(const std::streambuf& buffer) {
+        const char* const begin = (buffer.*&StreamBuffer::gptr)();
+        return {begin, static_cast<std::size_t>((buffer.*&StreamBuffer::egptr)() - begin)};
+    }
+};
+
+bool holds(const ReadAhead& ahead, char wanted) {
+    return ahead.size != 0 && std::memchr(ahead.begin, wanted, ahead.size) != nullptr;
+}
+
+/// Whether the next line can be taken from memory. poll(2) does not see it there. A part of a line
+/// does not count: reading it would block until the rest arrives, whatever the stop flag says.
+bool lineIsBuffered(const std::istream& in) {
+    const char newline = in.widen('\n');
     // After std::ios::sync_with_stdio(false), std::cin has a buffer of its own.
-    return in.rdbuf()->in_avail() > 0;
+    return holds(readAhead(), newline) || holds(StreamBuffer::readAhead(*in.rdbuf()), newline);
 }
 
 bool isReadableNow(pollfd& descriptor) {
@@ -64,7 +77,7 @@ bool isReadableNow(pollfd& descriptor) {
 }
 
 /// False when the wait was ended by `stop` or by an error.
-bool waitForStandardInput(std::istream& in, bool& stop) {
+bool waitForStandardInput(const std::istream& in, bool& stop) {
     static pollfd standardInput = {STDIN_FILENO, POLLIN, 0};
     // A buffered line is announced without delay. A failed stream has none.
     if (!in.fail() && lineIsBuffered(in) && !isReadableNow(standardInput))

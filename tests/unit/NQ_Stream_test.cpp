@@ -235,6 +235,30 @@ TEST(NQ_Stream, ABurstIsAnnouncedWithoutAWaitAlsoFromABufferOfTheStreamsOwn) {
     EXPECT_EQ(0, child.status) << child.output;
 }
 
+TEST(NQ_Stream, APartOfALineInABufferOfTheStreamsOwnDoesNotHideTheStopFlag) {
+    const support::ForkedChild child = support::inForkedChild([] {
+        alarm(60); // should the call block until the rest arrives
+        StandardInput input;
+        std::ios::sync_with_stdio(false);
+        bool stop = false;
+        input.write("a\nbe");
+        EXPECT_EQ("a", NQ_Stream::readOneLineStream(std::cin, stop));
+        EXPECT_EQ(0, input.unread());
+        {
+            const WatchedPolls polls([&](int) {
+                stop = true;
+                return 0;
+            });
+            EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
+            EXPECT_EQ(1, polls.count());
+            EXPECT_THAT(polls.looks(), IsEmpty());
+        }
+        input.write("gun\n");
+        EXPECT_EQ("begun", lineFromInput());
+    });
+    EXPECT_EQ(0, child.status) << child.output;
+}
+
 TEST(NQ_Stream, AClosedPipeIsWaitedForBeforeEveryLine) {
     StandardInput input;
     const WatchedPolls polls;
