@@ -211,7 +211,7 @@ TEST_F(ManyGateways, ShowProgressOnATerminal) {
     EXPECT_EQ(0, ran.status);
 }
 
-// A broker that is not the right one gets no request.
+// A wrong broker must not receive a request.
 
 TEST_F(ManyGateways, AreNotReachedThroughABrokerOfAnotherAuthority) {
     const Certificates others;

@@ -1,5 +1,5 @@
-// Remote requests, by MQTT over TLS: brokers that are away or are not the right one, the documented
-// access list, and the agent's options.
+// Remote requests, by MQTT over TLS: absent and wrong brokers, the documented access list, and the
+// agent's options.
 
 #include "FarAway.h"
 
@@ -81,7 +81,7 @@ TEST_F(FarAway, AProgramInProgressIsEndedWithTheAgent) {
     EXPECT_TRUE(hears(R"("raw_status":15,"exit_code":null,"signal":15)"));
 }
 
-// Brokers that are not the right one
+// Wrong brokers
 
 class Impostor : public FarAway {
 protected:

@@ -1,5 +1,5 @@
-// Remote requests, by MQTT over TLS: how the agent handles them. Brokers that are away or are not the
-// right one are in agent_remote_broker_test.cpp.
+// Remote requests, by MQTT over TLS: how the agent handles them. agent_remote_broker_test.cpp tests
+// absent and wrong brokers.
 
 #include "FarAway.h"
 
@@ -88,7 +88,7 @@ TEST_F(FarAway, TopicsBeginWithTheBaseThatIsGiven) {
     EXPECT_TRUE(hears("site7/gw/agent/response " + response + "\n"));
 }
 
-// What is published besides
+// Other publications
 
 TEST_F(FarAway, LocalResponsesAndTheStateArePublishedAsWithoutRequests) {
     AgentInSandbox& agent = start();
@@ -152,7 +152,7 @@ TEST(remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
                 testing::ElementsAre(topic + " 1 0 " + response));
 }
 
-// What is refused
+// Refusals
 
 TEST_F(FarAway, RetainedRequestsAreIgnoredAndLogged) {
     publish(kRequests + "cloud", kDescribe, {"-r"});

@@ -6,27 +6,27 @@
 
 namespace support {
 
-/// Calls of the C library that a test can script.
+/// Functions of the C library that a test can script.
 enum class Call { accept, bind, fdopen, fork, listen, pipe, popen, recv, socket, waitpid };
 
-/// Decides about each use of one C library function while the object exists. A test program that
+/// Decides about each call of one C library function while the object exists. A test program that
 /// uses this class replaces all these functions; without a script each calls the original. Only one
 /// script per function at a time.
 class ScriptedCall {
 public:
-    /// Runs on the calling thread just before the call. Receives the number of the use (1, 2, ...).
+    /// Runs on the calling thread just before the call and receives the call's number (1, 2, ...).
     /// Returns kPassOn, or the error number with which the call must fail.
     using Script = std::function<int(int)>;
     static constexpr int kPassOn = 0;
 
     ScriptedCall(Call call, Script script);
-    /// Fails each use with `error`.
+    /// Fails each call with `error`.
     ScriptedCall(Call call, int error);
     ~ScriptedCall();
     ScriptedCall(const ScriptedCall&) = delete;
     ScriptedCall& operator=(const ScriptedCall&) = delete;
 
-    /// Uses so far.
+    /// Calls so far.
     int count() const { return count_; }
 
     /// For the replacement functions: runs the script of `call`, if there is one. Returns true,

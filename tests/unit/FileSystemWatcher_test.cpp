@@ -352,7 +352,7 @@ TEST_F(FileSystemWatcherTest, DeletionItselfIsReportedBeforeTheReset) {
     watcher.attachWatcher(events.ofItself(path, IN_DELETE_SELF));
     removePath(path);
     drain(watcher);
-    EXPECT_THAT(events.seen, ElementsAre("400")); // the kernel's IN_IGNORED is not passed on
+    EXPECT_THAT(events.seen, ElementsAre("400")); // IN_IGNORED is not forwarded
 }
 
 TEST_F(FileSystemWatcherTest, OneShotWatchIsRenewedByTheReset) {

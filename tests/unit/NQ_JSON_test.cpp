@@ -218,7 +218,7 @@ TEST(NQ_JSON, SelfAssignmentDoesNothing) {
     EXPECT_EQ(&json, &(json = same));
     EXPECT_FALSE(lifetime.over());
     EXPECT_EQ("{ \"a\": 1 }", json.asString());
-    json = NQ_JSON(); // and the self-assignment did not raise the count
+    json = NQ_JSON(); // the self-assignment did not raise the count
     EXPECT_TRUE(lifetime.over());
 }
 

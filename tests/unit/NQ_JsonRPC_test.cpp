@@ -79,7 +79,7 @@ public:
 
     void rename(const std::string& name) { name_ = name; }
 
-    std::string id; ///< for the journal, when names repeat
+    std::string id; ///< distinguishes handlers of the same name in the journal
     bool answers = false;
     mutable int namesAsked = 0;
     const NQ_JSON* lastRequest = nullptr;

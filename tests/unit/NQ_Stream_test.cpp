@@ -237,7 +237,7 @@ TEST(NQ_Stream, ABurstIsAnnouncedWithoutAWaitAlsoFromABufferOfTheStreamsOwn) {
 
 TEST(NQ_Stream, APartOfALineInABufferOfTheStreamsOwnDoesNotHideTheStopFlag) {
     const support::ForkedChild child = support::inForkedChild([] {
-        alarm(60); // should the call block until the rest arrives
+        alarm(60); // ends the test if the call blocks for the rest
         StandardInput input;
         std::ios::sync_with_stdio(false);
         bool stop = false;
