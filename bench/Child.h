@@ -10,7 +10,8 @@
 
 namespace bench {
 
-/// A copy of this process that runs a function and ends; killed, if it still runs, with its object.
+/// A copy of this process that runs a function and ends. If it still runs, it is killed when the
+/// object is destroyed.
 class Child {
 public:
     template <class Function>

@@ -8,7 +8,7 @@
 
 namespace bench {
 
-/// A directory below the temporary one, removed with its object.
+/// A directory below the temporary one, removed when the object is destroyed.
 class TempDir {
 public:
     TempDir() : path_(std::filesystem::temp_directory_path() / "tavo-bench-XXXXXX") {

@@ -77,7 +77,7 @@ void addBase64(const Size& size) {
         size.repeat);
 }
 
-/// What both directions work on: a plain text with its cipher text, and room for either.
+/// The data of both directions: a plain text with its cipher text, and room for either.
 struct Buffers {
     explicit Buffers(std::size_t size) : plain(size, 'p'), secret(size + 16), room(size + 32) {
         secretLength =

@@ -59,7 +59,7 @@ std::shared_ptr<floor::Dispatcher> floorDispatcher(int count) {
     return dispatcher;
 }
 
-/// The dispatcher that a program with nlohmann-json would have: functions by name.
+/// The dispatcher of a program with nlohmann-json: functions by name.
 using Functions =
     std::map<std::string, std::function<bool(const nlohmann::json&, nlohmann::json&)>>;
 

@@ -5,7 +5,7 @@
 
 namespace bench {
 
-/// A request as an agent gets it, of about 200 bytes.
+/// A request to an agent, of about 200 bytes.
 const std::string& smallDocument();
 
 /// A list of 450 devices, of about 90 KB.

@@ -17,7 +17,7 @@ using kvr::api::file::NQ_FileUtils;
 constexpr int kFiles = 4000;
 constexpr std::size_t kCopied = 32 * 1024 * 1024;
 
-/// One directory for all sides and rounds, since it takes longer to make than to list.
+/// One directory for all sides and rounds, since making it takes longer than listing it.
 SharedDir manyFiles() {
     static const SharedDir made = [] {
         SharedDir directory = makeDir();

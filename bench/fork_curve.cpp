@@ -1,4 +1,5 @@
-// Prints, as JSON, how many milliseconds each way of starting a program takes by the memory that the caller has in use.
+// Prints, as JSON, how many milliseconds each way of starting a program takes, by the memory that
+// the caller has in use.
 #include <kvr/api/file/NQ_Files.h>
 
 #include <algorithm>

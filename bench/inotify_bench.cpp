@@ -31,7 +31,7 @@ void causeEvents(const TempDir& directory) {
             std::abort();
 }
 
-/// What a callback counts, and the flag that it sets at the last event.
+/// The number of events that a callback counts, and the flag that it sets at the last.
 struct Count {
     void event(const std::string& name) {
         benchmark::DoNotOptimize(name.data());
@@ -50,7 +50,7 @@ void floorCallback(const floor::Watch::Registration&, const std::string& name, u
     static_cast<Count*>(context)->event(name);
 }
 
-/// Large reads, and no text made of a name.
+/// Reads large blocks, and makes no text of a name.
 void drain(int descriptor) {
     static char buffer[65536] __attribute__((aligned(alignof(inotify_event))));
     for (int events = 0; events < kEvents;) {

@@ -24,7 +24,7 @@ constexpr const char* kNlohmann = "nlohmann-json";
 constexpr const char* kRapid = "RapidJSON";
 constexpr int kMembers = 10;
 
-/// One tree for both sides: how long json-c compares keys depends on their addresses.
+/// One tree for both sides: the time that json-c takes to compare keys depends on their addresses.
 json_object* sharedTree(const std::string& text) {
     static std::map<std::string, NQ_JSON> documents;
     return documents.try_emplace(text, text).first->second.getObj();

@@ -22,12 +22,12 @@ const std::string kLevel = "INFO";
 constexpr int kThreads = 8;
 constexpr int kLinesPerThread = 200;
 
-// Appends to the one file that the library has.
+// Appends to the library's only log file.
 NQ_Logger* libraryLog() { return NQ_Logger::instance(); }
 
 std::shared_ptr<floor::Log> floorLog() { return std::make_shared<floor::Log>("/tmp/log.floor"); }
 
-/// The same lines; flushed each as the library's are, or when its buffer is full.
+/// The same lines. Each is flushed, as the library's are, or only a full buffer is.
 std::shared_ptr<spdlog::logger> spdlogLog(bool flushed) {
     auto log = std::make_shared<spdlog::logger>(
         "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>("/tmp/log.spdlog"));

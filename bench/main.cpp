@@ -1,5 +1,5 @@
-// Runs operations of the library beside their floors and their peers. Options are those of Google Benchmark;
-// TAVO_BENCH_COUNT in the environment fixes the number of runs, for callgrind.
+// Runs operations of the library beside their floors and their peers. It takes the options of
+// Google Benchmark. TAVO_BENCH_COUNT in the environment fixes the number of runs, for callgrind.
 #include "measure.h"
 
 #include <cstdlib>

@@ -40,8 +40,8 @@ void enlist(const std::string& operation, const std::string& side, Repeat repeat
 /// Registers one side of an operation. `setUp` prepares the data and returns a callable that runs
 /// the operation once; the callable is destroyed after the last run.
 ///
-/// The first runs are not measured: they bind functions and fill caches. Under callgrind the counters
-/// are dumped under the name of the benchmark with its number of runs.
+/// The first runs are not measured: they bind functions and fill caches. Under callgrind the
+/// counters are dumped with the name of the benchmark and its number of runs.
 template <class SetUp>
 void add(const std::string& operation, const std::string& side, SetUp setUp, Repeat repeat = {}) {
     enlist(operation, side, repeat,
@@ -56,7 +56,7 @@ void add(const std::string& operation, const std::string& side, SetUp setUp, Rep
            });
 }
 
-/// What addPrepared() needs of one side: `prepare` is called before each `run`, and is not measured.
+/// One side for addPrepared(): `prepare` is called before each `run`, and is not measured.
 template <class Prepare, class Run>
 struct Steps {
     Prepare prepare;
@@ -65,7 +65,7 @@ struct Steps {
 template <class Prepare, class Run>
 Steps(Prepare, Run) -> Steps<Prepare, Run>;
 
-/// Like add(), for an operation whose input is used up by each run.
+/// Like add(), for an operation that consumes its input in each run.
 template <class SetUp>
 void addPrepared(const std::string& operation, const std::string& side, SetUp setUp,
                  Repeat repeat) {

@@ -45,7 +45,7 @@ int unusedPort() {
     return ntohs(address.sin_port);
 }
 
-/// A broker on a loopback port of its own.
+/// A broker on a free loopback port.
 class Broker {
 public:
     Broker() : port_(unusedPort()) {
@@ -77,7 +77,7 @@ private:
     std::unique_ptr<Child> child_;
 };
 
-/// Paho as its manual shows it.
+/// Paho used as in its manual.
 class Bare {
 public:
     explicit Bare(const std::string& uri) {

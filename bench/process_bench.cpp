@@ -27,7 +27,7 @@ using kvr::api::file::NQ_Popen;
 
 constexpr std::size_t kInUse = 200u << 20;
 
-/// A program with its arguments, and the same as one line for the shell.
+/// A program with its arguments, and the equivalent command line for the shell.
 struct Program {
     std::string command;
     std::vector<std::string> args;
@@ -44,7 +44,7 @@ std::shared_ptr<std::vector<char>> memory(std::size_t bytes) {
     return std::make_shared<std::vector<char>>(bytes, 'm');
 }
 
-/// What the plain ways have in common: large reads.
+/// Reads the output in large blocks, for the peers.
 std::string readAll(int descriptor) {
     std::string output;
     char buffer[16384];
@@ -94,8 +94,8 @@ void untilExit(const Start& start) {
     DoNotOptimize(exited.get_future().get());
 }
 
-/// One kind of run under all its sides. `makeProgram` gives the program and whatever must live as
-/// long.
+/// Registers one kind of run for all its sides. `makeProgram` returns the program and everything
+/// that must live as long.
 template <class MakeProgram>
 void addRuns(const std::string& kind, std::size_t inUse, MakeProgram makeProgram) {
     const Repeat repeat = {3, 10};
@@ -148,7 +148,7 @@ void addRuns(const std::string& kind, std::size_t inUse, MakeProgram makeProgram
     });
 }
 
-/// Prints a file, which lives as long.
+/// A program that prints a file, which exists as long as the object.
 struct Printer : Program {
     TempDir directory;
 };

@@ -30,7 +30,7 @@ sockaddr_un addressOf(const std::string& path) {
     return address;
 }
 
-/// Another process that sends all messages on one connection, each time that it is asked to.
+/// Another process that sends all messages on one connection, once for each request().
 class Client {
 public:
     Client(const std::string& path, std::size_t size) : path_(path) {
@@ -52,7 +52,7 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    /// Removes what an earlier server left, so that the client waits for the next one.
+    /// Removes the socket of an earlier server, so that the client waits for the next one.
     void request() const {
         unlink(path_.c_str());
         if (write(requests_[1], "", 1) != 1)
@@ -92,7 +92,7 @@ public:
     bool stop = false;
 };
 
-/// The transport alone: the same messages received, nothing printed.
+/// The transport alone: receives the same messages and prints nothing.
 void receiveSilently(const std::string& path) {
     const sockaddr_un address = addressOf(path);
     const int server = socket(AF_UNIX, SOCK_STREAM, 0);

@@ -15,7 +15,7 @@ namespace {
 
 int lines() { return counting() ? 5000 : 100000; }
 
-/// A pipe in the place of standard input, with another process that writes all lines into it.
+/// Replaces standard input by a pipe, into which another process writes all lines.
 class Input {
 public:
     Input() {

@@ -18,7 +18,7 @@ BoundedMemory::~BoundedMemory() { bounded = false; }
 
 } // namespace fuzzing
 
-// In front of the sanitizer's, which would end the run instead of throwing.
+// Replaces the sanitizer's operator, which would end the run instead of throwing.
 void* operator new(std::size_t size) {
     void* const memory = bounded && size > kLimit ? nullptr : std::malloc(size);
     if (memory == nullptr)

@@ -3,13 +3,13 @@
 
 namespace fuzzing {
 
-/// While it lives, the machine is one on which 1 MiB is too much to ask for: `operator new` throws.
+/// While it exists, `operator new` throws for more than 1 MiB, as on a machine with little memory.
 ///
-/// A length prefix announces up to 4 GiB, and a server that is handed one allocates all of it
-/// before it looks at the payload: a fuzzer would do little else than fill memory with zeros.
-/// Refused, such a message takes the way that it takes on a board without that much memory.
-/// Neither a limit on the process's address space nor libFuzzer's own on allocations would do: the
-/// sanitizer's shadow exceeds the first, and the second ends the run.
+/// A length prefix announces up to 4 GiB, and the server allocates all of it before it reads the
+/// payload. The fuzzer would spend its time on filling memory with zeros. When the allocation
+/// fails, the message is handled as on a board without that much memory. Other limits do not help:
+/// the sanitizer's shadow memory exceeds any limit of the address space, and libFuzzer's limit ends
+/// the run.
 class BoundedMemory {
 public:
     BoundedMemory();

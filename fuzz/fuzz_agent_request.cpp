@@ -1,6 +1,6 @@
-// Any bytes as a message to tavo-agent: all of its request path, from the text to the commands that
-// the library makes of it. No command is run: the calls that would run one are replaced, and look at
-// what they are given.
+// Any bytes as a message to tavo-agent: its whole path, from the text to the commands that the
+// library makes of it. No command is run: the calls that would run one are replaced, and check
+// their arguments.
 #include "Log.h"
 #include "rpc/Dispatcher.h"
 #include "rpc/RequestHandler.h"
@@ -25,8 +25,8 @@ namespace {
 const std::string kSection = R"({ "values": { ".anonymous": false, ".type": "interface", )"
                              R"(".name": "lan", "proto": "static", "dns": [ "1.1.1.1" ] } })";
 
-/// A command line is safe when everything outside single quotes is of the plain characters that the
-/// library's own command lines consist of: nothing from the message reaches the shell otherwise.
+/// A command line is safe when everything outside of single quotes consists of the plain characters
+/// of the library's own command lines. Nothing else from the message may reach the shell.
 bool isSafe(const std::string& command) {
     const char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./@ ";
     bool quoted = false;
@@ -47,7 +47,7 @@ bool isSafe(const std::string& command) {
 
 } // namespace
 
-// In front of the C library's, for the agent and the library under test.
+// Replace the C library's functions for the agent and the library under test.
 extern "C" {
 
 int system(const char* command) {
@@ -62,7 +62,7 @@ void syslog(int, const char*, ...) {}
 
 namespace agent {
 
-// In place of the log's file.
+// Replaces the log file.
 void logInfo(const std::string& text) {
     fuzzing::require(text.find('\n') == std::string::npos, "a line of the log is one line");
 }

@@ -1,4 +1,4 @@
-// Any bytes as what fw_printenv, ubus, pidof or a shell's command prints. No program is started:
+// Any bytes as the output of fw_printenv, ubus, pidof or a shell's command. No program is started:
 // the calls that would start one are replaced, and the pipe holds the bytes.
 #include <kvr/api/file/NQ_Files.h>
 #include <kvr/api/mng/NQ_UBUS.h>
@@ -23,13 +23,13 @@ using kvr::api::sys::NQ_System;
 
 namespace {
 
-/// The one input, while the library may ask for it.
+/// The input, while the library may read it.
 const std::string* printed = nullptr;
 int commandsRun = 0;
 
 } // namespace
 
-// In front of the C library's, for the library under test.
+// Replace the C library's functions for the library under test.
 extern "C" {
 
 FILE* popen(const char*, const char*) {

@@ -1,6 +1,6 @@
-// Any bytes as what a supervising process writes to a program's standard input.
+// Any bytes that a supervising process writes to a program's standard input.
 //
-// The first byte says how they arrive: an even one all together, an odd one line by line.
+// An even first byte makes them arrive all together, an odd one line by line.
 #include <kvr/api/StdInReader.h>
 
 #include "fuzzing.h"
@@ -22,7 +22,7 @@ void supervisorWrites(const std::string& text) {
                      "the pipe has room");
 }
 
-/// The bytes as the pieces that end with a line that is not empty, and those lines.
+/// The bytes in pieces, each of which ends with a line that is not empty, and those lines.
 struct Pieces {
     std::vector<std::string> pieces;
     std::vector<std::string> lines;
@@ -42,8 +42,8 @@ struct Pieces {
     }
 };
 
-/// Compares what is announced with what was written, and stops the reader after the last line: at
-/// the end of standard input it would turn for ever.
+/// Compares what is announced with what was written. Stops the reader after the last line, since it
+/// never ends at the end of standard input.
 class Follower : public kvr::api::iot::Observer<StdInReader> {
 public:
     Follower(const Pieces& written, bool together) : written_(written), together_(together) {

@@ -1,7 +1,7 @@
-// Any bytes as a file that examples/secret_file.cpp is to decrypt, and as the content of one.
+// Any bytes as a file that examples/secret_file.cpp decrypts, and as the content of one.
 //
-// A file that does not fit makes the library abort the process. The program decrypts in a child for
-// that reason; here the abort comes back to the target instead.
+// With a damaged file the library aborts the process. The program therefore decrypts in a child;
+// here the abort returns to the target instead.
 
 // The program itself, so that its format is the one in use.
 #define main secretFileMain
@@ -28,12 +28,12 @@ bool mayAbort = false;
 
 } // namespace
 
-// In front of the libraries', for the library under test.
+// Replace the libraries' functions for the library under test.
 extern "C" {
 
 void abort() noexcept {
     if (mayAbort)
-        std::longjmp(atAbort, 1); // over frames that have nothing left to destroy
+        std::longjmp(atAbort, 1); // the frames between have nothing left to destroy
     reinterpret_cast<void (*)()>(dlsym(RTLD_NEXT, "abort"))();
     __builtin_unreachable();
 }
@@ -69,7 +69,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fuzzing::require(length >= 0 && static_cast<std::size_t>(length) <= size,
                          "a plain text is no longer than the encrypted one");
         plain.resize(static_cast<std::size_t>(length));
-        // The vector is fixed, so one text has one encrypted form. OpenSSL takes no bytes for none.
+        // The vector is fixed, so equal texts have equal encrypted forms. An empty input is an
+        // exception: it decrypts to an empty text, whose encrypted form is one block.
         fuzzing::require(size == 0 || encrypted(crypto, plain) == bytes,
                          "only what was encrypted so is decrypted");
     }

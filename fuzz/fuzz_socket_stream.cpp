@@ -1,7 +1,7 @@
-// Any bytes as what a client sends to an NQ_Sockets, over a real connection.
+// Any bytes that a client sends to an NQ_Sockets, over a real connection.
 //
-// The first byte tells how the stream is cut: the server is given at most that many bytes at a
-// time, so that its reads come up short (0: all there is). The rest is the stream.
+// The first byte limits how many bytes arrive at a time, so that the server's reads are short (0:
+// no limit). The rest is the stream.
 #include <kvr/api/com/NQ_Sockets.h>
 
 #include "bounded_memory.h"
@@ -30,7 +30,7 @@ Function* real(const char* name) {
 
 constexpr std::size_t kAllAtOnce = 65536; // well below a socket's buffer
 
-/// The one client of a run: its end of the connection, and what it has yet to send.
+/// The only client of a run: both ends of its connection, and the bytes that it has not sent yet.
 struct Client {
     const std::uint8_t* data = nullptr;
     std::size_t left = 0;
@@ -44,7 +44,7 @@ struct Client {
         fuzzing::require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "socketpair works");
         serverEnd = ends[0];
         clientEnd = ends[1];
-        stop = true; // the server looks again when this connection has ended
+        stop = true; // the server reads it when this connection has ended
         return serverEnd;
     }
 
@@ -65,7 +65,7 @@ struct Client {
     }
 
     void disconnect() {
-        close(serverEnd); // which the server leaves open on purpose
+        close(serverEnd); // intentionally left open by the server
         close(clientEnd);
         serverEnd = clientEnd = -1;
     }
@@ -86,10 +86,10 @@ void removeSocket() { unlink(("/tmp/socketDDS/" + socketName()).c_str()); }
 
 } // namespace
 
-// In front of the C library's, for the library under test.
+// Replace the C library's functions for the library under test.
 extern "C" {
 
-// Every loop() makes a listening socket that it leaves open on purpose; thousands would exhaust
+// Every loop() creates a listening socket and intentionally leaves it open. Thousands would exhaust
 // the descriptors.
 int socket(int domain, int type, int protocol) noexcept {
     static const auto next = real<int(int, int, int)>("socket");

@@ -21,7 +21,7 @@ namespace {
 constexpr std::int64_t kFirstSecond = -62167219200;
 constexpr std::int64_t kLastSecond = 253402300799;
 
-/// What the text says after its first point, or all of it, without the last character.
+/// The fraction is the text after the first point, or all of it, without the last character.
 void readText(const std::string& text) {
     const std::string rest = text.substr(text.find('.') + 1);
     timeval time = {};

@@ -6,7 +6,7 @@
 
 namespace fuzzing {
 
-/// Sends what the library prints to nowhere; libFuzzer itself reports on standard error.
+/// Discards what the library prints. libFuzzer itself reports on standard error.
 inline void silenceOutput() {
     if (std::freopen("/dev/null", "w", stdout) == nullptr)
         std::abort();

@@ -5,9 +5,9 @@
 
 namespace fuzzing {
 
-/// While it lives, no program is started: whoever forks one finds `output` in the pipe made last, and
-/// status 0 at its end. A target that uses this class has `pipe`, `fork` and `waitpid` in front of the
-/// C library's. One at a time.
+/// While it exists, no program is started. A caller that forks one reads `output` from the pipe
+/// made last, and then gets status 0. This replaces `pipe`, `fork` and `waitpid` in a target that
+/// uses it. Only one object may exist.
 class PlayedProgram {
 public:
     /// `output` must outlive the object, and fit into a pipe.

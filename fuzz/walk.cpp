@@ -15,7 +15,7 @@ using kvr::api::data::NQ_JSON;
 namespace fuzzing {
 namespace {
 
-/// Runs a reader of text, which may refuse a null but nothing else. Tells whether it gave one.
+/// Runs a reader of text, which may only refuse a null. Returns whether it gave a text.
 bool gives(const std::function<void()>& reader) {
     try {
         reader();

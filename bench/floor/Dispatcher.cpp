@@ -27,7 +27,7 @@ bool Dispatcher::process(const Json& request, Json& response) {
             throw std::logic_error("null method");
         wanted = text;
     }
-    // The parameters are read as text, for which a null has none.
+    // The parameters are read as text, which a null does not have.
     if (json_object_object_get_ex(tree, "params", &member) &&
         json_object_get_string(member) == nullptr)
         throw std::logic_error("null params");

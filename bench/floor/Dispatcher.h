@@ -8,7 +8,7 @@
 
 namespace bench::floor {
 
-/// A method of the dispatcher, of the shape of CallbackMethod.
+/// A method of the dispatcher, with the interface of CallbackMethod.
 class Method {
 public:
     virtual ~Method();

@@ -58,7 +58,7 @@ void Json::add(const std::string& key, const std::string& value) {
 
 json_object* Json::newArray() { return json_object_new_array(); }
 
-// A container of another type is left alone, and the value released.
+// A container of another type remains unchanged, and the value is released.
 void Json::addText(json_object* array, const char* text) {
     json_object* value = json_object_new_string(required(text));
     if (!json_object_is_type(array, json_type_array) || json_object_array_add(array, value) != 0)

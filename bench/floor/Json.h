@@ -9,7 +9,7 @@ struct json_object;
 
 namespace bench::floor {
 
-/// A handle over a json-c tree, of the shape of NQ_JSON.
+/// A handle over a json-c tree, with the interface of NQ_JSON.
 class Json {
 public:
     Json();

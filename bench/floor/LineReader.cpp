@@ -36,7 +36,7 @@ void LineReader::loop(bool& stop) {
     }
 }
 
-// A text of its own for each line, as the contract's function returns one.
+// Returns a new text for each line, as the contract's function does.
 std::string LineReader::readLine(const bool& stop) {
     static pollfd input = {STDIN_FILENO, POLLIN, 0};
     const timespec noTime = {};

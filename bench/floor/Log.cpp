@@ -15,7 +15,7 @@ void Log::lines(const std::vector<std::string>& messages, const std::string& lev
         write(message, level);
 }
 
-// Straight into the file's buffer: lines are lost once a write has failed, as a stream loses them.
+// Writes into the file's buffer directly. As with a stream, lines are lost once a write has failed.
 void Log::write(const std::string& message, const std::string& level) {
     if (!file_.good())
         return;

@@ -7,7 +7,7 @@
 
 namespace bench::floor {
 
-/// inotify events handed to callbacks, of the shape of FileSystemWatcher.
+/// Passes inotify events to callbacks, with the interface of FileSystemWatcher.
 class Watch {
 public:
     struct Registration {

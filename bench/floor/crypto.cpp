@@ -8,7 +8,7 @@
 
 namespace bench::floor {
 
-// The contract names the filter and the memory stream.
+// The contract requires the filter and the memory stream.
 std::string encode(const std::string& data) {
     std::string text((data.size() + 2) / 3 * 4, '\0');
     FILE* stream = fmemopen(&text[0], text.size() + 1, "w");

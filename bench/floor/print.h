@@ -8,7 +8,7 @@
 
 namespace bench::floor {
 
-/// One line on a stream, in one piece where it is short, and flushed.
+/// Writes one line to a stream, by one call when it is short, and flushes it.
 inline void writeLine(std::ostream& stream, std::initializer_list<std::string_view> parts) {
     char line[512];
     std::size_t length = 0;

@@ -61,7 +61,7 @@ std::string execute(const std::string& command, const std::vector<std::string>& 
     return output;
 }
 
-// The contract names the shared owner.
+// The contract requires the shared owner.
 std::string executeInsecure(const std::string& command, int& status) {
     std::string output;
     const std::shared_ptr<FILE> stream(popen(command.c_str(), "r"), [&status](FILE* opened) {
