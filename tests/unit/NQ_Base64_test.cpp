@@ -308,7 +308,7 @@ TEST(NQ_Base64, WithoutMemoryForOpenSslBadAllocIsThrownAndNothingStaysBehind) {
         work();           // first, OpenSSL's initialization, which it never repeats after a failure
         failuresOf(work); // and what OpenSSL keeps of its first failures
         const int before = liveAllocations;
-        EXPECT_GE(failuresOf(work), 2); // at least a filter and its memory
+        EXPECT_GE(failuresOf(work), 2); // at least a filter and the next BIO in the chain
         EXPECT_EQ(before, liveAllocations);
         EXPECT_THAT(memoryStreams, testing::IsEmpty());
     }

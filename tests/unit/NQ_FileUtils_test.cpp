@@ -57,7 +57,7 @@ ssize_t transfer(const char* name, int to, int from, Offset* offset, std::size_t
 }
 } // namespace
 
-// Some file systems do not report the type of an entry. This makes any file system do so.
+// Some file systems do not report the type of an entry. A test can make any file system behave so.
 extern "C" dirent* readdir(DIR* directory) { return nextEntry<dirent>("readdir", directory); }
 #ifdef __GLIBC__
 extern "C" dirent64* readdir64(DIR* directory) {

@@ -68,8 +68,8 @@ public:
 
     /// Error number of the next opens, or 0 for success.
     int openError = 0;
-    /// Returns the driver's result for a request. It may be negative other than -1, as some
-    /// kernels' drivers return.
+    /// Returns the driver's result for a request. Results below -1 are possible, too: some kernels'
+    /// drivers return them.
     std::function<int(unsigned long)> driver = [](unsigned long) { return 0; };
 
     std::vector<int> openFlags;

@@ -34,8 +34,8 @@
 
 namespace {
 
-/// Replaces the result of readlink() while an object exists, also by targets of any length. Only
-/// one object at a time.
+/// Sets the result of readlink() while an object exists. The target may have any length. Only one
+/// object at a time.
 class FakeLink {
 public:
     explicit FakeLink(std::string target) : target_(std::move(target)) { current = this; }

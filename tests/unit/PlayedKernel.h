@@ -43,8 +43,7 @@ inline std::string record(int watch, unsigned int mask, const std::string& name 
 }
 
 /// Plays the kernel. It records every call as a line, numbers the paths in order of first use and
-/// returns the queued reads. With an empty queue, poll returns 0. The poll that reaches `idleLimit`
-/// sets the flag at `stopWhenIdle`.
+/// returns the queued reads. With empty queues, poll returns 0 and sets the flag at `stopWhenIdle`.
 class PlayedKernel {
 public:
     PlayedKernel() {
