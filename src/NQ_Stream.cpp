@@ -59,16 +59,14 @@ struct StreamBuffer : std::streambuf {
     }
 };
 
-bool holds(const ReadAhead& ahead, char wanted) {
-    return ahead.size != 0 && std::memchr(ahead.begin, wanted, ahead.size) != nullptr;
-}
-
 /// Whether the next line can be taken from memory. poll(2) does not see it there. A part of a line
 /// does not count: reading it would block until the rest arrives, whatever the stop flag says.
 bool lineIsBuffered(const std::istream& in) {
-    const char newline = in.widen('\n');
-    // After std::ios::sync_with_stdio(false), std::cin has a buffer of its own.
-    return holds(readAhead(), newline) || holds(StreamBuffer::readAhead(*in.rdbuf()), newline);
+    // After std::ios::sync_with_stdio(false), std::cin has a buffer of its own, and takes nothing
+    // from the C library's.
+    const ReadAhead own = StreamBuffer::readAhead(*in.rdbuf());
+    const ReadAhead ahead = own.begin != nullptr ? own : readAhead();
+    return ahead.size != 0 && std::memchr(ahead.begin, in.widen('\n'), ahead.size) != nullptr;
 }
 
 bool isReadableNow(pollfd& descriptor) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <locale>
@@ -255,6 +256,26 @@ TEST(NQ_Stream, APartOfALineInABufferOfTheStreamsOwnDoesNotHideTheStopFlag) {
         }
         input.write("gun\n");
         EXPECT_EQ("begun", lineFromInput());
+    });
+    EXPECT_EQ(0, child.status) << child.output;
+}
+
+TEST(NQ_Stream, ALineInABufferThatTheStreamDoesNotReadFromDoesNotHideTheStopFlag) {
+    const support::ForkedChild child = support::inForkedChild([] {
+        alarm(60); // should the call block
+        StandardInput input;
+        std::ios::sync_with_stdio(false);
+        input.write("a\nfor the C library\n");
+        EXPECT_EQ('a', std::getchar());
+        EXPECT_EQ(0, input.unread());
+        bool stop = false;
+        const WatchedPolls polls([&](int) {
+            stop = true;
+            return 0;
+        });
+        EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
+        EXPECT_EQ(1, polls.count());
+        EXPECT_THAT(polls.looks(), IsEmpty());
     });
     EXPECT_EQ(0, child.status) << child.output;
 }
