@@ -1,5 +1,5 @@
-# Finds the RMI layer of an installed OpenSplice DDS, a licensed product, through OSPL_HOME: a CMake
-# variable or, as the product's own set-up script leaves it, an environment variable.
+# Finds the RMI layer of an installed OpenSplice DDS, a licensed product, through OSPL_HOME. That is
+# a CMake variable, or the environment variable that the product's set-up script sets.
 #
 # Defines OpenSpliceRMI_FOUND and the target OpenSpliceRMI::OpenSpliceRMI. The libraries are part of
 # it because the inline functions of the product's headers call into them.

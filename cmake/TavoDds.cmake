@@ -1,13 +1,13 @@
-# Chooses who provides the DDS RMI runtime.
+# Chooses the provider of the DDS RMI runtime.
 #
-# TAVO_DDS           what the builder asks for; AUTO takes the first of OPENSPLICE, CYCLONEDDS and
+# TAVO_DDS           what the builder requests; AUTO takes the first of OPENSPLICE, CYCLONEDDS and
 #                    OFF that is available
 # TAVO_DDS_PROVIDER  what was chosen: OPENSPLICE, CYCLONEDDS (our own implementation in rmi/) or OFF
 #                    (the class is left out)
 # TAVO_DDS_INSTALL_INCLUDEDIR
-#                    where, below the prefix, <dds_service_sdk.h> is installed to; empty unless
-#                    CYCLONEDDS provides it. A directory of its own, since the file bears the name
-#                    of another product's header.
+#                    where <dds_service_sdk.h> is installed, below the prefix; empty unless
+#                    CYCLONEDDS provides it. A separate directory, since the file has the name of
+#                    another product's header.
 # tavo_add_dds(target)  adds the class and its provider to the library
 set(_tavo_dds_choices AUTO OPENSPLICE CYCLONEDDS OFF)
 set(TAVO_DDS AUTO CACHE STRING "Provider of the DDS RMI runtime: AUTO, OPENSPLICE, CYCLONEDDS or OFF")

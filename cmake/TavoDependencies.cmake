@@ -1,4 +1,4 @@
-# Finds what the library stands on. Each dependency ends up as one imported target.
+# Finds the library's dependencies. Each becomes one imported target.
 find_package(Threads REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(eclipse-paho-mqtt-c CONFIG REQUIRED)
@@ -12,8 +12,7 @@ if(NOT TAVO_JSONC_INCLUDE_DIR OR NOT TAVO_JSONC_LIBRARY)
     message(FATAL_ERROR "json-c was not found (Debian package libjson-c-dev); CMAKE_PREFIX_PATH may name where it is installed")
 endif()
 if(NOT TARGET JSONC::JSONC)
-    # Global: users of the library link it too, also those in the directory of a project that this
-    # one is a part of.
+    # Global, since users of the library link it too, also when this project is part of another one.
     add_library(JSONC::JSONC UNKNOWN IMPORTED GLOBAL)
     set_target_properties(JSONC::JSONC PROPERTIES
         IMPORTED_LOCATION "${TAVO_JSONC_LIBRARY}"

@@ -1,6 +1,6 @@
 # Installs the library in two components: `runtime`, the shared library alone, which is all that a
-# gateway's image carries, and `development`, the rest. The folders agent/ and sandbox/ install the
-# components `agent` and `sandbox`.
+# gateway needs, and `development`, the rest. The folders agent/ and sandbox/ install the components
+# `agent` and `sandbox`.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS tavo EXPORT tavoTargets
@@ -39,9 +39,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavoConfig.cmake ${CMAKE_CURRENT_BINAR
 install(EXPORT tavoTargets NAMESPACE tavo:: DESTINATION ${_tavo_package} COMPONENT development)
 
 # For pkg-config. Paths are relative to the file, so that the installed tree can be moved. The
-# places of Paho's headers and of json-c are named when the compiler would not look there by itself.
-# A cross build's tree is left out, since that is where our headers will be too. json-c's own file
-# is not required: it adds a directory in which <json.h> is found.
+# directories of Paho's headers and of json-c are named when the compiler does not search them by
+# default. The root of a cross build is left out of these paths, since our headers will be below it
+# too. json-c's own file is not required: it adds a directory in which <json.h> is found.
 set(_tavo_pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH TAVO_PC_PREFIX /x/${_tavo_pkgconfig} /x)
 string(REGEX REPLACE "/$" "" TAVO_PC_PREFIX "${TAVO_PC_PREFIX}")

@@ -2,10 +2,10 @@
 #           [LIBRARIES target...] [DEPENDS target...] [DEFINITIONS def...])
 #
 # Declares the GoogleTest program NAME_test made of NAME_test.cpp (and SOURCES). Every case runs in
-# a process of its own, because the logger, the board's descriptor and signal dispositions live as
-# long as a process. LOCK names the fixed paths that the cases use, so that ctest never runs two of
-# their users at once. DEPENDS names targets that must be built before (helper programs, sandbox
-# tools).
+# its own process, because the logger, the board's descriptor and signal dispositions exist as long
+# as the process. LOCK names the fixed paths that the cases use, so that ctest never runs two of
+# their users concurrently. DEPENDS names targets that must be built before (helper programs,
+# sandbox tools).
 include(GoogleTest)
 
 function(tavo_test name)
@@ -20,8 +20,7 @@ function(tavo_test name)
     add_executable(${target} ${name}_test.cpp ${ARG_SOURCES})
     target_compile_features(${target} PRIVATE cxx_std_17)
     target_compile_definitions(${target} PRIVATE ${ARG_DEFINITIONS})
-    # The library is what is to be fast; optimising the tests would only make their builds three
-    # times as long.
+    # Only the library must be fast. Optimised tests would take three times as long to build.
     target_compile_options(${target} PRIVATE -O0)
     target_link_libraries(${target} PRIVATE tavo::tavo tavo_test_support ${ARG_LIBRARIES} GTest::gtest_main)
     tavo_warnings(${target})
@@ -30,7 +29,7 @@ function(tavo_test name)
     endif()
     if("threads" IN_LIST ARG_LABELS)
         if(NOT TARGET threads_tests)
-            add_custom_target(threads_tests) # all that the thread sanitizer is to look at
+            add_custom_target(threads_tests) # all tests for the thread sanitizer
         endif()
         add_dependencies(threads_tests ${target})
     endif()
@@ -40,11 +39,11 @@ function(tavo_test name)
         set(environment "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp")
     endif()
     if(TAVO_EMULATED_ROOT)
-        # Where the emulator finds the libraries of the programs that a test executes.
+        # The emulator finds the libraries of the programs that a test executes here.
         list(APPEND environment "QEMU_LD_PREFIX=${TAVO_EMULATED_ROOT}")
     endif()
-    # Lists do not survive the way through gtest_discover_tests(): only the first value would, and
-    # no property after it.
+    # gtest_discover_tests() cannot pass lists on: only the first value would arrive, and no
+    # property after it.
     set(lists ${CMAKE_CURRENT_BINARY_DIR}/${target}_lists.cmake)
     file(WRITE ${lists}
         "foreach(test IN LISTS ${target}_TESTS)\n"

@@ -28,7 +28,7 @@ endif()
 set(CMAKE_SYSROOT ${TAVO_SYSROOT})
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TAVO_ARCHITECTURE TAVO_SYSROOT)
 
-# Programs come from this machine, all else from the sysroot.
+# Programs are those of this machine; everything else is from the sysroot.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
@@ -37,7 +37,7 @@ set(ENV{PKG_CONFIG_PATH} "")
 set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/${_triplet}/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
 
-# Programs built are run, while tests are discovered and run, by the emulator. Those that they
-# execute in turn need the kernel's help: scripts/lib/emulated.sh.
+# The emulator runs the tests, also to discover them. Programs that they execute in turn need
+# support by the kernel: see scripts/lib/emulated.sh.
 set(TAVO_EMULATED_ROOT ${CMAKE_SYSROOT})
 set(CMAKE_CROSSCOMPILING_EMULATOR "${_emulator};-L;${CMAKE_SYSROOT}")

@@ -53,7 +53,8 @@ function quotes(line,    result, code_) {
     return result line
 }
 
-# a node of a Mermaid graph, such as name, name[label] or name["label"]: prints its label, gives its name
+# a node of a Mermaid graph, such as name, name[label] or name["label"]: prints its label, returns
+# its name
 function node(text,    name, label) {
     gsub(/^ +| +$/, "", text)
     name = text

@@ -1,5 +1,5 @@
-# Prepares a header for doxygen: a line "/// Label:  text" of a comment becomes a paragraph with that heading, and the lines that
-# are indented under its text lose their indentation.
+# Prepares a header for doxygen: a comment's line "/// Label:  text" becomes a paragraph with that
+# heading. The lines that are indented under its text lose their indentation.
 /^ *\/\/\/ @code/ { code = 1 }
 /^ *\/\/\/ @endcode/ { code = 0 }
 !code && match($0, /^ *\/\/\/ [A-Z][A-Za-z-]*:( +|$)/) {

@@ -1,4 +1,4 @@
-"""Runs build/bench/bench/tavo_bench and compares the sides of each operation. Called by scripts/bench."""
+"""Runs tavo_bench and compares the sides of each operation. Called by scripts/bench."""
 
 import argparse
 import json
@@ -18,10 +18,12 @@ FIGURES = "build/bench-figures.json"
 LIBRARY, FLOOR = "libtavo", "floor"
 LIMIT = 1.05
 ROUNDS = 7
-# Functions are bound when the program is loaded: whoever happened to call one first would be counted for it.
+# Functions are bound when the program is loaded. With lazy binding, the first caller of a function
+# would be charged for it.
 COUNTING = {"TAVO_BENCH_COUNT": "1", "LD_BIND_NOW": "1"}
 STARTS_PROCESS = re.compile("^execute")
-# Operations that others work for; of the rest, the calling thread's processor time is taken, which a busy machine leaves alone.
+# Operations in which other processes or threads work. For the rest the calling thread's processor
+# time is taken, which a busy machine hardly changes.
 WAITS = re.compile("^(execute|MQTT|log lines by 8 threads)")
 
 # Operations that may take more than the limit, with the reason that the contract gives.
@@ -29,7 +31,7 @@ EXCEPTIONS = {}
 
 
 def run(arguments, results, environment=None, prefix=()):
-    """Runs the program; what the library prints on standard output goes to a file that is thrown away."""
+    """Runs the program; what the library prints on standard output is discarded."""
     with tempfile.TemporaryFile() as printed, tempfile.TemporaryFile() as errors:
         command = [*prefix, PROGRAM, *arguments, f"--benchmark_out={results}", "--benchmark_out_format=json"]
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=printed, stderr=errors,
@@ -91,7 +93,10 @@ def counts_of(names, sides):
 
 
 def instructions(found, peers):
-    """Instructions of each side of each operation. Two processes at a time, one for each family of operations."""
+    """Instructions of each side of each operation.
+
+    Two processes run at a time, one for each family of operations.
+    """
     families = {}
     for operation in found:
         families.setdefault(operation.split()[0].rstrip(","), []).append(operation)

@@ -1,4 +1,4 @@
-"""Writes the pictures in docs/performance/, and the figures between the markers of docs/performance.md."""
+"""Writes the pictures in docs/performance/, and the figures of docs/performance.md."""
 
 import html
 import math
@@ -13,7 +13,7 @@ PICTURES_IN = "docs/performance"
 PAGE = "docs/performance.md"
 LIBRARY, FLOOR = "libtavo", "floor"
 
-# Each picture: its file, its title, and the beginnings of the names of its operations.
+# Each picture: its file, its title, and the prefixes of the names of its operations.
 PICTURES = [
     ("json", "JSON", ("json",)),
     ("dispatch", "Dispatching requests", ("dispatch",)),
@@ -86,7 +86,10 @@ def panel(parts, left, top, title, rows, domain):
 
 
 def bars(title, timed, counted):
-    """A picture of all its operations, with a panel for the time and one for the instructions where there are any."""
+    """A picture of all its operations.
+
+    It has a panel for the time, and one for the instructions where there are any.
+    """
     ratios = [figures[side] / figures[FLOOR] for table in (timed, counted) for figures in table.values() for side in figures]
     domain = (10.0 ** min(-1, math.floor(math.log10(min(ratios)))), 10.0 ** max(1, math.ceil(math.log10(max(ratios)))))
     parts, rows = [], {}

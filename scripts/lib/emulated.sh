@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2154 # repo is setup.sh's
-# What building for other machines needs, and running the programs by an emulator. Source it after
-# setup.sh.
+# Set-up for building for other machines and for running their programs by an emulator. Source it
+# after setup.sh.
 #
 # An architecture has Debian's name here: armhf (32-bit ARM, hardware floating point) or arm64.
 
@@ -14,17 +14,17 @@ prepare_debian() {
     "$repo/scripts/debian-sysroot" "$1" >/dev/null || die "the sysroot could not be made"
 }
 
-# executes LOADER: returns whether the kernel hands programs like this one (a sysroot's dynamic
-# linker, which needs no other file) to the emulator, so that every program can execute them.
+# executes LOADER: returns whether the kernel passes programs like LOADER to the emulator, so that
+# every program can execute them. LOADER is a sysroot's dynamic linker, which needs no other file.
 executes() {
     local status=0
     "$1" --version >/dev/null 2>&1 || status=$?
     [ "$status" -lt 126 ] # musl's prints its version and returns 1
 }
 
-# register_emulator ARCHITECTURE: has the kernel do so until the machine starts again; at its start
-# systemd does it. What is registered comes with the emulator, whose file the kernel then keeps
-# open: no mount or change of root hides it from a test.
+# register_emulator ARCHITECTURE: makes the kernel do so until the machine restarts; systemd does it
+# at the start. The emulator's package brings the entry. The kernel keeps the emulator's file open,
+# so no mount or change of root hides it from a test.
 register_emulator() {
     local formats=/proc/sys/fs/binfmt_misc name=${emulators[$1]}
     [ -e "$formats/register" ] || as_root mount -t binfmt_misc binfmt_misc "$formats"
@@ -32,8 +32,8 @@ register_emulator() {
 }
 
 # left_out_when_emulated ARCHITECTURE LOADER [LIST...]: prints one regular expression that matches
-# the tests which the emulated run leaves out here: those of the lists, and of a further one where
-# the kernel does not execute LOADER.
+# the tests that the emulated run leaves out. These are the tests of the lists, and of one more list
+# when the kernel does not execute LOADER.
 left_out_when_emulated() {
     local architecture=$1 loader=$2 lists=("$repo/tests/emulated-left-out.txt" "${@:3}")
     executes "$loader" || (register_emulator "$architecture") >/dev/null 2>&1 || true

@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034 # its variables are for others
-# Shared by the scripts of this folder: where the repository is, and what its builds need from
-# Debian. Source it; it defines functions and variables only.
+# Shared by the scripts of this folder: where the repository is, and which Debian packages its
+# builds need. Source it; it only defines functions and variables.
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
@@ -24,17 +24,17 @@ die() {
     exit 1
 }
 
-# usage: prints what the script says of itself, the comment at its head.
+# usage: prints the comment at the head of the script.
 usage() { sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$0"; }
 
-# bad_usage MESSAGE: ends a script that was called in a way it does not understand.
+# bad_usage MESSAGE: ends a script that was called with invalid arguments.
 bad_usage() {
     printf '%s: %s\n\n' "${0##*/}" "$*" >&2
     usage >&2
     exit 2
 }
 
-# takes_no_arguments "$@": ends a script that was called with any, after its usage.
+# takes_no_arguments "$@": prints the usage and ends the script if there are arguments.
 takes_no_arguments() {
     case ${1:-} in
     -h | --help)
@@ -55,8 +55,8 @@ as_root() {
     fi
 }
 
-# install_missing PACKAGE...: installs those that are not there, quietly; asks nothing of the
-# network when none is missing.
+# install_missing PACKAGE...: installs the missing ones quietly. Does not use the network when none
+# is missing.
 install_missing() {
     local package missing=()
     for package in "$@"; do
@@ -80,7 +80,8 @@ install_missing() {
     rm -f "$log"
 }
 
-# debian_mirror: prints the address of the mirror that this machine takes its packages of main from.
+# debian_mirror: prints the address of the mirror from which this machine installs packages of
+# "main".
 debian_mirror() {
     local release mirror
     release=$(. /etc/os-release && printf %s "${VERSION_CODENAME:?}")

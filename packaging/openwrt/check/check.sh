@@ -1,8 +1,8 @@
 #!/bin/sh
 # check.sh: checks the OpenWrt recipes without a buildroot. The stand-ins beside this file run the
-# recipes' own steps, so make reads all of them. The packages must hold what CMake installs, the
-# application of the feed's page must build against the staged library, and the service script must
-# turn its settings into the agent's arguments.
+# recipes' own steps, so make reads all of them. The packages must hold what CMake installs. The
+# application of the feed's page must build against the staged library. The service script must turn
+# its settings into the agent's arguments.
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -15,7 +15,7 @@ fail() {
     exit 1
 }
 
-# A feed reaches the recipes through links.
+# A buildroot reaches the recipes of a feed through links.
 ln -s "$here/.." "$work/feed"
 ln -s feed/libtavo "$work/libtavo"
 ln -s feed/libpaho-mqtt-c "$work/libpaho-mqtt-c"
@@ -64,7 +64,7 @@ files "$work/staging" | diff -u "$work/installed" - >&2 || fail "files are not s
 
 # --- the application of the feed's page ---------------------------------------------------------
 
-# block LANGUAGE: the first block of that language on the page.
+# block LANGUAGE: prints the first block of that language on the page.
 block() { awk -v start="\`\`\`$1" '$0 == start { on = 1; next } on && /^```/ { exit } on' "$here/../README.md"; }
 mkdir -p "$work/report/src"
 block make >"$work/report/Makefile"
@@ -80,7 +80,7 @@ LD_LIBRARY_PATH=$work/package/libtavo/usr/lib "$work/package/report/usr/bin/repo
 
 # --- the service script -------------------------------------------------------------------------
 
-# started SETTINGS: what the script asks procd to start.
+# started SETTINGS: prints what the script makes procd start.
 started() {
     mkdir -p "$work/config"
     printf '%s\n' "$1" >"$work/config/tavo-agent"
@@ -115,7 +115,7 @@ command [/usr/sbin/tavo-agent] [gateway]
 respawn [3600] [5] [0]
 stderr [1]
 triggers tavo-agent" "the service script starts other commands"
-# Every option that the script may pass is one that the agent knows.
+# The agent must know every option that the script may pass.
 agent=$work/package/tavo-agent/usr/sbin/tavo-agent
 LD_LIBRARY_PATH=$work/package/libtavo/usr/lib "$agent" --help >"$work/help"
 for option in $(sed -n 's/.*append_\(option\|flag\) "$section" [a-z_]* \([a-z-]*\)$/--\2/p' \

@@ -1,6 +1,6 @@
-# Stand-in for the buildroot's file of this name, with this machine's compiler. As there, CMake
-# builds for another system, the flags of the release build are replaced, and all that is installed is
-# staged for recipes that ask for it.
+# Stand-in for the buildroot's file of this name, with this machine's compiler. As in a buildroot,
+# CMake builds for another system, and the flags of the release build are replaced. Everything that
+# is installed is staged for recipes that request it.
 PKG_INSTALL:=1
 
 define Build/Configure/Default

@@ -1,5 +1,5 @@
-# Stand-in for the buildroot's file of this name: the steps in their order. Each package of a recipe
-# is installed into a folder of its own below $(OUT)/package.
+# Stand-in for the buildroot's file of this name: runs the steps in order. Each package of a recipe
+# is installed into a separate folder below $(OUT)/package.
 PKG_BUILD_DIR ?= $(BUILD_DIR)/$(PKG_NAME)-$(PKG_VERSION)
 PKG_INSTALL_DIR ?= $(PKG_BUILD_DIR)/ipkg-install
 

@@ -9,7 +9,7 @@ step "Start a broker and the agent" \
 port=
 for try in 1 2 3 4 5; do
     port=$((20000 + RANDOM % 20000))
-    # As root it would change to a user of its own, which a user namespace may not have.
+    # A mosquitto that root starts changes to another user, who may not exist in a user namespace.
     printf '%s\n' "listener $port 127.0.0.1" "allow_anonymous true" "user root" >"$work/broker.conf"
     start broker mosquitto -v -c "$work/broker.conf"
     broker=$pid

@@ -1,8 +1,8 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # The small examples.
 
-# private_dev: gives the sandbox a /dev of its own that holds an image of a USB stick, .image; the
-# host's stays as it is. Fails where mounting a file system is not allowed.
+# private_dev: gives the sandbox a separate /dev with the image of a USB stick, .image. The host's
+# remains unchanged. Fails where mounting a file system is not allowed.
 private_dev() {
     local node stick=$work/contents dev=$work/dev
     mkdir "$stick" "$dev"
@@ -21,7 +21,7 @@ private_dev() {
     mount --rbind "$dev" /dev
 }
 
-# inotify_watches PID: true once the process watches something and its main thread has come to rest.
+# inotify_watches PID: true once the process has a watch and its main thread sleeps.
 inotify_watches() {
     grep -qs '^inotify wd:' "/proc/$1/fdinfo/"* && grep -qs '^State:.S' "/proc/$1/status"
 }

@@ -1,5 +1,5 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
-# The programs that run while the demo does.
+# Starts and ends the programs that run in the background of the demo.
 
 work=$(mktemp -d)
 children=()
@@ -11,13 +11,14 @@ clean_up() {
     done
     wait
     umount -l /dev/stick "$work/stick" 2>/dev/null || true
-    rm -rf "$work" 2>/dev/null || true # a mounted directory goes with the sandbox
+    rm -rf "$work" 2>/dev/null || true # a mounted directory is removed with the sandbox
 }
 trap clean_up EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM HUP
 
-# start NAME COMMAND...: in the background; outputs in $work/NAME.out and .err, process id in $pid.
+# start NAME COMMAND...: starts it in the background. Its output is in $work/NAME.out and .err, its
+# process id in $pid.
 start() {
     local name=$1
     shift

@@ -1,5 +1,5 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
-# Requests to the agent, and what comes of them.
+# Sends requests to the agent and compares the outcomes.
 
 requests=$repo/agent/requests
 
@@ -28,7 +28,7 @@ unanswered_request() {
     response=$(tail -n 1 "$work/agent.out")
 }
 
-# Each compares what came of the request with standard input.
+# Each compares one outcome of the request with standard input.
 response_is() { compare "response" "$response"; }
 log_is() { compare "log" "$(new_lines /tmp/log.out "$logged")"; }
 services_asked_are() { compare "service scripts were asked" "$(new_lines /tmp/init.d.log "$asked")"; }
@@ -36,7 +36,7 @@ commands_are() {
     compare "commands that the library ran" \
         "$(new_lines "$work/agent.err" "$diagnosed" | sed -n 's/^Calling: //p')"
 }
-# The lines that came and went in all of /etc/config.
+# The lines that were added and removed in all of /etc/config.
 configuration_change_is() {
     compare "change of /etc/config/$1" \
         "$(diff -U 0 -r "$work/before" /etc/config | grep -v -e '^diff ' -e '^--- ' -e '^+++ ' -e '^@@ ' || true)"

@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
-# What the demo shows and how it compares. Source it in the sandbox; it defines functions and
-# variables only.
+# Functions with which the demo shows and compares. Source it in the sandbox; it only defines
+# functions and variables.
 
 if [ "${DEMO_TERMINAL:-}" = yes ]; then
     bold=$'\e[1m' dim=$'\e[2m' red=$'\e[31m' green=$'\e[32m' cyan=$'\e[36m' plain=$'\e[0m'
@@ -43,7 +43,7 @@ coloured() {
     done
 }
 
-# show LABEL: what standard input holds, indented, under a label.
+# show LABEL: prints standard input, indented, under a label.
 show() {
     printf '   %s%s%s\n' "$dim" "$1" "$plain"
     coloured
@@ -77,7 +77,7 @@ await() {
     done
 }
 
-# summary: the last line; fails when anything differed.
+# summary: prints the last line; fails when anything differed.
 summary() {
     printf '\n'
     if [ "$differences" -eq 0 ]; then

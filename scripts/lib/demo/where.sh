@@ -1,8 +1,8 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Where a step happens.
 
-# where PLACE WHAT...: on a terminal, a picture of the places that a step passes, from top to
-# bottom, each with what happens there; WHAT is "" for a place that it does not reach.
+# where PLACE WHAT...: on a terminal, prints a picture of the places that a step passes, from top to
+# bottom, each with what happens there. WHAT is "" for a place that it does not reach.
 where() {
     local first=yes
     [ "${DEMO_TERMINAL:-}" = yes ] || return 0
