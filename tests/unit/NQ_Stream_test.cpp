@@ -4,6 +4,7 @@
 #include "ForkedChild.h"
 #include "StandardInput.h"
 #include "TempDir.h"
+#include "Waiting.h"
 
 #include <cerrno>
 #include <chrono>
@@ -14,6 +15,7 @@
 #include <locale>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/time.h>
@@ -340,6 +342,19 @@ TEST(NQ_Stream, AWaitIsForReadableStandardInputWithinASecond) {
     EXPECT_EQ(POLLIN, polls.all()[0].events);
     EXPECT_EQ(1u, polls.all()[0].entries);
     EXPECT_EQ(1000, polls.all()[0].milliseconds);
+}
+
+TEST(NQ_Stream, APartOfALineEndsTheWaitAndTheCallBlocksUntilTheRestArrives) {
+    StandardInput input;
+    const WatchedPolls polls;
+    input.write("be");
+    std::thread supervisor([&] {
+        EXPECT_TRUE(support::eventually([&] { return input.unread() == 0; }));
+        input.write("gun\n");
+    });
+    EXPECT_EQ("begun", lineFromInput());
+    supervisor.join();
+    EXPECT_EQ(1, polls.count());
 }
 
 TEST(NQ_Stream, AfterAQuietSecondTheWaitGoesOn) {

@@ -6,11 +6,13 @@
 #include <istream>
 #include <string>
 
-/// Reads lines from a supervising process, and honours a stop flag while no line arrives.
+/// Reads lines from a supervising process, and honours a stop flag while nothing arrives.
 ///
 /// Buffers:  `stdin` and std::cin stay buffered. Lines that the program has read ahead are not
 ///           lost, and the lines of a burst are returned without a wait, also after
-///           std::ios::sync_with_stdio(false). A buffered part of a line does not hide `stop`.
+///           std::ios::sync_with_stdio(false).
+/// Trap:     a part of a line that arrives ends the wait too. The call then blocks until the rest
+///           of the line arrives, and does not read `stop`.
 /// Programs: those that this one starts share descriptor 0. They do not get what was read ahead,
 ///           and they can take lines that were meant for this program: redirect their input.
 /// Threads:  one reader at a time. `stop` is a plain flag that another thread may set

@@ -19,7 +19,7 @@ public:
     StdInReader();
     ~StdInReader() override;
 
-    /// Reads lines until `stop` is true. While no line arrives, returns within about a second after
+    /// Reads lines until `stop` is true. While nothing arrives, returns within about a second after
     /// the flag is set, and writes an empty line to standard output then; otherwise after the next
     /// line. At the end of standard input it loops at full speed until the flag is set.
     void loop(bool& stop);
