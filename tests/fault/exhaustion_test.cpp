@@ -177,7 +177,7 @@ TEST(NoDescriptors, FilesAreNeitherListedNorReadNorWrittenNorCopied) {
     report("no descriptors: listing is empty, copying gives -1, writing and reading do nothing");
 }
 
-TEST(NoDescriptors, DeviceLooksBare) {
+TEST(NoDescriptors, NoCompanionOrModemIsFound) {
     support::FakePrograms programs;
     programs.add("fw_printenv", "echo sn=ABC123");
     programs.add("pidof", "echo 1");

@@ -267,7 +267,7 @@ TEST_F(NQ_DDS_RMI_cyclone, FailedStartLeavesNoDescriptorOrThreadBehind) {
     EXPECT_TRUE(support::threadsFallBackTo(threads));
 }
 
-TEST_F(NQ_DDS_RMI_cyclone, ThreadsThatStartAtOnceJoinOnce) {
+TEST_F(NQ_DDS_RMI_cyclone, ThreadsThatStartConcurrentlyJoinOnce) {
     DdsPeer peer;
     std::atomic<int> failures{0};
     onThreads(8, [&failures] {

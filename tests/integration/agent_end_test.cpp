@@ -110,7 +110,7 @@ TEST(tavo_agent, KillsAProgramThatIgnoresBeingEnded) {
     expectCleanEnd(agent, ran, SIGTERM);
 }
 
-TEST(tavo_agent, LeavesBehindWhatHoldsAProgramsOutput) {
+TEST(tavo_agent, DoesNotWaitForAProcessThatKeepsAProgramsOutputOpen) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     // The background program ends by itself a little later.

@@ -120,7 +120,7 @@ TEST_F(ManyGateways, ThatDoNotAnswerAreNamed) {
     EXPECT_EQ(2, ran.status);
 }
 
-TEST_F(ManyGateways, AreNotThereAtAll) {
+TEST_F(ManyGateways, ThatAreAllAbsentAreReported) {
     const support::Ran ran = send({"--all", "-"}, kDescribe);
     EXPECT_EQ("tavo-rpc: no gateway is connected to the broker\n", ran.err);
     EXPECT_EQ(2, ran.status);

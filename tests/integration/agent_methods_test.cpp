@@ -72,7 +72,7 @@ TEST(ProcessRun, RefusesMissingAndWronglyTypedParameters) {
                   agent.call(run(std::string(R"({"command":"true","arguments":)") + value + "}")));
 }
 
-TEST(ProcessRun, TellsOfAProgramThatIsNotThere) {
+TEST(ProcessRun, ReportsAMissingProgram) {
     AgentInSandbox agent({"--allow", "no_such_program"});
     EXPECT_EQ(result(R"({"output":"execvp: No such file or directory\n","truncated":false,)"
                      R"("raw_status":32512,"exit_code":127,"signal":null})"),
@@ -193,7 +193,7 @@ TEST(ConfigPlace, RefusesContentThatIsNotWhatItShouldBe) {
     EXPECT_FALSE(exists(agent.file("/opt/apps/ZEQ/cfg/a")));
 }
 
-TEST(ConfigPlace, TellsWhatCannotBePlaced) {
+TEST(ConfigPlace, ReportsWhatCannotBePlaced) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("there is no application Vexlor"),
               agent.call(place(R"({"application":"Vexlor","file":"a","content":"x"})")));
@@ -207,7 +207,7 @@ TEST(ConfigPlace, TellsWhatCannotBePlaced) {
 
 // system.info
 
-TEST(SystemInfo, TellsAboutTheGateway) {
+TEST(SystemInfo, DescribesTheGateway) {
     AgentInSandbox agent;
     const std::string response = agent.call(request("system.info", "{}"));
     EXPECT_THAT(response,
@@ -287,7 +287,7 @@ TEST(Gpio, RefusesUnknownSignalsAndValues) {
                                      std::string(R"({"name":"out0","value":)") + value + "}")));
 }
 
-TEST(Gpio, TellsWhenTheBoardDoesNotAnswer) {
+TEST(Gpio, ReportsWhenTheBoardDoesNotAnswer) {
     // Without a state file the simulated board has no device.
     AgentInSandbox agent("export TAVO_GPIO_STATE=/nowhere; exec \"$@\"", {});
     EXPECT_THAT(agent.call(request("gpio.get", R"({"name":"voltage"})")),

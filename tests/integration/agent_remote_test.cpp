@@ -175,7 +175,7 @@ TEST_F(FarAway, SendersMustHavePlainNames) {
     EXPECT_EQ(1u, occurrences(heard(), kResponses));
 }
 
-TEST_F(FarAway, ProgramsAndFilesNeedLeave) {
+TEST_F(FarAway, ProgramsAndFilesNeedPermission) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh"});
     publish(kRequests + "cloud",
             request("process.run", R"({"command":"sh","arguments":["-c","echo >/tmp/here"]})", 1));
@@ -191,7 +191,7 @@ TEST_F(FarAway, ProgramsAndFilesNeedLeave) {
     EXPECT_THAT(agent.call(request("process.run", R"({"command":"sh"})")), HasSubstr("exit_code"));
 }
 
-TEST_F(FarAway, EachOfThemIsOpenedByName) {
+TEST_F(FarAway, EachRemoteMethodMustBeAllowedByName) {
     startAndWait({"--allow", "echo", "--remote-allow", "process.run"});
     publish(kRequests + "cloud",
             request("process.run", R"({"command":"echo","arguments":["hi"]})", 1));

@@ -167,7 +167,7 @@ TEST(UciApply, SaysWhatTheToolSaysWhenThereIsNoSuchPackage) {
     EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
-TEST(UciApply, TellsWhenNothingCameOfIt) {
+TEST(UciApply, ReportsAChangeWithoutEffect) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("network/guest does not exist and could not be created"),
               agent.call(apply(R"({"config":"network","section":"guest",)"
@@ -196,7 +196,7 @@ TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log")));
 }
 
-TEST(UciApply, NamesWhatTheToolsDropWithoutAWord) {
+TEST(UciApply, NamesOptionsThatTheToolsDropSilently) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("network/lan differs from what was asked for: note"),
               agent.call(apply(R"({"config":"network","section":"lan",)"

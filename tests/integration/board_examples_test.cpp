@@ -135,7 +135,7 @@ TEST(ExampleFileWatch, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     expectUsage(path, "file_watch", {"--fast"}, support::unknownOption("fast"));
 }
 
-TEST(ExampleFileWatch, TellsAPathThatCannotBeWatched) {
+TEST(ExampleFileWatch, ReportsAPathThatCannotBeWatched) {
     const Ran ran = runProgram({TAVO_FILE_WATCH, "/nowhere"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("Couldn't add watch to /nowhere ERROR: No such file or directory\n", ran.out);
@@ -181,7 +181,7 @@ TEST(ExampleUsbMedia, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
                 "the DIRECTORY has characters that a command line cannot carry");
 }
 
-TEST(ExampleUsbMedia, TellsADirectoryThatCannotBeMade) {
+TEST(ExampleUsbMedia, ReportsADirectoryThatCannotBeMade) {
     const Ran ran = runProgram({TAVO_USB_MEDIA, "sda1", "/nowhere/below"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("usb_media: Error creating directory '/nowhere/below'\n", ran.err);

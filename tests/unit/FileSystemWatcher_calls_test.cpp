@@ -160,7 +160,7 @@ TEST(FileSystemWatcherCalls, FailedReadIsPrintedAndTheLoopGoesOn) {
     EXPECT_THAT(recorder.seen, ElementsAre("still 100"));
 }
 
-TEST(FileSystemWatcherCalls, LinesArePrintedAtOnce) {
+TEST(FileSystemWatcherCalls, LinesArePrintedImmediately) {
     PlayedKernel kernel;
     kernel.numbers = {{"/missing", -1}};
     kernel.reads = {PlayedKernel::kReadFails};

@@ -297,7 +297,7 @@ TEST_F(FileSystemWatcherTest, PathWhoseDirectoryWasReplacedIsWatchedTwiceUnderTw
     EXPECT_THAT(replaced.seen, ElementsAre("new 100"));
 }
 
-TEST_F(FileSystemWatcherTest, WatchTakenFromUnderASecondPathIsMadeAnew) {
+TEST_F(FileSystemWatcherTest, WatchRemovedThroughOnePathIsRestoredForTheOther) {
     writeFile(directory / "file", "");
     ASSERT_EQ(0, link((directory / "file").c_str(), (directory / "same").c_str()));
     Events same;
@@ -401,7 +401,7 @@ TEST_F(FileSystemWatcherTest, BurstOfTenThousandLosesNothing) {
     EXPECT_EQ(expected, events.seen);
 }
 
-TEST_F(FileSystemWatcherTest, OverflowIsToldToEntriesWithoutAWatchOnly) {
+TEST_F(FileSystemWatcherTest, OverflowIsReportedOnlyToEntriesWithoutAWatch) {
     const int limit = maxQueuedEvents();
     if (limit <= 0 || limit > 200000)
         GTEST_SKIP() << "a queue of " << limit << " events is too long to fill";
@@ -461,7 +461,7 @@ TEST_F(FileSystemWatcherTest, CallbackMayAttachAndDetach) {
     EXPECT_THAT(scene.events.seen, ElementsAre("c 100"));
 }
 
-TEST_F(FileSystemWatcherTest, FlagSetBeforehandReturnsAtOnce) {
+TEST_F(FileSystemWatcherTest, FlagSetBeforehandReturnsImmediately) {
     watcher.attachWatcher(events.of(directory.path(), IN_CREATE));
     writeFile(directory / "a", "");
     bool stop = true;

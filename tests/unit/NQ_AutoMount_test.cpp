@@ -141,7 +141,7 @@ TEST(AutoMountLife, WatchesThenStartsItsThreadThenLooksForTheDevice) {
     EXPECT_THAT(commands.lines(), ElementsAre("mount /dev/null " + directory.path()));
 }
 
-TEST(AutoMountLife, PrintsEveryLineAtOnce) {
+TEST(AutoMountLife, PrintsEveryLineImmediately) {
     const TempDir directory;
     const CapturedCommands commands;
     std::string afterConstruction;

@@ -217,7 +217,7 @@ TEST(NQ_FileUtils, ListsWhateverIsNotADirectory) {
     EXPECT_THAT(NQ_FileUtils::getFilesFromDirRecursive(top.path()), ElementsAre(top / "fifo"));
 }
 
-TEST(NQ_FileUtils, ListsADirectoryWhoseTypeTheFileSystemDoesNotTell) {
+TEST(NQ_FileUtils, ListsADirectoryWhoseTypeTheFileSystemDoesNotReport) {
     const Tree tree;
     typesAreUnknown = true;
     const Paths listed = NQ_FileUtils::getFilesFromDirRecursive(tree.path());
@@ -343,7 +343,7 @@ TEST(NQ_FileUtils, AnExistingDestinationKeepsItsMode) {
     EXPECT_EQ(0751u, permissionsOf(directory / "copy"));
 }
 
-TEST(NQ_FileUtils, AMissingSourceShowsNowhereButMakesTheDestination) {
+TEST(NQ_FileUtils, AMissingSourceIsNotReportedAndTheDestinationIsCreated) {
     const TempDir directory;
     writeFile(directory / "existing", "kept");
     EXPECT_EQ("", support::errorsOf([&] {
@@ -362,7 +362,7 @@ TEST(NQ_FileUtils, ADestinationThatCannotBeOpenedGivesMinusOne) {
     EXPECT_EQ(-1, copy(directory / "none", directory / "none/copy"));
 }
 
-TEST(NQ_FileUtils, AFailedTransferIsNotTold) {
+TEST(NQ_FileUtils, AFailedTransferIsNotReported) {
     const TempDir directory;
     writeFile(directory / "source", "text");
     EXPECT_EQ(0, copy(directory.path(), directory / "copy")) << "a directory cannot be sent";
@@ -439,7 +439,7 @@ TEST(FileWriter, ReplacesAnEarlierContent) {
     EXPECT_EQ("short", readFile(directory / "file"));
 }
 
-TEST(FileWriter, EmptiesTheFileAtOnce) {
+TEST(FileWriter, EmptiesTheFileImmediately) {
     const TempDir directory;
     writeFile(directory / "file", "earlier");
     const FileWriter writer(directory / "file");

@@ -409,7 +409,7 @@ TEST(NQ_Gpio, OnAMachineWithoutABoardEverythingFails) {
 // Must be last, because it leaves the device open in this process. In a forked process a thread
 // sanitizer sometimes misses a race. Here it finds every race, but its report opens files and
 // therefore hangs until the test's time limit.
-TEST(NQ_Gpio, TwoFirstCallsAtOnceBothReachTheBoardAndOneDescriptorIsKept) {
+TEST(NQ_Gpio, TwoConcurrentFirstCallsBothReachTheBoardAndOneDescriptorIsKept) {
     FakeBoard board;
     board.driver = [](unsigned long) { return 1; };
     // No thread opens before the other one has called open. Relaxed, so that a thread sanitizer

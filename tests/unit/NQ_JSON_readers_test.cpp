@@ -131,7 +131,7 @@ TEST(NQ_JSON_readers, ANullMemberExistsButHasNoText) {
     EXPECT_THROW(json.get_json_string("nothing"), std::logic_error);
 }
 
-TEST(NQ_JSON_readers, ReadersSeeChangesAtOnce) {
+TEST(NQ_JSON_readers, ReadersSeeChangesImmediately) {
     NQ_JSON json;
     EXPECT_EQ(0, json.get_json_int("n"));
     json.addKeyVal("n", "1");

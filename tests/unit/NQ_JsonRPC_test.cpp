@@ -227,7 +227,7 @@ TEST_F(NQ_JsonRPC, DeleteMethodNeverRemovesSystemDescribe) {
     EXPECT_TRUE(process("{\"method\":\"system.describe\"}"));
 }
 
-TEST_F(NQ_JsonRPC, DeleteMethodReturnsAtOnceForSystemDescribe) {
+TEST_F(NQ_JsonRPC, DeleteMethodReturnsImmediatelyForSystemDescribe) {
     Recorder* other = add("other");
     dispatcher->DeleteMethod("system.describe");
     EXPECT_EQ(0, other->namesAsked);

@@ -401,7 +401,7 @@ TEST(NQ_Mqtt, SendStopsThePayloadAtItsFirstNul) {
     EXPECT_EQ(1, paho.count("publish client 't' 'ab' qos=0 retained=0 dup=0"));
 }
 
-TEST(NQ_Mqtt, SendTellsAFailedWaitByItsResultAndTheCode) {
+TEST(NQ_Mqtt, SendReportsAFailedWaitByItsResultAndTheCode) {
     FakePaho paho;
     paho.waitResult = -3;
     NQ_Mqtt mqtt("broker", "gateway");
@@ -419,7 +419,7 @@ TEST(NQ_Mqtt, FailedPublishIsNotExaminedAndTheWaitGetsTokenZero) {
     EXPECT_EQ(1, paho.count("wait client token=0 ms=60000"));
 }
 
-TEST(NQ_Mqtt, SubscribeTellsTheClientsResult) {
+TEST(NQ_Mqtt, SubscribeReturnsTheClientsResult) {
     FakePaho paho;
     NQ_Mqtt mqtt("broker", "gateway");
     mqtt.initialise();

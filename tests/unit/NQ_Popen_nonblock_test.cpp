@@ -187,7 +187,7 @@ TEST(NQ_Popen, ExecuteNonblockCopiesItsArguments) {
     EXPECT_THAT(run.events, ElementsAre("original", "exit 0"));
 }
 
-TEST(NQ_Popen, ExecuteNonblockRunsSeveralProgramsAtOnce) {
+TEST(NQ_Popen, ExecuteNonblockRunsSeveralProgramsConcurrently) {
     // Each program reads what the next one writes, so none can end before all run.
     const TempDir directory;
     std::vector<Progress> runs(3);

@@ -153,7 +153,7 @@ TEST(NQ_Sockets, WakesForAClientThatComesLater) {
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("at last") + kClosed, printed);
 }
 
-TEST(NQ_Sockets, FlushesEveryLineAtOnce) {
+TEST(NQ_Sockets, FlushesEveryLineImmediately) {
     Scene scene;
     std::vector<std::string> written;
     {

@@ -100,7 +100,7 @@ TEST(NQ_Stream, TheNewlineIsThatOfTheStreamsLocale) {
     EXPECT_EQ("c", NQ_Stream::readOneLineStream(in));
 }
 
-TEST(NQ_Stream, TheShortFormReadsLikewise) {
+TEST(NQ_Stream, TheOverloadWithoutAFlagReadsTheSame) {
     StandardInput input;
     input.write("\nfrom standard input\n");
     EXPECT_EQ("from standard input", NQ_Stream::readOneLineStream(std::cin));
@@ -184,7 +184,7 @@ TEST(NQ_Stream, APartOfALineThatWasReadAheadDoesNotHideTheStopFlag) {
     EXPECT_EQ("begun", lineFromInput());
 }
 
-TEST(NQ_Stream, TheStopFlagGoesBeforeALineThatWasReadAhead) {
+TEST(NQ_Stream, TheStopFlagTakesPrecedenceOverALineThatWasReadAhead) {
     StandardInput input;
     input.write("a\nkept\n");
     EXPECT_EQ("a", lineFromInput());
@@ -384,7 +384,7 @@ TEST(NQ_Stream, TheStopFlagEndsAQuietWaitWithinASecond) {
     EXPECT_EQ(1, polls.count());
 }
 
-TEST(NQ_Stream, TheStopFlagGoesBeforeALineThatHasArrived) {
+TEST(NQ_Stream, TheStopFlagTakesPrecedenceOverALineThatHasArrived) {
     StandardInput input;
     WatchedPolls polls;
     input.write("kept\n");
@@ -425,7 +425,7 @@ TEST(NQ_Stream, ASignalEndsTheCallWithNothing) {
     sigaction(SIGALRM, &before, nullptr);
 }
 
-TEST(NQ_Stream, AtTheEndOfInputTheCallTurnsWithoutPauseUntilStopped) {
+TEST(NQ_Stream, AtTheEndOfInputTheCallSpinsWithoutPauseUntilStopped) {
     StandardInput input;
     input.close();
     bool stop = false;
@@ -516,7 +516,7 @@ TEST(NQ_Stream, AnotherStreamAtItsEndHasNotFailedYet) {
     EXPECT_EQ(1, polls.count());
 }
 
-TEST(NQ_Stream, AtTheEndOfAnotherStreamTheCallTurnsForEverWithoutWaiting) {
+TEST(NQ_Stream, AtTheEndOfAnotherStreamTheCallSpinsForEverWithoutWaiting) {
     const support::ForkedChild child = support::inForkedChild([] {
         StandardInput input;
         itimerval limit = {};

@@ -56,7 +56,7 @@ TEST(NQ_UBUS, ApplyConfigGoesThroughTheShell) {
                                            "uci [commit] [network]"));
 }
 
-TEST(NQ_UBUS, FailedCommandsAreNotTold) {
+TEST(NQ_UBUS, FailedCommandsAreNotReported) {
     for (const int status : {-1, 252 << 8, 127 << 8}) {
         const CapturedCommands commands(CapturedCommands::runNothing, status);
         const ToolsWithSection tools;

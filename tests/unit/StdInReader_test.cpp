@@ -220,7 +220,7 @@ TEST(StdInReader, AFailedWaitEchoesAnEmptyLineAndTheLoopGoesOn) {
     EXPECT_THAT(channel.lines, ElementsAre("a"));
 }
 
-TEST(StdInReader, AtTheEndOfInputTheLoopTurnsUntilStopped) {
+TEST(StdInReader, AtTheEndOfInputTheLoopSpinsUntilStopped) {
     Channel channel(5);
     channel.input.write("last");
     channel.input.close();

@@ -200,7 +200,7 @@ TEST(popen2, LeavesNothingOpenWhenNoStreamCanBeMade) {
     }
 }
 
-TEST(popen2, MakesNoStreamOfAClosedDescriptorInTheCopy) {
+TEST(popen2, ReturnsNullInTheForkedCopyWithoutFdopen) {
     // Not every C library's fdopen() rejects a closed descriptor.
     const support::CapturedErrors errors;
     const ScriptedCall opening(Call::fdopen, ScriptedCall::kPassOn);
