@@ -117,10 +117,11 @@ TEST(Answer, ToAClientThatHasGoneIsDropped) {
 TEST(Answer, ComesAlsoToARequestThatTheEndFindsInProgress) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
-    ASSERT_TRUE(client.send(
-        asking("process.run",
-               R"({"command":"sh","arguments":["-c","echo >/tmp/began; read x </dev/zero"]})")));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/began")); }));
+    ASSERT_TRUE(client.send(asking(
+        "process.run",
+        R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-began; read x </dev/zero"]})")));
+    ASSERT_TRUE(
+        support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-began")); }));
     agent.signal(SIGTERM);
     EXPECT_THAT(client.receive(), HasSubstr("\"signal\":"));
     EXPECT_EQ(0, agent.wait().status);

@@ -119,8 +119,9 @@ TEST(agent_connections, AreNotPassedOnToPrograms) {
 
 TEST(agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
     AgentInSandbox agent("\"$@\" & echo $! >/tmp/agent.pid; exec sleep 100", {"--allow", "sh"});
-    agent.call(request("process.run", R"({"command":"sh","arguments":["-c",)"
-                                      R"("sleep 100 >/dev/null 2>&1 & echo $! >/tmp/left"]})"));
+    agent.call(request("process.run",
+                       R"({"command":"sh","arguments":["-c",)"
+                       R"("sleep 100 >/dev/null 2>&1 & echo $! >/tmp/tavo-test-left"]})"));
     kill(processOf(agent), SIGKILL);
     // A zombie without other threads; its parent does not reap it.
     const std::string process = "/proc/" + std::to_string(processOf(agent));
@@ -130,7 +131,8 @@ TEST(agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
                support::readFile(process + "/status").find("State:\tZ") != std::string::npos;
     }));
     EXPECT_THROW(Client(agent.socketPath()), std::runtime_error);
-    EXPECT_EQ(0, kill(std::stoi(agent.read("/tmp/left")), SIGKILL)) << "it must be running";
+    EXPECT_EQ(0, kill(std::stoi(agent.read("/tmp/tavo-test-left")), SIGKILL))
+        << "it must be running";
 }
 
 TEST(agent_connections, WaitWithoutBusyLoopWhileTheSystemIsShortOfDescriptors) {
@@ -174,12 +176,12 @@ TEST_P(Silence, DoesNotKeepTheAgentFromEnding) {
 }
 
 TEST_P(Silence, DoesNotKeepASecondStartFromSayingThatTheNameIsServed) {
-    AgentInSandbox agent("(until [ -e /tmp/go ]; do sleep 0.01; done\n"
+    AgentInSandbox agent("(until [ -e /tmp/tavo-test-go ]; do sleep 0.01; done\n"
                          "\"$@\" 2>/tmp/second.err; echo status $? >/tmp/second.status) &\n"
                          "exec \"$@\"",
                          {"--idle", "1000"});
     const SilentClients clients(agent, GetParam());
-    support::writeFile(agent.file("/tmp/go"), "");
+    support::writeFile(agent.file("/tmp/tavo-test-go"), "");
     EXPECT_TRUE(eventually(
         [&] {
             return support::exists(agent.file("/tmp/second.status")) &&

@@ -57,24 +57,26 @@ TEST_P(TheEnd, WaitsForARequestInProgress) {
     Client client(agent.socketPath());
     client.send(request(
         "process.run",
-        R"({"command":"sh","arguments":["-c","echo >/tmp/begun; sleep 0.3; echo finished"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+        R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-begun; sleep 0.3; echo finished"]})"));
+    ASSERT_TRUE(
+        support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const support::Ran ran = agent.end(GetParam());
     EXPECT_THAT(ran.out, HasSubstr(R"("output":"finished\n")"));
     expectCleanEnd(agent, ran, GetParam());
 }
 
 TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
-    AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
-    support::runProgram({"mkdir", agent.file("/tmp/bin")});
-    support::writeFile(agent.file("/tmp/bin/ubus"),
+    AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
+    support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
+    support::writeFile(agent.file("/tmp/tavo-test-bin/ubus"),
                        "#!/bin/sh\n"
-                       "if [ \"$3\" = get ]; then echo >/tmp/begun; sleep 0.2;\n"
+                       "if [ \"$3\" = get ]; then echo >/tmp/tavo-test-begun; sleep 0.2;\n"
                        "echo '{\"values\":{\"a\":\"1\"}}'; fi\n",
                        0755);
     Client client(agent.socketPath());
     client.send(request("uci.apply", R"({"config":"x","section":"y","values":{"a":"1"}})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    ASSERT_TRUE(
+        support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const support::Ran ran = agent.end(GetParam());
     EXPECT_EQ(result(R"({"config":"x","section":"y","existed":true,"exists":true,)"
                      R"("values":{"a":"1"},"restarted":false})") +
@@ -86,10 +88,11 @@ TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
 TEST_P(TheEnd, EndsAProgramThatGoesOn) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
-    client.send(
-        request("process.run",
-                R"({"command":"sh","arguments":["-c","echo >/tmp/begun; exec sleep 100"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    client.send(request(
+        "process.run",
+        R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-begun; exec sleep 100"]})"));
+    ASSERT_TRUE(
+        support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const support::Ran ran = agent.end(GetParam());
     EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":15,"exit_code":null,"signal":15)"));
     expectCleanEnd(agent, ran, GetParam());
@@ -102,9 +105,11 @@ TEST(tavo_agent, KillsAProgramThatIgnoresBeingEnded) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     client.send(request(
-        "process.run", R"({"command":"sh","arguments":["-c",)"
-                       R"("ulimit -t 20; trap '' TERM; echo >/tmp/begun; while :; do :; done"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+        "process.run",
+        R"({"command":"sh","arguments":["-c",)"
+        R"("ulimit -t 20; trap '' TERM; echo >/tmp/tavo-test-begun; while :; do :; done"]})"));
+    ASSERT_TRUE(
+        support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const support::Ran ran = agent.end(SIGTERM);
     EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":9,"exit_code":null,"signal":9)"));
     expectCleanEnd(agent, ran, SIGTERM);
@@ -114,9 +119,11 @@ TEST(tavo_agent, DoesNotWaitForAProcessThatKeepsAProgramsOutputOpen) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     // The background program ends by itself a little later.
-    client.send(request("process.run", R"({"command":"sh","arguments":["-c",)"
-                                       R"("sleep 9 & echo >/tmp/begun; exec sleep 100"]})"));
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    client.send(request("process.run",
+                        R"({"command":"sh","arguments":["-c",)"
+                        R"("sleep 9 & echo >/tmp/tavo-test-begun; exec sleep 100"]})"));
+    ASSERT_TRUE(
+        support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const auto begin = Clock::now();
     const support::Ran ran = agent.end(SIGTERM);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(8));
@@ -128,10 +135,12 @@ TEST(tavo_agent, DoesNotWaitForAProcessThatKeepsAProgramsOutputOpen) {
 TEST(tavo_agent, BeginsNoRequestOnceItIsEnding) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
-    client.send(request("process.run",
-                        R"({"command":"sh","arguments":["-c","echo >/tmp/begun; sleep 0.3"]})"));
+    client.send(
+        request("process.run",
+                R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-begun; sleep 0.3"]})"));
     client.send(kDescribe);
-    ASSERT_TRUE(support::eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    ASSERT_TRUE(
+        support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const support::Ran ran = agent.end(SIGTERM);
     EXPECT_THAT(ran.out, Not(HasSubstr("methods")));
     EXPECT_THAT(agent.log(),

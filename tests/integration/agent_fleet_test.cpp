@@ -128,11 +128,11 @@ TEST_F(ManyGateways, ThatAreAllAbsentAreReported) {
 
 TEST_F(ManyGateways, CarryOutARequestOnceForEachRunOfTheSender) {
     start("gw1");
-    const std::string count =
-        request("process.run", R"({"command":"sh","arguments":["-c","echo >>/tmp/count"]})");
+    const std::string count = request(
+        "process.run", R"({"command":"sh","arguments":["-c","echo >>/tmp/tavo-test-count"]})");
     EXPECT_EQ(0, send({"--sender", "cloud", "--to", "gw1", "-"}, count).status);
     EXPECT_EQ(0, send({"--sender", "cloud", "--to", "gw1", "-"}, count).status);
-    EXPECT_EQ("\n\n", agents_[0]->read("/tmp/count"));
+    EXPECT_EQ("\n\n", agents_[0]->read("/tmp/tavo-test-count"));
 }
 
 TEST_F(ManyGateways, GetARequestAgainWhenTheyDoNotAnswer) {
@@ -167,29 +167,33 @@ TEST_F(ManyGateways, AnswerThoughTheBrokerGoesAwayMeanwhile) {
     start("gw1");
     RunningProgram sender(
         command({"--to", "gw1", "-"}), {},
-        request("process.run",
-                R"({"command":"sh","arguments":["-c",)"
-                R"("echo >>/tmp/count; until [ -e /tmp/go ]; do sleep 0.01; done"]})"));
-    ASSERT_TRUE(eventually([&] { return support::exists(agents_[0]->file("/tmp/count")); }));
+        request(
+            "process.run",
+            R"({"command":"sh","arguments":["-c",)"
+            R"("echo >>/tmp/tavo-test-count; until [ -e /tmp/tavo-test-go ]; do sleep 0.01; done"]})"));
+    ASSERT_TRUE(
+        eventually([&] { return support::exists(agents_[0]->file("/tmp/tavo-test-count")); }));
     broker_.stop();
-    support::writeFile(agents_[0]->file("/tmp/go"), "");
+    support::writeFile(agents_[0]->file("/tmp/tavo-test-go"), "");
     ASSERT_TRUE(eventually(
         [&] { return agents_[0]->log().find("process.run: done") != std::string::npos; }));
     broker_.start();
     const support::Ran ran = sender.wait();
     EXPECT_THAT(ran.out, HasSubstr("\"exit_code\":0"));
     EXPECT_EQ(0, ran.status) << ran.err;
-    EXPECT_EQ("\n", agents_[0]->read("/tmp/count"));
+    EXPECT_EQ("\n", agents_[0]->read("/tmp/tavo-test-count"));
 }
 
 TEST_F(ManyGateways, AreNotWaitedForAfterANotification) {
     start("gw1");
-    const support::Ran ran = send(
-        {"--to", "gw1", "-"}, R"({"jsonrpc":"2.0","method":"process.run",)"
-                              R"("params":{"command":"sh","arguments":["-c","echo >/tmp/here"]}})");
+    const support::Ran ran =
+        send({"--to", "gw1", "-"},
+             R"({"jsonrpc":"2.0","method":"process.run",)"
+             R"("params":{"command":"sh","arguments":["-c","echo >/tmp/tavo-test-here"]}})");
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ("", ran.out);
-    EXPECT_TRUE(eventually([&] { return support::exists(agents_[0]->file("/tmp/here")); }));
+    EXPECT_TRUE(
+        eventually([&] { return support::exists(agents_[0]->file("/tmp/tavo-test-here")); }));
 }
 
 TEST_F(ManyGateways, AreReachedBelowAnotherBase) {

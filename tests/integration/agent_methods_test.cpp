@@ -49,7 +49,7 @@ TEST(ProcessRun, PassesArgumentsAsTheyAre) {
 TEST(ProcessRun, RunsNothingThatIsNotAllowedByItsVeryName) {
     AgentInSandbox none;
     EXPECT_EQ(invalidParams("program \\\"sh\\\" is not allowed"),
-              none.call(script("echo >/tmp/broken_in")));
+              none.call(script("echo >/tmp/tavo-test-broken_in")));
     AgentInSandbox agent({"--allow", "true", "--allow=/bin/echo"});
     for (const char* command :
          {"sh", "/bin/true", "true ", "./true", "echo", "/bin/../bin/echo", "", "true;sh", "TRUE"})

@@ -41,20 +41,21 @@ TEST_F(FarAway, RequestsAreTakenAgainWhenTheBrokerIsBack) {
 TEST_F(FarAway, AResponseThatFoundNoBrokerIsGivenAgain) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     const std::string slow = request(
-        "process.run", R"({"command":"sh","arguments":["-c",)"
-                       R"("echo >>/tmp/count; until [ -e /tmp/go ]; do sleep 0.01; done"]})");
+        "process.run",
+        R"({"command":"sh","arguments":["-c",)"
+        R"("echo >>/tmp/tavo-test-count; until [ -e /tmp/tavo-test-go ]; do sleep 0.01; done"]})");
     publish(kRequests + "cloud", slow);
-    ASSERT_TRUE(eventually([&] { return support::exists(agent.file("/tmp/count")); }));
+    ASSERT_TRUE(eventually([&] { return support::exists(agent.file("/tmp/tavo-test-count")); }));
     listener_.reset();
     broker_.stop();
-    support::writeFile(agent.file("/tmp/go"), "");
+    support::writeFile(agent.file("/tmp/tavo-test-go"), "");
     ASSERT_TRUE(logs("INFO: tavo-agent: request 1 process.run: done\n"));
     broker_.start();
     ASSERT_TRUE(logs("INFO: tavo-agent: taking requests from ssl://", 2));
     listen();
     publish(kRequests + "cloud", slow);
     EXPECT_TRUE(hears("\"exit_code\":0"));
-    EXPECT_EQ("\n", agent.read("/tmp/count"));
+    EXPECT_EQ("\n", agent.read("/tmp/tavo-test-count"));
 }
 
 TEST_F(FarAway, TheAgentEndsInTimeWhileTheBrokerStaysSilent) {
@@ -71,10 +72,12 @@ TEST_F(FarAway, TheAgentEndsInTimeWhileTheBrokerStaysSilent) {
 
 TEST_F(FarAway, AProgramInProgressIsEndedWithTheAgent) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
-    publish(kRequests + "cloud",
-            request("process.run",
-                    R"({"command":"sh","arguments":["-c","echo >/tmp/begun; exec sleep 100"]})"));
-    ASSERT_TRUE(eventually([&] { return support::exists(agent.file("/tmp/begun")); }));
+    publish(
+        kRequests + "cloud",
+        request(
+            "process.run",
+            R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-begun; exec sleep 100"]})"));
+    ASSERT_TRUE(eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(0, agent.end(SIGTERM).status);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
@@ -230,10 +233,11 @@ TEST(remote_options, RefuseWhatDoesNotFit) {
 }
 
 TEST(remote_options, NameTheFileForTlsThatIsMissing) {
-    const support::Ran ran =
-        runInSandbox({TAVO_AGENT, "--mqtt", "h:1", "--requests", "--tls", "/tmp/nowhere", "agent"});
+    const support::Ran ran = runInSandbox(
+        {TAVO_AGENT, "--mqtt", "h:1", "--requests", "--tls", "/tmp/tavo-test-nowhere", "agent"});
     EXPECT_EQ(1, ran.status);
-    EXPECT_EQ("tavo-agent: /tmp/nowhere/mqtt_ca-cert.crt: No such file or directory\n", ran.err);
+    EXPECT_EQ("tavo-agent: /tmp/tavo-test-nowhere/mqtt_ca-cert.crt: No such file or directory\n",
+              ran.err);
 }
 
 TEST(remote_options, AllowAnUnprotectedBrokerOnRequest) {

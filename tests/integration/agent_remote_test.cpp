@@ -63,8 +63,9 @@ TEST_F(FarAway, NotificationsAreCarriedOutAndNotAnswered) {
 
 TEST_F(FarAway, RequestsOfBothWaysTakeTurns) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
-    const std::string slow = R"({"command":"sh","arguments":["-c",)"
-                             R"("mkdir /tmp/one && sleep 0.3 && rmdir /tmp/one && echo alone"]})";
+    const std::string slow =
+        R"({"command":"sh","arguments":["-c",)"
+        R"("mkdir /tmp/tavo-test-one && sleep 0.3 && rmdir /tmp/tavo-test-one && echo alone"]})";
     Client local(agent.socketPath());
     for (int id = 1; id <= 3; ++id) {
         publish(kRequests + "cloud", request("process.run", slow, id));
@@ -178,13 +179,14 @@ TEST_F(FarAway, SendersMustHavePlainNames) {
 TEST_F(FarAway, ProgramsAndFilesNeedPermission) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh"});
     publish(kRequests + "cloud",
-            request("process.run", R"({"command":"sh","arguments":["-c","echo >/tmp/here"]})", 1));
+            request("process.run",
+                    R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-here"]})", 1));
     EXPECT_TRUE(
         hears(error("1", -32000, "Failed", "process.run is not open to this sender") + "\n"));
     publish(kRequests + "cloud", request("config.place", "{}", 2));
     EXPECT_TRUE(
         hears(error("2", -32000, "Failed", "config.place is not open to this sender") + "\n"));
-    EXPECT_FALSE(support::exists(agent.file("/tmp/here")));
+    EXPECT_FALSE(support::exists(agent.file("/tmp/tavo-test-here")));
     EXPECT_THAT(agent.log(), HasSubstr("ERROR: tavo-agent: request 1 process.run: -32000 Failed: "
                                        "process.run is not open to this sender\n"));
     // The local socket is not restricted.
@@ -206,10 +208,11 @@ class Repeated : public FarAway {
 protected:
     /// Returns a request that appends a line to a file at each execution.
     static std::string counting(int id) {
-        return request("process.run",
-                       R"({"command":"sh","arguments":["-c","echo >>/tmp/count; date +%N"]})", id);
+        return request(
+            "process.run",
+            R"({"command":"sh","arguments":["-c","echo >>/tmp/tavo-test-count; date +%N"]})", id);
     }
-    std::size_t count() const { return agent_->read("/tmp/count").size(); }
+    std::size_t count() const { return agent_->read("/tmp/tavo-test-count").size(); }
     AgentInSandbox& startCounting() {
         return startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     }
@@ -265,10 +268,11 @@ TEST_F(Repeated, TheLatestSixtyFourAreRemembered) {
 TEST_F(Repeated, ThoseWhoseResponsesAreTooMuchToKeepAreNotRunAgainEither) {
     startCounting();
     const auto large = [](int id) {
-        return request("process.run",
-                       R"({"command":"sh","arguments":["-c",)"
-                       R"("echo >>/tmp/count; head -c 200000 /dev/zero | tr \\\\0 \\\\033"]})",
-                       id);
+        return request(
+            "process.run",
+            R"({"command":"sh","arguments":["-c",)"
+            R"("echo >>/tmp/tavo-test-count; head -c 200000 /dev/zero | tr \\\\0 \\\\033"]})",
+            id);
     };
     for (int id = 1; id <= 3; ++id)
         responseTo("cloud", large(id), static_cast<std::size_t>(id));

@@ -36,7 +36,7 @@ std::string notFound(const std::string& id) {
 Ran besideAgent(const std::string& script) {
     return runInSandbox(
         {"sh", "-c",
-         "mkdir /tmp/work && cd /tmp/work || exit 99\n"
+         "mkdir /tmp/tavo-test-work && cd /tmp/tavo-test-work || exit 99\n"
          "echo '" +
              request("none", "{}", 1) +
              "' >1.json\n"
@@ -251,17 +251,21 @@ TEST(tavo_rpc, SaysWhatItCannotSend) {
     const auto expectFailure = [](const std::string& arguments, const std::string& why) {
         const Ran ran = runInSandbox(
             {"sh", "-c",
-             "mkdir /tmp/d; : >/tmp/empty; echo {} >/tmp/a; " TAVO_RPC " " + arguments});
+             "mkdir /tmp/tavo-test-d; : >/tmp/tavo-test-empty; echo {} >/tmp/tavo-test-a; " TAVO_RPC
+             " " +
+                 arguments});
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ("tavo-rpc: " + why + "\n", ran.err);
     };
-    expectFailure("nobody /tmp/a", "/tmp/socketDDS/nobody: No such file or directory");
-    expectFailure("nobody /tmp/missing", "/tmp/missing: No such file or directory");
-    expectFailure("nobody /tmp/d", "/tmp/d: Is a directory");
-    expectFailure("nobody /tmp/empty",
-                  "/tmp/empty: empty (an empty message would end the connection)");
-    expectFailure(std::string(100, 'n') + " /tmp/a", "the name is too long for a socket");
-    expectFailure("--no-answer nobody /tmp/a", "/tmp/socketDDS/nobody: No such file or directory");
+    expectFailure("nobody /tmp/tavo-test-a", "/tmp/socketDDS/nobody: No such file or directory");
+    expectFailure("nobody /tmp/tavo-test-missing",
+                  "/tmp/tavo-test-missing: No such file or directory");
+    expectFailure("nobody /tmp/tavo-test-d", "/tmp/tavo-test-d: Is a directory");
+    expectFailure("nobody /tmp/tavo-test-empty",
+                  "/tmp/tavo-test-empty: empty (an empty message would end the connection)");
+    expectFailure(std::string(100, 'n') + " /tmp/tavo-test-a", "the name is too long for a socket");
+    expectFailure("--no-answer nobody /tmp/tavo-test-a",
+                  "/tmp/socketDDS/nobody: No such file or directory");
 }
 
 TEST(tavo_rpc, SendsNothingToADirectoryThatOthersControl) {

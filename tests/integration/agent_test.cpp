@@ -92,8 +92,8 @@ TEST(tavo_agent, AnswersNoNotification) {
     AgentInSandbox agent({"--allow", "sh"});
     EXPECT_TRUE(agent.isUnanswered(
         R"({"jsonrpc":"2.0","method":"process.run",)"
-        R"("params":{"command":"sh","arguments":["-c","echo >/tmp/was_here"]}})"));
-    EXPECT_TRUE(support::exists(agent.file("/tmp/was_here")));
+        R"("params":{"command":"sh","arguments":["-c","echo >/tmp/tavo-test-was_here"]}})"));
+    EXPECT_TRUE(support::exists(agent.file("/tmp/tavo-test-was_here")));
     EXPECT_TRUE(agent.isUnanswered(R"({"jsonrpc":"2.0","method":"none"})"));
     EXPECT_TRUE(agent.isUnanswered(R"({"jsonrpc":"2.0","method":"system.describe","params":[]})"));
 }
@@ -324,7 +324,9 @@ TEST(tavo_agent, KeepsTextFromOutsideOnOneSafeAndShortLineOfTheLog) {
 
 TEST(tavo_agent, GoesOnWhenNobodyReadsItsResponses) {
     // With exec, so that the agent ends together with the runner.
-    AgentInSandbox agent("mkfifo /tmp/out; true </tmp/out & exec \"$@\" >/tmp/out", {});
+    AgentInSandbox agent(
+        "mkfifo /tmp/tavo-test-out; true </tmp/tavo-test-out & exec \"$@\" >/tmp/tavo-test-out",
+        {});
     Client client(agent.socketPath());
     client.send(kDescribe);
     EXPECT_TRUE(support::eventually([&] {
@@ -352,8 +354,9 @@ TEST(tavo_agent, ServesItsOwnerOnly) {
     EXPECT_EQ(0700u, modeOf(agent.socketPath()));
     EXPECT_EQ(0700u, modeOf(agent.file("/tmp/socketDDS")));
     // Files that programs create keep their usual access bits.
-    agent.call(request("process.run",
-                       R"({"command":"sh","arguments":["-c","umask 022; echo >/tmp/a; umask"]})"));
+    agent.call(request(
+        "process.run",
+        R"({"command":"sh","arguments":["-c","umask 022; echo >/tmp/tavo-test-a; umask"]})"));
     const std::string mask =
         agent.call(request("process.run", R"({"command":"sh","arguments":["-c","umask"]})"));
     EXPECT_THAT(mask, HasSubstr("\"output\":\"0022\\n\""));
@@ -419,7 +422,7 @@ TEST(tavo_agent, ServesInNoDirectoryThatOthersControl) {
         EXPECT_EQ("tavo-agent: /tmp/socketDDS " + why + "\n", ran.err);
     };
     expectRefusal("echo >/tmp/socketDDS", "is not a directory");
-    expectRefusal("mkdir /tmp/a; ln -s a /tmp/socketDDS", "is not a directory");
+    expectRefusal("mkdir /tmp/tavo-test-a; ln -s a /tmp/socketDDS", "is not a directory");
     for (const char* mode : {"0775", "0757"})
         expectRefusal(std::string("mkdir /tmp/socketDDS; chmod ") + mode + " /tmp/socketDDS",
                       "can be written to by others and has no sticky bit");

@@ -127,10 +127,10 @@ TEST(UciApply, ComparesASingleQuoteInASectionThatItDeletes) {
 }
 
 TEST(UciApply, SaysWhenASectionAtAPositionIsStillThere) {
-    AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
+    AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     writeRules(agent);
-    support::runProgram({"mkdir", agent.file("/tmp/bin")});
-    writeFile(agent.file("/tmp/bin/ubus"),
+    support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
+    writeFile(agent.file("/tmp/tavo-test-bin/ubus"),
               "#!/bin/sh\nPATH=${PATH#*:}\n[ \"$3\" = delete ] || exec ubus \"$@\"\n", 0755);
     EXPECT_EQ(failed("rules/@rule[0] could not be deleted"),
               agent.call(deletion("@rule[0]", R"({"name":"first","target":"ACCEPT"})")));

@@ -72,7 +72,7 @@ TEST(UciApply, RestartsTheServicesOfDhcpAndNtp) {
 TEST(UciApply, RefusesASingleQuoteAnywhere) {
     AgentInSandbox agent;
     const std::string quoted = invalidParams("single quotes are not accepted");
-    const std::string shell = "'; echo >/tmp/broken_in; echo '";
+    const std::string shell = "'; echo >/tmp/tavo-test-broken_in; echo '";
     for (const std::string& params : {
              R"({"config":"network","section":"lan","values":{"ipaddr":")" + shell + "\"}}",
              R"({"config":"network","section":"lan","values":{"ipaddr":["a",")" + shell + "\"]}}",
@@ -86,7 +86,7 @@ TEST(UciApply, RefusesASingleQuoteAnywhere) {
          })
         EXPECT_EQ(quoted, agent.call(apply(params))) << params;
     EXPECT_THAT(agent.commands(), testing::IsEmpty());
-    EXPECT_FALSE(exists(agent.file("/tmp/broken_in")));
+    EXPECT_FALSE(exists(agent.file("/tmp/tavo-test-broken_in")));
 }
 
 TEST(UciApply, RefusesBadNames) {
@@ -181,10 +181,10 @@ TEST(UciApply, ReportsAChangeWithoutEffect) {
 }
 
 TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
-    AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
+    AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     // A service that returns the same section for every read and ignores changes.
-    support::runProgram({"mkdir", agent.file("/tmp/bin")});
-    writeFile(agent.file("/tmp/bin/ubus"),
+    support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
+    writeFile(agent.file("/tmp/tavo-test-bin/ubus"),
               "#!/bin/sh\n[ \"$3\" != get ] || echo '{\"values\":{\".type\":\"x\",\"a\":\"1\","
               "\"b\":\"1\",\"d\":[\"1\"]}}'\n",
               0755);
@@ -205,10 +205,10 @@ TEST(UciApply, NamesOptionsThatTheToolsDropSilently) {
 }
 
 TEST(UciApply, LeavesAnotherWritersChangeAndNamesItsOption) {
-    AgentInSandbox agent("PATH=/tmp/bin:$PATH exec \"$@\"", {});
+    AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     // Another program changes the address after the agent's change and before its check.
-    support::runProgram({"mkdir", agent.file("/tmp/bin")});
-    writeFile(agent.file("/tmp/bin/ubus"),
+    support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
+    writeFile(agent.file("/tmp/tavo-test-bin/ubus"),
               "#!/bin/sh\nPATH=${PATH#*:}\nubus \"$@\"\nresult=$?\n"
               "[ \"$3\" != set ] || ubus call uci set '{\"config\":\"network\","
               "\"section\":\"lan\",\"values\":{\"ipaddr\":\"10.9.9.9\"}}'\nexit $result\n",
@@ -241,14 +241,14 @@ TEST(UciApply, ChangesANamedSectionOnlyWhileItIsAsExpected) {
 TEST(UciApply, LetsServicesBeginWithNoSignalBlocked) {
     AgentInSandbox agent;
     // Looks at signals 1 to 28 only; those from 32 up belong to the C library.
-    writeFile(
-        agent.file("/etc/init.d/custom"),
-        "#!/bin/sh\numask >/tmp/began\n"
-        "sed -n 's/^\\(Sig[BI].*:\\).*\\(.......\\)$/\\1 \\2/p' /proc/self/status >>/tmp/began\n",
-        0755);
+    writeFile(agent.file("/etc/init.d/custom"),
+              "#!/bin/sh\numask >/tmp/tavo-test-began\n"
+              "sed -n 's/^\\(Sig[BI].*:\\).*\\(.......\\)$/\\1 \\2/p' /proc/self/status "
+              ">>/tmp/tavo-test-began\n",
+              0755);
     writeFile(agent.file("/etc/config/custom"), "config thing 'one'\n\toption a '1'\n");
     agent.call(apply(R"({"config":"custom","section":"one","values":{"a":"2"},"restart":true})"));
-    EXPECT_EQ("0022\nSigBlk: 0000000\nSigIgn: 0000000\n", agent.read("/tmp/began"));
+    EXPECT_EQ("0022\nSigBlk: 0000000\nSigIgn: 0000000\n", agent.read("/tmp/tavo-test-began"));
 }
 
 } // namespace
