@@ -72,7 +72,7 @@ Subject subjectOf(const Store& store, const std::string& argument) {
     return subject;
 }
 
-/// Throws when a part of what was named is missing.
+/// Throws when a part of the subject is missing.
 void needComplete(const Subject& subject) {
     if (subject.path.section && !subject.target.isComplete())
         throw Error(Error::NotFound);

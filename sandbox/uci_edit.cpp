@@ -17,7 +17,7 @@ void removeOption(Edit& edit, Section& section, const std::string& option) {
     edit.record(remove(edit.package, targetOf(section, option)));
 }
 
-/// Whether an option holds a text: as an element of a list, or as one of the words of a value.
+/// Whether an option holds a text, as an element of a list or as one of the words of a value.
 bool holds(const Option& option, const std::string& text) {
     if (option.isList)
         return std::find(option.values.begin(), option.values.end(), text) != option.values.end();
@@ -115,7 +115,7 @@ bool fits(const Section& section, const std::optional<std::string>& type, json_o
         if (!text)
             continue;
         asked = true;
-        // A missing option is no obstacle as long as another one fits.
+        // A missing option does not matter when another one fits.
         const Option* const option = section.find(name);
         if (!option)
             continue;

@@ -19,7 +19,7 @@ struct Edit {
     void record(std::optional<Change> change);
 };
 
-/// Gives an option a JSON value as the method set does: a list is always stored anew.
+/// Gives an option a JSON value as the method set does: a list is always replaced.
 Status setValue(Edit& edit, Section* section, const std::string& option, json_object* value);
 
 /// Gives an option a JSON value as the method add does: a list is appended to an earlier one.

@@ -22,7 +22,8 @@ struct Section {
 
     Option* find(const std::string& option);
     const Option* find(const std::string& option) const;
-    /// Replaces an option where it stands, or appends it. False when it has that value already.
+    /// Replaces an option in its position, or appends it. Returns false when it already has that
+    /// value.
     bool setOption(const std::string& option, const std::string& value);
     /// Appends to a list; a single value of that name becomes the list's first element.
     void addToList(const std::string& option, const std::string& value);

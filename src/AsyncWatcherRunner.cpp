@@ -14,7 +14,7 @@ void AsyncWatcherRunner::startWatcher() {
 void AsyncWatcherRunner::stopWatcher() {
     if (!running)
         return;
-    fsWatcher.stop(); // Deliberate: lost when the thread has not come to its loop yet
+    fsWatcher.stop(); // Deliberate: lost when the thread has not reached its loop yet
     workerThread.join();
     running = false;
 }

@@ -64,8 +64,8 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<FILE, CloseStream>;
 
-/// A base64 filter without line breaks in front of `end`, which it takes over; both are freed
-/// together. Throws std::bad_alloc when one of them could not be made.
+/// Returns a base64 filter without line breaks, chained to `end`. It takes ownership of `end`; both
+/// are freed together. Throws std::bad_alloc when one of them could not be made.
 Chain base64Chain(BIO* end) {
     Chain rest(end);
     Chain filter(BIO_new(BIO_f_base64()));

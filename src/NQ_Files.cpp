@@ -55,7 +55,7 @@ void runProgram(const std::string& command, const std::vector<std::string>& args
     }
 }
 
-/// Leaves a forked copy of the caller whose program could not be executed, before it runs the
+/// As popen2(). A forked copy whose program could not be executed exits here, before it runs the
 /// caller's code.
 FILE* startReading(const std::string& command, const std::vector<std::string>& args, int& pid) {
     FILE* stream = popen2(command, args, "r", pid);
@@ -107,8 +107,8 @@ FILE* popen2(const std::string& command, const std::vector<std::string>& args,
     if (child == 0)
         runProgram(command, args, pipe, reading);
 
-    // Deliberate: the copy whose program could not be executed comes here too. It has closed both
-    // ends already.
+    // Deliberate: the copy whose program could not be executed continues here too. It has closed
+    // both ends already.
     pid = child;
     close(reading ? pipe.writeEnd : pipe.readEnd);
     const int end = reading ? pipe.readEnd : pipe.writeEnd;

@@ -36,12 +36,13 @@ json_object* made(json_object* value) {
     return value;
 }
 
-/// `add` is json_object_object_add(), whose older generation does not report a failure.
+/// `add` is json_object_object_add(), whose older generation does not report a failure. The newer
+/// one also refuses to add an object to itself, which is not a lack of memory.
 template <class Adder>
 void addMember(Adder add, json_object* object, const char* key, json_object* value) {
     if constexpr (std::is_void_v<decltype(add(object, key, value))>) {
         add(object, key, value);
-    } else if (add(object, key, value) != 0 && value != object) { // or it is itself
+    } else if (add(object, key, value) != 0 && value != object) {
         json_object_put(value);
         throw std::bad_alloc();
     }

@@ -29,7 +29,7 @@ inline std::ostream& out() {
     return std::cout;
 }
 
-/// std::cin, likewise.
+/// std::cin, ready for use in the same way.
 inline std::istream& in() {
     static const std::ios_base::Init ready;
     return std::cin;
