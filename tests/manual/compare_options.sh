@@ -8,9 +8,9 @@ shift
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# In the page, a paragraph begins with each option: .BI \-\-name " ARGUMENT" or .B \-\-name.
-sed -n 's/^\.BI\{0,1\} \(\\-\\-.*\)/\1/p' "$page" | sed 's/\\-/-/g; s/" \(.*\)"/\1/' |
-    sort >"$work/page"
+# In the page, an option follows the .TP of its paragraph: .BI \-\-name " ARGUMENT" or .B \-\-name.
+awk '/^\.TP/ { tag = 1; next } tag { print; tag = 0 }' "$page" |
+    sed -n 's/^\.BI\{0,1\} \(\\-\\-.*\)/\1/p' | sed 's/\\-/-/g; s/" \(.*\)"/\1/' | sort >"$work/page"
 # In the help text, a line begins with each option; two blanks or the end of the line follow.
 "$@" --help | sed -n 's/^  \(--[^ ]*\( [^ ]\{1,\}\)\{0,1\}\).*/\1/p' | sort >"$work/help"
 [ -s "$work/help" ] || { echo "the help lists no options" >&2; exit 1; }

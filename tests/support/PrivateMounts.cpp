@@ -2,11 +2,14 @@
 
 #include "ForkedChild.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <iostream>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -42,14 +45,26 @@ bool enterNamespaces() {
            writeText("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-bool coverDirectories(std::initializer_list<std::string> directories) {
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+/// Covers one directory. A build tree in it stays reachable, for the programs that a test starts.
+bool coverDirectory(const std::string& directory) {
+    const std::string build = TAVO_BUILD_DIR;
+    const bool hidesBuild = build.compare(0, directory.size() + 1, directory + "/") == 0;
+    const int tree = hidesBuild ? open(build.c_str(), O_PATH | O_CLOEXEC) : -1;
+    if (mount("tavo-test", directory.c_str(), "tmpfs", 0, "mode=0755") != 0)
         return false;
-    for (const std::string& directory : directories) {
-        if (mount("tavo-test", directory.c_str(), "tmpfs", 0, "mode=0755") != 0)
-            return false;
-    }
-    return true;
+    if (!hidesBuild)
+        return true;
+    std::error_code error;
+    std::filesystem::create_directories(build, error);
+    const std::string shown = "/proc/self/fd/" + std::to_string(tree);
+    const bool bound = mount(shown.c_str(), build.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    close(tree);
+    return bound;
+}
+
+bool coverDirectories(std::initializer_list<std::string> directories) {
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           std::all_of(directories.begin(), directories.end(), coverDirectory);
 }
 
 Outcome runInside(std::initializer_list<std::string> directories,
