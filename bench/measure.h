@@ -1,10 +1,11 @@
 #ifndef TAVO_BENCH_MEASURE_H
 #define TAVO_BENCH_MEASURE_H
 
-#include <benchmark/benchmark.h>
+#include <string>
+
 #include <valgrind/callgrind.h>
 
-#include <string>
+#include <benchmark/benchmark.h>
 
 namespace bench {
 

@@ -1,22 +1,23 @@
+#include <kvr/api/com/NQ_Mqtt.h>
+
 #include "Child.h"
 #include "TempDir.h"
 #include "floor/Mqtt.h"
 #include "measure.h"
-
-#include <kvr/api/com/NQ_Mqtt.h>
 
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
 
-#include <MQTTClient.h>
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <MQTTClient.h>
 
 namespace bench {
 namespace {

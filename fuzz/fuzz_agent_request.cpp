@@ -2,11 +2,10 @@
 // library makes of it. No command is run: the calls that would run one are replaced, and check
 // their arguments.
 #include "Log.h"
-#include "rpc/Dispatcher.h"
-#include "rpc/RequestHandler.h"
-
 #include "fuzzing.h"
 #include "played_program.h"
+#include "rpc/Dispatcher.h"
+#include "rpc/RequestHandler.h"
 
 #include <cstdarg>
 #include <cstddef>
@@ -15,9 +14,10 @@
 #include <string>
 #include <vector>
 
-#include <json-c/json.h>
 #include <syslog.h>
 #include <unistd.h>
+
+#include <json-c/json.h>
 
 namespace {
 

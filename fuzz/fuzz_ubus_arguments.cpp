@@ -2,7 +2,6 @@
 //
 // The first byte picks the method.
 #include "../sandbox/uci_object.h"
-
 #include "fuzzing.h"
 
 #include <cstddef>
@@ -12,8 +11,9 @@
 #include <fstream>
 #include <string>
 
-#include <json-c/json.h>
 #include <unistd.h>
+
+#include <json-c/json.h>
 
 namespace {
 

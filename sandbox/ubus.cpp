@@ -3,14 +3,14 @@
 // works on too.
 #include "uci_object.h"
 
-#include <json-c/json.h>
-
 #include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <unistd.h>
+
+#include <json-c/json.h>
 
 namespace {
 

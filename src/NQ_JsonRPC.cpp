@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include <json-c/json_object.h>
 #include <syslog.h>
+
+#include <json-c/json_object.h>
 
 namespace kvr::api {
 

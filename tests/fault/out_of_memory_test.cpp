@@ -4,13 +4,6 @@
 // If a dependency crashes, the outcome names it. In a trial that starts a program, allocations of
 // the forked copy fail too, until it executes the program.
 
-#include "FailingMemory.h"
-
-#include "FakePrograms.h"
-#include "TempDir.h"
-#include "Threads.h"
-#include "Waiting.h"
-
 #include <kvr/api/AsyncWatcherRunner.h>
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/NQ_JsonRPC.h>
@@ -28,6 +21,12 @@
 #include <kvr/api/sys/NQ_Gpio.h>
 #include <kvr/api/sys/NQ_System.h>
 
+#include "FailingMemory.h"
+#include "FakePrograms.h"
+#include "TempDir.h"
+#include "Threads.h"
+#include "Waiting.h"
+
 #include <future>
 #include <map>
 #include <sstream>
@@ -35,7 +34,6 @@
 #include <thread>
 #include <vector>
 
-#include <json-c/json.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -43,6 +41,7 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <json-c/json.h>
 
 using fault::exhaust;
 using fault::Memory;

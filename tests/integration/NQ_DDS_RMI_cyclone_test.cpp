@@ -16,10 +16,11 @@
 #include <thread>
 #include <vector>
 
-#include <dds/dds.h>
-#include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <dds/dds.h>
+#include <gmock/gmock.h>
 
 using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
 using org::opensplice::DDS_RMI::CRuntime;

@@ -6,9 +6,6 @@
 #include "ForkedChild.h"
 #include "Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <cstdlib>
 #include <memory>
@@ -21,6 +18,9 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using kvr::api::com::NQ_Mqtt;
 using support::Broker;

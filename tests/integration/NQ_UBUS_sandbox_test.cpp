@@ -2,13 +2,13 @@
 #include "RunProgram.h"
 #include "TempDir.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -3,14 +3,14 @@
 #include "AgentInSandbox.h"
 #include "Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <string>
 
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using testing::HasSubstr;
 

@@ -3,9 +3,6 @@
 #include "AgentInSandbox.h"
 #include "Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -15,6 +12,9 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using support::eventually;
 using testing::HasSubstr;

@@ -3,11 +3,11 @@
 #include "AgentInSandbox.h"
 #include "Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <csignal>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using testing::EndsWith;
 using testing::HasSubstr;

@@ -5,15 +5,15 @@
 #include "Certificates.h"
 #include "Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <csignal>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using support::Broker;
 using support::Certificates;

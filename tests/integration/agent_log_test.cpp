@@ -2,15 +2,15 @@
 
 #include "AgentInSandbox.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <string>
 #include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using support::Ran;
 using testing::EndsWith;

@@ -3,10 +3,10 @@
 
 #include "AgentInSandbox.h"
 
+#include <string>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <string>
 
 using support::exists;
 using support::writeFile;

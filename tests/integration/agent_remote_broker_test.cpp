@@ -3,13 +3,13 @@
 
 #include "FarAway.h"
 
-#include <gmock/gmock.h>
-
 #include <chrono>
 #include <csignal>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <gmock/gmock.h>
 
 using support::Broker;
 using support::Certificates;

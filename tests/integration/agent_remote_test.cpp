@@ -3,14 +3,14 @@
 
 #include "FarAway.h"
 
-#include <gmock/gmock.h>
-
 #include <chrono>
 #include <csignal>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gmock/gmock.h>
 
 using support::Broker;
 using support::eventually;

@@ -5,13 +5,13 @@
 #include "CLibrary.h"
 #include "Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <cstdint>
 
 #include <sys/stat.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using testing::HasSubstr;
 

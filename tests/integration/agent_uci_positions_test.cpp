@@ -2,12 +2,12 @@
 
 #include "AgentInSandbox.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using support::writeFile;
 using testing::HasSubstr;

@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
+
+#include <gmock/gmock.h>
 
 using support::Ran;
 using support::runProgram;

@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <signal.h>
+
+#include <gtest/gtest.h>
 
 using support::DdsPeer;
 using support::Ran;

@@ -7,8 +7,9 @@
 #include <set>
 #include <string>
 
-#include <dds/dds.h>
 #include <unistd.h>
+
+#include <dds/dds.h>
 
 namespace {
 

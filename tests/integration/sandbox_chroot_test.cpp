@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 namespace {
 

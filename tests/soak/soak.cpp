@@ -27,11 +27,11 @@
 #include <thread>
 #include <vector>
 
-#include <json-c/json.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <json-c/json.h>
 
 namespace {
 

@@ -1,6 +1,5 @@
-#include <kvr/api/mng/NQ_Config.h>
-
 #include <kvr/api/crypto/NQ_Crypto.h>
+#include <kvr/api/mng/NQ_Config.h>
 
 #include "CapturedCommands.h"
 #include "CapturedOutput.h"
@@ -14,10 +13,11 @@
 #include <type_traits>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace {
 

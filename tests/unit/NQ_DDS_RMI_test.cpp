@@ -10,8 +10,9 @@
 #include <type_traits>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <syslog.h>
+
+#include <gmock/gmock.h>
 
 using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
 using org::opensplice::DDS_RMI::CRuntime;

@@ -4,14 +4,14 @@
 #include "CapturedSyslog.h"
 #include "FakePaho.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <iostream>
 #include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 using kvr::api::com::NQ_Mqtt;
 using support::CapturedOutput;
