@@ -407,7 +407,8 @@ int main(int argc, char** argv) {
                 early.add(usage.residentKiB);
             if (passed > length * 3 / 4)
                 late.add(usage.residentKiB);
-            const long second = std::chrono::duration_cast<seconds>(passed).count();
+            const long second =
+                static_cast<long>(std::chrono::duration_cast<seconds>(passed).count());
             if (terminal)
                 std::fprintf(stderr, "\r%ld of %ld s ", second,
                              static_cast<long>(length.count() / 1000));
