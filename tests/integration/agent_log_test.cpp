@@ -95,7 +95,7 @@ TEST(LogFile, StaysAsItIsUpToItsLimit) {
 }
 
 TEST(LogFile, IsCutInPlaceForThoseWhoHaveItOpen) {
-    AgentInSandbox agent(kFill + "exec 3>>/tmp/log.out; \"$@\"",
+    AgentInSandbox agent(kFill + "exec 3>>/tmp/log.out; exec \"$@\"",
                          {"--log-limit", "8192", "--allow", "sh"});
     EXPECT_EQ(kCut, agent.log());
     // The agent's programs inherit the shell's descriptor.
