@@ -25,7 +25,7 @@ std::set<EVP_CIPHER_CTX*> contexts; // those not yet freed
 std::string failing;                // this call does its work and then returns `failure`
 int failure = 0;
 
-int told(const char* name, int result) { return failing == name ? failure : result; }
+int reported(const char* name, int result) { return failing == name ? failure : result; }
 
 } // namespace
 
@@ -48,36 +48,36 @@ void EVP_CIPHER_CTX_free(EVP_CIPHER_CTX* context) {
 
 int EVP_EncryptInit_ex(EVP_CIPHER_CTX* context, const EVP_CIPHER* cipher, ENGINE* engine,
                        const unsigned char* key, const unsigned char* iv) {
-    return told(__func__, support::next<decltype(EVP_EncryptInit_ex)>(__func__)(context, cipher,
-                                                                                engine, key, iv));
+    return reported(__func__, support::next<decltype(EVP_EncryptInit_ex)>(__func__)(
+                                  context, cipher, engine, key, iv));
 }
 
 int EVP_EncryptUpdate(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength,
                       const unsigned char* in, int inLength) {
-    return told(__func__, support::next<decltype(EVP_EncryptUpdate)>(__func__)(
-                              context, out, outLength, in, inLength));
+    return reported(__func__, support::next<decltype(EVP_EncryptUpdate)>(__func__)(
+                                  context, out, outLength, in, inLength));
 }
 
 int EVP_EncryptFinal_ex(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength) {
-    return told(__func__,
-                support::next<decltype(EVP_EncryptFinal_ex)>(__func__)(context, out, outLength));
+    return reported(
+        __func__, support::next<decltype(EVP_EncryptFinal_ex)>(__func__)(context, out, outLength));
 }
 
 int EVP_DecryptInit_ex(EVP_CIPHER_CTX* context, const EVP_CIPHER* cipher, ENGINE* engine,
                        const unsigned char* key, const unsigned char* iv) {
-    return told(__func__, support::next<decltype(EVP_DecryptInit_ex)>(__func__)(context, cipher,
-                                                                                engine, key, iv));
+    return reported(__func__, support::next<decltype(EVP_DecryptInit_ex)>(__func__)(
+                                  context, cipher, engine, key, iv));
 }
 
 int EVP_DecryptUpdate(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength,
                       const unsigned char* in, int inLength) {
-    return told(__func__, support::next<decltype(EVP_DecryptUpdate)>(__func__)(
-                              context, out, outLength, in, inLength));
+    return reported(__func__, support::next<decltype(EVP_DecryptUpdate)>(__func__)(
+                                  context, out, outLength, in, inLength));
 }
 
 int EVP_DecryptFinal_ex(EVP_CIPHER_CTX* context, unsigned char* out, int* outLength) {
-    return told(__func__,
-                support::next<decltype(EVP_DecryptFinal_ex)>(__func__)(context, out, outLength));
+    return reported(
+        __func__, support::next<decltype(EVP_DecryptFinal_ex)>(__func__)(context, out, outLength));
 }
 }
 
