@@ -36,11 +36,13 @@ struct Plan {
     long number = LONG_MAX; ///< the first allocation that fails, from 1
     bool allFollowing = false;
     bool allThreads = false;
+    bool newOnly = false;
     bool rehearsal = true;
     std::atomic<bool> armed{false};
 };
 Plan plan;
 thread_local bool armedHere = false;
+thread_local bool inNew = false;
 std::atomic<long> liveBlocks{0};
 
 /// What happened, in the trial's process and in its forked copies.
@@ -51,7 +53,7 @@ struct Progress {
 Progress* progress = nullptr;
 
 bool failsNow() {
-    if (!plan.armed || !(armedHere || plan.allThreads))
+    if (!plan.armed || !(armedHere || plan.allThreads) || (plan.newOnly && !inNew))
         return false;
     const long number = ++progress->counted;
     if (number != plan.number && !(plan.allFollowing && number > plan.number))
@@ -120,7 +122,22 @@ void free(void* block) noexcept {
 }
 }
 
+void* operator new(std::size_t size) {
+    inNew = true;
+    void* const block = std::malloc(size == 0 ? 1 : size);
+    inNew = false;
+    if (block == nullptr)
+        throw std::bad_alloc();
+    return block;
+}
+
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+
 namespace fault {
+
+const std::string kLong(100, 'x');
+
 namespace {
 
 int outputFile = -1;
@@ -273,13 +290,16 @@ Report attempt(const Trial& trial, bool rehearsed, long number, bool allFollowin
     const bool ended = poll(&waiting, 1, kDeadlineMilliseconds) == 1;
     const bool reported = ended && read(ends[0], &got, sizeof got) == sizeof got;
     close(ends[0]);
-    if (!reported) {
+    if (!ended)
         kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!reported) {
         got = {};
         got.reached = true;
-        std::strcpy(got.outcome, ended ? "ends without a word" : "hangs");
+        std::snprintf(got.outcome, sizeof got.outcome,
+                      ended ? "ends without a report, raw status %d" : "hangs", status);
     }
-    waitpid(child, nullptr, 0);
     return got;
 }
 
@@ -295,6 +315,8 @@ void Memory::fail() {
 void Memory::recover() { disarm(); }
 
 void Memory::ofAllThreads() { plan.allThreads = true; }
+
+void Memory::ofNewOnly() { plan.newOnly = true; }
 
 void Memory::giveUpAfter(int milliseconds) {
     std::signal(SIGALRM, reportHang);

@@ -10,6 +10,9 @@
 /// related functions, also for the library under test and its dependencies.
 namespace fault {
 
+/// A text that is too long to be stored without an allocation.
+extern const std::string kLong;
+
 /// A trial's control of the memory.
 class Memory {
 public:
@@ -19,6 +22,8 @@ public:
     void recover();
     /// Counts the allocations of all threads, not only those of the thread that calls fail().
     void ofAllThreads();
+    /// Counts only allocations by `new`: those of C++ code, not those of libraries written in C.
+    void ofNewOnly();
     /// Ends a trial that still runs after this time, with the outcome "hangs". Shorter than the
     /// default deadline.
     void giveUpAfter(int milliseconds);

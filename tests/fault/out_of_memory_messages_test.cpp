@@ -1,0 +1,149 @@
+// Memory that runs out: standard input and sockets.
+
+#include <kvr/api/NQ_Stream.h>
+#include <kvr/api/StdInReader.h>
+#include <kvr/api/com/NQ_Sockets.h>
+
+#include "FailingMemory.h"
+#include "Interposed.h"
+#include "Waiting.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+using fault::exhaust;
+using fault::kLong;
+using fault::Memory;
+
+namespace {
+
+/// Counts the lines, and stops the reader at the last of them.
+struct LineCounter : kvr::api::iot::Observer<StdInReader> {
+    explicit LineCounter(int count) : last(count) {}
+    void update(StdInReader*) override { stop = ++lines == last; }
+    const int last;
+    int lines = 0;
+    bool stop = false;
+};
+
+/// Replaces standard input by a pipe that holds `text`.
+void makeStandardInput(const std::string& text) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    ASSERT_EQ(static_cast<ssize_t>(text.size()), write(ends[1], text.data(), text.size()));
+    dup2(ends[0], STDIN_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+} // namespace
+
+TEST(OutOfMemory, StandardInput) {
+    // The line that finds no memory is cut, and std::cin has failed: all later lines are lost. The
+    // loop then runs without a pause until it is stopped, as at the end of the input.
+    const std::string cut = "the line is cut, the later one is lost, stop ends the loop";
+    exhaust("StdInReader::loop", "three lines", {cut}, [&](Memory& memory) {
+        makeStandardInput("first\n\n" + kLong + "\nlast\n");
+        StdInReader reader;
+        LineCounter counter(3);
+        reader.attach(&counter);
+        int polls = 0;
+        const decltype(support::interposedPoll)::Answer stopAtTheTenth =
+            [&](pollfd* descriptors, nfds_t count, int limit) {
+                counter.stop = ++polls == 10; // with all memory there is one poll, or a few
+                return support::interposedPoll.real(descriptors, count, limit);
+            };
+        support::interposedPoll.answerBy(&stopAtTheTenth);
+        memory.fail();
+        reader.loop(counter.stop);
+        memory.recover();
+        support::interposedPoll.answerBy(nullptr);
+        const std::string printed = memory.printed();
+        if (counter.lines == 3 && printed == "first\n" + kLong + "\nlast\n")
+            return std::string("three lines");
+        const std::size_t length =
+            printed.size() - std::min(printed.size(), std::strlen("first\n\n\n"));
+        const bool isCut = counter.lines == 2 && polls == 10 && length < kLong.size() &&
+                           printed == "first\n" + kLong.substr(0, length) + "\n\n";
+        return isCut ? cut : std::to_string(counter.lines) + " lines: " + printed;
+    });
+}
+
+TEST(OutOfMemory, Streams) {
+    // The stream fails. It is not standard input, so the call does not return.
+    exhaust("NQ_Stream, another stream", kLong + "|" + kLong, {"hangs"}, [](Memory& memory) {
+        std::istringstream in("\n" + kLong + "\n");
+        memory.giveUpAfter(500);
+        memory.fail();
+        const std::string line = NQ_Stream::forwardAndCopyInput(in);
+        memory.recover();
+        return memory.printed() + line;
+    });
+}
+
+namespace {
+
+struct Counter : kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
+    void update(kvr::api::com::NQ_Sockets*) override { ++messages; }
+    int messages = 0;
+};
+
+void sendTwoMessages(const std::string& path, bool& stop, const Memory& memory) {
+    // Not to the constructor's socket, which becomes unreachable when the loop binds its own.
+    EXPECT_TRUE(support::eventually(
+        [&] { return memory.printed().find("Waiting for a connection") != std::string::npos; }));
+    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(0, connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    stop = true;
+    for (int i = 0; i < 2; ++i) {
+        const std::uint32_t length = static_cast<std::uint32_t>(kLong.size());
+        (void)!send(client, &length, sizeof length, MSG_NOSIGNAL);
+        (void)!send(client, kLong.data(), kLong.size(), MSG_NOSIGNAL);
+    }
+    close(client);
+}
+
+} // namespace
+
+TEST(OutOfMemory, Sockets) {
+    using kvr::api::com::NQ_Sockets;
+    const std::string name = "tavo-memory-" + std::to_string(getpid());
+    // The listening sockets of constructor and loop, and the client's socket, are never closed.
+    exhaust("NQ_Sockets()", " (1 descriptors kept)",
+            {"Some error on kvr::api::com::NQ_Sockets::NQ_Sockets|"}, [&](Memory& memory) {
+                memory.fail();
+                const NQ_Sockets server(name.c_str());
+                memory.recover();
+                return memory.printed();
+            });
+    exhaust("NQ_Sockets::loop", "2 (3 descriptors kept)",
+            {"0 (3 descriptors kept)", "1 (3 descriptors kept)"}, [&](Memory& memory) {
+                NQ_Sockets server(name.c_str());
+                Counter counter;
+                server.attach(&counter);
+                bool stop = false;
+                std::thread client(
+                    [&] { sendTwoMessages("/tmp/socketDDS/" + name, stop, memory); });
+                memory.fail();
+                server.loop(stop);
+                memory.recover();
+                client.join();
+                return std::to_string(counter.messages);
+            });
+    (void)unlink(("/tmp/socketDDS/" + name).c_str());
+}
