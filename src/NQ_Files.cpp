@@ -55,10 +55,38 @@ void runProgram(const std::string& command, const std::vector<std::string>& args
     }
 }
 
-/// As popen2(). A forked copy whose program could not be executed exits here, before it runs the
-/// caller's code.
+/// popen2(), with its type already compared.
+FILE* start(const std::string& command, const std::vector<std::string>& args, bool reading,
+            int& pid) {
+    int ends[2] = {-1, -1};
+    (void)!pipe(ends); // shows as the null stream below
+    const Pipe pipe = {ends[0], ends[1]};
+
+    const pid_t child = fork();
+    if (child == -1) {
+        std::perror("fork");
+        std::exit(1);
+    }
+    if (child == 0)
+        runProgram(command, args, pipe, reading);
+
+    // Deliberate: the copy whose program could not be executed continues here too. It has closed
+    // both ends already.
+    pid = child;
+    close(reading ? pipe.writeEnd : pipe.readEnd);
+    const int end = reading ? pipe.readEnd : pipe.writeEnd;
+    if (child == 0 || end == -1)
+        return nullptr; // explicit, as not every C library's fdopen() checks its descriptor
+    FILE* stream = fdopen(end, reading ? "r" : "w");
+    if (stream == nullptr)
+        close(end); // otherwise a child that fills the pipe would never end
+    return stream;
+}
+
+/// Starts a program for reading. A forked copy whose program could not be executed exits here,
+/// before it runs the caller's code.
 FILE* startReading(const std::string& command, const std::vector<std::string>& args, int& pid) {
-    FILE* stream = popen2(command, args, "r", pid);
+    FILE* stream = start(command, args, true, pid);
     if (pid == 0)
         _exit(127);
     return stream;
@@ -94,30 +122,7 @@ void readPieces(FILE* stream, const Taker& take) {
 
 FILE* popen2(const std::string& command, const std::vector<std::string>& args,
              const std::string& type, int& pid) {
-    const bool reading = type == "r";
-    int ends[2] = {-1, -1};
-    (void)!pipe(ends); // shows as the null stream below
-    const Pipe pipe = {ends[0], ends[1]};
-
-    const pid_t child = fork();
-    if (child == -1) {
-        std::perror("fork");
-        std::exit(1);
-    }
-    if (child == 0)
-        runProgram(command, args, pipe, reading);
-
-    // Deliberate: the copy whose program could not be executed continues here too. It has closed
-    // both ends already.
-    pid = child;
-    close(reading ? pipe.writeEnd : pipe.readEnd);
-    const int end = reading ? pipe.readEnd : pipe.writeEnd;
-    if (child == 0 || end == -1)
-        return nullptr; // explicit, as not every C library's fdopen() checks its descriptor
-    FILE* stream = fdopen(end, reading ? "r" : "w");
-    if (stream == nullptr)
-        close(end); // otherwise a child that fills the pipe would never end
-    return stream;
+    return start(command, args, type == "r", pid);
 }
 
 int pclose2(FILE* stream, int pid) {
