@@ -22,15 +22,17 @@ const std::string kLevel = "INFO";
 constexpr int kThreads = 8;
 constexpr int kLinesPerThread = 200;
 
-// Appends to the library's only log file.
+// All sides append to the library's only log file: the time of a write depends on the file too.
+constexpr const char* kPath = "/tmp/log.out";
+
 NQ_Logger* libraryLog() { return NQ_Logger::instance(); }
 
-std::shared_ptr<floor::Log> floorLog() { return std::make_shared<floor::Log>("/tmp/log.floor"); }
+std::shared_ptr<floor::Log> floorLog() { return std::make_shared<floor::Log>(kPath); }
 
 /// The same lines. Each is flushed, as the library's are, or only a full buffer is.
 std::shared_ptr<spdlog::logger> spdlogLog(bool flushed) {
     auto log = std::make_shared<spdlog::logger>(
-        "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>("/tmp/log.spdlog"));
+        "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>(kPath));
     log->set_pattern("%l: %v");
     if (flushed)
         log->flush_on(spdlog::level::trace);

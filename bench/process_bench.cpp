@@ -39,9 +39,12 @@ struct Program {
     }
 };
 
-/// Memory that the process really uses: every page is written.
-std::shared_ptr<std::vector<char>> memory(std::size_t bytes) {
-    return std::make_shared<std::vector<char>>(bytes, 'm');
+/// Gives the process memory that it really uses: every page is written. The block stays for the
+/// next side of the operation, so that all sides fork the same page tables.
+void useMemory(std::size_t bytes) {
+    static std::vector<char> used;
+    if (used.size() != bytes)
+        used = std::vector<char>(bytes, 'm');
 }
 
 /// Reads the output in large blocks, for the peers.
@@ -103,7 +106,8 @@ void addRuns(const std::string& kind, std::size_t inUse, MakeProgram makeProgram
         add(
             operation + ", " + kind, name,
             [inUse, makeProgram, run] {
-                return [used = memory(inUse), program = makeProgram(), run] { run(*program); };
+                useMemory(inUse);
+                return [program = makeProgram(), run] { run(*program); };
             },
             repeat);
     };
