@@ -61,7 +61,7 @@ std::string problemOf(const std::string& path, struct stat& status) {
         return "";
     if (S_ISLNK(status.st_mode)) {
         if (!isTrusted(status.st_uid))
-            return path + " is a link of another user's";
+            return path + " is another user's symbolic link";
         status = {};
         if (stat(path.c_str(), &status) != 0)
             return "";

@@ -20,34 +20,36 @@ const char kHelp[] =
     "Usage: tavo-agent [OPTION...] NAME\n"
     "Serves management requests (JSON-RPC 2.0) on the socket /tmp/socketDDS/NAME.\n"
     "\n"
-    "  --allow PROGRAM   let process.run start PROGRAM, named in requests exactly as\n"
-    "                    here; repeatable; none is allowed by default\n"
-    "  --idle SECONDS    cut off a client that sends nothing for so long (10 unless\n"
-    "                    given, at most 86400)\n"
-    "  --log-limit BYTES when the log is longer, keep half as much in /tmp/log.out.1 and\n"
-    "                    empty it (1048576 unless given, at least 4096)\n"
-    "  --mqtt HOST:PORT  publish every response at this MQTT broker, too, as topic\n"
-    "                    gateways/NAME/response; gateways/NAME/state says\n"
-    "                    \"online\" or, by a will, \"offline\"\n"
-    "  --tls DIRECTORY   reach the broker by TLS; the directory holds mqtt_ca-cert.crt\n"
-    "                    and, for a client's certificate, mqtt_client-cert.crt and\n"
+    "  --allow PROGRAM   let process.run start PROGRAM; a request must name it exactly as\n"
+    "                    here; repeatable; by default no program is allowed\n"
+    "  --idle SECONDS    disconnect a client that sends nothing for this long (default\n"
+    "                    10, at most 86400)\n"
+    "  --log-limit BYTES when the log is longer, keep its last lines, half of BYTES at\n"
+    "                    most, in /tmp/log.out.1 and empty it (default 1048576, at\n"
+    "                    least 4096)\n"
+    "  --mqtt HOST:PORT  also publish every response at this MQTT broker, with the topic\n"
+    "                    gateways/NAME/response; gateways/NAME/state is \"online\" or, by\n"
+    "                    a will, \"offline\"\n"
+    "  --tls DIRECTORY   connect to the broker by TLS; DIRECTORY holds mqtt_ca-cert.crt\n"
+    "                    and, for a client certificate, mqtt_client-cert.crt and\n"
     "                    mqtt_client-key.key\n"
-    "  --base TOPIC      begin the topics with TOPIC in place of gateways/NAME\n"
-    "  --requests        take requests from the broker, too: of SENDER as topic\n"
-    "                    gateways/NAME/request/SENDER, answered as\n"
-    "                    gateways/NAME/response/SENDER. Who may publish there has the\n"
+    "  --base TOPIC      begin the topics with TOPIC instead of gateways/NAME\n"
+    "  --requests        also take requests from the broker: SENDER publishes them at\n"
+    "                    gateways/NAME/request/SENDER and gets the responses at\n"
+    "                    gateways/NAME/response/SENDER. Whoever may publish there has the\n"
     "                    agent's rights on this gateway\n"
     "  --remote-allow METHOD\n"
-    "                    take process.run or config.place from the broker, too\n"
+    "                    also take requests for METHOD from the broker: process.run or\n"
+    "                    config.place; repeatable\n"
     "  --insecure        allow --requests without --tls\n"
     "  --help            print this text and exit\n"
     "\n"
-    "Each response is one line of JSON on standard output. The progress of requests,\n"
-    "and what the commands they run print, goes to standard error. Requests and their\n"
-    "outcomes are logged in /tmp/log.out. Send requests with tavo-rpc; the method\n"
-    "system.describe lists the others.\n"
+    "Each response is one line of JSON on standard output. Standard error gets the\n"
+    "progress of requests and the output of the commands that they run. The agent logs\n"
+    "requests and their outcomes in /tmp/log.out. Send requests with tavo-rpc; the method\n"
+    "system.describe lists all methods.\n"
     "\n"
-    "The socket is for its owner alone. SIGTERM and SIGINT end the agent, after the\n"
+    "Only the owner can use the socket. SIGTERM and SIGINT end the agent, after the\n"
     "request in progress.\n"
     "\n"
     "Exit status: 0 ended by a signal, 1 cannot serve, 2 usage error.\n";
@@ -62,13 +64,13 @@ const char kHelp[] =
 std::string checkedName(const std::string& name) {
     if (!isName(name, "-.") || name == "." || name == "..")
         usageError("'" + safeLine(name) +
-                   "' is no name for a socket: use letters, digits, _, - and .");
+                   "' is not a valid socket name: use letters, digits, _, - and .");
     if (name.size() > kLongestName)
         usageError("the name is longer than " + std::to_string(kLongestName) + " characters");
     return name;
 }
 
-/// A number written in digits alone; 0 when `text` is none, or not within 1 to `most`.
+/// The number from 1 to `most` that `text` gives in digits only; 0 when it gives none.
 int parseNumber(const std::string& text, int most) {
     if (text.empty() || text.size() > 8 ||
         text.find_first_not_of("0123456789") != std::string::npos)
@@ -96,14 +98,14 @@ std::chrono::seconds parseSeconds(const char* name, const std::string& text) {
 Broker checkedBroker(const std::string& text) {
     const std::optional<Broker> broker = parseBroker(text);
     if (!broker)
-        usageError("'" + safeLine(text) + "' is no HOST:PORT of a broker");
+        usageError("'" + safeLine(text) + "' is not a valid HOST:PORT");
     return *broker;
 }
 
 std::string checkedBase(const std::string& text) {
     if (!isTopic(text))
         usageError("'" + safeLine(text) +
-                   "' is no base for topics: use letters, digits, _, -, . and / between them");
+                   "' is not a valid topic: use letters, digits, _, -, . and / between them");
     return text;
 }
 
@@ -174,8 +176,7 @@ Options parseOptions(int argc, char** argv) {
             break;
         case 'R':
             if (options.refusedRemotely.erase(optarg) == 0)
-                usageError("'" + safeLine(optarg) +
-                           "' is not refused to requests from the broker; see --help");
+                usageError("--remote-allow takes process.run or config.place, once each");
             needsRequests = "--remote-allow";
             break;
         case 'I':
@@ -192,7 +193,7 @@ Options parseOptions(int argc, char** argv) {
     if (argc - optind < 1)
         usageError("the NAME of the socket is missing");
     if (argc - optind > 1)
-        usageError("more than one NAME");
+        usageError("only one NAME is allowed");
     if (needsBroker != nullptr && !options.broker)
         usageError(std::string(needsBroker) + " needs --mqtt HOST:PORT");
     if (needsRequests != nullptr && !options.takesRequests)

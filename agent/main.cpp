@@ -76,7 +76,7 @@ int serve(const Options& options, const ResponseOutput& output) {
         throw std::runtime_error(tls);
     const std::string path = socketPath(options.name);
     if (isServed(path)) {
-        std::fprintf(stderr, "tavo-agent: %s is being served already\n", path.c_str());
+        std::fprintf(stderr, "tavo-agent: another process already serves %s\n", path.c_str());
         return 1;
     }
     prepareSignals();

@@ -20,7 +20,7 @@ const std::string kApplications = "/opt/apps";
 std::string pathName(const Params& params, const char* name) {
     const std::string value = params.name(name, "-.");
     if (value == "." || value.find("..") != std::string::npos)
-        refuseParam("\"" + std::string(name) + "\" must not be . or hold ..");
+        refuseParam("\"" + std::string(name) + "\" must not be . or contain ..");
     return value;
 }
 

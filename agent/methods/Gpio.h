@@ -14,7 +14,7 @@ private:
     Json run(const Params& params) override;
 };
 
-/// gpio.set: switches a LED or the output.
+/// gpio.set: switches an LED or the output.
 class GpioSet : public Method {
 public:
     GpioSet();

@@ -111,7 +111,8 @@ Json ProcessRun::run(const Params& params) {
     lock.unlock();
     setCurrent(nullptr);
     if (!finished)
-        throw RpcError(ErrorCode::failed, "the agent ended before the program's output did");
+        throw RpcError(ErrorCode::failed,
+                       "the agent ended before the program's output was complete");
     return result;
 }
 

@@ -3,7 +3,7 @@
 namespace agent {
 
 SystemDescribe::SystemDescribe(const std::vector<const CallbackMethod*>& others)
-    : Method("system.describe", "names and descriptions of all methods"), methods_{this} {
+    : Method("system.describe", "lists all methods with their descriptions"), methods_{this} {
     methods_.insert(methods_.end(), others.begin(), others.end());
 }
 

@@ -7,7 +7,7 @@
 
 namespace agent {
 
-/// system.describe: the names and descriptions of all methods.
+/// system.describe: lists all methods with their descriptions.
 class SystemDescribe : public Method {
 public:
     /// Describes itself and `others`, which must outlive this object.

@@ -21,8 +21,9 @@ Json serialNumber() {
 } // namespace
 
 SystemInfo::SystemInfo()
-    : Method("system.info", "name and directory of the agent, serial number, modem, companion "
-                            "applications and serial port of the gateway") {}
+    : Method("system.info",
+             "reports the agent's name and directory, serial number, modem, companion "
+             "applications and serial port of the gateway") {}
 
 Json SystemInfo::run(const Params& params) {
     params.allowOnly({});

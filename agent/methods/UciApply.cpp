@@ -29,10 +29,10 @@ bool isTextList(json_object* value) {
 void checkOptions(json_object* options) {
     json_object_object_foreach(options, option, value) {
         if (!isName(option, ""))
-            refuseParam("an option's name may hold only letters, digits and _");
+            refuseParam("an option's name may contain only letters, digits and _");
         if (!isType(value, json_type_string) && !isTextList(value))
             refuseParam("option \"" + safeLine(option, 60) +
-                        "\" must be a string or an array of strings that is not empty");
+                        "\" must be a string or a non-empty array of strings");
     }
 }
 
@@ -50,7 +50,7 @@ struct Change {
     explicit Change(const Params& params);
 
     bool deletes() const { return json_object_object_length(values.get()) == 0; }
-    /// The text for NQ_UBUS, made of the checked parts alone.
+    /// The text for NQ_UBUS, made only of the checked parts.
     std::string sectionText() const;
 
     UciName name;
@@ -70,8 +70,8 @@ Change::Change(const Params& params)
         checkOptions(expect.get());
     if (deletes() && name.isPosition() && expect == nullptr)
         refuseParam("deleting \"" + name.section() +
-                    "\" needs \"expect\", the options that it has: another section may have moved "
-                    "to this position");
+                    "\" needs \"expect\" with the section's options: another section may have "
+                    "moved to this position");
 }
 
 std::string Change::sectionText() const {
@@ -134,7 +134,7 @@ void verifySet(const Change& change, const UciSection& now) {
         fail(change.name.text() + " does not exist and could not be created");
     const std::vector<std::string> names = optionsThatDiffer(change.values, now.options);
     if (!names.empty())
-        fail(change.name.text() + " differs from what was asked for: " + joined(names));
+        fail(change.name.text() + " differs from the request: " + joined(names));
 }
 
 } // namespace

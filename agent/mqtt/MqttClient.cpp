@@ -147,7 +147,8 @@ std::string MqttClient::reasonOf(int code) const {
     default:
         break;
     }
-    return broker_.usesTls() ? "no connection, or the certificate does not fit" : "no connection";
+    return broker_.usesTls() ? "no connection, or the certificate was not accepted"
+                             : "no connection";
 }
 
 } // namespace agent

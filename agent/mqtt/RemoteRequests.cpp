@@ -40,8 +40,8 @@ std::string tooLateFor(const std::string& message) {
     const Request request(message);
     Json response = newResponse(request.id());
     put(response, "error",
-        errorMember(RpcError(ErrorCode::failed,
-                             "carried out already, and the response is no longer kept")));
+        errorMember(
+            RpcError(ErrorCode::failed, "already carried out; the response is no longer kept")));
     return oneLine(response.get());
 }
 
@@ -110,11 +110,11 @@ bool RemoteRequests::connect() {
     if (problem.empty() && !client_.subscribe(base_ + "/request/+"))
         problem = "the broker refuses the subscription";
     if (problem.empty() && client_.publish(base_ + "/state", kOnline, true) == 0)
-        problem = "the connection is lost again";
+        problem = "the connection was lost again";
     if (problem.empty())
         logInfo("taking requests from " + safeLine(uri_));
     else if (problem != problem_) // attempts repeat, so only new problems are logged
-        logError("no requests from " + safeLine(uri_) + ": " + problem);
+        logError("cannot take requests from " + safeLine(uri_) + ": " + problem);
     problem_ = problem;
     return problem.empty();
 }
@@ -151,7 +151,7 @@ bool RemoteRequests::receive(milliseconds limit) {
         limit = milliseconds(0);
     }
     if (dropped > 0)
-        logError(std::to_string(dropped) + " requests dropped: too many wait");
+        logError(std::to_string(dropped) + " requests dropped: too many are waiting");
     return event != MqttClient::Event::lost;
 }
 
@@ -163,7 +163,7 @@ std::string RemoteRequests::senderOf(const MqttMessage& message) const {
 bool RemoteRequests::isWanted(const MqttMessage& message) const {
     const std::string sender = senderOf(message);
     if (!isSender(sender))
-        logError("request ignored: \"" + safeLine(sender) + "\" is no name of a sender");
+        logError("request ignored: \"" + safeLine(sender) + "\" is not a valid sender name");
     // The broker delivers a retained message with each connection, however old it is.
     else if (message.retained)
         logError("retained request of " + sender + " ignored");

@@ -83,13 +83,13 @@ ParsedJson parseJson(const std::string& text) {
         return failed("nested deeper than " + std::to_string(JSON_TOKENER_DEFAULT_DEPTH) +
                       " levels");
     if (error == json_tokener_continue)
-        return failed("ends too early");
+        return failed("unexpected end of data");
     if (error != json_tokener_success)
         return failed(json_tokener_error_desc(error) + at(end));
     // Older generations of json-c ignore text after the value, also when strict.
     const std::size_t rest = text.find_first_not_of(" \t\r\n", end);
     if (rest != std::string::npos)
-        return failed("something follows the value" + at(rest));
+        return failed("unexpected text after the value" + at(rest));
     const std::size_t wrong = firstNonJson(text);
     if (wrong != std::string::npos)
         return failed("unexpected character" + at(wrong));

@@ -93,7 +93,7 @@ std::vector<std::string> Params::textsOrNone(const char* name) const {
 std::string Params::name(const char* name, const char* extra) const {
     const std::string value = text(name);
     if (!isName(value, extra))
-        refuseParam(inQuotes(name) + " may hold only letters, digits, _" +
+        refuseParam(inQuotes(name) + " may contain only letters, digits, _" +
                     (*extra == '\0' ? std::string() : " and any of " + std::string(extra)) +
                     ", and must not be empty or begin with -");
     return value;

@@ -57,7 +57,7 @@ Request::Request(const std::string& text) {
                "longer than " + std::to_string(kLongestRequest) + " bytes");
     // The part of a message that has not arrived consists of zero bytes.
     if (text.find('\0') != std::string::npos)
-        refuse(ErrorCode::parseError, "holds zero bytes, or did not arrive in one piece");
+        refuse(ErrorCode::parseError, "contains zero bytes, or did not arrive in one piece");
     if (!isUtf8(text))
         refuse(ErrorCode::parseError, "not UTF-8");
 
@@ -92,11 +92,12 @@ void Request::check() const {
     if (has(tree_, "answer") && !isType(member(tree_, "answer"), json_type_boolean))
         refuse(ErrorCode::invalidRequest, "\"answer\" must be true or false");
     if (method_.empty())
-        refuse(ErrorCode::invalidRequest, "\"method\" must be a string that is not empty");
+        refuse(ErrorCode::invalidRequest, "\"method\" must be a non-empty string");
     if (has(tree_, "params")) {
         json_object* params = member(tree_, "params");
         if (isType(params, json_type_array))
-            refuse(ErrorCode::invalidParams, "parameters are passed by name, in an object");
+            refuse(ErrorCode::invalidParams,
+                   "\"params\" must be an object, with parameters by name");
         if (!isType(params, json_type_object))
             refuse(ErrorCode::invalidRequest, "\"params\" must be an object");
     }

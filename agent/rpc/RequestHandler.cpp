@@ -110,7 +110,7 @@ Json RequestHandler::dispatch(const Request& request, const std::set<std::string
             throw RpcError(ErrorCode::methodNotFound,
                            "there is no method \"" + safeLine(request.method(), 60) + "\"");
         if (refused.count(request.method()) != 0)
-            throw RpcError(ErrorCode::failed, request.method() + " is not open to this sender");
+            throw RpcError(ErrorCode::failed, request.method() + " is not allowed for this sender");
         NQ_JSON shared(response.get());
         const Unblocked unblocked;
         dispatcher_.Process(NQ_JSON(request.tree()), shared);

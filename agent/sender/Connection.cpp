@@ -61,7 +61,7 @@ Connection::Connection(const std::string& name, std::chrono::seconds limit)
     if (connect(descriptor_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
         -1) {
         if (errno == EAGAIN)
-            throw NoAnswer(path + ": the server takes no further connection");
+            throw NoAnswer(path + ": the server accepts no further connections");
         failWithReason(path);
     }
     refuseStranger(descriptor_.get(), path);
@@ -77,7 +77,7 @@ void Connection::send(const std::string& payload) {
     if (sent == -1 && errno != EAGAIN)
         failWithReason("the message cannot be sent");
     if (sent != static_cast<ssize_t>(message.size()))
-        fail("the server does not take the whole message");
+        fail("the server does not accept the whole message");
 }
 
 std::string Connection::receive(std::chrono::seconds limit) {

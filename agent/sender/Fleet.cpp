@@ -74,7 +74,7 @@ std::set<std::string> Fleet::findAll() {
         MqttMessage message;
         const MqttClient::Event event = client_.receive(message, kStep);
         if (event == MqttClient::Event::lost)
-            throw std::runtime_error("the connection to the broker is lost");
+            throw std::runtime_error("the connection to the broker was lost");
         if (event != MqttClient::Event::message)
             continue;
         const std::size_t begin = base_.size() + 1;

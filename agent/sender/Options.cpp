@@ -18,34 +18,34 @@ const char kHelp[] =
     "  or:  tavo-rpc [OPTION...] --mqtt HOST:PORT --to NAME... FILE\n"
     "  or:  tavo-rpc [OPTION...] --mqtt HOST:PORT --all FILE\n"
     "Sends each FILE as one request to the agent NAME (the socket /tmp/socketDDS/NAME)\n"
-    "and prints its response, one line of JSON; with no FILE, or when FILE is -, sends\n"
-    "what standard input holds. With --mqtt it sends one FILE to many gateways through\n"
-    "a broker, and prints each response after the gateway's name, as it comes.\n"
+    "and prints its response, one line of JSON. With no FILE, or when FILE is -, it sends\n"
+    "the text on standard input. With --mqtt it sends one FILE to many gateways through a\n"
+    "broker, and prints each response after the gateway's name when it arrives.\n"
     "\n"
-    "  --no-answer        send each FILE as it is, on one connection, and ask for no\n"
-    "                     response; for servers other than the agent, too\n"
-    "  --timeout SECONDS  how long to wait for each response, with --mqtt for all of\n"
-    "                     them (30 unless given)\n"
+    "  --no-answer        send each FILE unchanged, on one connection, and request no\n"
+    "                     response; also for servers other than the agent\n"
+    "  --timeout SECONDS  how long to wait for each response, or with --mqtt for all of\n"
+    "                     them (default 30)\n"
     "  --mqtt HOST:PORT   the broker\n"
     "  --to NAME          a gateway, and further ones up to the last argument;\n"
     "                     repeatable\n"
     "  --all              all gateways whose agents are connected to the broker\n"
-    "  --tls DIRECTORY    reach the broker by TLS; the directory holds mqtt_ca-cert.crt\n"
-    "                     and, for a client's certificate, mqtt_client-cert.crt and\n"
+    "  --tls DIRECTORY    connect to the broker by TLS; DIRECTORY holds mqtt_ca-cert.crt\n"
+    "                     and, for a client certificate, mqtt_client-cert.crt and\n"
     "                     mqtt_client-key.key\n"
     "  --insecure         allow --mqtt without --tls\n"
-    "  --sender NAME      this sender's name, which the broker may check (the host's\n"
-    "                     name and the process id unless given)\n"
-    "  --base TOPIC       what the topics begin with, up to a gateway's name (gateways\n"
-    "                     unless given)\n"
+    "  --sender NAME      this sender's name, which the broker may check (default: made\n"
+    "                     of the host's name and the process id)\n"
+    "  --base TOPIC       the beginning of the topics, before a gateway's name (default\n"
+    "                     gateways)\n"
     "  --help             print this text and exit\n"
     "\n"
-    "A request without an id gets no response. On the socket tavo-rpc adds to the others\n"
-    "the member \"answer\": true, by which the agent answers on the connection. The\n"
-    "server takes a message by a single read, so it must arrive in one piece: up to\n"
-    "32 KiB always do, more may be cut (tavo-rpc then warns), and above some 200 KiB is\n"
-    "always cut. With --mqtt a request gets an id of its own on its way, and is repeated\n"
-    "to gateways that do not answer; they carry it out once.\n"
+    "A request without an id gets no response. To every other request on a socket,\n"
+    "tavo-rpc adds the member \"answer\": true, so that the agent answers on the\n"
+    "connection. The server takes a message by a single read, so it must arrive in one\n"
+    "piece. Up to 32 KiB always do. Longer messages may be cut (tavo-rpc then warns), and\n"
+    "above about 200 KiB they always are. With --mqtt, tavo-rpc gives each request a new\n"
+    "id. It repeats the request for gateways that do not answer; they carry it out once.\n"
     "\n"
     "Exit status: 0 every request has its result (with --no-answer: all are sent),\n"
     "1 a response is an error, or something could not be read or sent, 2 no response\n"
@@ -70,8 +70,8 @@ std::chrono::seconds parseTimeout(const std::string& text) {
 
 std::string checkedName(const std::string& text, const std::string& what) {
     if (!isSender(text))
-        usageError("'" + safeLine(text) + "' is no name of a " + what +
-                   ": use up to 64 letters, digits, _, - and .");
+        usageError("'" + safeLine(text) + "' is not a valid " + what +
+                   " name: use up to 64 letters, digits, _, - and .");
     return text;
 }
 
@@ -89,7 +89,7 @@ std::string defaultSender() {
 void takeFleetArguments(SenderOptions& options, std::vector<std::string> arguments,
                         const std::string& tlsDirectory, bool insecure) {
     if (!options.answers)
-        usageError("--no-answer is for sockets");
+        usageError("--no-answer cannot be used with --mqtt");
     if (options.gateways.empty() == !options.all)
         usageError("--mqtt needs either --to NAME or --all");
     if (arguments.empty())
@@ -142,7 +142,7 @@ SenderOptions parseSenderOptions(int argc, char** argv) {
         case 'm':
             options.broker = parseBroker(optarg);
             if (!options.broker)
-                usageError("'" + safeLine(optarg) + "' is no HOST:PORT of a broker");
+                usageError("'" + safeLine(optarg) + "' is not a valid HOST:PORT");
             break;
         case 'o':
             options.gateways.insert(checkedName(optarg, "gateway"));
@@ -169,7 +169,7 @@ SenderOptions parseSenderOptions(int argc, char** argv) {
             needsBroker = "--base";
             if (!isTopic(options.base))
                 usageError("'" + safeLine(options.base) +
-                           "' is no base for topics: use letters, digits, _, -, . and / between "
+                           "' is not a valid topic: use letters, digits, _, -, . and / between "
                            "them");
             break;
         case 'h':

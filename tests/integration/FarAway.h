@@ -55,7 +55,7 @@ protected:
 
     std::string heard() const { return listener_->outSoFar(); }
 
-    bool hears(const std::string& expected) const {
+    bool receives(const std::string& expected) const {
         return support::eventually([&] { return heard().find(expected) != std::string::npos; });
     }
 

@@ -188,7 +188,7 @@ TEST_P(Silence, DoesNotKeepASecondStartFromSayingThatTheNameIsServed) {
                    agent.read("/tmp/second.status") == "status 1\n";
         },
         std::chrono::seconds(5)));
-    EXPECT_EQ("tavo-agent: /tmp/socketDDS/agent is being served already\n",
+    EXPECT_EQ("tavo-agent: another process already serves /tmp/socketDDS/agent\n",
               agent.read("/tmp/second.err"));
     agent.end(SIGTERM);
 }

@@ -85,7 +85,7 @@ TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
     expectCleanEnd(agent, ran, GetParam());
 }
 
-TEST_P(TheEnd, EndsAProgramThatGoesOn) {
+TEST_P(TheEnd, EndsAProgramThatStillRuns) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     client.send(request(
@@ -127,8 +127,9 @@ TEST(tavo_agent, DoesNotWaitForAProcessThatKeepsAProgramsOutputOpen) {
     const auto begin = Clock::now();
     const support::Ran ran = agent.end(SIGTERM);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(8));
-    EXPECT_THAT(ran.out, HasSubstr(R"("code":-32000,"message":"Failed",)"
-                                   R"("data":"the agent ended before the program's output did")"));
+    EXPECT_THAT(ran.out,
+                HasSubstr(R"("code":-32000,"message":"Failed",)"
+                          R"("data":"the agent ended before the program's output was complete")"));
     expectCleanEnd(agent, ran, SIGTERM);
 }
 

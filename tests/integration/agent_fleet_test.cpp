@@ -155,7 +155,8 @@ TEST_F(ManyGateways, AnswerARequestThatWasSentWhileTheBrokerWasAway) {
     broker_.stop();
     RunningProgram sender(command({"--to", "gw1", "-"}), {}, kDescribe);
     ASSERT_TRUE(eventually([&] {
-        return agents_[0]->log().find("ERROR: tavo-agent: no requests from") != std::string::npos;
+        return agents_[0]->log().find("ERROR: tavo-agent: cannot take requests from") !=
+               std::string::npos;
     }));
     broker_.start();
     const support::Ran ran = sender.wait();
@@ -163,7 +164,7 @@ TEST_F(ManyGateways, AnswerARequestThatWasSentWhileTheBrokerWasAway) {
     EXPECT_EQ(0, ran.status) << ran.err;
 }
 
-TEST_F(ManyGateways, AnswerThoughTheBrokerGoesAwayMeanwhile) {
+TEST_F(ManyGateways, AnswerThoughTheBrokerStopsMeanwhile) {
     start("gw1");
     RunningProgram sender(
         command({"--to", "gw1", "-"}), {},
@@ -237,7 +238,8 @@ TEST_F(ManyGateways, AreNotReachedThroughABrokerForAnotherHost) {
         support::runProgram({TAVO_RPC, "--mqtt", address, "--tls", certificates_.directory.path(),
                              "--timeout", "1", "--to", "gw1", "-"},
                             {}, kDescribe);
-    EXPECT_EQ("tavo-rpc: ssl://" + address + ": no connection, or the certificate does not fit\n",
+    EXPECT_EQ("tavo-rpc: ssl://" + address +
+                  ": no connection, or the certificate was not accepted\n",
               ran.err);
     EXPECT_EQ(2, ran.status);
 }
@@ -261,8 +263,8 @@ TEST(fleet_options, RefuseWhatDoesNotFit) {
                   "--mqtt needs --tls DIRECTORY, or --insecure where nobody else can reach the "
                   "broker");
     expectRefusal({"--mqtt", "h:1", "--insecure", "--no-answer", "--to", "a", "f"},
-                  "--no-answer is for sockets");
-    expectRefusal({"--mqtt", "h", "--all", "f"}, "'h' is no HOST:PORT of a broker");
+                  "--no-answer cannot be used with --mqtt");
+    expectRefusal({"--mqtt", "h", "--all", "f"}, "'h' is not a valid HOST:PORT");
     for (const std::vector<std::string>& option : {std::vector<std::string>{"--to", "a"},
                                                    {"--all"},
                                                    {"--tls", "/"},
@@ -274,11 +276,11 @@ TEST(fleet_options, RefuseWhatDoesNotFit) {
         expectRefusal(arguments, option.front() + " needs --mqtt HOST:PORT");
     }
     expectRefusal({"--mqtt", "h:1", "--insecure", "--to", "a/b", "f"},
-                  "'a/b' is no name of a gateway: use up to 64 letters, digits, _, - and .");
+                  "'a/b' is not a valid gateway name: use up to 64 letters, digits, _, - and .");
     expectRefusal({"--mqtt", "h:1", "--insecure", "--to", "a", "#", "f"},
-                  "'#' is no name of a gateway: use up to 64 letters, digits, _, - and .");
+                  "'#' is not a valid gateway name: use up to 64 letters, digits, _, - and .");
     expectRefusal({"--sender", "+"},
-                  "'+' is no name of a sender: use up to 64 letters, digits, _, - and .");
+                  "'+' is not a valid sender name: use up to 64 letters, digits, _, - and .");
 }
 
 TEST(fleet_options, SendNothingThatIsNoRequest) {

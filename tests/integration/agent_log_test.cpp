@@ -42,8 +42,8 @@ TEST(LogFile, IsRefusedWhenAnotherUserMayHaveLinkedIt) {
     const std::string foreign = "ln -s a /tmp/log.out; chown -h 12345 /tmp/log.out";
     if (runInSandbox({"sh", "-c", foreign}).status != 0)
         GTEST_SKIP() << "links of another user's take root";
-    expectRefusal(foreign, "/tmp/log.out is a link of another user's");
-    expectRefusal("mkfifo /tmp/a; " + foreign, "/tmp/log.out is a link of another user's");
+    expectRefusal(foreign, "/tmp/log.out is another user's symbolic link");
+    expectRefusal("mkfifo /tmp/a; " + foreign, "/tmp/log.out is another user's symbolic link");
 }
 
 TEST(LogFile, MayBeALinkOfItsOwnUser) {

@@ -151,12 +151,13 @@ TEST(ConfigPlace, RefusesWhatCouldLeaveTheApplicationOrReachAShell) {
         for (const char* value :
              {"", "a/b", "/etc", "a\\\\b", "a b", "a;b", "$(a)", "`a`", "a|b", "a&b", "a>b", "a'b",
               "a\\\"b", "a\\nb", "-a", "*", "a%b", "~", "ä"})
-            EXPECT_EQ(invalidParams(quoted + " may hold only letters, digits, _ and any of -., and "
-                                             "must not be empty or begin with -"),
+            EXPECT_EQ(invalidParams(quoted +
+                                    " may contain only letters, digits, _ and any of -., and "
+                                    "must not be empty or begin with -"),
                       agent.call(with(parameter, value)))
                 << value;
         for (const char* value : {".", "..", "a..b", "..a", "..."})
-            EXPECT_EQ(invalidParams(quoted + " must not be . or hold .."),
+            EXPECT_EQ(invalidParams(quoted + " must not be . or contain .."),
                       agent.call(with(parameter, value)));
     }
     EXPECT_THAT(agent.errors(), Not(HasSubstr("Creating directory:")));

@@ -25,7 +25,7 @@ const std::string kResponses = "gateways/agent/response";
 std::string addressOf(const Broker& broker) { return "127.0.0.1:" + std::to_string(broker.port()); }
 
 /// Waits until `subscriber` has printed `expected`.
-bool hears(const support::RunningProgram& subscriber, const std::string& expected) {
+bool receives(const support::RunningProgram& subscriber, const std::string& expected) {
     return eventually([&] { return subscriber.outSoFar().find(expected) != std::string::npos; });
 }
 
@@ -38,13 +38,13 @@ TEST(MqttPublisher, PublishesEveryResponseAndItsState) {
     const Broker broker;
     AgentInSandbox agent({"--mqtt", addressOf(broker)});
     support::RunningProgram subscriber(subscribe(broker));
-    ASSERT_TRUE(hears(subscriber, "gateways/agent/state online\n"));
+    ASSERT_TRUE(receives(subscriber, "gateways/agent/state online\n"));
     const std::string first = agent.call(request("none", "{}", 1));
     const std::string second = agent.call("no json");
-    ASSERT_TRUE(hears(subscriber, "gateways/agent/response " + first +
-                                      "\ngateways/agent/response " + second + "\n"));
+    ASSERT_TRUE(receives(subscriber, "gateways/agent/response " + first +
+                                         "\ngateways/agent/response " + second + "\n"));
     EXPECT_EQ(0, agent.end(SIGTERM).status);
-    EXPECT_TRUE(hears(subscriber, second + "\ngateways/agent/state offline\n"));
+    EXPECT_TRUE(receives(subscriber, second + "\ngateways/agent/state offline\n"));
     EXPECT_THAT(agent.log(),
                 HasSubstr("INFO: tavo-agent: publishing to tcp://" + addressOf(broker) + "\n"));
 }
@@ -53,9 +53,9 @@ TEST(MqttPublisher, LeavesAWillForWhenItIsKilled) {
     const Broker broker;
     AgentInSandbox agent("echo $$ >/tmp/agent.number; exec \"$@\"", {"--mqtt", addressOf(broker)});
     support::RunningProgram subscriber(subscribe(broker));
-    ASSERT_TRUE(hears(subscriber, "gateways/agent/state online\n"));
+    ASSERT_TRUE(receives(subscriber, "gateways/agent/state online\n"));
     kill(std::stoi(agent.read("/tmp/agent.number")), SIGKILL);
-    EXPECT_TRUE(hears(subscriber, "gateways/agent/state offline\n"));
+    EXPECT_TRUE(receives(subscriber, "gateways/agent/state offline\n"));
 }
 
 TEST(MqttPublisher, AnswersWithoutABrokerAndPublishesWhenItComes) {

@@ -29,13 +29,13 @@ TEST_F(FarAway, RequestsAreTakenAgainWhenTheBrokerIsBack) {
     ASSERT_TRUE(
         logs("ERROR: tavo-agent: lost ssl://127.0.0.1:" + std::to_string(broker_.port()) + "\n"))
         << agent_->log();
-    ASSERT_TRUE(logs("ERROR: tavo-agent: no requests from ssl://127.0.0.1:" +
+    ASSERT_TRUE(logs("ERROR: tavo-agent: cannot take requests from ssl://127.0.0.1:" +
                      std::to_string(broker_.port()) + ": no connection"));
     broker_.start();
     ASSERT_TRUE(logs("INFO: tavo-agent: taking requests from ssl://", 2));
     listen();
     publish(kRequests + "cloud", kDescribe);
-    EXPECT_TRUE(hears("\"methods\""));
+    EXPECT_TRUE(receives("\"methods\""));
 }
 
 TEST_F(FarAway, AResponseThatFoundNoBrokerIsGivenAgain) {
@@ -54,7 +54,7 @@ TEST_F(FarAway, AResponseThatFoundNoBrokerIsGivenAgain) {
     ASSERT_TRUE(logs("INFO: tavo-agent: taking requests from ssl://", 2));
     listen();
     publish(kRequests + "cloud", slow);
-    EXPECT_TRUE(hears("\"exit_code\":0"));
+    EXPECT_TRUE(receives("\"exit_code\":0"));
     EXPECT_EQ("\n", agent.read("/tmp/tavo-test-count"));
 }
 
@@ -81,7 +81,7 @@ TEST_F(FarAway, AProgramInProgressIsEndedWithTheAgent) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(0, agent.end(SIGTERM).status);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
-    EXPECT_TRUE(hears(R"("raw_status":15,"exit_code":null,"signal":15)"));
+    EXPECT_TRUE(receives(R"("raw_status":15,"exit_code":null,"signal":15)"));
 }
 
 // Wrong brokers
@@ -93,8 +93,8 @@ protected:
         const std::string address = "127.0.0.1:" + std::to_string(impostor.port());
         agent_ = std::make_unique<AgentInSandbox>(std::vector<std::string>{
             "--mqtt", address, "--requests", "--tls", certificates_.directory.path()});
-        EXPECT_TRUE(
-            logs("ERROR: tavo-agent: no requests from ssl://" + address + ": " + reason + "\n"))
+        EXPECT_TRUE(logs("ERROR: tavo-agent: cannot take requests from ssl://" + address + ": " +
+                         reason + "\n"))
             << agent_->log();
         EXPECT_THAT(agent_->log(), Not(HasSubstr("taking requests")));
     }
@@ -108,13 +108,13 @@ TEST_F(Impostor, OfAnotherAuthorityIsRefused) {
 TEST_F(Impostor, WithACertificateForAnotherHostIsRefused) {
     certificates_.issue("elsewhere", "broker", "DNS:broker.example,IP:127.0.0.2");
     expectRefused(Broker(certificates_.settings(false, "elsewhere")),
-                  "no connection, or the certificate does not fit");
+                  "no connection, or the certificate was not accepted");
 }
 
 TEST_F(Impostor, WithAGatewaysCertificateIsRefused) {
     certificates_.issue("gateway", "gw7", "");
     expectRefused(Broker(certificates_.settings(false, "gateway")),
-                  "no connection, or the certificate does not fit");
+                  "no connection, or the certificate was not accepted");
 }
 
 TEST_F(FarAway, ABrokerThatDoesNotKnowTheGatewayRefusesIt) {
@@ -124,7 +124,7 @@ TEST_F(FarAway, ABrokerThatDoesNotKnowTheGatewayRefusesIt) {
     support::runProgram({"cp", others.directory / "mqtt_client-key.key",
                          certificates_.directory / "mqtt_client-key.key"});
     AgentInSandbox& agent = start();
-    EXPECT_TRUE(logs("ERROR: tavo-agent: no requests from ssl://")) << agent.log();
+    EXPECT_TRUE(logs("ERROR: tavo-agent: cannot take requests from ssl://")) << agent.log();
     EXPECT_THAT(agent.log(), Not(HasSubstr("taking requests")));
 }
 
@@ -224,11 +224,11 @@ TEST(remote_options, RefuseWhatDoesNotFit) {
     expectRefusal({"--insecure", "a"}, "--insecure needs --requests");
     expectRefusal({"--remote-allow", "process.run", "a"}, "--remote-allow needs --requests");
     expectRefusal({"--remote-allow", "uci.apply", "a"},
-                  "'uci.apply' is not refused to requests from the broker; see --help");
+                  "--remote-allow takes process.run or config.place, once each");
     for (const char* base : {"", "/a", "a/", "a//b", "a+", "#", "a b", "-a"})
         expectRefusal({"--mqtt", "h:1", "--base", base, "a"},
                       "'" + std::string(base) +
-                          "' is no base for topics: use letters, digits, _, -, . and / between "
+                          "' is not a valid topic: use letters, digits, _, -, . and / between "
                           "them");
 }
 

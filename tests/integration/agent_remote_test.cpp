@@ -24,9 +24,9 @@ namespace {
 TEST_F(FarAway, ARequestIsAnsweredToItsSender) {
     AgentInSandbox& agent = startAndWait();
     publish(kRequests + "cloud", request("none", "{}", 7));
-    EXPECT_TRUE(hears(kResponses + "cloud " +
-                      error("7", -32601, "Method not found", "there is no method \\\"none\\\"") +
-                      "\n"));
+    EXPECT_TRUE(receives(kResponses + "cloud " +
+                         error("7", -32601, "Method not found", "there is no method \\\"none\\\"") +
+                         "\n"));
     EXPECT_THAT(agent.log(), HasSubstr("INFO: tavo-agent: request 7 none (52 bytes from cloud)\n"));
     EXPECT_TRUE(agent.responses().empty()) << "what the local socket's requests get";
     EXPECT_EQ(0, agent.end(SIGTERM).status);
@@ -37,17 +37,17 @@ TEST_F(FarAway, ARequestChangesTheGatewayAsALocalOneDoes) {
     publish(kRequests + "cloud",
             request("uci.apply",
                     R"({"config":"network","section":"lan","values":{"ipaddr":"10.9.8.7"}})"));
-    ASSERT_TRUE(hears(R"("existed":true,"exists":true)"));
+    ASSERT_TRUE(receives(R"("existed":true,"exists":true)"));
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("option ipaddr '10.9.8.7'\n"));
 }
 
 TEST_F(FarAway, MessagesThatAreNoRequestsAreAnsweredAsOnTheSocket) {
     startAndWait();
     publish(kRequests + "cloud", "hello");
-    EXPECT_TRUE(hears(kResponses + "cloud " +
-                      error("null", -32700, "Parse error", "unexpected character at byte 0")));
+    EXPECT_TRUE(receives(kResponses + "cloud " +
+                         error("null", -32700, "Parse error", "unexpected character at byte 0")));
     publish(kRequests + "cloud", std::string(200000, 'x'));
-    EXPECT_TRUE(hears(error("null", -32600, "Invalid Request", "longer than 131072 bytes")));
+    EXPECT_TRUE(receives(error("null", -32600, "Invalid Request", "longer than 131072 bytes")));
 }
 
 TEST_F(FarAway, NotificationsAreCarriedOutAndNotAnswered) {
@@ -56,7 +56,7 @@ TEST_F(FarAway, NotificationsAreCarriedOutAndNotAnswered) {
             R"({"jsonrpc":"2.0","method":"uci.apply","params":{"config":"network","section":"lan",)"
             R"("values":{"ipaddr":"10.9.8.6"}}})");
     publish(kRequests + "cloud", kDescribe);
-    ASSERT_TRUE(hears("\"methods\""));
+    ASSERT_TRUE(receives("\"methods\""));
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("option ipaddr '10.9.8.6'\n"));
     EXPECT_EQ(1u, occurrences(heard(), kResponses));
 }
@@ -83,10 +83,10 @@ TEST_F(FarAway, TopicsBeginWithTheBaseThatIsGiven) {
     ASSERT_TRUE(logs("taking requests"));
     listen("site7/#");
     publish("site7/gw/agent/request/cloud", kDescribe);
-    EXPECT_TRUE(hears("site7/gw/agent/response/cloud {"));
-    EXPECT_TRUE(hears("site7/gw/agent/state online\n"));
+    EXPECT_TRUE(receives("site7/gw/agent/response/cloud {"));
+    EXPECT_TRUE(receives("site7/gw/agent/state online\n"));
     const std::string response = agent_->call(request("none", "{}", 2));
-    EXPECT_TRUE(hears("site7/gw/agent/response " + response + "\n"));
+    EXPECT_TRUE(receives("site7/gw/agent/response " + response + "\n"));
 }
 
 // Other publications
@@ -95,13 +95,13 @@ TEST_F(FarAway, LocalResponsesAndTheStateArePublishedAsWithoutRequests) {
     AgentInSandbox& agent = start();
     ASSERT_TRUE(logs("taking requests"));
     listen("gateways/agent/#");
-    EXPECT_TRUE(hears("gateways/agent/state online\n"));
+    EXPECT_TRUE(receives("gateways/agent/state online\n"));
     const std::string first = agent.call(request("none", "{}", 1));
     const std::string second = agent.call("no json");
-    EXPECT_TRUE(
-        hears("gateways/agent/response " + first + "\ngateways/agent/response " + second + "\n"));
+    EXPECT_TRUE(receives("gateways/agent/response " + first + "\ngateways/agent/response " +
+                         second + "\n"));
     EXPECT_EQ(0, agent.end(SIGTERM).status);
-    EXPECT_TRUE(hears("\ngateways/agent/state offline\n"));
+    EXPECT_TRUE(receives("\ngateways/agent/state offline\n"));
 }
 
 TEST_F(FarAway, TheBrokerSaysWhenTheAgentHasVanished) {
@@ -110,9 +110,9 @@ TEST_F(FarAway, TheBrokerSaysWhenTheAgentHasVanished) {
         std::vector<std::string>{"--mqtt", "127.0.0.1:" + std::to_string(broker_.port()), "--tls",
                                  certificates_.directory.path(), "--requests"});
     listen("gateways/agent/#");
-    ASSERT_TRUE(hears("gateways/agent/state online\n"));
+    ASSERT_TRUE(receives("gateways/agent/state online\n"));
     kill(std::stoi(agent_->read("/tmp/agent.number")), SIGKILL);
-    EXPECT_TRUE(hears("gateways/agent/state offline\n"));
+    EXPECT_TRUE(receives("gateways/agent/state offline\n"));
 }
 
 TEST(remote_publishing, KeepsLocalResponsesWhileTheBrokerIsAway) {
@@ -160,7 +160,7 @@ TEST_F(FarAway, RetainedRequestsAreIgnoredAndLogged) {
     AgentInSandbox& agent = startAndWait();
     EXPECT_TRUE(logs("ERROR: tavo-agent: retained request of cloud ignored\n"));
     publish(kRequests + "cloud", request("none", "{}", 2));
-    ASSERT_TRUE(hears("\"id\":2,"));
+    ASSERT_TRUE(receives("\"id\":2,"));
     EXPECT_THAT(heard(), Not(HasSubstr("methods")));
     EXPECT_THAT(agent.log(), Not(HasSubstr("system.describe")));
 }
@@ -168,11 +168,11 @@ TEST_F(FarAway, RetainedRequestsAreIgnoredAndLogged) {
 TEST_F(FarAway, SendersMustHavePlainNames) {
     startAndWait();
     publish(kRequests + "a b", kDescribe);
-    EXPECT_TRUE(logs("ERROR: tavo-agent: request ignored: \"a b\" is no name of a sender\n"));
+    EXPECT_TRUE(logs("ERROR: tavo-agent: request ignored: \"a b\" is not a valid sender name\n"));
     publish(kRequests + std::string(65, 'n'), kDescribe);
     EXPECT_TRUE(logs("ERROR: tavo-agent: request ignored: ", 2));
     publish(kRequests + std::string(64, 'n'), kDescribe);
-    EXPECT_TRUE(hears(kResponses + std::string(64, 'n') + " {"));
+    EXPECT_TRUE(receives(kResponses + std::string(64, 'n') + " {"));
     EXPECT_EQ(1u, occurrences(heard(), kResponses));
 }
 
@@ -181,14 +181,14 @@ TEST_F(FarAway, ProgramsAndFilesNeedPermission) {
     publish(kRequests + "cloud",
             request("process.run",
                     R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-here"]})", 1));
-    EXPECT_TRUE(
-        hears(error("1", -32000, "Failed", "process.run is not open to this sender") + "\n"));
+    EXPECT_TRUE(receives(
+        error("1", -32000, "Failed", "process.run is not allowed for this sender") + "\n"));
     publish(kRequests + "cloud", request("config.place", "{}", 2));
-    EXPECT_TRUE(
-        hears(error("2", -32000, "Failed", "config.place is not open to this sender") + "\n"));
+    EXPECT_TRUE(receives(
+        error("2", -32000, "Failed", "config.place is not allowed for this sender") + "\n"));
     EXPECT_FALSE(support::exists(agent.file("/tmp/tavo-test-here")));
     EXPECT_THAT(agent.log(), HasSubstr("ERROR: tavo-agent: request 1 process.run: -32000 Failed: "
-                                       "process.run is not open to this sender\n"));
+                                       "process.run is not allowed for this sender\n"));
     // The local socket is not restricted.
     EXPECT_THAT(agent.call(request("process.run", R"({"command":"sh"})")), HasSubstr("exit_code"));
 }
@@ -197,9 +197,9 @@ TEST_F(FarAway, EachRemoteMethodMustBeAllowedByName) {
     startAndWait({"--allow", "echo", "--remote-allow", "process.run"});
     publish(kRequests + "cloud",
             request("process.run", R"({"command":"echo","arguments":["hi"]})", 1));
-    EXPECT_TRUE(hears("\"output\":\"hi\\n\""));
+    EXPECT_TRUE(receives("\"output\":\"hi\\n\""));
     publish(kRequests + "cloud", request("config.place", "{}", 2));
-    EXPECT_TRUE(hears("config.place is not open to this sender"));
+    EXPECT_TRUE(receives("config.place is not allowed for this sender"));
 }
 
 // Repeated requests
@@ -276,10 +276,9 @@ TEST_F(Repeated, ThoseWhoseResponsesAreTooMuchToKeepAreNotRunAgainEither) {
     };
     for (int id = 1; id <= 3; ++id)
         responseTo("cloud", large(id), static_cast<std::size_t>(id));
-    EXPECT_EQ(
-        error("1", -32000, "Failed", "carried out already, and the response is no longer kept") +
-            "\n",
-        responseTo("cloud", large(1), 4));
+    EXPECT_EQ(error("1", -32000, "Failed", "already carried out; the response is no longer kept") +
+                  "\n",
+              responseTo("cloud", large(1), 4));
     EXPECT_THAT(responseTo("cloud", large(3), 5), HasSubstr("exit_code"));
     EXPECT_EQ(3u, count());
 }

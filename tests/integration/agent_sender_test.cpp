@@ -72,7 +72,7 @@ TEST(tavo_rpc, ReportsAnErrorResponseByItsStatusAndSendsTheRest) {
     EXPECT_EQ("", ran.err);
 }
 
-TEST(tavo_rpc, SendsARequestAsItIsButForTheWishForAnAnswer) {
+TEST(tavo_rpc, AddsOnlyTheAnswerMemberToARequest) {
     const Ran ran = besideAgent(
         "printf ' \\n{ \"id\" : 1e400, \"jsonrpc\":\"2.0\", \"method\":\"none\"}' |" TAVO_RPC
         " agent; cat /tmp/log.out | sed -n 2p");
@@ -232,7 +232,8 @@ TEST(tavo_rpc, DoesNotWaitForEverForAServerThatIsBusy) {
               server.call().err); // this request stays in the queue
     const Ran ran = server.call();
     EXPECT_EQ(2, ran.status);
-    EXPECT_EQ("tavo-rpc: /tmp/socketDDS/server: the server takes no further connection\n", ran.err);
+    EXPECT_EQ("tavo-rpc: /tmp/socketDDS/server: the server accepts no further connections\n",
+              ran.err);
 }
 
 TEST(tavo_rpc, SendsNothingToAnotherUsersServer) {
@@ -291,7 +292,7 @@ TEST(tavo_rpc, WarnsOfWhatMayArriveCutAndGivesUpWhenItIsNotTaken) {
     EXPECT_EQ("tavo-rpc: large: 40000 bytes may not arrive in one piece\n"
               "status 0\n"
               "tavo-rpc: huge: 1048576 bytes may not arrive in one piece\n"
-              "tavo-rpc: huge: the server does not take the whole message\n"
+              "tavo-rpc: huge: the server does not accept the whole message\n"
               "status 1\n",
               ran.err);
 }

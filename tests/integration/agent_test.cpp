@@ -43,7 +43,7 @@ TEST(tavo_agent, DescribesAllItsMethods) {
     };
     EXPECT_EQ(
         "{\"jsonrpc\":\"2.0\",\"id\":\"a\",\"result\":{\"methods\":[" +
-            described("system.describe", "names and descriptions of all methods") + "," +
+            described("system.describe", "lists all methods with their descriptions") + "," +
             described("uci.get", "reads a section of the configuration: config, section") + "," +
             described("uci.apply",
                       "changes, creates or deletes (\\\"values\\\": {}) a section of "
@@ -54,8 +54,9 @@ TEST(tavo_agent, DescribesAllItsMethods) {
                       "directory, file, content, base64, restart") +
             "," + described("process.run", "runs one of the allowed programs: command, arguments") +
             "," +
-            described("system.info", "name and directory of the agent, serial number, modem, "
-                                     "companion applications and serial port of the gateway") +
+            described("system.info",
+                      "reports the agent's name and directory, serial number, modem, "
+                      "companion applications and serial port of the gateway") +
             "," +
             described("gpio.get", "reads a signal: name (out0, bin0, bin1, temperature, voltage)") +
             "," +
@@ -153,7 +154,7 @@ TEST(tavo_agent, TakesEveryCharacterOfUnicode) {
 
 TEST(tavo_agent, RefusesZeroBytes) {
     AgentInSandbox agent;
-    const std::string expected = parseError("holds zero bytes, or did not arrive in one piece");
+    const std::string expected = parseError("contains zero bytes, or did not arrive in one piece");
     EXPECT_EQ(expected, agent.call(kDescribe + std::string(1, '\0')));
     EXPECT_EQ(expected, agent.call(std::string("{\0}", 3)));
 }
@@ -180,7 +181,7 @@ TEST(tavo_agent, RefusesBatchesAndWhatIsNoObject) {
 TEST(tavo_agent, RefusesWhatIsNoRequestOfTheStandard) {
     AgentInSandbox agent;
     const std::string version = "\\\"jsonrpc\\\" must be \\\"2.0\\\"";
-    const std::string method = "\\\"method\\\" must be a string that is not empty";
+    const std::string method = "\\\"method\\\" must be a non-empty string";
     const std::string params = "\\\"params\\\" must be an object";
     EXPECT_EQ(invalidRequest(version), agent.call("{}"));
     EXPECT_EQ(invalidRequest(version, "1"), agent.call(R"({"id":1,"method":"system.describe"})"));
@@ -195,7 +196,7 @@ TEST(tavo_agent, RefusesWhatIsNoRequestOfTheStandard) {
 
 TEST(tavo_agent, TakesParametersByNameOnly) {
     AgentInSandbox agent;
-    EXPECT_EQ(invalidParams("parameters are passed by name, in an object"),
+    EXPECT_EQ(invalidParams("\\\"params\\\" must be an object, with parameters by name"),
               agent.call(request("uci.apply", "[\"network\"]")));
     EXPECT_EQ(invalidParams("there is no parameter \\\"verbose\\\""),
               agent.call(request("system.describe", R"({"verbose":true})")));
@@ -256,7 +257,8 @@ TEST(tavo_agent, AnswersAMessageInTwoPiecesAsCut) {
     client.sendRaw(std::string(reinterpret_cast<const char*>(&length), 4) +
                    kDescribe.substr(0, 20));
     ASSERT_TRUE(agent.waitForResponses(1));
-    EXPECT_EQ(parseError("holds zero bytes, or did not arrive in one piece"), agent.responses()[0]);
+    EXPECT_EQ(parseError("contains zero bytes, or did not arrive in one piece"),
+              agent.responses()[0]);
 }
 
 TEST(tavo_agent, AnswersAllMessagesOfAConnectionInOrder) {
@@ -322,7 +324,7 @@ TEST(tavo_agent, KeepsTextFromOutsideOnOneSafeAndShortLineOfTheLog) {
                 HasSubstr("INFO: tavo-agent: request 1 " + std::string(200, 'x') + "... ("));
 }
 
-TEST(tavo_agent, GoesOnWhenNobodyReadsItsResponses) {
+TEST(tavo_agent, ContinuesWhenNobodyReadsItsResponses) {
     // With exec, so that the agent ends together with the runner.
     AgentInSandbox agent(
         "mkfifo /tmp/tavo-test-out; true </tmp/tavo-test-out & exec \"$@\" >/tmp/tavo-test-out",
@@ -363,12 +365,12 @@ TEST(tavo_agent, ServesItsOwnerOnly) {
     EXPECT_EQ(0644u, modeOf(agent.file("/tmp/log.out")));
 }
 
-TEST(tavo_agent, LeavesANameAloneThatIsServedAlready) {
+TEST(tavo_agent, DoesNotServeANameThatAnotherAgentServes) {
     AgentInSandbox agent({"--allow", TAVO_AGENT});
     EXPECT_THAT(
         agent.call(request("process.run", std::string(R"({"command":")") + TAVO_AGENT +
                                               R"(","arguments":["agent"]})")),
-        HasSubstr(R"("output":"tavo-agent: /tmp/socketDDS/agent is being served already\n",)"
+        HasSubstr(R"("output":"tavo-agent: another process already serves /tmp/socketDDS/agent\n",)"
                   R"("truncated":false,"raw_status":256,"exit_code":1)"));
     EXPECT_THAT(agent.call(kDescribe), HasSubstr("\"result\":"));
 }
@@ -393,7 +395,7 @@ TEST(tavo_agent, RefusesWrongCommandLines) {
         EXPECT_EQ("tavo-agent: " + why + "\n" + kAgentTry, ran.err);
     };
     expectRefusal({}, "the NAME of the socket is missing");
-    expectRefusal({"a", "b"}, "more than one NAME");
+    expectRefusal({"a", "b"}, "only one NAME is allowed");
     expectRefusal({"--allow"}, support::missingArgument("allow"));
     expectRefusal({"--allow", "", "a"}, "--allow needs the name of a program");
     expectRefusal({"--verbose", "a"}, support::unknownOption("verbose"));
@@ -402,14 +404,14 @@ TEST(tavo_agent, RefusesWrongCommandLines) {
     for (const char* broker :
          {"host", "host:", ":1883", "host:0", "host:65536", "host:18x", "a b:1"})
         expectRefusal({"--mqtt", broker, "a"},
-                      "'" + std::string(broker) + "' is no HOST:PORT of a broker");
+                      "'" + std::string(broker) + "' is not a valid HOST:PORT");
     for (const char* name : {"a/b", "..", ".", "a b", "a'", ""})
         expectRefusal({name}, "'" + std::string(name) +
-                                  "' is no name for a socket: use letters, digits, _, - and .");
+                                  "' is not a valid socket name: use letters, digits, _, - and .");
     for (const char* limit : {"", "4095", "67108865", "999999999", "1M", "-1", "4096.5", "0x10000"})
         expectRefusal({"--log-limit", limit, "a"},
                       "--log-limit takes a number of bytes, 4096 to 67108864");
-    expectRefusal({"--", "-a"}, "'-a' is no name for a socket: use letters, digits, _, - and .");
+    expectRefusal({"--", "-a"}, "'-a' is not a valid socket name: use letters, digits, _, - and .");
     expectRefusal({std::string(65, 'n')}, "the name is longer than 64 characters");
 }
 

@@ -96,8 +96,8 @@ TEST(UciApply, DeletesASectionAtAPositionOnceOnly) {
 TEST(UciApply, ComparesEveryOptionBeforeItDeletesASection) {
     AgentInSandbox agent;
     writeRules(agent);
-    EXPECT_EQ(invalidParams("deleting \\\"@rule[1]\\\" needs \\\"expect\\\", the options that it "
-                            "has: another section may have moved to this position"),
+    EXPECT_EQ(invalidParams("deleting \\\"@rule[1]\\\" needs \\\"expect\\\" with the section's "
+                            "options: another section may have moved to this position"),
               agent.call(deletion("@rule[1]", "")));
     const std::vector<std::pair<std::string, std::string>> expectations = {
         {R"({})", "name, proto"},

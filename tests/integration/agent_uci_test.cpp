@@ -92,9 +92,10 @@ TEST(UciApply, RefusesASingleQuoteAnywhere) {
 TEST(UciApply, RefusesBadNames) {
     AgentInSandbox agent;
     const auto bad = [](const std::string& parameter) {
-        return invalidParams("\\\"" + parameter +
-                             "\\\" may hold only letters, digits, _ and any of -, and must not be "
-                             "empty or begin with -");
+        return invalidParams(
+            "\\\"" + parameter +
+            "\\\" may contain only letters, digits, _ and any of -, and must not be "
+            "empty or begin with -");
     };
     const auto withSection = [](const std::string& name) {
         return apply(R"({"config":"network","section":")" + name + R"(","values":{}})");
@@ -117,7 +118,7 @@ TEST(UciApply, RefusesBadNames) {
                              "@rule[0", "@rule[0]x", "@rule[+1]", "@rule[1 ]", "@rule[0][1]",
                              "@r;x[0]", "@rule[$x]", "@rule[1234567]", "rule[0]"})
         EXPECT_EQ(badSection, agent.call(withSection(name))) << name;
-    EXPECT_EQ(invalidParams("an option's name may hold only letters, digits and _"),
+    EXPECT_EQ(invalidParams("an option's name may contain only letters, digits and _"),
               agent.call(apply(R"({"config":"network","section":"lan","values":{"a-b":"c"}})")));
     EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
@@ -143,9 +144,8 @@ TEST(UciApply, RefusesMissingAndWronglyTypedParameters) {
         expectRefusal(std::string(R"({"config":"a","section":"b","values":)") + value + "}",
                       "\\\"values\\\" must be an object");
     for (const char* value : {"null", "1", "1.5", "true", "{}", "[]", "[1]", "[null]", "[[\"a\"]]"})
-        expectRefusal(
-            std::string(R"({"config":"a","section":"b","values":{"mtu":)") + value + "}}",
-            "option \\\"mtu\\\" must be a string or an array of strings that is not empty");
+        expectRefusal(std::string(R"({"config":"a","section":"b","values":{"mtu":)") + value + "}}",
+                      "option \\\"mtu\\\" must be a string or a non-empty array of strings");
     for (const char* value : {"null", "1", "\"yes\""})
         expectRefusal(std::string(R"({"config":"a","section":"b","values":{},"restart":)") + value +
                           "}",
@@ -188,7 +188,7 @@ TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
               "#!/bin/sh\n[ \"$3\" != get ] || echo '{\"values\":{\".type\":\"x\",\"a\":\"1\","
               "\"b\":\"1\",\"d\":[\"1\"]}}'\n",
               0755);
-    EXPECT_EQ(failed("network/lan differs from what was asked for: b, c, d, a"),
+    EXPECT_EQ(failed("network/lan differs from the request: b, c, d, a"),
               agent.call(apply(R"({"config":"network","section":"lan","restart":true,"values":)"
                                R"({"b":"2","c":"1","d":["1","2"],"a":""}})")));
     EXPECT_EQ(failed("network/lan could not be deleted"),
@@ -198,7 +198,7 @@ TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
 
 TEST(UciApply, NamesOptionsThatTheToolsDropSilently) {
     AgentInSandbox agent;
-    EXPECT_EQ(failed("network/lan differs from what was asked for: note"),
+    EXPECT_EQ(failed("network/lan differs from the request: note"),
               agent.call(apply(R"({"config":"network","section":"lan",)"
                                R"("values":{"mtu":"1400","note":"bell \u0007"}})")));
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("\toption mtu '1400'\n"));
@@ -213,7 +213,7 @@ TEST(UciApply, LeavesAnotherWritersChangeAndNamesItsOption) {
               "[ \"$3\" != set ] || ubus call uci set '{\"config\":\"network\","
               "\"section\":\"lan\",\"values\":{\"ipaddr\":\"10.9.9.9\"}}'\nexit $result\n",
               0755);
-    EXPECT_EQ(failed("network/lan differs from what was asked for: ipaddr"),
+    EXPECT_EQ(failed("network/lan differs from the request: ipaddr"),
               agent.call(apply(R"({"config":"network","section":"lan","restart":true,"values":)"
                                R"({"ipaddr":"10.0.0.1","netmask":"255.0.0.0"}})")));
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("\toption ipaddr '10.9.9.9'\n"));

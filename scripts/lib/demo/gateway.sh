@@ -11,7 +11,7 @@ where client "tavo-rpc demo 06-describe.json" \
     file ""
 request 06-describe.json
 response_is <<'END'
-{"jsonrpc":"2.0","id":6,"result":{"methods":[{"name":"system.describe","description":"names and descriptions of all methods"},{"name":"uci.get","description":"reads a section of the configuration: config, section"},{"name":"uci.apply","description":"changes, creates or deletes (\"values\": {}) a section of the configuration: config, section, type, values, expect, restart"},{"name":"config.place","description":"places a file for an application or one of its agents: application, agent, directory, file, content, base64, restart"},{"name":"process.run","description":"runs one of the allowed programs: command, arguments"},{"name":"system.info","description":"name and directory of the agent, serial number, modem, companion applications and serial port of the gateway"},{"name":"gpio.get","description":"reads a signal: name (out0, bin0, bin1, temperature, voltage)"},{"name":"gpio.set","description":"sets a signal: name (led_sim, led_wan, led_usr, led_pwr, out0), value (0 or 1)"}]}}
+{"jsonrpc":"2.0","id":6,"result":{"methods":[{"name":"system.describe","description":"lists all methods with their descriptions"},{"name":"uci.get","description":"reads a section of the configuration: config, section"},{"name":"uci.apply","description":"changes, creates or deletes (\"values\": {}) a section of the configuration: config, section, type, values, expect, restart"},{"name":"config.place","description":"places a file for an application or one of its agents: application, agent, directory, file, content, base64, restart"},{"name":"process.run","description":"runs one of the allowed programs: command, arguments"},{"name":"system.info","description":"reports the agent's name and directory, serial number, modem, companion applications and serial port of the gateway"},{"name":"gpio.get","description":"reads a signal: name (out0, bin0, bin1, temperature, voltage)"},{"name":"gpio.set","description":"sets a signal: name (led_sim, led_wan, led_usr, led_pwr, out0), value (0 or 1)"}]}}
 END
 configuration_is_unchanged
 services_asked_are < <(nothing)
@@ -35,7 +35,7 @@ INFO: tavo-agent: request 9 process.run (157 bytes)
 INFO: tavo-agent: request 9 process.run: done
 END
 
-step "Ask about the gateway" "The serial number comes from the boot environment."
+step "Read the gateway's serial number, modem and applications" "The serial number comes from the boot environment."
 where client "tavo-rpc demo 11-info.json" \
     agent "system.info" \
     library "NQ_System: getDeviceSerialNumber and others" \
@@ -50,7 +50,7 @@ INFO: tavo-agent: request 11 system.info (68 bytes)
 INFO: tavo-agent: request 11 system.info: done
 END
 
-step "Place an application's configuration file" "Its script is asked to restart it."
+step "Place an application's configuration file" "The application's script restarts it."
 where client "tavo-rpc demo 12-place-application.json" \
     agent "config.place" \
     library "NQ_Config: applyConfig, notifyAppRestart" \
@@ -71,7 +71,7 @@ INFO: tavo-agent: request 12 config.place (260 bytes)
 INFO: tavo-agent: request 12 config.place: done
 END
 
-step "Place a file of an application's agent" "It arrives as base64; the agent is stopped, for its supervisor to start."
+step "Place a file of an application's agent" "It arrives as base64. A script stops the agent, and the agent's supervisor restarts it."
 where client "tavo-rpc demo 13-place-agent.json" \
     agent "config.place" \
     library "NQ_Config: applyConfig, stopAgent; NQ_Base64" \
@@ -92,7 +92,7 @@ INFO: tavo-agent: request 13 config.place (306 bytes)
 INFO: tavo-agent: request 13 config.place: done
 END
 
-step "Switch a LED on"
+step "Switch an LED on"
 where client "tavo-rpc demo 14-led.json" \
     agent "gpio.set" \
     library "NQ_Gpio" \
