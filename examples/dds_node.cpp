@@ -1,5 +1,5 @@
-// Takes part in a DDS domain as an RMI client or server until a signal ends it. It is the frame of
-// a program that offers or calls services.
+// Takes part in a DDS domain as an RMI client or server until a signal ends it. Use it as the frame
+// of a program that offers or calls services.
 
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
@@ -17,13 +17,13 @@ program::Description self = {
     "dds_node", "Usage: dds_node [OPTION...] client|server\n"
                 "Starts the DDS RMI runtime in the given role and stops it on SIGTERM or SIGINT.\n"
                 "\n"
-                "  --local DOMAIN   join this DDS domain (0 to 230), on this machine alone; needs\n"
+                "  --local DOMAIN   join this DDS domain (0 to 230) on this machine only; needs\n"
                 "                   a library built with Cyclone DDS\n"
                 "  --help           print this text and exit\n"
                 "\n"
-                "Without --local the domain and its networks are what DDS has been configured to,\n"
-                "with Cyclone DDS by the environment variable CYCLONEDDS_URI. The library reports\n"
-                "each step to the system log.\n"
+                "Without --local, the DDS configuration selects the domain and its networks;\n"
+                "Cyclone DDS takes it from the environment variable CYCLONEDDS_URI. The library\n"
+                "reports each step to the system log.\n"
                 "\n"
                 "Exit status: 0 ended by a signal, 1 cannot start or stop, 2 usage error.\n"};
 

@@ -16,8 +16,8 @@ namespace {
 program::Description self = {
     "file_watch",
     "Usage: file_watch PATH...\n"
-    "Prints a line \"EVENT PATH [NAME]\" for everything that is created, changed, moved or\n"
-    "deleted in the directories, or happens to the files, until SIGTERM or SIGINT.\n"
+    "Prints a line \"EVENT PATH [NAME]\" when an entry of a directory is created, written,\n"
+    "moved or deleted, or when a file is written or deleted. SIGTERM or SIGINT ends it.\n"
     "\n"
     "  --help   print this text and exit\n"
     "\n"
@@ -36,7 +36,7 @@ const EventName kEvents[] = {
 void parseOptions(int argc, char** argv) {
     program::parseHelpOnly(self, argc, argv);
     if (optind == argc)
-        program::usageError(self, "which PATH is to be watched?");
+        program::usageError(self, "at least one PATH is needed");
 }
 
 /// The library's callback. `name` is meaningful only for an entry of a directory.

@@ -1,4 +1,4 @@
-// Encrypts and decrypts a file with a key that both ends derive from texts that both have.
+// Encrypts and decrypts a file with a key that both sides derive from texts that they share.
 //
 // This example shows a way around a trap. With a wrong key or a damaged file, NQ_Crypto::decrypt()
 // returns no error. OpenSSL finds the padding of the last block wrong, and the class ABORTS THE
@@ -34,14 +34,14 @@ program::Description self = {
     "Encrypts or decrypts the file INPUT into the file OUTPUT (AES-256, CBC).\n"
     "\n"
     "  --encrypt      encrypt INPUT\n"
-    "  --decrypt      decrypt INPUT, which --encrypt has made\n"
+    "  --decrypt      decrypt INPUT, a file that --encrypt has written\n"
     "  --parts FILE   derive the key from the lines of FILE, in order\n"
     "  --help         print this text and exit\n"
     "\n"
-    "Both ends need the same lines in the same order, such as identifiers of the\n"
-    "device. Only the owner can read OUTPUT; it is left as it was when something\n"
-    "fails. A wrong key is noticed, but not every damage: a file that may have been\n"
-    "changed on its way needs a signature of its own.\n"
+    "Encryption and decryption need the same lines in the same order, such as\n"
+    "identifiers of the device. Only the owner can read OUTPUT. After a failure,\n"
+    "OUTPUT is unchanged. Decryption detects a wrong key, but not every damage: sign\n"
+    "a file that somebody may change in transit.\n"
     "\n"
     "Exit status: 0 done, 1 failed, 2 usage error.\n"};
 
@@ -81,7 +81,7 @@ std::vector<std::string> linesOf(const std::string& path) {
         }
     }
     if (lines.empty())
-        program::fail(self, path + ": no line to derive a key from");
+        program::fail(self, path + ": contains no line to derive a key from");
     return lines;
 }
 
@@ -211,7 +211,7 @@ int main(int argc, char** argv) {
         case 'e':
         case 'd':
             if (direction != 0 && direction != found)
-                program::usageError(self, "--encrypt and --decrypt exclude each other");
+                program::usageError(self, "--encrypt and --decrypt cannot be combined");
             direction = found;
             break;
         case 'p':
@@ -224,7 +224,7 @@ int main(int argc, char** argv) {
     if (parts.empty())
         program::usageError(self, "--parts is missing");
     if (argc - optind != 2)
-        program::usageError(self, "INPUT and OUTPUT are needed, and nothing else");
+        program::usageError(self, "exactly two files are needed: INPUT and OUTPUT");
     const std::string input = argv[optind];
     const std::string output = argv[optind + 1];
 

@@ -41,15 +41,15 @@ program::Description self = {
     "\n"
     "  --help   print this text and exit\n"
     "\n"
-    "Every line is echoed; its answer follows on a line that begins with \"= \":\n"
+    "Each line is echoed; the answer follows on a line that begins with \"= \":\n"
     "  ping     pong\n"
     "  name     name of this program\n"
     "  time     the time, UTC\n"
-    "  quit     bye, and the program ends\n"
-    "It also ends, within about a second, at the end of its input and on SIGTERM or\n"
-    "SIGINT. An empty line is then written.\n"
+    "  quit     bye, then the program ends\n"
+    "The program also ends, within about a second, at the end of its input and on\n"
+    "SIGTERM or SIGINT. It then writes an empty line.\n"
     "\n"
-    "Exit status: 0 ended as asked, 1 failed, 2 usage error.\n"};
+    "Exit status: 0 ended as requested, 1 failed, 2 usage error.\n"};
 
 /// Answers the lines, on the thread that runs the reader's loop.
 class Commands : public kvr::api::iot::Observer<StdInReader> {

@@ -1,4 +1,4 @@
-// Publishes the board's readings once a second by MQTT, and shows the connection by a LED.
+// Publishes the board's readings once a second by MQTT, and shows the connection by an LED.
 
 #include <kvr/api/com/NQ_Mqtt.h>
 #include <kvr/api/datetime/NQ_Time.h>
@@ -22,9 +22,9 @@ program::Description self = {
     "Publishes the board's temperature, voltage and inputs once a second, until SIGTERM or\n"
     "SIGINT. The uplink LED is lit while the broker is connected.\n"
     "\n"
-    "  --broker HOST[:PORT]  broker to publish at (127.0.0.1:1883)\n"
-    "  --topic PREFIX        topics are PREFIX/temperature, /voltage, /bin0 and /bin1, and\n"
-    "                        /state, which is retained: online or offline (gateway/board)\n"
+    "  --broker HOST[:PORT]  the broker (default 127.0.0.1:1883)\n"
+    "  --topic PREFIX        publish PREFIX/temperature, /voltage, /bin0 and /bin1, and the\n"
+    "                        retained /state, online or offline (default gateway/board)\n"
     "  --help                print this text and exit\n"
     "\n"
     "Exit status: 0 ended by a signal, 2 usage error.\n"};
@@ -44,7 +44,7 @@ void parseBroker(const std::string& text, Options& options) {
                           options.port.find_first_not_of("0123456789") == std::string::npos;
     if (options.host.empty() || !isNumber || std::stoi(options.port) < 1 ||
         std::stoi(options.port) > 65535)
-        program::usageError(self, "the broker is not HOST or HOST:PORT");
+        program::usageError(self, "--broker takes HOST or HOST:PORT");
 }
 
 Options parseOptions(int argc, char** argv) {
@@ -82,8 +82,8 @@ bool publishReadings(NQ_Mqtt& mqtt, const std::string& topic) {
            publish("bin1", NQ_Gpio::getBin1());
 }
 
-/// Runs until `keepGoing` is cleared. Waits for a broker that cannot be reached.
-void publishUntilToldToEnd(const Options& options, bool& keepGoing) {
+/// Publishes until `keepGoing` is false. While no broker can be reached, it retries.
+void publishUntilStopped(const Options& options, bool& keepGoing) {
     NQ_Mqtt mqtt(options.host, "telemetry-" + options.topic);
     mqtt.setConnOpts(options.port, "", "", 5, 1, 20, 1, 1);
     mqtt.setLwt(options.topic + "/state", "offline", "online", 1, 1);
@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
     const sigset_t endSignals = program::blockEndSignals();
 
     bool keepGoing = true; // a plain bool, as connect() takes it; read within a second
-    std::thread publishing([&] { publishUntilToldToEnd(options, keepGoing); });
+    std::thread publishing([&] { publishUntilStopped(options, keepGoing); });
     program::waitForEnd(endSignals);
     keepGoing = false;
     publishing.join();

@@ -17,13 +17,13 @@ namespace {
 program::Description self = {
     "usb_media",
     "Usage: usb_media DEVICE DIRECTORY\n"
-    "Mounts /dev/DEVICE on DIRECTORY whenever it is there, lists its files, and unmounts it\n"
-    "when it goes, until SIGTERM or SIGINT. DIRECTORY is made when missing. Needs the rights\n"
-    "to mount.\n"
+    "Mounts /dev/DEVICE on DIRECTORY when the device appears, lists its files, and unmounts\n"
+    "it when the device disappears, until SIGTERM or SIGINT. Creates DIRECTORY when it is\n"
+    "missing. Needs the right to mount.\n"
     "\n"
     "  --help   print this text and exit\n"
     "\n"
-    "Exit status: 0 ended by a signal, 1 DIRECTORY cannot be made, 2 usage error.\n"};
+    "Exit status: 0 ended by a signal, 1 DIRECTORY cannot be created, 2 usage error.\n"};
 
 /// The library puts both names into command lines of the shell as they are.
 bool isHarmless(const std::string& name, const char* more) {
@@ -38,9 +38,11 @@ void parseOptions(int argc, char** argv) {
     if (argc - optind != 2)
         program::usageError(self, "a DEVICE and a DIRECTORY are needed");
     if (!isHarmless(argv[optind], ""))
-        program::usageError(self, "the DEVICE is not a plain name, such as sda1");
+        program::usageError(self, "the DEVICE must be a plain name, such as sda1");
     if (!isHarmless(argv[optind + 1], "/"))
-        program::usageError(self, "the DIRECTORY has characters that a command line cannot carry");
+        program::usageError(
+            self,
+            "the DIRECTORY may contain only letters, digits and /_.-, and must not begin with -");
 }
 
 } // namespace

@@ -11,7 +11,7 @@ using kvr::api::crypto::NQ_Crypto;
 
 int main() {
     NQ_Crypto crypto;
-    std::vector<std::string> parts = {"serial-0815", "agent-7"}; // what both ends know
+    std::vector<std::string> parts = {"serial-0815", "agent-7"}; // what both sides know
     crypto.init(parts);
 
     std::string text = "the port is 502";

@@ -28,5 +28,7 @@ int main() {
     gettimeofday(&start, nullptr);
     NQ_Time::delay(20); // milliseconds
     gettimeofday(&end, nullptr);
-    std::cout << (NQ_Time::timevaldiffMilli(start, end) >= 20 ? "waited" : "a signal came") << '\n';
+    std::cout << (NQ_Time::timevaldiffMilli(start, end) >= 20 ? "waited"
+                                                              : "interrupted by a signal")
+              << '\n';
 }

@@ -65,9 +65,9 @@ TEST(ExampleTelemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     expectHelp(path, "telemetry");
     expectUsage(path, "telemetry", {"extra"}, "unknown argument 'extra'");
     expectUsage(path, "telemetry", {"--fast"}, support::unknownOption("fast"));
-    expectUsage(path, "telemetry", {"--broker", ":1883"}, "the broker is not HOST or HOST:PORT");
-    expectUsage(path, "telemetry", {"--broker", "h:0"}, "the broker is not HOST or HOST:PORT");
-    expectUsage(path, "telemetry", {"--broker", "h:99999"}, "the broker is not HOST or HOST:PORT");
+    expectUsage(path, "telemetry", {"--broker", ":1883"}, "--broker takes HOST or HOST:PORT");
+    expectUsage(path, "telemetry", {"--broker", "h:0"}, "--broker takes HOST or HOST:PORT");
+    expectUsage(path, "telemetry", {"--broker", "h:99999"}, "--broker takes HOST or HOST:PORT");
     expectUsage(path, "telemetry", {"--topic", "a/#"}, "the topic is empty or has a wildcard");
 }
 
@@ -91,7 +91,7 @@ TEST(ExampleTelemetry, PublishesTheBoardsReadingsAndLightsTheLed) {
     EXPECT_THAT(broker.receive("board/state", 1), ElementsAre("board/state 1 1 offline"));
 }
 
-TEST(ExampleTelemetry, LedGoesOutWhileTheBrokerIsAway) {
+TEST(ExampleTelemetry, LedIsOffWhileTheBrokerIsAway) {
     Broker broker;
     TempDir root;
     RunningProgram telemetry({TAVO_SANDBOX_RUN, "--root", root / "root", TAVO_TELEMETRY, "--broker",
@@ -131,7 +131,7 @@ TEST(ExampleTelemetry, EndsWhileItWaitsForABroker) {
 TEST(ExampleFileWatch, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     const std::string path = TAVO_FILE_WATCH;
     expectHelp(path, "file_watch");
-    expectUsage(path, "file_watch", {}, "which PATH is to be watched?");
+    expectUsage(path, "file_watch", {}, "at least one PATH is needed");
     expectUsage(path, "file_watch", {"--fast"}, support::unknownOption("fast"));
 }
 
@@ -176,9 +176,10 @@ TEST(ExampleUsbMedia, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     expectHelp(path, "usb_media");
     expectUsage(path, "usb_media", {"sda1"}, "a DEVICE and a DIRECTORY are needed");
     expectUsage(path, "usb_media", {"/dev/sda1", "/mnt"},
-                "the DEVICE is not a plain name, such as sda1");
-    expectUsage(path, "usb_media", {"sda1", "/mnt; reboot"},
-                "the DIRECTORY has characters that a command line cannot carry");
+                "the DEVICE must be a plain name, such as sda1");
+    expectUsage(
+        path, "usb_media", {"sda1", "/mnt; reboot"},
+        "the DIRECTORY may contain only letters, digits and /_.-, and must not begin with -");
 }
 
 TEST(ExampleUsbMedia, ReportsADirectoryThatCannotBeMade) {

@@ -159,7 +159,7 @@ TEST_F(secret_file, FilesThatCannotBeUsedAreNamed) {
     expectRefused(run({"--encrypt", "--parts", directory / "none", plain, back}),
                   directory / "none" + ": No such file or directory");
     writeFile(parts, "\n\n");
-    expectRefused(encrypt(plain, back), parts + ": no line to derive a key from");
+    expectRefused(encrypt(plain, back), parts + ": contains no line to derive a key from");
 }
 
 TEST_F(secret_file, ASignalEndsItAndLeavesNothingBehind) {
@@ -185,11 +185,11 @@ TEST_F(secret_file, HelpAndUsageErrors) {
         {{}, "secret_file: --encrypt or --decrypt is missing\n"},
         {{"--encrypt", "a", "b"}, "secret_file: --parts is missing\n"},
         {{"--encrypt", "--decrypt", "--parts", "p", "a", "b"},
-         "secret_file: --encrypt and --decrypt exclude each other\n"},
+         "secret_file: --encrypt and --decrypt cannot be combined\n"},
         {{"--encrypt", "--parts", "p", "a"},
-         "secret_file: INPUT and OUTPUT are needed, and nothing else\n"},
+         "secret_file: exactly two files are needed: INPUT and OUTPUT\n"},
         {{"--encrypt", "--parts", "p", "a", "b", "c"},
-         "secret_file: INPUT and OUTPUT are needed, and nothing else\n"},
+         "secret_file: exactly two files are needed: INPUT and OUTPUT\n"},
     };
     for (const auto& mistake : mistakes) {
         const Ran ran = run(mistake.first);
