@@ -126,7 +126,7 @@ def check(counted):
     for operation, sides in counted.items():
         part = ratios(sides)[LIBRARY]
         if part > LIMIT and operation not in EXCEPTIONS:
-            print(f"too much: {operation}: {part:.3f} times the instructions of its floor", file=sys.stderr)
+            print(f"over the limit: {operation}: {part:.3f} times the instructions of its floor", file=sys.stderr)
             above += 1
     print(f"{len(counted)} operations counted, {above} above {LIMIT} times the instructions of their floors")
     return 1 if above else 0
@@ -146,7 +146,7 @@ def main():
     parser.add_argument("pattern", nargs="?", default="")
     options = parser.parse_args()
     if options.check and not options.instructions:
-        parser.error("--check goes with --instructions")
+        parser.error("--check requires --instructions")
 
     found = operations(options.pattern)
     without_processes = {name: sides for name, sides in found.items() if not STARTS_PROCESS.search(name)}

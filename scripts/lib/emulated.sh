@@ -40,7 +40,7 @@ left_out_when_emulated() {
     if ! executes "$loader"; then
         lists+=("$repo/tests/emulated-needs-binfmt.txt")
         say "The kernel here does not run programs for $architecture and cannot be made to (no binfmt_misc, or no right to" \
-            "it): without the tests in tests/emulated-needs-binfmt.txt." >&2
+            "it). The run leaves out the tests in tests/emulated-needs-binfmt.txt." >&2
     fi
     left_out "${lists[@]}"
 }

@@ -4,8 +4,8 @@
 part "A gateway and its management agent"
 
 step "Start a broker and the agent" \
-    "The agent serves the socket /tmp/socketDDS/demo. It may run the program uci for its clients, and" \
-    "publishes its responses at an MQTT broker, too."
+    "The agent serves the socket /tmp/socketDDS/demo. It may run the program uci for its clients. It" \
+    "also publishes its responses at an MQTT broker."
 port=
 for try in 1 2 3 4 5; do
     port=$((20000 + RANDOM % 20000))

@@ -4,8 +4,8 @@
 part "The configuration"
 
 step "Change the LAN address" \
-    "An option with an empty value is dropped from the section; the service is restarted because the" \
-    "request asks for it."
+    "The library deletes an option whose value is empty. It restarts the service because the request" \
+    "says so."
 where client "tavo-rpc demo 01-lan-address.json" \
     agent "uci.apply: checks the names and values, reads the section back" \
     library "NQ_UBUS: checkConfig, applyConfig, restartService" \
@@ -34,7 +34,7 @@ INFO: tavo-agent: request 1 uci.apply (270 bytes)
 INFO: tavo-agent: request 1 uci.apply: done
 END
 
-step "Create a section that does not exist" "A guest network; nothing is restarted."
+step "Create a section that does not exist" "A guest network. This request restarts no service."
 where client "tavo-rpc demo 02-guest-create.json" \
     agent "uci.apply" \
     library "NQ_UBUS: checkConfig, applyConfig" \
@@ -62,7 +62,7 @@ INFO: tavo-agent: request 2 uci.apply (283 bytes)
 INFO: tavo-agent: request 2 uci.apply: done
 END
 
-step "Delete it again" "No values at all stand for the whole section."
+step "Delete it again" "A request with no values at all deletes the whole section."
 where client "tavo-rpc demo 03-guest-delete.json" \
     agent "uci.apply" \
     library "NQ_UBUS: applyConfig" \
@@ -136,7 +136,7 @@ INFO: tavo-agent: request 5 uci.apply (232 bytes)
 INFO: tavo-agent: request 5 uci.apply: done
 END
 
-step "Read a section that has no name" "Its position among the sections of its type stands for it."
+step "Read a section that has no name" "The request names it by its position among the sections of its type."
 where client "tavo-rpc demo 16-forwarding-get.json" \
     agent "uci.get" \
     library "NQ_UBUS: getSystemCfg" \
@@ -149,8 +149,8 @@ END
 configuration_is_unchanged
 
 step "Delete that section" \
-    "Another section may have moved to this position. So the request says what it expects there, and" \
-    "sending it twice does no harm: the second one fails."
+    "Another section may have moved to this position, so the request says what it expects there." \
+    "Sending it twice does no harm: the second one fails."
 where client "tavo-rpc demo 17-forwarding-delete.json, twice" \
     agent "uci.apply: compares the section with \"expect\"" \
     library "NQ_UBUS: applyConfig, restartService" \

@@ -29,7 +29,7 @@ inotify_watches() {
 part "The small examples"
 
 step "telemetry: the board's readings by MQTT" \
-    "The inputs are those of the simulated board's state file, which plays the world outside."
+    "The simulated board takes its inputs from a state file."
 where program "telemetry" \
     library "NQ_Gpio reads, NQ_Mqtt publishes" \
     broker "mosquitto, topics demo/board/..." \
@@ -81,7 +81,7 @@ END
 compare "exit status" "$status" <<<0
 
 step "usb_media: a stick is plugged in and pulled out" \
-    "A file system image appears as /dev/stick, in a /dev of the sandbox's own."
+    "A file system image appears as /dev/stick, in the sandbox's private /dev."
 where program "usb_media" \
     library "AutoMount" \
     tool "mount, umount" \
@@ -116,7 +116,7 @@ else
     show "skipped: this user may not mount file systems" </dev/null
 fi
 
-step "secret_file: encrypt and decrypt" "The key comes from texts that both ends know."
+step "secret_file: encrypt and decrypt" "Both sides derive the key from texts that they share."
 where program "secret_file" \
     library "NQ_Crypto" \
     file "message, message.enc, message.dec"

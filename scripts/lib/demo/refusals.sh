@@ -4,8 +4,8 @@
 part "What the agent refuses"
 
 step "A malformed request" \
-    "It breaks off, so that it cannot ask for an answer. The agent prints an error response and" \
-    "carries on."
+    "Its text is incomplete, so tavo-rpc cannot ask for an answer. The agent prints an error response" \
+    "and continues."
 where client "tavo-rpc --no-answer demo 07-malformed.json" \
     agent "refuses it: no JSON" \
     library "" tool "" file ""
@@ -22,7 +22,7 @@ END
 
 step "An attempt to break in" \
     "The library puts the section's text between single quotes into a shell command. The agent refuses" \
-    "single quotes, so nothing of this reaches a shell."
+    "single quotes, so this text never reaches a shell."
 where client "tavo-rpc demo 08-quote.json" \
     agent "uci.apply refuses it: single quotes" \
     library "" tool "" file ""

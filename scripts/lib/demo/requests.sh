@@ -31,7 +31,7 @@ unanswered_request() {
 # Each compares one outcome of the request with standard input.
 response_is() { compare "response" "$response"; }
 log_is() { compare "log" "$(new_lines /tmp/log.out "$logged")"; }
-services_asked_are() { compare "service scripts were asked" "$(new_lines /tmp/init.d.log "$asked")"; }
+services_asked_are() { compare "calls of service scripts" "$(new_lines /tmp/init.d.log "$asked")"; }
 commands_are() {
     compare "commands that the library ran" \
         "$(new_lines "$work/agent.err" "$diagnosed" | sed -n 's/^Calling: //p')"
