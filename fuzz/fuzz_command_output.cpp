@@ -74,7 +74,7 @@ void readVariable(const std::string& output) {
         value = NQ_System::getDeviceSerialNumber();
     } catch (const std::out_of_range& error) {
         fuzzing::require(first == std::string::npos || first + 1 == output.size(),
-                         "a value that is there is found");
+                         "an existing value is found");
         const std::string fields = output.empty() ? "0" : "1";
         fuzzing::require("vector::_M_range_check: __n (which is 1) >= this->size() (which is " +
                                  fields + ")" ==
@@ -82,7 +82,7 @@ void readVariable(const std::string& output) {
                          "as documented");
         return;
     }
-    fuzzing::require(first != std::string::npos, "a value comes from behind a =");
+    fuzzing::require(first != std::string::npos, "a value follows a =");
     std::string expected = output.substr(first + 1, output.find('=', first + 1) - first - 1);
     expected.erase(std::remove(expected.begin(), expected.end(), '\n'), expected.end());
     fuzzing::require(value == expected, "a value ends at the next =");
@@ -91,7 +91,7 @@ void readVariable(const std::string& output) {
 void applySection(const std::string& output) {
     NQ_UBUS section;
     section.init(R"({"config":"network","section":"lan","values":{"mtu":"1500"}})");
-    fuzzing::require(section.getSystemCfg() == output, "the section's text comes as it is");
+    fuzzing::require(section.getSystemCfg() == output, "the section's text is unchanged");
     commandsRun = 0;
     section.applyConfig();
     fuzzing::require(commandsRun == (output.empty() ? 2 : 1), "only a missing section is added");
@@ -116,7 +116,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                          static_cast<int>(std::strtoul(line.c_str(), nullptr, 10)),
                      "a process id is the number that a line begins with");
     fuzzing::require(NQ_Popen::executeInsecure("any") == readByPieces(text, 128),
-                     "a shell's output comes as it is");
+                     "a shell's output is unchanged");
     printed = nullptr;
     return 0;
 }

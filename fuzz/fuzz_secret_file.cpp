@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         // The vector is fixed, so equal texts have equal encrypted forms. An empty input is an
         // exception: it decrypts to an empty text, whose encrypted form is one block.
         fuzzing::require(size == 0 || encrypted(crypto, plain) == bytes,
-                         "only what was encrypted so is decrypted");
+                         "only text encrypted with this key is decrypted");
     }
 
     std::string file = encrypted(crypto, kMarker + bytes);

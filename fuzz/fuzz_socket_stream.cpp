@@ -1,6 +1,6 @@
 // Any bytes that a client sends to an NQ_Sockets, over a real connection.
 //
-// The first byte limits how many bytes arrive at a time, so that the server's reads are short (0:
+// The first byte limits how many bytes one read receives, so that the server's reads are short (0:
 // no limit). The rest is the stream.
 #include <kvr/api/com/NQ_Sockets.h>
 
@@ -28,13 +28,13 @@ Function* real(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-constexpr std::size_t kAllAtOnce = 65536; // well below a socket's buffer
+constexpr std::size_t kNoLimit = 65536; // well below a socket's buffer
 
 /// The only client of a run: both ends of its connection, and the bytes that it has not sent yet.
 struct Client {
     const std::uint8_t* data = nullptr;
     std::size_t left = 0;
-    std::size_t atOnce = 0;
+    std::size_t pieceLimit = 0;
     int serverEnd = -1;
     int clientEnd = -1;
     bool stop = false;
@@ -53,7 +53,7 @@ struct Client {
         int unread = 0;
         if (ioctl(serverEnd, FIONREAD, &unread) == 0 && unread > 0)
             return;
-        const std::size_t piece = std::min(left, atOnce);
+        const std::size_t piece = std::min(left, pieceLimit);
         if (piece == 0) {
             shutdown(clientEnd, SHUT_WR);
             return;
@@ -103,7 +103,8 @@ ssize_t recv(int descriptor, void* buffer, std::size_t size, int flags) {
     static const auto next = real<ssize_t(int, void*, std::size_t, int)>("recv");
     if (descriptor == client.serverEnd)
         client.feed();
-    fuzzing::require(__asan_region_is_poisoned(buffer, size) == nullptr, "a read has its room");
+    fuzzing::require(__asan_region_is_poisoned(buffer, size) == nullptr,
+                     "the buffer of a read is large enough");
     return next(descriptor, buffer, size, flags);
 }
 }
@@ -123,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     client.data = data + 1;
     client.left = size - 1;
-    client.atOnce = data[0] == 0 ? kAllAtOnce : data[0];
+    client.pieceLimit = data[0] == 0 ? kNoLimit : data[0];
     client.stop = false;
     {
         const fuzzing::BoundedMemory bounded;

@@ -28,11 +28,11 @@ void readText(const std::string& text) {
     try {
         time = NQ_Time::dateStrToTv(text);
     } catch (const std::out_of_range& error) {
-        fuzzing::require(rest.empty(), "only a text without a fraction's end is refused");
+        fuzzing::require(rest.empty(), "only a text that is empty or ends in a point is refused");
         fuzzing::require(std::strcmp(error.what(), "basic_string::erase") == 0, "as documented");
         return;
     }
-    fuzzing::require(!rest.empty(), "a text without a fraction's end is refused");
+    fuzzing::require(!rest.empty(), "a text that is empty or ends in a point is refused");
     const long milliseconds = std::strtol(rest.substr(0, rest.size() - 1).c_str(), nullptr, 10);
     fuzzing::require(static_cast<unsigned long>(time.tv_usec) ==
                          static_cast<unsigned long>(milliseconds) * 1000,

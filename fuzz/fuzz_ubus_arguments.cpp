@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             const uci::Loaded after = gateway.store().load("network");
             fuzzing::require(uci::format(after.package) == uci::format(before.package),
                              "a commit keeps what was pending");
-            fuzzing::require(after.pending.empty(), "nothing waits after a commit");
+            fuzzing::require(after.pending.empty(), "nothing is pending after a commit");
             gateway.restore();
         }
     }

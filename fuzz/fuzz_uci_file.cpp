@@ -60,9 +60,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0; // the platform writes types without quotes
     const std::string written = uci::format(package);
     const uci::Package again = uci::parse(written);
-    fuzzing::require(uci::format(again) == written, "what is written is read the same");
+    fuzzing::require(uci::format(again) == written, "written text is read back unchanged");
     fuzzing::require(std::equal(package.sections.begin(), package.sections.end(),
                                 again.sections.begin(), again.sections.end(), isSame),
-                     "sections stay");
+                     "no section is lost");
     return 0;
 }

@@ -15,7 +15,7 @@ inline void silenceOutput() {
 /// Ends the run as a finding when a promise of the library does not hold.
 inline void require(bool holds, const char* promise) {
     if (!holds) {
-        std::fprintf(stderr, "Broken promise: %s\n", promise);
+        std::fprintf(stderr, "Contract violated: %s\n", promise);
         std::abort();
     }
 }
