@@ -91,7 +91,7 @@ void makeEvents(const std::string& directory, long count) {
 
 } // namespace
 
-TEST(InotifyOverflow, QueuedEventsArriveTheRestIsLostAndTheWatchGoesOn) {
+TEST(InotifyOverflow, QueuedEventsArriveTheRestIsLostAndTheWatchContinues) {
     const TempDir directory;
     SlowWatcher slow(directory.path());
     slow.start();

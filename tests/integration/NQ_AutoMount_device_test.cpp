@@ -130,7 +130,7 @@ TEST_F(AutoMountDevice, StickThatIsThereIsMountedAtConstructionAndUnmountedAtThe
     EXPECT_EQ("AutoMount(PARS)\n" + mountCommand() + "~AutoMount()\n" + umountCommand(), printed());
 }
 
-TEST_F(AutoMountDevice, StickIsMountedWhenItComesAndUnmountedWhenItGoes) {
+TEST_F(AutoMountDevice, StickIsMountedWhenPluggedInAndUnmountedWhenPulledOut) {
     make();
     EXPECT_FALSE(isMounted());
     for (int round = 1; round <= 2; ++round) {

@@ -106,7 +106,7 @@ TEST_F(DdsChoice, AutoWithoutAnyLeavesTheClassOutAndNamesThePackage) {
     EXPECT_THAT(ran.out + ran.err, HasSubstr("cyclonedds-dev"));
 }
 
-TEST_F(DdsChoice, OffLeavesTheClassOutWhateverIsThereAndSaysNothingMore) {
+TEST_F(DdsChoice, OffLeavesTheClassOutSilentlyEvenWithAProvider) {
     const OpenSplice vendor;
     const Ran ran = configure({"-DTAVO_DDS=OFF"}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;

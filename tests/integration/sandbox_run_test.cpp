@@ -439,7 +439,7 @@ TEST_F(SandboxRunRoot, HoldsNothingOfTheHostAfterwards) {
               names());
 }
 
-TEST_F(SandboxRunRoot, GoesOnWhereTheLastRunEnded) {
+TEST_F(SandboxRunRoot, ContinuesWhereTheLastRunEnded) {
     run(withRoot({"sh", "-c", "echo 'config a b' > /etc/config/mine"}));
     EXPECT_EQ("a\n", run(withRoot({"uci", "get", "mine.b"})).out);
 }
@@ -449,7 +449,7 @@ TEST_F(SandboxRunRoot, PassesInputAndStatusOfASignalOn) {
     EXPECT_EQ(128 + SIGSEGV, run(withRoot({"sh", "-c", "kill -SEGV $$"})).status);
 }
 
-TEST_F(SandboxRunRoot, HandsSignalsOnAndTidiesUp) {
+TEST_F(SandboxRunRoot, PassesSignalsOnAndTidiesUp) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         RunningProgram program(
             sandbox(withRoot({"sh", "-c",

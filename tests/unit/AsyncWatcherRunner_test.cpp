@@ -123,7 +123,7 @@ TEST_F(AsyncWatcherRunnerTest, StopWithoutAStartDoesNothing) {
     EXPECT_TRUE(threads.joinsReach(0));
 }
 
-TEST_F(AsyncWatcherRunnerTest, CallsBackOnAThreadOfItsOwn) {
+TEST_F(AsyncWatcherRunnerTest, CallsBackOnASeparateThread) {
     ShortPasses loop;
     watchDirectory();
     runner.startWatcher();

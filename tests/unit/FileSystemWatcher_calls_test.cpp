@@ -149,7 +149,7 @@ TEST(FileSystemWatcherCalls, EarlierStopIsForgottenByRun) {
     EXPECT_THAT(recorder.seen, ElementsAre("x 100", "x 100"));
 }
 
-TEST(FileSystemWatcherCalls, FailedReadIsPrintedAndTheLoopGoesOn) {
+TEST(FileSystemWatcherCalls, FailedReadIsPrintedAndTheLoopContinues) {
     PlayedKernel kernel;
     FileSystemWatcher watcher;
     Recorder recorder;

@@ -258,7 +258,7 @@ TEST(NQ_Base64, SurplusPaddingShortensTheResult) {
     EXPECT_EQ("AB", NQ_Base64::base64_decode("QUJD=="));
 }
 
-TEST(NQ_Base64, PaddingAloneHarmsNobody) {
+TEST(NQ_Base64, PaddingWithoutDigitsDoesNoHarm) {
     EXPECT_EQ("", NQ_Base64::base64_decode("="));
     EXPECT_EQ("", NQ_Base64::base64_decode("=="));
     EXPECT_EQ("", NQ_Base64::base64_decode("==="));

@@ -146,7 +146,7 @@ TEST_F(NQ_DDS_RMI, NothingIsWrittenToStandardOutputOrError) {
     EXPECT_EQ("", errors.text());
 }
 
-TEST_F(NQ_DDS_RMI, StopHandsBackTheRuntimesResultAndLogsNothing) {
+TEST_F(NQ_DDS_RMI, StopReturnsTheRuntimesResultAndLogsNothing) {
     rmi.startRUNTIME(false);
     scene.calls.clear();
     const std::size_t logged = log.lines().size();

@@ -245,7 +245,7 @@ TEST(NQ_FileUtils, PrintsWhyADirectoryCannotBeRead) {
     EXPECT_THAT(listed, IsEmpty());
 }
 
-TEST(NQ_FileUtils, GoesOnBehindASubdirectoryThatCannotBeRead) {
+TEST(NQ_FileUtils, ContinuesAfterASubdirectoryThatCannotBeRead) {
     const TempDir top;
     for (const char* name : {"a", "c", "e"})
         writeFile(top / name, "");

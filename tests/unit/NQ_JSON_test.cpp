@@ -199,7 +199,7 @@ TEST(NQ_JSON, AssignmentKeepsAnOldTreeThatHasAnotherHandle) {
     EXPECT_EQ("[ 1 ]", a.asString());
 }
 
-TEST(NQ_JSON, AssignmentTakesAReferenceOfItsOwn) {
+TEST(NQ_JSON, AssignmentTakesASeparateReference) {
     NQ_JSON a;
     auto* b = new NQ_JSON("[1]");
     const JsonLifetime lifetime(b->getObj());

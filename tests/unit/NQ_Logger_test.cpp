@@ -240,7 +240,7 @@ TEST_F(NQ_LoggerTest, ExistingContentIsKept) {
     EXPECT_EQ("from before\nunfinished INFO: new\n", content());
 }
 
-TEST_F(NQ_LoggerTest, EveryLineGoesToTheEndAsItIsThen) {
+TEST_F(NQ_LoggerTest, EveryLineIsAppendedAtTheCurrentEnd) {
     inChild([] {
         NQ_Logger* logger = NQ_Logger::instance();
         logger->log(std::string("one"), "INFO");

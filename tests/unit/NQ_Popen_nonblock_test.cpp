@@ -93,7 +93,7 @@ TEST(NQ_Popen, ExecuteNonblockReportsStartOutputAndExitInOrder) {
                 ElementsAre("start", std::to_string(run.pid) + "\n", "error\n", "end", "exit 768"));
 }
 
-TEST(NQ_Popen, ExecuteNonblockRunsAllCallbacksOnOneThreadOfItsOwn) {
+TEST(NQ_Popen, ExecuteNonblockRunsAllCallbacksOnOneSeparateThread) {
     Progress run;
     NQ_Popen::executeNonblock("echo", {"text"}, run.onOutput(), run.onExit(), run.onStart());
     run.wait();

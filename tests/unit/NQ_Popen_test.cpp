@@ -249,7 +249,7 @@ TEST(NQ_Popen, AFailingForkEndsTheProcessByExit) {
         ExitedWithCode(1), Eq("fork: Resource temporarily unavailable\nexit handler\n"));
 }
 
-TEST(NQ_Popen, InterruptedWaitingGoesOn) {
+TEST(NQ_Popen, InterruptedWaitingContinues) {
     const ScriptedCall waiting(
         Call::waitpid, [](int number) { return number <= 3 ? EINTR : ScriptedCall::kPassOn; });
     int status = kUntouched;
@@ -343,7 +343,7 @@ TEST(NQ_Popen, ExecuteEndsTheOutputAtAnInterruptedRead) {
     EXPECT_TRUE(interruption.happened());
 }
 
-TEST(NQ_Popen, ExecuteInsecureReadsOnAfterAnInterruptedRead) {
+TEST(NQ_Popen, ExecuteInsecureKeepsReadingAfterAnInterruptedRead) {
     const Interruption interruption;
     int status = kUntouched;
     EXPECT_EQ("text\n", NQ_Popen::executeInsecure(interruption.script(), status));

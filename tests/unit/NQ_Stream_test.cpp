@@ -357,7 +357,7 @@ TEST(NQ_Stream, APartOfALineEndsTheWaitAndTheCallBlocksUntilTheRestArrives) {
     EXPECT_EQ(1, polls.count());
 }
 
-TEST(NQ_Stream, AfterAQuietSecondTheWaitGoesOn) {
+TEST(NQ_Stream, AfterAQuietSecondTheWaitContinues) {
     StandardInput input;
     WatchedPolls polls([&](int number) {
         if (number < 4)

@@ -194,7 +194,7 @@ TEST(NQ_System, TheSettingIsWhatFollowsTheEqualsSign) {
     EXPECT_EQ("ABC123", settingPrintedAs("echo sn=ABC123; exit 1"));
 }
 
-TEST(NQ_System, ASettingIsCutAtAnEqualsSignOfItsOwn) {
+TEST(NQ_System, ASettingIsCutAtAnEqualsSignInsideIt) {
     EXPECT_EQ("b", settingPrintedAs("echo a=b=c"));
     EXPECT_EQ("", settingPrintedAs("echo a==c"));
 }

@@ -328,7 +328,7 @@ TEST(NQ_System, TheFirstInstanceTakesTheLockAndKeepsIt) {
     });
 }
 
-TEST(NQ_System, TheLockFileIsEmptyAndForEverybody) {
+TEST(NQ_System, TheLockFileIsEmptyAndWritableForEverybody) {
     inFreshProcess([] {
         const Program program;
         umask(0);

@@ -206,7 +206,7 @@ TEST(NQ_Time, DelaySplitsMillisecondsIntoSecondsAndNanoseconds) {
                                           Sleep{2147483, 647000000, false}));
 }
 
-TEST(NQ_Time, ANegativeDelayIsHandedOnAndRefusedByTheKernel) {
+TEST(NQ_Time, ANegativeDelayIsPassedOnAndRefusedByTheKernel) {
     {
         RecordedSleeps sleeps;
         NQ_Time::delay(-1500);
@@ -440,13 +440,13 @@ TEST(NQ_Time, NothingBehindThePointIsOutOfRange) {
     }
 }
 
-TEST(NQ_Time, ATextInAnotherLayoutHarmsNobody) {
+TEST(NQ_Time, ATextInAnotherLayoutDoesNoHarm) {
     for (const char* text : {"x", "yesterday", "02.01.2020", "2020-13-45T99:99:99.5Z", "\xff\xfe"})
         EXPECT_NO_THROW(NQ_Time::dateStrToTv(text)) << text;
     EXPECT_NO_THROW(NQ_Time::dateStrToTv(std::string("2020\0.5Z", 8)));
 }
 
-TEST(NQ_Time, AHugeFractionHarmsNobody) {
+TEST(NQ_Time, AHugeFractionDoesNoHarm) {
     EXPECT_NO_THROW(NQ_Time::dateStrToTv("2020-01-02T03:04:05.99999999999999999999999Z"));
     EXPECT_NO_THROW(NQ_Time::dateStrToTv("2020-01-02T03:04:05.-99999999999999999999999Z"));
 }

@@ -45,7 +45,7 @@ TEST(NQ_UBUS, ApplyConfigPrintsAndRunsTheCommandAndACommit) {
     EXPECT_THAT(commands.lines(), ElementsAre("ubus call uci some 'thing'; uci commit network"));
 }
 
-TEST(NQ_UBUS, ApplyConfigGoesThroughTheShell) {
+TEST(NQ_UBUS, ApplyConfigRunsItsCommandsInTheShell) {
     const Tools tools("echo 'from the tool'");
     NQ_UBUS ubus = named("network", "lan");
     EXPECT_EQ("Calling: ubus call uci get '{ \"a b\": 1 }' $((1+1)); uci commit network\n"

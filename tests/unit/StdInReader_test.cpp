@@ -212,7 +212,7 @@ TEST(StdInReader, AStoppedWaitReplacesTheLastLineAndAnnouncesNothing) {
     EXPECT_EQ("", channel.reader.getLastLine());
 }
 
-TEST(StdInReader, AFailedWaitEchoesAnEmptyLineAndTheLoopGoesOn) {
+TEST(StdInReader, AFailedWaitEchoesAnEmptyLineAndTheLoopContinues) {
     Channel channel(1);
     channel.input.write("a\n");
     const WatchedPolls polls([](int number) { return number < 3 ? -1 : WatchedPolls::kPassOn; });

@@ -91,7 +91,7 @@ TEST(RmiSharedPtr, ReachesItsObject) {
     EXPECT_EQ(42, pointer->answer());
 }
 
-TEST(RmiSharedPtr, LastShareTakesTheObjectWithIt) {
+TEST(RmiSharedPtr, LastShareDeletesTheObject) {
     int living = 0;
     {
         Counted_ref first(new Counted(living));
