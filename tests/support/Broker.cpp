@@ -3,6 +3,8 @@
 #include "Waiting.h"
 
 #include <csignal>
+#include <cstdio>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -97,6 +99,22 @@ void Broker::kill() {
 }
 
 void Broker::halt() { ::kill(program_->pid(), SIGSTOP); }
+
+std::size_t Broker::unreadBytes() const {
+    char server[32]; // as the kernel prints the address, on a little-endian machine
+    std::snprintf(server, sizeof server, "0100007F:%04X", static_cast<unsigned>(port()));
+    std::ifstream connections("/proc/net/tcp");
+    std::size_t count = 0;
+    for (std::string line; std::getline(connections, line);) {
+        std::istringstream fields(line);
+        std::string number, local, remote, state, queues; // queues: bytes to send, bytes to read
+        fields >> number >> local >> remote >> state >> queues;
+        const bool isConnected = state == "01";
+        if (local == server && isConnected)
+            count += std::stoul(queues.substr(queues.find(':') + 1), nullptr, 16);
+    }
+    return count;
+}
 
 std::vector<std::string> Broker::client(const std::vector<std::string>& more) const {
     std::vector<std::string> arguments = {"mosquitto_sub", "-h", "127.0.0.1", "-p",

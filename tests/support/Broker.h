@@ -5,6 +5,7 @@
 #include "RunProgram.h"
 #include "TempDir.h"
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,6 +53,9 @@ public:
     /// Suspends the broker until kill(): the kernel still accepts connections and data, but the
     /// broker reads none.
     void halt();
+
+    /// Returns how many bytes clients have sent that the broker has not read.
+    std::size_t unreadBytes() const;
 
     /// Subscribes to `filter` and returns what arrives: one line "topic qos retained payload" per
     /// message. Stops after `count` messages, or after 10 seconds.
