@@ -1,5 +1,7 @@
 #include "TempDir.h"
 
+#include "Waiting.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -22,8 +24,13 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    // A process that was killed can still write in the directory until it has ended.
+    const bool removed = eventually([this] {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+        return !exists(path_);
+    });
+    EXPECT_TRUE(removed) << path_ << " cannot be removed";
 }
 
 std::string readFile(const std::string& path) {
