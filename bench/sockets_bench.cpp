@@ -48,6 +48,8 @@ public:
     ~Client() {
         close(requests_[0]);
         close(requests_[1]);
+        unlink(path_.c_str());
+        (void)rmdir(kDirectory); // when no other client uses it
     }
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;

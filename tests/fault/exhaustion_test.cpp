@@ -4,6 +4,7 @@
 #include "CapturedOutput.h"
 #include "FakePrograms.h"
 #include "ForkedChild.h"
+#include "SocketFile.h"
 #include "TempDir.h"
 #include "Threads.h"
 #include "Waiting.h"
@@ -34,8 +35,6 @@
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -109,6 +108,7 @@ TEST(NoDescriptors, LoggerThrowsUntilThereIsOne) {
             EXPECT_THROW(NQ_Logger::instance(), std::runtime_error);
     });
     EXPECT_NO_THROW(NQ_Logger::instance());
+    (void)unlink(NQ_Logger::kLogFileName);
     report("no descriptors: NQ_Logger::instance: throws, works later");
 }
 
@@ -219,33 +219,9 @@ TEST(NoDescriptors, ServerCannotBeMade) {
     report("no descriptors: NQ_Sockets(): \"socket: Too many open files\", exit status 1");
 }
 
-namespace {
-
-using kvr::api::com::NQ_Sockets;
-
-int connectTo(const std::string& path) {
-    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
-               ? client
-               : -1;
-}
-
-void sendText(int client, const std::string& text) {
-    const auto length = static_cast<std::uint32_t>(text.size());
-    EXPECT_EQ(ssize_t{sizeof length}, send(client, &length, sizeof length, MSG_NOSIGNAL));
-    EXPECT_EQ(static_cast<ssize_t>(text.size()),
-              send(client, text.data(), text.size(), MSG_NOSIGNAL));
-}
-
-} // namespace
-
 TEST(NoDescriptors, ServerRefusesUntilThereIsOneAndLosesNoClient) {
-    const std::string name = "tavo-exhausted-" + std::to_string(getpid());
-    const std::string path = "/tmp/socketDDS/" + name;
-    NQ_Sockets server(name.c_str());
+    const support::SocketFile file("tavo-exhausted-" + std::to_string(getpid()));
+    kvr::api::com::NQ_Sockets server(file.name());
     bool stop = false;
     auto captured = std::make_unique<support::CapturedOutput>();
     const support::CapturedOutput& output = *captured;
@@ -257,11 +233,12 @@ TEST(NoDescriptors, ServerRefusesUntilThereIsOneAndLosesNoClient) {
     {
         // The waiting accept() has reserved its descriptor already.
         NoDescriptors none(2);
-        const int first = connectTo(path);
-        const int second = connectTo(path);
+        const int first = file.connect();
+        const int second = file.connect();
         ASSERT_NE(-1, second);
-        sendText(second, "kept");
-        sendText(first, ""); // ends the connection; its descriptors stay open
+        EXPECT_TRUE(support::sendMessage(second, "kept"));
+        EXPECT_TRUE(
+            support::sendMessage(first, "")); // ends the connection; its descriptors stay open
         EXPECT_TRUE(output.waitFor(refused + refused)); // repeatedly, without a pause
         none.giveBack(1);
         EXPECT_TRUE(output.waitFor("Received:kept\n"));
@@ -271,7 +248,6 @@ TEST(NoDescriptors, ServerRefusesUntilThereIsOneAndLosesNoClient) {
     }
     serving.join();
     captured.reset();
-    unlink(path.c_str());
     report(
         "no descriptors: NQ_Sockets::loop: error lines without a pause, then the client is served");
 }
@@ -328,6 +304,7 @@ TEST(NoProcesses, ShellCommandsAreNotRun) {
     EXPECT_EQ("Calling: ubus call uci delete '{ \"config\": \"network\", \"section\": \"lan\" }'; "
               "uci commit network\n",
               child.output);
+    (void)unlink(NQ_Logger::kLogFileName);
     report("no processes: executeInsecure throws, runScript gives a status of 127, getProcIdByName "
            "0, applyConfig "
            "true");

@@ -5,6 +5,7 @@
 
 #include "Broker.h"
 #include "CapturedOutput.h"
+#include "SocketFile.h"
 #include "TempDir.h"
 #include "Waiting.h"
 
@@ -29,7 +30,6 @@
 
 #include <sys/inotify.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -180,7 +180,7 @@ namespace {
 /// A server in its own thread, whose blocking calls can be interrupted one by one.
 class Server : kvr::api::iot::Observer<NQ_Sockets> {
 public:
-    Server() : output_(std::make_unique<support::CapturedOutput>()), server_(name_.c_str()) {
+    Server() : output_(std::make_unique<support::CapturedOutput>()), server_(file_.name()) {
         letSignalsInterrupt();
         server_.attach(this);
         thread_ = std::thread([this] { server_.loop(stop_); });
@@ -189,15 +189,11 @@ public:
         stop_ = true;
         close(client()); // the connection that the loop waits for
         thread_.join();
-        unlink(path().c_str());
     }
 
     int client() const {
-        const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path().copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(0, connect(made, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        const int made = file_.connect();
+        EXPECT_NE(-1, made);
         return made;
     }
 
@@ -217,10 +213,9 @@ public:
     }
 
 private:
-    std::string path() const { return "/tmp/socketDDS/" + name_; }
     void update(NQ_Sockets*) override {}
 
-    std::string name_ = "tavo-storm-" + std::to_string(getpid());
+    support::SocketFile file_{"tavo-storm-" + std::to_string(getpid())};
     std::unique_ptr<support::CapturedOutput> output_;
     NQ_Sockets server_;
     bool stop_ = false;

@@ -6,10 +6,10 @@
 
 #include "FailingMemory.h"
 #include "Interposed.h"
+#include "SocketFile.h"
 #include "Waiting.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <set>
 #include <sstream>
@@ -17,8 +17,6 @@
 #include <thread>
 
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -100,21 +98,15 @@ struct Counter : kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
     int messages = 0;
 };
 
-void sendTwoMessages(const std::string& path, bool& stop, const Memory& memory) {
+void sendTwoMessages(const support::SocketFile& file, bool& stop, const Memory& memory) {
     // Not to the constructor's socket, which becomes unreachable when the loop binds its own.
     EXPECT_TRUE(support::eventually(
         [&] { return memory.printed().find("Waiting for a connection") != std::string::npos; }));
-    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(0, connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    const int client = file.connect();
+    EXPECT_NE(-1, client);
     stop = true;
-    for (int i = 0; i < 2; ++i) {
-        const std::uint32_t length = static_cast<std::uint32_t>(kLong.size());
-        (void)!send(client, &length, sizeof length, MSG_NOSIGNAL);
-        (void)!send(client, kLong.data(), kLong.size(), MSG_NOSIGNAL);
-    }
+    for (int i = 0; i < 2; ++i)
+        (void)support::sendMessage(client, kLong);
     close(client);
 }
 
@@ -122,28 +114,26 @@ void sendTwoMessages(const std::string& path, bool& stop, const Memory& memory) 
 
 TEST(OutOfMemory, Sockets) {
     using kvr::api::com::NQ_Sockets;
-    const std::string name = "tavo-memory-" + std::to_string(getpid());
+    const support::SocketFile file("tavo-memory-" + std::to_string(getpid()));
     // The listening sockets of constructor and loop, and the client's socket, are never closed.
     exhaust("NQ_Sockets()", " (1 descriptors kept)",
             {"Some error on kvr::api::com::NQ_Sockets::NQ_Sockets|"}, [&](Memory& memory) {
                 memory.fail();
-                const NQ_Sockets server(name.c_str());
+                const NQ_Sockets server(file.name());
                 memory.recover();
                 return memory.printed();
             });
     exhaust("NQ_Sockets::loop", "2 (3 descriptors kept)",
             {"0 (3 descriptors kept)", "1 (3 descriptors kept)"}, [&](Memory& memory) {
-                NQ_Sockets server(name.c_str());
+                NQ_Sockets server(file.name());
                 Counter counter;
                 server.attach(&counter);
                 bool stop = false;
-                std::thread client(
-                    [&] { sendTwoMessages("/tmp/socketDDS/" + name, stop, memory); });
+                std::thread client([&] { sendTwoMessages(file, stop, memory); });
                 memory.fail();
                 server.loop(stop);
                 memory.recover();
                 client.join();
                 return std::to_string(counter.messages);
             });
-    (void)unlink(("/tmp/socketDDS/" + name).c_str());
 }

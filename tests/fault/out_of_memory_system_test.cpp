@@ -166,6 +166,7 @@ TEST(OutOfMemory, System) {
         memory.recover();
         return std::to_string(status);
     });
+    (void)unlink(kvr::api::log::NQ_Logger::kLogFileName);
     exhaust("NQ_Gpio", "-10", {}, [](Memory& memory) {
         memory.fail();
         const int temperature = kvr::api::sys::NQ_Gpio::getTemperature();

@@ -3,21 +3,19 @@
 #include "Broker.h"
 #include "PrivateMounts.h"
 #include "RunProgram.h"
+#include "SocketFile.h"
 #include "TempDir.h"
 #include "Waiting.h"
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -39,25 +37,6 @@ bool holds(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-/// A client of the server "recipe" that connects and sends nothing.
-class SilentClient {
-public:
-    SilentClient() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
-    ~SilentClient() { close(socket_); }
-    SilentClient(const SilentClient&) = delete;
-    SilentClient& operator=(const SilentClient&) = delete;
-
-    bool connects() const {
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        std::strcpy(address.sun_path, "/tmp/socketDDS/recipe");
-        return connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    }
-
-private:
-    int socket_;
-};
-
 /// The recipe that ends the loop of a socket server; the test holds a pipe to its standard input.
 class EndOfALoop : public testing::Test {
 protected:
@@ -76,6 +55,8 @@ protected:
         input_ << std::endl;
         return running_->wait().status;
     }
+
+    const support::SocketFile file_{"recipe"};
 
 private:
     TempDir directory_;
@@ -111,10 +92,11 @@ TEST_F(EndOfALoop, EndsWhileNoClientIsThere) {
 
 TEST_F(EndOfALoop, EndsWhileASilentClientIsConnected) {
     ASSERT_TRUE(prints("Waiting for a connection..."));
-    const SilentClient client;
-    ASSERT_TRUE(client.connects());
+    const int client = file_.connect();
+    ASSERT_NE(-1, client);
     ASSERT_TRUE(prints("Connected."));
     EXPECT_EQ(0, statusAfterALine());
+    close(client);
 }
 
 TEST(RecipeSurviveAbsence, NoReadingIsLostWhenTheBrokerIsAbsentInBetween) {

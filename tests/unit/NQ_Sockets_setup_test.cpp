@@ -205,7 +205,7 @@ TEST(NQ_Sockets, APathMayFillTheAddress) {
         NQ_Sockets server(name.c_str());
         EXPECT_TRUE(support::exists(path));
         EXPECT_EQ(0, Client(path).error());
-        unlink(path.c_str());
+        support::removeSocketFile(path);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "CapturedOutput.h"
 #include "ScriptedCalls.h"
+#include "SocketFile.h"
 
 #include <kvr/api/com/NQ_Sockets.h>
 
@@ -95,7 +96,7 @@ public:
         name = "tavo-test-" + std::to_string(getpid()) + "-" + std::to_string(++number);
         path = kDirectory + name;
     }
-    ~SocketName() { unlink(path.c_str()); }
+    ~SocketName() { support::removeSocketFile(path); }
     SocketName(const SocketName&) = delete;
     SocketName& operator=(const SocketName&) = delete;
     std::string name;
