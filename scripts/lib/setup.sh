@@ -80,6 +80,37 @@ install_missing() {
     rm -f "$log"
 }
 
+# with_own_tmp PRIVATE_MOUNTS COMMAND...: runs COMMAND with an empty /tmp of its own, which is removed
+# afterwards. The library has fixed paths there, and the user may have files of these names.
+# PRIVATE_MOUNTS is the sandbox's helper of that name.
+with_own_tmp() (
+    namespaces=("$1")
+    shift
+    [ "$(id -u)" -eq 0 ] && "${namespaces[@]}" true 2>/dev/null ||
+        namespaces=(unshare --user --map-root-user --mount --)
+    "${namespaces[@]}" true 2>/dev/null ||
+        die "this user may not make mount namespaces; run it as root"
+    mkdir -p "$repo/build"
+    own=$(mktemp -d "$repo/build/tmp-XXXXXX")
+    trap 'rm -rf "$own"' EXIT
+    chmod 1777 "$own"
+    # A repository below /tmp stays reachable through a mount of its own.
+    "${namespaces[@]}" bash -euc '
+        own=$1 repo=$2
+        shift 2
+        exec 9<"$repo"
+        mount --bind "$own" /tmp
+        case $repo in
+        /tmp/*)
+            mkdir -p "$repo"
+            mount --no-canonicalize --bind /proc/self/fd/9 "$repo"
+            ;;
+        esac
+        exec 9<&-
+        cd "$PWD"
+        exec "$@"' with_own_tmp "$own" "$repo" "$@"
+)
+
 # debian_mirror: prints the address of the mirror from which this machine installs packages of
 # "main".
 debian_mirror() {
