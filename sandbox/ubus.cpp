@@ -17,7 +17,7 @@ namespace {
 using uci::Status;
 
 const char kUsage[] = " [<options>] <command> [arguments...]\n"
-                      "This one belongs to the desktop sandbox and knows one command:\n"
+                      "The ubus of the desktop sandbox has one command:\n"
                       " - call <path> <method> [<message>]\tCall a method of the object uci:\n"
                       "\t\t\t\t\tget, add, set, delete, rename,\n"
                       "\t\t\t\t\tchanges, commit, revert, configs\n"

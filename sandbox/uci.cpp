@@ -28,7 +28,7 @@ using uci::Target;
 
 const char kUsage[] = " [<options>] <command> [<arguments>]\n"
                       "\n"
-                      "This one belongs to the desktop sandbox. Commands:\n"
+                      "Commands of the desktop sandbox's uci:\n"
                       "\tadd        <config> <section-type>\n"
                       "\tadd_list   <config>.<section>.<option>=<string>\n"
                       "\tchanges    [<config>]\n"

@@ -280,7 +280,7 @@ const char kUnavailable[] = "Resource temporarily unavailable";
 TEST(NoProcesses, ExecuteEndsTheProcess) {
     const support::ForkedChild child = withoutProcesses([] {
         NQ_Popen::execute("echo", {});
-        ADD_FAILURE() << "the process goes on";
+        ADD_FAILURE() << "the process continues";
     });
     EXPECT_EQ(256, child.status);
     EXPECT_EQ(std::string("fork: ") + kUnavailable + "\n", child.output);

@@ -87,10 +87,9 @@ void checkOutput(const AgentInSandbox& agent, const Tally& tally) {
         twice += seen[id] > 1;
     }
     check(lost == 0 && twice == 0 && unreadable == 0,
-          "every response stands on standard output, once: " +
-              std::to_string(tally.expected().size()) + " expected, " + std::to_string(lost) +
-              " lost, " + std::to_string(twice) + " twice, " + std::to_string(unreadable) +
-              " unreadable");
+          "every response is on standard output, once: " + std::to_string(tally.expected().size()) +
+              " expected, " + std::to_string(lost) + " lost, " + std::to_string(twice) +
+              " twice, " + std::to_string(unreadable) + " unreadable");
 }
 
 soak::Usage idleUsage(pid_t process) {
@@ -222,7 +221,7 @@ int main(int argc, char** argv) {
     const bool hasLog = stat(agent.file("/tmp/log.out").c_str(), &log) == 0;
     check(hasLog && log.st_size > 0 && log.st_size <= kLogLimit + 1024 &&
               support::exists(agent.file("/tmp/log.out.1")),
-          "the log has met its limit and stayed there: " + std::to_string(log.st_size) + " bytes");
+          "the log reached its limit and stayed there: " + std::to_string(log.st_size) + " bytes");
     const support::Ran ran = agent.end(SIGTERM);
     check(ran.status == 0, "the agent ends on SIGTERM with status " + std::to_string(ran.status));
     check(ran.err.find("Sanitizer") == std::string::npos &&

@@ -33,12 +33,12 @@ version=$(sed -n 's/^project(tavo VERSION \([0-9.]*\).*/\1/p' "$source/CMakeList
 recipe libtavo describe >"$work/said"
 grep -qx "version $version" "$work/said" || fail "its version is not $version"
 grep -q -e '-DTAVO_DDS=OFF' "$work/said" || fail "DDS is not left out by default"
-grep -q -e '-DTAVO_BUILD_AGENT=OFF' "$work/said" || fail "the agent is built for nobody"
+grep -q -e '-DTAVO_BUILD_AGENT=OFF' "$work/said" || fail "the agent is built although it is not selected"
 grep -qx 'missing ' "$work/said" || fail "$(grep ^missing "$work/said")"
 recipe libtavo CONFIG_LIBTAVO_DDS=y describe >"$work/said"
-grep -q -e '-DTAVO_DDS=CYCLONEDDS' "$work/said" || fail "its option does not switch DDS on"
+grep -q -e '-DTAVO_DDS=CYCLONEDDS' "$work/said" || fail "its option does not enable DDS"
 if recipe libtavo TAVO_SOURCE_DIR="$work" all >/dev/null 2>"$work/said"; then
-    fail "it builds from nothing"
+    fail "it builds without sources"
 fi
 grep -q 'does not hold libtavo' "$work/said" || fail "it does not report missing sources"
 recipe libpaho-mqtt-c describe >"$work/said"
@@ -55,7 +55,7 @@ files "$work/package" >"$work/files"
 printf '%s\n' "./libtavo/usr/lib/libtavo.so.${version%%.*}" "./libtavo/usr/lib/libtavo.so.$version" \
     ./tavo-agent/etc/config/tavo-agent ./tavo-agent/etc/init.d/tavo-agent \
     ./tavo-agent/usr/bin/tavo-rpc ./tavo-agent/usr/sbin/tavo-agent |
-    diff -u - "$work/files" >&2 || fail "the packages hold other files"
+    diff -u - "$work/files" >&2 || fail "the packages do not contain the expected files"
 files "$work/build/libtavo-$version/ipkg-install" >"$work/installed"
 grep -qx './usr/lib/pkgconfig/tavo.pc' "$work/installed" ||
     fail "tavo.pc is not where the buildroot looks for it"
@@ -89,7 +89,7 @@ started() {
 expect() { printf '%s\n' "$1" | diff -u - "$work/said" >&2 || fail "$2"; }
 
 started "$(cat "$work/package/tavo-agent/etc/config/tavo-agent")" >"$work/said"
-expect "triggers tavo-agent" "the settings as installed start something"
+expect "triggers tavo-agent" "the installed settings start an agent"
 started "config agent 'main'
 	option enabled '1'
 	option name 'gw 7'
@@ -114,7 +114,7 @@ instance other
 command [/usr/sbin/tavo-agent] [gateway]
 respawn [3600] [5] [0]
 stderr [1]
-triggers tavo-agent" "the service script starts other commands"
+triggers tavo-agent" "the service script does not start the expected commands"
 # The agent must know every option that the script may pass.
 agent=$work/package/tavo-agent/usr/sbin/tavo-agent
 LD_LIBRARY_PATH=$work/package/libtavo/usr/lib "$agent" --help >"$work/help"
