@@ -23,13 +23,13 @@ namespace api {
 /// Failure: a mount or unmount command that fails is not reported except by its own output.
 ///          Statuses are those of system(3): where SIGCHLD is ignored, nothing ever counts as
 ///          mounted.
-/// Threads: the node's events are handled on a thread of the object's own, and both callbacks run
-///          there. Those of the constructor's mount and of the destructor's unmount run on the
-///          thread that constructs or destroys. A callback must not destroy the object.
+/// Threads: the node's events are handled on the object's own thread, and both callbacks run there.
+///          The constructor's mount and the destructor's unmount call them on the thread that
+///          constructs or destroys the object. A callback must not destroy the object.
 ///
 /// Traps:
-/// - Names are put into shell command lines without quoting: never pass text from outside. `mount`
-///   and `umount` are found along PATH: whoever controls that variable chooses them.
+/// - The class puts names into shell command lines without quoting: never pass text from outside.
+///   `mount` and `umount` are found along PATH: a user who controls that variable chooses them.
 /// - An exception that leaves a callback ends the process, also during construction. It passes to
 ///   the caller only where the application itself calls onDeviceInserted() or onDeviceEjected().
 /// - An object that is destroyed right after its construction may hang, as the stop of its thread
@@ -40,13 +40,14 @@ namespace api {
 ///   mounted. Close the files and call onDeviceEjected(), or run `umount -l` yourself.
 class TAVO_API AutoMount {
 public:
-    /// Makes the directory `mountPoint` when it is missing, starts watching, and mounts the device
-    /// when it is present already.
+    /// Creates the directory `mountPoint` when it is missing, and starts watching. Mounts the
+    /// device when it is present already.
     ///
-    /// The directory is made with mode 0775 as reduced by the umask, without its parents. `device`
-    /// is a bare name such as sda1; one with /dev/ in front never matches. `onInserted` is called
-    /// after every successful mount, `onEjected` after every successful unmount; neither may be
-    /// empty. Throws std::runtime_error "Error creating directory 'DIRECTORY'".
+    /// The directory gets mode 0775, reduced by the umask. Its parents are not created. `device` is
+    /// a plain name such as sda1; a name that begins with /dev/ never matches. `onInserted` is
+    /// called after every successful mount, `onEjected` after every successful unmount; neither may
+    /// be empty. Throws std::runtime_error "Error creating directory 'DIRECTORY'" when the
+    /// directory cannot be created.
     AutoMount(const std::string& device, const std::string& mountPoint,
               std::function<void()> onInserted, std::function<void()> onEjected);
 

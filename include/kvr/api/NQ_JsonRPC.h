@@ -40,7 +40,7 @@ public:
 /// Threads:   the table must not change while another thread looks up or processes. Concurrent
 ///            Process() calls are as safe as the handlers are.
 ///
-/// The dispatcher does not use "id", "result" or "error": handlers and callers make the answers.
+/// The dispatcher does not use "id", "result" or "error": handlers and callers build the responses.
 class TAVO_API NQ_RPCHandler {
 public:
     // The order of the virtual operations is part of the binary interface.
@@ -63,8 +63,8 @@ public:
     /// Deliberate: "system.describe" is never removed.
     void DeleteMethod(const std::string& name);
 
-    /// The first handler whose name is exactly `name`; null when there is none. It stays the
-    /// dispatcher's.
+    /// The first handler whose name is exactly `name`; null when there is none. The dispatcher
+    /// keeps owning it.
     CallbackMethod* Lookup(const std::string& name) const;
 
     /// Calls the handler named by the request's "method" (as text: the number 7 finds a handler
@@ -79,7 +79,7 @@ public:
     /// The same for a C string, up to its terminator.
     bool Process(const char* text, data::NQ_JSON& response);
 
-    /// For a derived dispatcher to add its methods in. The library never calls it.
+    /// A derived dispatcher adds its methods here. The library never calls it.
     virtual void RegisterMethods() = 0;
 
 private:

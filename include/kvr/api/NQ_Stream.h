@@ -6,15 +6,15 @@
 #include <istream>
 #include <string>
 
-/// Reads lines from a supervising process, and honours a stop flag while nothing arrives.
+/// Reads lines from a supervising process. A stop flag ends the wait while nothing arrives.
 ///
 /// Buffers:  `stdin` and std::cin stay buffered. Lines that the program has read ahead are not
 ///           lost, and the lines of a burst are returned without a wait, also after
 ///           std::ios::sync_with_stdio(false).
-/// Trap:     a part of a line that arrives ends the wait too. The call then blocks until the rest
-///           of the line arrives, and does not read `stop`.
-/// Programs: those that this one starts share descriptor 0. They do not get what was read ahead,
-///           and they can take lines that were meant for this program: redirect their input.
+/// Trap:     an incomplete line ends the wait too. The call then blocks until the rest of the line
+///           arrives, and does not read `stop`.
+/// Programs: programs that this one starts share descriptor 0. They do not receive what was read
+/// ahead, and they can take lines that are meant for this program. Redirect their input.
 /// Threads:  one reader at a time. `stop` is a plain flag that another thread may set
 ///           (docs/threads.md).
 class TAVO_API NQ_Stream {
@@ -23,8 +23,8 @@ public:
     ///
     /// For std::cin the call waits in poll(2), at most a second at a time, and reads `stop` after
     /// each wait. It returns an empty text when the flag is set or poll(2) fails. A line that is
-    /// already buffered ends the wait immediately, after a look at the flag. At the end of standard
-    /// input the call loops at full speed until the flag is set.
+    /// already buffered ends the wait immediately, after the call has read the flag. At the end of
+    /// standard input the call loops at full speed until the flag is set.
     ///
     /// For other streams the call neither waits nor reads `stop`; at the end of such a stream it
     /// does not return. Deliberate exception: a failed stream counts as std::cin while std::cin has

@@ -11,7 +11,8 @@
 ///
 /// Empty lines are neither announced nor echoed. While loop() runs, only observers may read
 /// standard input, for instance further lines of a command. NQ_Stream describes the buffers, and
-/// what programs that this one starts see of standard input.
+/// what child processes receive of standard input.
+///
 /// Threads: loop() runs on the caller's thread and calls the observers there, one line at a time.
 class TAVO_API StdInReader : public kvr::api::iot::Subject<StdInReader> {
 public:
@@ -19,9 +20,10 @@ public:
     StdInReader();
     ~StdInReader() override;
 
-    /// Reads lines until `stop` is true. While nothing arrives, returns within about a second after
-    /// the flag is set, and writes an empty line to standard output then; otherwise after the next
-    /// line. At the end of standard input it loops at full speed until the flag is set.
+    /// Reads lines until `stop` is true. While nothing arrives, the call returns within about a
+    /// second after the flag is set, and then writes an empty line to standard output. While lines
+    /// arrive, it returns after the next one. At the end of standard input, the call loops at full
+    /// speed until the flag is set.
     void loop(bool& stop);
 
     /// The same as lastLine.

@@ -21,7 +21,7 @@ namespace com {
 ///             Nothing throws. connect() also reports to the system log.
 /// Keep-alive: the client sends nothing between calls. The broker disconnects a client that is
 ///             silent for 1.5 times `keepAliveInterval`, and publishes its will. So send more
-///             often, choose a longer interval, or choose 0, which switches the check off.
+///             often, choose a longer interval, or set it to 0, which disables the check.
 /// TLS:        the host name in the broker's certificate is not checked: any certificate that the
 ///             same authority signed is accepted. Use an authority that signs the broker's only.
 /// Texts:      bytes, up to their first NUL byte; topics must be UTF-8.
@@ -91,33 +91,34 @@ public:
     /// Stops that output.
     void disableDebug();
 
-    /// Makes Paho's client and fills its options. Always true. May be called again, with setters in
-    /// between. The earlier client is then leaked: it stays connected under the same identifier
-    /// until the broker drops it, and its will is published.
+    /// Creates Paho's client and fills its options. Always returns true. May be called again, with
+    /// setters in between. The call then leaks the earlier client: it stays connected under the
+    /// same identifier until the broker drops it, and its will is published.
     bool initialise();
 
     /// Connects, and tries again until it succeeds (true) or `keepTrying` is false (false).
     ///
     /// The flag is read after each failed attempt and the pause of one second that follows it. An
-    /// attempt takes up to the connect timeout. While the host is empty there are pauses only. The
+    /// attempt takes up to the connect timeout. While the host is empty, the call only pauses. The
     /// system log receives the first failure and every 30th after it (LOG_ERR), and the success
     /// (LOG_INFO). After a success the call publishes the connected message without waiting for it.
     /// Call it again after a connection was lost: nothing else restores one.
     bool connect(bool& keepTrying);
 
-    /// Publishes `payload` and waits for the broker's answer; true when nothing is left to wait
-    /// for.
+    /// Publishes `payload` and waits for the broker's answer; returns true when nothing is left to
+    /// wait for.
     ///
     /// Time:   at QoS 1 and 2 at least about 0.1 s. The wait itself lasts at most the connect
-    ///         timeout. Before it, with `reliable` set, Paho waits for an earlier message that was
-    ///         never acknowledged: 72 s were seen.
+    ///         timeout. Before it, with `reliable` set, Paho may wait for an earlier message that
+    ///         was never acknowledged: 72 s were measured.
     /// False:  does not mean "not delivered". The broker may have the message while its answer is
     ///         late or lost, so a repetition can be a duplicate.
     /// True:   Deliberate: Paho's result of publishing is not examined. A message that it refuses,
     ///         such as one with a topic that is not UTF-8, counts as completed while connected.
     bool send(std::string topic, std::string payload, int qos, int retained);
 
-    /// Subscribes; true when the broker agreed. The class offers no way to receive messages.
+    /// Subscribes; returns true when the broker accepted the subscription. The class offers no way
+    /// to receive messages.
     bool subscribe(std::string topic, int qos);
 
     /// Paho's code of the last attempt to connect, wait for a completion, or subscribe; 0 at first.

@@ -23,41 +23,43 @@ namespace com {
 ///          then abandons the connection, and with it the client's messages.
 ///
 /// Traps:
-/// - Each part is taken by one recv() call. A payload that arrives in pieces is delivered after the
-///   first piece, filled up with zero bytes. Its rest is taken for the next length. Send a message
-///   with one call, at most 32 KiB.
-/// - The buffer for a payload is allocated before the payload arrives. A length that is really text
-///   announces up to 4 GiB (3.8 GB were seen), so trust the clients or limit the process's memory.
-/// - One client is served at a time, without a time limit. A client that stays connected and silent
-///   makes all others wait.
-/// - Neither the descriptors of clients nor the listening socket are ever closed (Deliberate).
-///   About a thousand connections exhaust a default limit. accept() then fails repeatedly, and
-///   loop() prints that at full speed.
-/// - The directory /tmp/socketDDS is trusted. A user who makes it first owns what is in it: make it
-///   as root when the system starts. The umask decides who may connect to the socket.
-/// - The socket file stays behind, and the next server of that name replaces it without a message.
+/// - The server takes each part with one recv() call. It delivers a payload that arrives in pieces
+///   after the first piece, filled up with zero bytes. It reads the rest as the next length. Send a
+///   message with one call, at most 32 KiB.
+/// - The buffer for a payload is allocated before the payload arrives. Text that is read as a
+///   length announces up to 4 GiB (3.8 GB were measured). Trust the clients, or limit the process's
+///   memory.
+/// - The server serves one client at a time, without a time limit. A client that stays connected
+///   and silent makes all others wait.
+/// - Deliberate: the server never closes the descriptors of clients or the listening socket. About
+///   a thousand connections exhaust a default limit. accept() then fails repeatedly, and loop()
+///   prints that at full speed.
+/// - The directory /tmp/socketDDS is trusted. A user who creates it first controls the sockets in
+///   it: create it as root when the system starts. The umask decides who may connect to the socket.
+/// - The socket file outlives the server. The next server of that name replaces it without a
+///   message.
 class TAVO_API NQ_Sockets : public iot::Subject<NQ_Sockets> {
 public:
-    /// Makes the directory /tmp/socketDDS when missing and listens on the socket file `name` in it,
-    /// replacing one that is there. May end the process (see above). An exception, such as that for
-    /// a null `name`, is printed and swallowed. The whole path must stay within the 108 bytes of a
-    /// socket address; a longer one fails in bind().
+    /// Creates the directory /tmp/socketDDS when it is missing. Listens on the socket file `name`
+    /// in it, which replaces an existing one. May end the process (see above). An exception, such
+    /// as that for a null `name`, is printed and swallowed. The whole path must stay within the 108
+    /// bytes of a socket address; a longer one fails in bind().
     explicit NQ_Sockets(const char* name);
 
-    /// Leaves the descriptors open and the socket file where it is.
+    /// Leaves the descriptors open and the socket file in place.
     ~NQ_Sockets() override;
 
     NQ_Sockets(const NQ_Sockets&) = delete;
     NQ_Sockets& operator=(const NQ_Sockets&) = delete;
 
-    /// Makes a new listening socket on the path. May end the process (see above).
+    /// Creates a new listening socket on the path. May end the process (see above).
     void initSocketSrv();
 
-    /// Makes a new listening socket, then serves connections until `stop` is true. The flag is read
-    /// before the first connection and after each one. It interrupts neither the wait for a client
-    /// nor a connection in progress: to end the loop, set it and connect once. An exception of an
-    /// observer that is derived from std::exception is printed, and the connection abandoned;
-    /// any other passes through.
+    /// Creates a new listening socket, then serves connections until `stop` is true. The flag is
+    /// read before the first connection and after each one. It interrupts neither the wait for a
+    /// client nor a connection in progress: to end the loop, set the flag and connect once. An
+    /// exception of an observer that is derived from std::exception is printed, and the connection
+    /// abandoned; any other passes through.
     void loop(bool& stop);
 
     /// The most recent message; changes with the next one. For observers, in update().

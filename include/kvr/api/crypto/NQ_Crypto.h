@@ -11,7 +11,7 @@ namespace api {
 namespace crypto {
 
 /// AES-256 in CBC mode with PKCS#7 padding, with a key and an initialisation vector derived from
-/// texts that both ends know.
+/// texts that both sides know.
 ///
 /// Order:   init(), any number of encrypt() and decrypt(), zeroize().
 /// Failure: every failure of OpenSSL prints its error queue on standard error and ABORTS THE
@@ -23,15 +23,15 @@ namespace crypto {
 class TAVO_API NQ_Crypto {
 public:
     /// Derives key and vector from the texts of `parts`, joined in order without separators. The
-    /// key is the first 32 hexadecimal digits of their SHA-1 digest; the vector is the first 16 of
-    /// the digest of the joined text reversed. Always 0. Trap: a digest ends at the first NUL byte.
-    /// One in the joined text hides what follows it from the key, and what precedes it from the
-    /// vector.
+    /// key is the first 32 hexadecimal digits of the joined text's SHA-1 digest. The vector is the
+    /// first 16 digits of the reversed text's digest. Always returns 0. Trap: a digest covers its
+    /// text only up to the first NUL byte. So with a NUL byte in the joined text, the key ignores
+    /// what follows it and the vector ignores what precedes it.
     int init(std::vector<std::string>& parts);
 
     /// Writes the first `n` (0 to 40, others are clamped) lowercase hexadecimal digits of the
-    /// digest of `text` to `out`, without a terminator. Always 0. Deliberate: the digest is SHA-1,
-    /// despite the name; keys in the field depend on it.
+    /// digest of `text` to `out`, without a terminator. Always returns 0. Deliberate: the digest is
+    /// SHA-1, despite the name; keys in the field depend on it.
     int computeSHA256(const char* text, unsigned char* out, int n);
 
     /// Clears key and vector. encrypt() and decrypt() then use zero bytes.
@@ -62,7 +62,7 @@ private:
     unsigned char iv[128] = {};  // of which the cipher reads 16
 };
 
-/// Base64 (RFC 4648, with padding) on one line: line breaks are neither written nor accepted.
+/// Base64 (RFC 4648, with padding) on one line: line breaks are not written and not accepted.
 /// Failure: throws std::bad_alloc when memory is exhausted; nothing else is reported. The part of
 ///          an invalid text that cannot be decoded reads as zero bytes. To check a text, encode the
 ///          result again and compare.
@@ -76,13 +76,13 @@ public:
     static std::string base64_decode(const std::string& text);
 
     /// Writes the base64 text of `length` bytes and a terminator to `b64text`, which must have room
-    /// for 4 * ceil(length / 3) + 1 bytes. Always 0.
+    /// for 4 * ceil(length / 3) + 1 bytes. Always returns 0.
     static int Base64Encode(const char* buffer, unsigned int length, char* b64text);
 
     /// Decodes a zero-terminated text into `buffer` and stores the result of BIO_read(), the count
-    /// of bytes, in `*length`; a negative result for an invalid text wraps. Always 0. `buffer`
-    /// needs calcDecodeLength() bytes for a well-formed text, and as many as the text is long where
-    /// it may have surplus padding.
+    /// of bytes, in `*length`. For an invalid text that result can be negative, and then wraps.
+    /// Always returns 0. `buffer` needs calcDecodeLength() bytes for a well-formed text. Where the
+    /// text may have surplus padding, it needs as many bytes as the text has.
     static int Base64Decode(const char* b64message, char* buffer, unsigned int* length);
 
     /// Size of the decoded bytes, computed from the text's length and its padding only.

@@ -30,10 +30,10 @@ namespace data {
 ///            are used by one thread at a time.
 ///
 /// The default constructor and the builders throw std::bad_alloc when json-c has no memory. While
-/// parsing and printing, json-c may lose a member then, and reports nothing.
+/// parsing and printing, json-c may then lose a member without reporting it.
 ///
-/// The builders make texts and arrays. Numbers, booleans and nulls are made by json-c's own
-/// functions, and nested objects by a second handle:
+/// The builders create texts and arrays. Create numbers, booleans and nulls with json-c's own
+/// functions, and nested objects with a second handle:
 /// @code
 ///     NQ_JSON limits;
 ///     limits.addObjtoObj(limits.getObj(), "max", json_object_new_int(40));
@@ -52,7 +52,7 @@ public:
     ///
     /// When that fails, "Unable to parse json" is printed on standard output and the handle holds
     /// no value. The call does not see the end of the text. What json-c completes only there fails
-    /// too: a bare number, `true`, `false`, `null`, an empty text. Text behind a complete value is
+    /// too: a bare number, `true`, `false`, `null`, an empty text. Text after a complete value is
     /// ignored.
     NQ_JSON(const std::string& text);
 
@@ -73,8 +73,8 @@ public:
     static NQ_JSON fromFile(const std::string& path);
 
     /// Text of a member as json_object_get_string() returns it: the characters of a string, the
-    /// spaced JSON text of anything else. "" when the key is missing or this is no object. Raises
-    /// std::logic_error for a JSON null.
+    /// spaced JSON text of anything else. "" when the key is missing or this is not an object.
+    /// Raises std::logic_error for a JSON null.
     std::string get_json_string(const std::string& key) const;
 
     /// A member as plain JSON text without blanks (a string keeps its quotes, a null reads "null");
@@ -91,13 +91,13 @@ public:
     /// A handle that shares a member; it holds no value when the key is missing.
     NQ_JSON get_json_object(const std::string& key) const;
 
-    /// True also for a member whose value is null.
+    /// Whether the object has the member; also true when its value is null.
     bool keyExists(const std::string& key) const;
 
     /// True when this handle holds an array.
     bool json_object_is_array();
 
-    /// Number of elements of this array; 0 when this is no array.
+    /// Number of elements of this array; 0 when this is not an array.
     int json_object_array_len() const;
 
     /// The same as json_object_array_len().
@@ -135,12 +135,12 @@ public:
     /// Appends a new string to an array. Deliberate: an array, despite the name.
     void addStringtoObj(json_object* array, const char* s);
 
-    /// Appends `value` to `array`, which takes over the caller's reference (it is dropped when
-    /// `array` is no array).
+    /// Appends `value` to `array`, which takes over the caller's reference (which is released when
+    /// `array` is not an array).
     void addObjtoArray(json_object* array, json_object* value);
 
     /// Stores `value` under `key`, replacing an existing member. `object` takes over the caller's
-    /// reference to `value` (it is dropped when `object` is no object).
+    /// reference to `value` (which is released when `object` is not a JSON object).
     void addObjtoObj(json_object* object, const char* key, json_object* value);
 
     /// Stores a new string under `key`, replacing an existing member.
@@ -160,8 +160,8 @@ public:
 
     /// Replaces the content of `out` by the keys of those members of `object` (not of this handle)
     /// whose text is empty, in order. Deliberate: prints every other member on standard output as
-    /// one line key=text. Nothing but the clearing happens when `object` is no object. Raises
-    /// std::logic_error for a null member.
+    /// one line key=text. When `object` is not a JSON object, `out` is cleared and nothing else
+    /// happens. Raises std::logic_error for a null member.
     void emptyFields(std::vector<std::string>& out, json_object* object) const;
 
 private:

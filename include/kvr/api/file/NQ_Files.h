@@ -11,10 +11,10 @@
 
 /// Starts a program, found along PATH, with a pipe to or from it. No shell is involved.
 ///
-/// `command` names the program and is also its argument 0; `args` follow unchanged. With `type` "r"
-/// the returned stream reads the program's standard output and standard error, merged; any other
-/// `type` gives a stream that writes to its standard input. `pid` receives the child's process id.
-/// Release both with pclose2().
+/// `command` names the program and is also its argument 0; `args` follow unchanged. With `type`
+/// "r", the returned stream reads the program's standard output and standard error, merged. With
+/// any other `type`, it writes to the program's standard input. `pid` receives the child's process
+/// id. Release both with pclose2().
 ///
 /// Ends the process: when fork() fails, after perror() "fork", with exit(1).
 ///
@@ -26,7 +26,7 @@
 ///     if (pid == 0)
 ///         _exit(127);
 /// @endcode
-/// A null stream with another `pid` means that no pipe, or no stream for it, could be made. The
+/// A null stream with another `pid` means that the pipe or its stream could not be created. The
 /// child must still be waited for with pclose2().
 ///
 /// Writing to a program that has ended raises SIGPIPE, which ends the process unless it is ignored.
@@ -36,7 +36,7 @@
 /// 0 to 2 open: where one is closed, an end of the pipe can take its number, and the child loses
 /// that output or its input.
 ///
-/// `command` is searched along PATH: whoever controls that variable chooses the program.
+/// A user who controls PATH chooses the program.
 TAVO_API FILE* popen2(const std::string& command, const std::vector<std::string>& args,
                       const std::string& type, int& pid);
 
@@ -57,7 +57,7 @@ namespace file {
 
 /// Runs programs and collects their output.
 ///
-/// Status:  two encodings, deliberately. executeInsecure() gives the exit code alone (0 to 255);
+/// Status:  two encodings, deliberately. executeInsecure() gives only the exit code (0 to 255).
 ///          execute() and executeNonblock() give the raw wait status of waitpid(2), in which exit
 ///          code 3 reads 768.
 /// Failure: a failing fork() ends the process with exit(1), except in executeInsecure(). A program
@@ -67,41 +67,43 @@ namespace file {
 /// Output:  all of it is kept in memory. A NUL byte drops the rest of its piece, which ends at the
 ///          newline or after 254 bytes (127 in executeInsecure()).
 /// Waiting: until every process that holds the pipe has closed it, also a daemon that the program
-///          left behind. There is no time limit; timeout(1) in front of the program adds one.
-/// Signals: programs inherit the caller's blocked signals. A handler that was installed without
-///          SA_RESTART ends the reading of execute() and executeNonblock() when it runs: the rest
-///          of the output is lost, and the program dies of SIGPIPE when it writes more.
-///          executeInsecure() loses the line that it has read in part, and reads on.
+///          has started. There is no time limit; timeout(1) in front of the program adds one.
+/// Signals: programs inherit the caller's blocked signals. When a handler installed without
+///          SA_RESTART runs, execute() and executeNonblock() stop reading. The rest of the output
+///          is lost, and SIGPIPE ends the program when it writes more. executeInsecure() loses the
+///          line that it has read in part, and continues.
 /// Cost:    fork() copies the caller's page tables, so a start costs more in a larger process.
 /// Threads: no state; any thread, concurrently.
 class TAVO_API NQ_Popen {
 public:
     /// Runs a command line by the shell, through popen(3), and returns its standard output.
-    /// `status` receives the exit code alone, 0 to 255. Throws std::runtime_error "popen() failed!"
-    /// when popen(3) fails, and leaves `status` alone. Nothing is quoted: never pass text from
-    /// outside. After a read error it reads on, without end while the error stays.
+    /// `status` receives only the exit code, 0 to 255. When popen(3) fails, throws
+    /// std::runtime_error "popen() failed!" and leaves `status` unchanged. Nothing is quoted: never
+    /// pass text from outside. After a read error the call tries again, without end while the error
+    /// lasts.
     static std::string executeInsecure(const std::string& command, int& status);
     /// The same without the status.
     static std::string executeInsecure(const std::string& command);
 
     /// Runs a program without a shell and returns its standard output and standard error, merged in
-    /// the order written. `status` receives the raw wait status, or -1 when waiting failed.
+    /// the order in which it wrote them. `status` receives the raw wait status, or -1 when waiting
+    /// failed.
     static std::string execute(const std::string& command, const std::vector<std::string>& args,
                                int& status);
     /// The same without the status.
     static std::string execute(const std::string& command, const std::vector<std::string>& args);
 
-    /// Runs a program without a shell on a detached thread of its own, and returns immediately.
+    /// Runs a program without a shell on a separate, detached thread, and returns immediately.
     ///
     /// The callbacks run on that thread, concurrently with the caller:
     /// - `onStart`, which may be empty: once, with the process id;
     /// - `onOutput`: for each line of the merged output, newline included; a line longer than 254
-    ///   bytes comes in pieces;
+    ///   bytes arrives in pieces;
     /// - `onExit`: once, with the raw wait status, or -1 when waiting failed.
     ///
     /// What the callbacks use must outlive `onExit`, as the thread cannot be joined. Trap: calling
     /// an empty `onOutput` or `onExit` ends the process, and so does any exception of a callback.
-    /// Throws std::system_error when no thread can be made.
+    /// Throws std::system_error when the thread cannot be created.
     static void executeNonblock(const std::string& command, const std::vector<std::string>& args,
                                 std::function<void(const std::string&)> onOutput,
                                 std::function<void(int)> onExit, std::function<void(int)> onStart);
@@ -117,7 +119,7 @@ public:
     /// Full paths (`path`, a slash, the name) of a directory's entries, in the directory's own
     /// order, without "." and "..".
     ///
-    /// Flat, sub-directories are listed like files. Recursive, they are replaced by their contents.
+    /// A flat list names sub-directories like files. A recursive list has their contents instead.
     /// Symbolic links are listed and never followed; so are directories on a file system that does
     /// not report types (DT_UNKNOWN). A directory that cannot be opened contributes nothing;
     /// perror() prints "opendir: Path does not exist or could not be read." and the reason.
@@ -157,7 +159,7 @@ public:
     explicit FileWriter(const std::string& path) : stream(path, std::ios::out) {}
     ~FileWriter();
 
-    /// Appends the bytes of `text` as they are.
+    /// Appends the bytes of `text` unchanged.
     FileWriter& operator<<(const std::string& text);
 
 private:

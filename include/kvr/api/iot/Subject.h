@@ -17,7 +17,7 @@ class TAVO_API Observer {
 public:
     // The order of the virtual operations is part of the binary interface.
 
-    /// Does not detach the observer: detach it before.
+    /// Does not detach the observer. Detach it before you destroy it.
     virtual ~Observer() {}
 
     /// Called by the subject on the thread that runs it, one announcement at a time. Read what is
@@ -37,7 +37,7 @@ public:
     /// Forgets the observers and deletes none.
     virtual ~Subject() {}
 
-    /// Adds `observer` behind the others. An observer that is attached twice is called twice.
+    /// Adds `observer` after the others. An observer that is attached twice is called twice.
     void attach(Observer<T>* observer) { observers.push_back(observer); }
 
     /// Removes every occurrence of `observer`.
@@ -46,8 +46,8 @@ public:
     }
 
 protected:
-    /// Calls update() of every observer in the order of attachment. An exception of one ends the
-    /// round.
+    /// Calls update() of every observer in the order of attachment. An exception of an observer
+    /// ends the round.
     void notify() {
         // By index: an observer may attach or detach others. One detached in a round makes its
         // successor miss that round.

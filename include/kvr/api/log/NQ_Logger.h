@@ -17,18 +17,18 @@ namespace log {
 ///
 /// Ownership: the one instance belongs to the library and is deleted when the process exits. Do not
 ///            delete it.
-/// Failure:   instance() throws while the file cannot be opened. Errors of later writes are neither
-///            detected nor reported: after one, such as a full disk, this process logs nothing
+/// Failure:   instance() throws while the file cannot be opened. Errors of later writes are not
+///            detected and not reported. After one, such as a full disk, this process logs nothing
 ///            more. A lock that fails throws std::system_error.
-/// Encoding:  bytes as given, without time or quoting. A message with newlines makes several lines.
+/// Encoding:  bytes as given, without time or quoting. A message with newlines gives several lines.
 /// Threads:   any thread may call instance(), log() and logSysLog() concurrently; one lock keeps
 ///            lines whole. Processes that share the file are not locked against each other: between
 ///            a message of 1 KiB or more and its newline another process can write.
 /// Size:      the file grows without end, and /tmp is often in memory. Truncating it in place is
 ///            safe, as every write appends. Renaming it is not: the process keeps writing to the
 ///            renamed file.
-/// Security:  the name is trusted. A user who makes the file or a link of that name first can read
-///            the log or direct it elsewhere: make the file as root when the system starts.
+/// Security:  the name is trusted. A user who creates the file or a link of that name first can
+///            read the log or redirect it: create the file as root when the system starts.
 class TAVO_API NQ_Logger {
 public:
     /// "/tmp/log.out".
@@ -55,17 +55,17 @@ public:
     /// Appends one line and flushes it.
     void log(const std::string& message, const std::string& level);
 
-    /// Appends one line per message, all of one level, with no line of another thread in between;
-    /// each is flushed.
+    /// Appends one line per message, all of one level, with no line of another thread in between.
+    /// Flushes each line.
     void log(const std::vector<std::string>& messages, const std::string& level);
 
     /// Appends one line without taking the lock. Only for a caller that knows that no other thread
     /// is logging.
     void logHelper(const std::string& message, const std::string& level);
 
-    /// Calls syslog(3) with `priority` (6 is LOG_INFO, 3 is LOG_ERR), and writes nothing to the
-    /// file. The process's own openlog() settings apply. Deliberate: `message` is the format
-    /// string, so a percent sign in it is interpreted. Never pass text from outside.
+    /// Calls syslog(3) with `priority` (6 is LOG_INFO, 3 is LOG_ERR). Writes nothing to the file.
+    /// The process's own openlog() settings apply. Deliberate: `message` is the format string, so a
+    /// percent sign in it is interpreted. Never pass text from outside.
     void logSysLog(char priority, const char* message);
 
 private:

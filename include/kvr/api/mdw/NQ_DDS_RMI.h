@@ -23,12 +23,12 @@ namespace mdw {
 ///            own documentation.
 ///
 /// The class is part of the library unless that was built with TAVO_DDS=OFF. The same setting
-/// decides where `<dds_service_sdk.h>` comes from; the CMake target and the pkg-config module name
-/// its directory.
+/// selects the provider of `<dds_service_sdk.h>`. The CMake target and the pkg-config module name
+/// that header's directory.
 class TAVO_API NQ_DDS_RMI_RUNTIME {
 public:
-    /// Fetches the default runtime and starts it unless it runs already, whoever started it and in
-    /// whichever role. `isClient` chooses the options:
+    /// Fetches the default runtime and starts it. Does not start a runtime that runs already,
+    /// whoever started it and in whichever role. `isClient` chooses the options:
     ///   true:  --RMIServiceDiscoveryTimeout=20 (seconds) and --RMIClientThreadingModel=MT
     ///   false: --RMIClientThreadingModel=MT
     ///
@@ -42,9 +42,9 @@ public:
     /// Deliberate: the blank at the end of two of them, and "=== Runtime started" before a failure.
     int startRUNTIME(bool isClient);
 
-    /// Stops the runtime, for all its users in the process, and returns the result of its own stop
-    /// operation. The object keeps its share of the runtime and may start it again. Trap: must not
-    /// be called before startRUNTIME() has fetched a runtime; the pointer is not checked.
+    /// Stops the runtime for all its users in the process, and returns the result of the runtime's
+    /// stop operation. The object keeps its share of the runtime and may start it again. Trap: do
+    /// not call it before startRUNTIME() has fetched a runtime. The pointer is not checked.
     bool stopRUNTIME();
 
 private:

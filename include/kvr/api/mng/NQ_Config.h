@@ -16,15 +16,15 @@ namespace mng {
 ///          notifyAppRestart().
 /// Output:  init() prints the identifiers, the content and the directory on standard output.
 ///          Scripts are logged in the system log (see NQ_System::runScript()).
-/// Failure: checkConfig() returns false. No other failure is reported: not a file or directory that
-///          cannot be written, not a full disk, not a script that fails. Read the file back where
-///          it matters. stopAgent() and notifyAppRestart() throw what NQ_System::runScript()
-///          throws: while the logger's file cannot be opened, the script is not run.
+/// Failure: checkConfig() returns false. The class reports no other failure, such as a file that
+///          cannot be written, a full disk, or a script that fails. Read the file back where it
+///          matters. stopAgent() and notifyAppRestart() throw what NQ_System::runScript() throws:
+///          while the logger's file cannot be opened, the script is not run.
 /// Threads: one at a time; commands run synchronously.
 ///
 /// Trap:    nothing is checked or quoted for the shell, deliberately. Identifiers and names with
 ///          blanks, shell characters or ".." change the commands and the paths. Check text from
-///          outside before it comes here.
+///          outside before you pass it.
 class TAVO_API NQ_Config {
 public:
     /// Every application has a directory named after its identifier under /opt/apps.
@@ -34,14 +34,14 @@ public:
     explicit NQ_Config(const std::string& rootDirectory)
         : isBase64(false), appsRoot(rootDirectory) {}
 
-    /// Works out the file's path, prints the identifiers, the content and the directory, and makes
+    /// Builds the file's path, and prints the identifiers, the content and the directory. Creates
     /// the directory by `mkdir -p`, which is found along PATH.
     ///
     /// The file is ROOT/appID/agents/agentID/subDir/fileName, for an empty `agentID`
     /// ROOT/appID/subDir/fileName, and for an empty `appID` just `fileName`, a full path. The
     /// directory is the part before the file's last "/" or "\". Deliberate: for a name without
-    /// either, a directory of that very name is made, and the file cannot be written. `content` is
-    /// base64 text when `isBase64` is set.
+    /// either, a directory of that very name is created, and the file cannot be written. `content`
+    /// is base64 text when `isBase64` is set.
     void init(std::string appID, std::string agentID, std::string subDir, std::string fileName,
               std::string content, bool isBase64);
 
@@ -50,11 +50,11 @@ public:
     bool checkConfig();
 
     /// Replaces the file's content by the content as given, or by the bytes that its base64 text
-    /// encodes. A reader can see the file half written. Always true.
+    /// encodes. A reader can see the file half written. Always returns true.
     bool applyConfig();
 
     /// Runs /opt/components/mng/AG_Config/bin/stopAgent.sh with the agent's identifier when init()
-    /// was given one, and waits for it. Always true.
+    /// was given one, and waits for it. Always returns true.
     bool stopAgent();
 
     /// Runs ROOT/appID/bin/run.sh restart when init() was given an application and no agent, and

@@ -28,20 +28,20 @@ namespace mng {
 /// Threads: one at a time; commands run synchronously.
 ///
 /// Traps:
-/// - The texts are put between single quotes into shell command lines, and nothing is escaped,
-///   deliberately. A single quote breaks the line, and text from outside can run any command. Check
-///   such text before it comes here.
+/// - Deliberate: the class puts the texts between single quotes into shell command lines, and
+///   escapes nothing. A single quote breaks the line, and text from outside can run any command.
+///   Check such text before you pass it.
 /// - True does not mean that anything changed: read the section back with getSystemCfg().
-/// - Without "section", or when it is no text, and with "type", all sections of the type change.
-///   Without "config" all packages are committed.
+/// - With "type", and without "section" or with one that is not a text, all sections of the type
+///   change. Without "config" all packages are committed.
 /// - The tools are found along PATH.
 ///
 /// docs/uci.md has the other traps of the real tools, with a remedy for each.
 class TAVO_API NQ_UBUS {
 public:
     /// Stores and parses `cfg`, and takes the four fields from it, in the order config, section,
-    /// type, values. When it is empty or does not parse, "Unable to parse json" is printed and the
-    /// fields keep their earlier values; getJsonCfg() returns the new text nevertheless.
+    /// type, values. When `cfg` is empty or does not parse, "Unable to parse json" is printed and
+    /// the fields keep their earlier values. getJsonCfg() returns the new text even then.
     void init(const std::string& cfg);
 
     /// The text last given to init().
@@ -78,17 +78,17 @@ public:
     std::string makeDeleteConfig();
 
     /// Prints and runs "ubus call uci " + `ubusArgs` and a commit of the package, through the
-    /// shell. Always true.
+    /// shell. Always returns true.
     bool applyConfig(const std::string& ubusArgs);
 
     /// Deletes the section when hasEmptyValues(). Otherwise creates it when getSystemCfg() is
     /// empty, and passes the text of init() unchanged to the set verb. Each command is followed by
-    /// a commit, which includes what others have left pending in the package. Always true.
+    /// a commit, which includes what others have left pending in the package. Always returns true.
     bool applyConfig();
 
     /// Prints and runs "/etc/init.d/SERVICE restart". The service is sysntpd for a section called
-    /// ntp, dnsmasq for the package dhcp, else the package's name. Always true, also when there is
-    /// no such script.
+    /// ntp, dnsmasq for the package dhcp, else the package's name. Always returns true, also when
+    /// there is no such script.
     bool restartService();
 
 private:

@@ -14,8 +14,8 @@ enum Gpio_State : int { GPIO_OFF = 0, GPIO_ON = 1 };
 /// The board's LEDs, its digital output and inputs, temperature and supply voltage, through
 /// ioctl(2) on /dev/gpio.
 ///
-/// The device is opened by the first call and stays open until the process ends; a failed open is
-/// tried again by the next call.
+/// The first call opens the device, which stays open until the process ends. When that fails, the
+/// next call tries again.
 /// Failure: nothing is printed. Without the device, or when the driver refuses, operations return
 ///          -1 with errno set. The three digital readers return 0 instead: a missing board reads as
 ///          a low level. Check that /dev/gpio can be opened where that matters.
@@ -27,7 +27,7 @@ public:
     static int setLedSim(Gpio_State state);
     /// Sets the LED of the uplink; the result of ioctl(2).
     static int setLedWan(Gpio_State state);
-    /// Sets the LED that is the applications' own; the result of ioctl(2).
+    /// Sets the LED that applications may use; returns the result of ioctl(2).
     static int setLedUsr(Gpio_State state);
     /// Sets the power LED; the result of ioctl(2).
     static int setLedPwr(Gpio_State state);

@@ -9,11 +9,12 @@ namespace kvr {
 namespace api {
 namespace sys {
 
-/// Questions about this program and about the gateway it runs on.
+/// Reads properties of this program and of the gateway that it runs on, and controls other
+/// processes.
 ///
 /// Security: `pidof`, `fw_printenv` and a script's commands are found along PATH, and the lock
 ///           file's name in /tmp is trusted. A user who holds a lock on that file first makes
-///           appAlreadyRunning() return true: make the file as root when the system starts.
+///           appAlreadyRunning() return true: create the file as root when the system starts.
 /// Threads: any thread, concurrently.
 class TAVO_API NQ_System {
 public:
@@ -38,7 +39,7 @@ public:
 
     /// Single-instance rule: locks the file /tmp/NAME.pid (which holds no process id) for the rest
     /// of the process's life. Returns true only when another process holds the lock; false when
-    /// this one holds it, and on every other error. A file that was removed is made and locked
+    /// this one holds it, and on every other error. A file that was removed is created and locked
     /// again. Call it after daemon(3), not before: a forked child is another process, and finds the
     /// lock that it inherited held by its parent.
     static bool appAlreadyRunning();
