@@ -51,7 +51,8 @@ class Broker {
 public:
     Broker() : port_(unusedPort()) {
         std::ofstream(directory_.file("conf"))
-            << "listener " << port_ << " 127.0.0.1\nallow_anonymous true\nlog_dest none\n";
+            << "listener " << port_ << " 127.0.0.1\nallow_anonymous true\nlog_dest none\n"
+            << (geteuid() == 0 ? "user root\n" : ""); // a user namespace may have no other user
         child_ = std::make_unique<Child>([this] {
             const int nowhere = open("/dev/null", O_WRONLY);
             dup2(nowhere, STDERR_FILENO);

@@ -100,8 +100,7 @@ void untilExit(const Start& start) {
 /// Registers one kind of run for all its sides. `makeProgram` returns the program and everything
 /// that must live as long.
 template <class MakeProgram>
-void addRuns(const std::string& kind, std::size_t inUse, MakeProgram makeProgram) {
-    const Repeat repeat = {3, 10};
+void addRuns(const std::string& kind, std::size_t inUse, Repeat repeat, MakeProgram makeProgram) {
     const auto side = [&](const std::string& operation, const char* name, auto run) {
         add(
             operation + ", " + kind, name,
@@ -176,9 +175,9 @@ void addProcesses() {
         program->args = {path};
         return program;
     };
-    addRuns("small output", 0, small);
-    addRuns("100 KB in 20,000 lines", 0, lines);
-    addRuns("200 MiB in use", kInUse, small);
+    addRuns("small output", 0, {20, 10}, small);
+    addRuns("100 KB in 20,000 lines", 0, {3, 10}, lines);
+    addRuns("200 MiB in use", kInUse, {10, 4}, small);
 }
 
 } // namespace bench

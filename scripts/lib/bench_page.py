@@ -1,6 +1,7 @@
 """Writes the pictures in docs/performance/, and the figures of docs/performance.md."""
 
 import html
+import json
 import math
 import os
 import platform
@@ -11,7 +12,9 @@ import time
 
 PICTURES_IN = "docs/performance"
 PAGE = "docs/performance.md"
+REASONS = "bench/reasons.json"
 LIBRARY, FLOOR = "libtavo", "floor"
+LIMIT = 1.05  # times the floor; above it an operation needs a reason
 
 # Each picture: its file, its title, and the prefixes of the names of its operations.
 PICTURES = [
@@ -33,12 +36,14 @@ text { font: 12px system-ui, -apple-system, 'Segoe UI', 'DejaVu Sans', sans-seri
 .value { fill: #59636e; paint-order: stroke; stroke: #ffffff; stroke-width: 3; }
 .grid { stroke: #d1d9e0; stroke-width: 1; }
 .one { stroke: #59636e; stroke-width: 1.5; }
+.range { stroke: #1f2328; stroke-width: 1.5; }
 .back { fill: #ffffff; }
 .c0 { fill: #0969da; stroke: #0969da; } .c1 { fill: #818b98; stroke: #818b98; }
 .c2 { fill: #d1770f; stroke: #d1770f; } .c3 { fill: #2da44e; stroke: #2da44e; }
 .line { fill: none; stroke-width: 2.5; }
 @media (prefers-color-scheme: dark) {
 text { fill: #f0f6fc; } .soft { fill: #9198a1; } .grid { stroke: #3d444d; } .one { stroke: #9198a1; }
+.range { stroke: #f0f6fc; }
 .value { fill: #9198a1; stroke: #0d1117; }
 .back { fill: #0d1117; } .c0 { fill: #4493f8; stroke: #4493f8; } .c1 { fill: #9198a1; stroke: #9198a1; }
 }
@@ -61,56 +66,60 @@ def shown(ratio):
     return f"{ratio:.2f}" if ratio < 10 else f"{ratio:.0f}"
 
 
-def sides_of(figures):
-    """The floor, the library, then the peers by name."""
-    return [LIBRARY, FLOOR, *sorted(set(figures) - {LIBRARY, FLOOR})]
+def sides_of(ratios):
+    """The library, the floor, then the peers by name."""
+    return [LIBRARY, FLOOR, *sorted(set(ratios) - {LIBRARY})]
+
+
+def quartiles_of(figure):
+    """Of a time, the quartiles over all rounds; of instructions, the same number three times."""
+    return figure if isinstance(figure, list) else [figure] * 3
 
 
 def panel(parts, left, top, title, rows, domain):
-    """One set of bars; `rows` are (y, operation's figures by side)."""
-    low, high = math.log10(domain[0]), math.log10(domain[1])
-    at = lambda ratio: left + (math.log10(ratio) - low) / (high - low) * PANEL_WIDTH
+    """One set of bars; `rows` are (y, operation's ratios by side)."""
+    first, last = math.log10(domain[0]), math.log10(domain[1])
+    at = lambda ratio: left + (math.log10(ratio) - first) / (last - first) * PANEL_WIDTH
     bottom = rows[-1][0] + (BAR + GAP) * len(sides_of(rows[-1][1])) if rows else top
     parts.append(text(left, top - 22, title, "soft"))
-    for power in range(round(low), round(high) + 1):
+    for power in range(round(first), round(last) + 1):
         x = at(10.0 ** power)
         parts.append(f'<line class="{"one" if power == 0 else "grid"}" x1="{x:.1f}" x2="{x:.1f}" y1="{top}" y2="{bottom}"/>')
         parts.append(text(x, top - 6, f"{10.0 ** power:g}", "soft", "middle"))
-    for y, figures in rows:
-        for index, side in enumerate(sides_of(figures)):
-            ratio = figures[side] / figures[FLOOR]
+    for y, ratios in rows:
+        for index, side in enumerate(sides_of(ratios)):
+            low, ratio, high = quartiles_of(ratios.get(side, 1.0))
             line = y + index * (BAR + GAP)
             end = max(at(ratio), left + 1)
             parts.append(f'<rect class="c{min(index, 3)}" stroke="none" x="{left}" y="{line}" width="{end - left:.1f}" height="{BAR}" rx="2"/>')
-            parts.append(text(end + 4, line + BAR - 2, shown(ratio), "value"))
+            if at(high) - at(low) >= 2:
+                middle = line + BAR / 2
+                parts.append(f'<line class="range" x1="{at(low):.1f}" x2="{at(high):.1f}" y1="{middle}" y2="{middle}"/>')
+            parts.append(text(max(end, at(high)) + 4, line + BAR - 2, shown(ratio), "value"))
 
 
 def bars(title, timed, counted):
-    """A picture of all its operations.
-
-    It has a panel for the time, and one for the instructions where there are any.
-    """
-    ratios = [figures[side] / figures[FLOOR] for table in (timed, counted) for figures in table.values() for side in figures]
-    domain = (10.0 ** min(-1, math.floor(math.log10(min(ratios)))), 10.0 ** max(1, math.ceil(math.log10(max(ratios)))))
+    """A picture of all its operations, with a panel for the time and one for the instructions."""
+    drawn = [ratio for table in (timed, counted) for ratios in table.values()
+             for figure in ratios.values() for ratio in quartiles_of(figure)]
+    domain = (10.0 ** min(-1, math.floor(math.log10(min(drawn)))), 10.0 ** max(1, math.ceil(math.log10(max(drawn)))))
     parts, rows = [], {}
     top = 78
     y = top + 8
-    for operation, figures in timed.items():
+    for operation, ratios in timed.items():
         rows[operation] = y
         parts.append(text(16, y + BAR - 2, operation, "operation"))
-        y += (BAR + GAP) * len(sides_of(figures)) + 14
-    panels = [("time, times the floor (log scale)", timed)]
-    if counted:
-        panels.append(("instructions, times the floor (log scale)", counted))
+        y += (BAR + GAP) * len(sides_of(ratios)) + 14
+    panels = [("time, times the floor (log scale; line: half of the rounds)", timed),
+              ("instructions, times the floor (log scale)", counted)]
     left = 16 + NAME_WIDTH
-    for operation, figures in timed.items():
-        for index, side in enumerate(sides_of(figures)):
+    for operation, ratios in timed.items():
+        for index, side in enumerate(sides_of(ratios)):
             line = rows[operation] + index * (BAR + GAP)
-            name = side if index else ""
             parts.append(text(left + 150, line + BAR - 2, side, "soft", "end"))
     left += 160
     for name, table in panels:
-        panel(parts, left, top, name, [(rows[operation], figures) for operation, figures in table.items()], domain)
+        panel(parts, left, top, name, [(rows[operation], ratios) for operation, ratios in table.items()], domain)
         left += PANEL_WIDTH + VALUE_WIDTH
     parts.insert(0, text(16, 28, title, "title"))
     return document(left, y + 4, f"{title}: library, floor and peers", parts)
@@ -147,18 +156,47 @@ def curve(figures):
     return document(width, height, "Time to start a program by memory in use", parts)
 
 
-def table(timed, counted, reasons):
-    lines = ["| operation | time | instructions | peers: time, instructions |", "|---|---:|---:|---|"]
-    for operation, figures in timed.items():
-        count = counted.get(operation)
-        peers = []
-        for side in sides_of(figures)[2:]:
-            part = f"{side} {shown(figures[side] / figures[FLOOR])}"
-            peers.append(part + (f", {shown(count[side] / count[FLOOR])}" if count else ""))
-        own = shown(count[LIBRARY] / count[FLOOR]) if count else "-"
-        note = f" ({reasons[operation]})" if operation in reasons else ""
-        lines.append(f"| {operation}{note} | {shown(figures[LIBRARY] / figures[FLOOR])} | {own} | {'; '.join(peers)} |")
+def table(timed, counted):
+    lines = ["| operation | time | half of the rounds | instructions | peers: time, instructions |",
+             "|---|---:|---:|---:|---|"]
+    for operation, ratios in timed.items():
+        count = counted[operation]
+        peers = [f"{side} {shown(ratios[side][1])}, {shown(count[side])}" for side in sides_of(ratios)[2:]]
+        low, middle, high = ratios[LIBRARY]
+        lines.append(f"| {operation} | {shown(middle)} | {shown(low)} to {shown(high)} | {shown(count[LIBRARY])} | {'; '.join(peers)} |")
     return "\n".join(lines)
+
+
+def reasons():
+    """Reasons by measure ("time" or "instructions") and operation."""
+    with open(REASONS) as file:
+        return json.load(file)
+
+
+def above(timed, counted):
+    """A list of the operations above the limit, each with its reason, and those without one."""
+    known, lines, unexplained = reasons(), [], []
+
+    def explain(operation, what, reason):
+        lines.append(f"- **{operation}**, {what}: {reason or 'the cause is not known'}.")
+        if not reason:
+            unexplained.append(f"{operation}, {what}")
+
+    for operation, ratios in timed.items():
+        low, middle, high = ratios[LIBRARY]
+        count = counted[operation][LIBRARY]
+        if round(middle, 2) > LIMIT:
+            reason = known["time"].get(operation)
+            if not reason and low <= LIMIT:
+                reason = (f"within the spread; in a quarter of the rounds it was {shown(low)} or less, "
+                          f"and the instructions are {shown(count)} times the floor's")
+            explain(operation, f"time {shown(middle)}", reason)
+        if round(count, 2) > LIMIT:
+            explain(operation, f"instructions {shown(count)}", known["instructions"].get(operation))
+    if not lines:
+        lines = [f"No operation took more than {LIMIT} times the time or the instructions of its floor."]
+    wrapped = [textwrap.fill(line, 100, subsequent_indent="  ", break_on_hyphens=False) for line in lines]
+    return "\n".join(wrapped), unexplained
 
 
 def curve_table(figures):
@@ -194,22 +232,23 @@ def replaced(page, marker, content):
     return pattern.sub(lambda found: found[1] + content + "\n" + found[2], page)
 
 
-def write(timed, counted, forks, reasons):
+def write(timed, counted, forks, machine):
+    """Returns the operations above the limit that have no reason."""
     os.makedirs(PICTURES_IN, exist_ok=True)
     for name, title, beginnings in PICTURES:
-        chosen = {operation: figures for operation, figures in timed.items() if operation.startswith(beginnings)}
-        if not chosen:
-            continue
-        counts = {operation: counted[operation] for operation in chosen if operation in counted}
+        chosen = {operation: ratios for operation, ratios in timed.items() if operation.startswith(beginnings)}
         with open(f"{PICTURES_IN}/{name}.svg", "w") as picture:
-            picture.write(bars(title, chosen, counts))
+            picture.write(bars(title, chosen, {operation: counted[operation] for operation in chosen}))
     with open(f"{PICTURES_IN}/fork.svg", "w") as picture:
         picture.write(curve(forks))
 
+    explained, unexplained = above(timed, counted)
     with open(PAGE) as file:
         page = file.read()
-    page = replaced(page, "machine", machine())
-    page = replaced(page, "figures", table(timed, counted, reasons))
+    page = replaced(page, "machine", machine)
+    page = replaced(page, "figures", table(timed, counted))
+    page = replaced(page, "above", explained)
     page = replaced(page, "forks", curve_table(forks))
     with open(PAGE, "w") as file:
         file.write(page)
+    return unexplained
