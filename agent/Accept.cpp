@@ -1,12 +1,11 @@
 // The program's own accept().
 //
 // The library's socket server calls accept() for each client. It never closes the descriptors, and
-// does not limit how long a client may stay silent. A server that runs for years would use up its
-// descriptors after about a thousand connections, and one silent client would keep all others out.
-// Neither can be changed through the server's interface. But a function that a program exports
-// takes precedence over the C library's, also for the shared libraries that the program loads. So
-// the program defines accept() itself. For the server's listener it does what the server leaves
-// out. For every other socket it behaves as the C library's function.
+// sets no time limit for a silent client. About a thousand connections would use up the
+// descriptors, and one silent client would block all others. The server's interface cannot change
+// that. But a function that a program exports takes precedence over the C library's, also for
+// shared libraries. So the program defines accept(). For the server's listener it adds what the
+// server leaves out. For every other socket it behaves like the C library's function.
 
 #include "Accept.h"
 
@@ -30,7 +29,7 @@ namespace {
 /// server would try again immediately, and print two lines each time.
 constexpr int kShortagePauseMs = 200;
 
-/// What the kernel needs to queue a message, besides its bytes.
+/// What the kernel needs to queue a message, in addition to the message's bytes.
 constexpr int kOverhead = 16 * 1024;
 
 Connections* active = nullptr;
@@ -52,7 +51,8 @@ void makeRoom(int socket, std::size_t bytes) {
         setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &needed, sizeof needed);
 }
 
-/// Returns a client that has disconnected already; -1 when there are no descriptors for it.
+/// Returns the descriptor of a client that has disconnected already, or -1 when no descriptors are
+/// left.
 int hungUpClient() {
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)

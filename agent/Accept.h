@@ -10,11 +10,10 @@
 
 namespace agent {
 
-/// The connections of the socket server, from the side of accept(): Accept.cpp defines that
-/// function for the whole program and asks this object when the server calls it. One exists at a
-/// time, on behalf of one server.
+/// Manages the connections of one socket server. Accept.cpp defines accept() for the whole program,
+/// and calls this object when the server calls accept(). Only one object may exist at a time.
 ///
-/// - A client's descriptor is closed when the server asks for the next client.
+/// - A client's descriptor is closed when the server accepts the next client.
 /// - A client that sends nothing for the idle limit is dropped: the server's recv() then fails.
 /// - endLoop() ends the server's loop, whatever it waits for.
 class Connections {
@@ -25,17 +24,17 @@ public:
     Connections(const Connections&) = delete;
     Connections& operator=(const Connections&) = delete;
 
-    /// The flag for NQ_Sockets::loop(). It is written only by the thread that runs the loop, in
-    /// accept(), so that it needs no lock.
+    /// The flag for NQ_Sockets::loop(). Only the thread that runs the loop writes it, in accept(),
+    /// so it needs no lock.
     bool& stopFlag() { return stop_; }
 
-    /// Waits until the loop asks for its first client: the server then listens.
+    /// Blocks until the loop calls accept() for the first time. The server listens then.
     void waitUntilListening() { listening_.get_future().wait(); }
 
     /// Sends a message to the client whose message is being handled: the length in four bytes, host
     /// byte order, then `text`. Never blocks. Returns false when the client does not take all of
-    /// it. Its connection ends then, since the next message would be read as the rest of this one.
-    /// Call it on the loop's thread.
+    /// it, and then ends the connection: the client would read the next message as the rest of this
+    /// one. Call it on the loop's thread.
     bool answer(const std::string& text);
 
     /// Ends the loop after the message in progress. From any thread.
@@ -54,7 +53,7 @@ private:
 
     std::string path_;
     std::chrono::seconds idleLimit_;
-    int wakeUp_; ///< an eventfd, readable once the loop is to end
+    int wakeUp_; ///< an eventfd, readable once the loop must end
     std::promise<void> listening_;
     bool first_ = true; ///< until next() is called
     bool stop_ = false;

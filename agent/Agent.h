@@ -11,8 +11,8 @@ class Connections;
 class Publisher;
 class RequestHandler;
 
-/// Receives the messages of the socket server. Has each handled, prints and publishes the response,
-/// and sends it back if the request asks for it.
+/// Receives the messages of the socket server. Has each message handled, and prints and publishes
+/// the response. Also sends the response back if the request asks for it.
 class Agent : public kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 public:
     /// `publisher` may be null. All must outlive the agent.

@@ -5,11 +5,11 @@
 
 namespace agent {
 
-/// Where the responses go: what was standard output when the process started.
+/// The stream for the responses: standard output as it was when the process started.
 ///
 /// The library and the commands that it runs report their progress on standard output. The agent
-/// keeps that stream for the responses alone, one line each, so that a supervisor can read them.
-/// Everything else is moved to standard error.
+/// keeps the original stream for the responses only, one line each, so that a supervisor can read
+/// them. Everything else is redirected to standard error.
 class ResponseOutput {
 public:
     /// Call first in main(). Also replaces standard input by /dev/null, so that started programs
@@ -17,7 +17,7 @@ public:
     /// file takes their numbers.
     ResponseOutput();
 
-    /// Writes `line` and a newline. False when nobody can read it any more.
+    /// Writes `line` and a newline. Returns false when no process can read it any more.
     bool write(const std::string& line) const;
 
 private:

@@ -6,7 +6,8 @@
 
 namespace agent {
 
-/// Why nothing may be appended to the file `path`; empty when it may, or when it is missing.
+/// Returns why the agent must not append to the file `path`. Returns an empty text when it may, or
+/// when the file is missing.
 std::string logFileProblem(const std::string& path);
 
 /// What cutLogFile() did.
@@ -16,7 +17,8 @@ struct LogCut {
 };
 
 /// When the file `path` is longer than `limit` bytes: copies its last whole lines, at most half of
-/// `limit`, to `copy`, and empties it. It stays the same file, for those who have it open.
+/// `limit`, to `copy`, and empties it. The file is emptied in place, so programs that have it open
+/// keep writing to it.
 LogCut cutLogFile(const std::string& path, const std::string& copy, std::size_t limit);
 
 } // namespace agent

@@ -15,9 +15,9 @@ namespace agent {
 struct Options {
     std::string name;                 ///< of the socket
     std::vector<std::string> allowed; ///< programs for process.run
-    std::optional<Broker> broker;     ///< where responses are published, too
+    std::optional<Broker> broker;     ///< where responses are also published
     std::string base;                 ///< what the topics begin with
-    bool takesRequests = false;       ///< from the broker, too
+    bool takesRequests = false;       ///< also from the broker
     /// Methods that requests from the broker may not name.
     std::set<std::string> refusedRemotely{"config.place", "process.run"};
     std::size_t logLimit = 1024 * 1024; ///< bytes

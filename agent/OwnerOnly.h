@@ -7,11 +7,11 @@ namespace agent {
 
 /// While it exists, only the owner can access the files that the process creates.
 ///
-/// Whoever can connect to the agent's socket can change the gateway's configuration. The umask
-/// decides who can: the library creates the socket in the server's constructor and again when its
-/// loop begins. So this object must exist during both. It must be destroyed afterwards, since the
-/// programs that the methods run inherit the umask. The configuration files and the files of
-/// restarted services would otherwise not be readable for others.
+/// A user who can connect to the agent's socket can change the gateway's configuration. The umask
+/// decides who can connect. The library creates the socket in the server's constructor, and again
+/// when its loop begins. So this object must exist during both. It must be destroyed afterwards,
+/// since the programs that the methods run inherit the umask. The configuration files and the files
+/// of restarted services would otherwise not be readable for others.
 class OwnerOnly {
 public:
     OwnerOnly() : before_(umask(077)) {}

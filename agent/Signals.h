@@ -9,18 +9,18 @@ namespace agent {
 
 /// Signals in this program:
 /// - SIGTERM and SIGINT are blocked in every thread; the main thread waits for them.
-/// - SIGUSR1 to a thread clears that thread's own KeepTrying. The library's MQTT client looks at a
+/// - SIGUSR1 to a thread clears that thread's own KeepTrying. The library's MQTT client reads a
 ///   plain bool, which only its own thread may write without a race.
 
 /// Call in main() before any thread starts.
 void prepareSignals();
 
-/// Waits for SIGTERM or SIGINT, and returns the one that came.
+/// Waits for SIGTERM or SIGINT, and returns the one that arrived.
 int awaitEndSignal();
 
-/// Unblocks SIGTERM and SIGINT for the programs that the calling thread starts meanwhile. A program
-/// inherits blocked signals, so a restarted service could otherwise not be ended by SIGTERM. A
-/// signal that the thread itself receives is passed on to the main thread.
+/// While it exists, SIGTERM and SIGINT are unblocked for the programs that the calling thread
+/// starts. Programs inherit blocked signals, so SIGTERM could otherwise not end a restarted
+/// service. A signal that the thread itself receives is passed on to the main thread.
 class Unblocked {
 public:
     Unblocked();

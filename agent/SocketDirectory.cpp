@@ -14,7 +14,7 @@ constexpr char kDirectory[] = "/tmp/socketDDS";
 std::string socketPath(const std::string& name) { return kDirectory + ("/" + name); }
 
 void makeSocketDirectory() {
-    (void)mkdir(kDirectory, S_IRWXU); // the caller checks what is there instead
+    (void)mkdir(kDirectory, S_IRWXU); // the caller checks the directory
 }
 
 std::string socketDirectoryProblem() {

@@ -8,8 +8,8 @@ namespace agent {
 /// The path of the socket file `name`: /tmp/socketDDS/NAME.
 std::string socketPath(const std::string& name);
 
-/// Creates the directory of the socket files, for its owner alone, when it is missing. Any user can
-/// create it in /tmp, so call socketDirectoryProblem() next.
+/// Creates the directory of the socket files when it is missing. Only its owner can access it. Any
+/// user can create it in /tmp first, so call socketDirectoryProblem() next.
 void makeSocketDirectory();
 
 /// Returns why the directory cannot be trusted; empty when it can, or when it is missing. Another

@@ -36,7 +36,8 @@ using namespace agent;
 
 /// How long a request in progress may take when the agent ends.
 constexpr std::chrono::milliseconds kGrace(500);
-/// The time from SIGTERM to SIGKILL for a program, and again from SIGKILL until it is left behind.
+/// The time from SIGTERM to SIGKILL for a program, and again from SIGKILL until the agent stops
+/// waiting.
 constexpr std::chrono::milliseconds kProgramGrace(2000);
 
 /// How long the last messages may take. A broker that does not answer takes longer.

@@ -19,9 +19,9 @@ public:
 
     /// Sends `signal` to the program that is running, if any. From any thread.
     void signalProgram(int signal);
-    /// Ends a request that still waits, and leaves its program behind. Any thread may call this.
+    /// Ends a request that still waits. Its program keeps running. Any thread may call this.
     void abandon();
-    /// True when a program has been left behind.
+    /// Whether abandon() has ended a request.
     bool hasAbandoned() const;
 
 private:

@@ -114,7 +114,8 @@ void checkPresent(const Change& change, const UciSection& present) {
         fail(change.name.text() + " is not as expected: " + joined(names));
 }
 
-/// How many sections could take the place of the one that is to be deleted, itself included.
+/// Returns how many sections have the type of the section to be deleted. Returns 0 for any other
+/// change.
 std::size_t candidates(const Change& change) {
     return change.deletes() && change.name.isPosition()
                ? countSections(change.name.config(), change.name.positionType())

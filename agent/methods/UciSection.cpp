@@ -41,7 +41,7 @@ Json valuesOf(const std::string& output) {
     return share(values);
 }
 
-/// The options alone, without ".type" and the like.
+/// Only the options, without ".type" and the like.
 Json optionsOf(const Json& values) {
     Json options = newObject();
     json_object_object_foreach(values.get(), name, value) {

@@ -13,14 +13,15 @@ namespace agent {
 /// The parameters "config" and "section": which section of which package is meant.
 class UciName {
 public:
-    /// Refuses what the tools cannot name, and every character that a shell or a path could
-    /// interpret.
+    /// Refuses names that the tools do not accept, and every character with a meaning in a shell or
+    /// a path.
     explicit UciName(const Params& params);
 
     const std::string& config() const { return config_; }
     const std::string& section() const { return section_; }
 
-    /// True for "@TYPE[INDEX]", a position. It names another section once one before it is deleted.
+    /// True for "@TYPE[INDEX]", a position. A position names another section once a section before
+    /// it is deleted.
     bool isPosition() const { return !positionType_.empty(); }
     /// TYPE of a position; empty for a name.
     const std::string& positionType() const { return positionType_; }
@@ -52,7 +53,7 @@ UciSection readSection(const UciName& name);
 /// The number of sections of a type in a package. Throws RpcError as readSection() does.
 std::size_t countSections(const std::string& config, const std::string& type);
 
-/// The names of the options of `asked` that `present` holds differently. An option that is "" in
+/// The names of the options whose values in `asked` and `present` differ. An option that is "" in
 /// `asked` must be missing in `present`.
 std::vector<std::string> optionsThatDiffer(const Json& asked, const Json& present);
 

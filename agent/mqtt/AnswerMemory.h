@@ -8,13 +8,14 @@
 
 namespace agent {
 
-/// The latest responses to remote senders. A message can arrive twice, and a sender repeats a
-/// request when it has missed the response. Such a request is answered again, but not run again.
+/// Keeps the latest responses to remote senders. A message can arrive twice, and a sender repeats a
+/// request when it has missed the response. The agent answers such a request again, but does not
+/// run it again.
 class AnswerMemory {
 public:
     static constexpr std::size_t kMost = 64;
-    /// Limit for all responses together. Above it the texts of the oldest are dropped; their
-    /// requests are still known.
+    /// Limit for all responses together. Above it, the memory drops the texts of the oldest, and
+    /// still knows their requests.
     static constexpr std::size_t kMostBytes = 2 * 1024 * 1024;
 
     /// Returns the response to the request `id` (as JSON) of `sender`. Its text is empty when it

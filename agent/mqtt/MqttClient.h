@@ -21,16 +21,18 @@ struct MqttMessage {
 /// A connection to a broker that also receives messages, which NQ_Mqtt cannot.
 ///
 /// Use it on one thread, and with no other MQTT client in the process. receive() reads the packets
-/// of every client, NQ_Mqtt's too, and drops those that it does not expect. Another client may
-/// never see the broker's answer to its connection. Paho's callbacks, which run on its own thread,
-/// are not used. In Paho 1.3.12 that thread and its successor can run concurrently when the broker
-/// comes back, and the process crashes.
+/// of every client, NQ_Mqtt's too, and drops those that it does not expect. Another client may then
+/// never receive the broker's answer to its connection.
+///
+/// The class does not use Paho's callbacks, which run on Paho's own thread. When the broker
+/// returns, Paho 1.3.12 can run that thread and its successor concurrently, and the process
+/// crashes.
 ///
 /// Over TLS the broker must show a certificate that the authority has issued for the host's name or
 /// address.
 class MqttClient {
 public:
-    /// No more than `longestPayload` bytes are kept of a message. With a `will` the broker
+    /// The client keeps at most `longestPayload` bytes of a message. With a `will` the broker
     /// publishes that message, retained, when the client vanishes.
     MqttClient(const Broker& broker, const std::string& clientId, std::size_t longestPayload,
                const MqttMessage& will = MqttMessage());
@@ -43,7 +45,8 @@ public:
     /// Blocks for some seconds when the broker does not answer.
     std::string connect();
 
-    /// False when the broker refuses or the connection is lost. Messages arrive at least once.
+    /// Returns false when the broker refuses or the connection is lost. Messages arrive at least
+    /// once.
     bool subscribe(const std::string& filter);
 
     /// Sends a message with delivery "at least once", and does not wait for the broker. Returns a

@@ -22,10 +22,10 @@ class NQ_Mqtt;
 
 namespace agent {
 
-/// The Publisher of an agent that takes no requests from the broker: uses the library's client.
+/// The Publisher of an agent that takes no requests from the broker. Uses the library's client.
 ///
 /// Over TLS the broker must show a certificate of the authority. NQ_Mqtt does not compare the name
-/// in it with the host's; docs/fleet.md describes how to prevent that another client poses as the
+/// in it with the host's; docs/fleet.md describes how to keep another client from posing as the
 /// broker.
 class MqttPublisher : public Publisher {
 public:

@@ -14,8 +14,8 @@ namespace agent {
 /// connected and "offline" (its will) when it is not.
 class Publisher {
 public:
-    /// The most responses that are kept while the broker is unreachable. Above that the oldest are
-    /// dropped.
+    /// How many responses are kept while the broker is unreachable. When there are more, the oldest
+    /// are dropped.
     static constexpr std::size_t kMostKept = 100;
     static constexpr char kOnline[] = "online";
     static constexpr char kOffline[] = "offline";
@@ -28,8 +28,8 @@ public:
     /// Never blocks. Any thread may call this.
     virtual void publish(const std::string& response) = 0;
 
-    /// Requests the end of the thread. If connected, it first publishes what is left and "offline".
-    /// Any thread may call this.
+    /// Requests the end of the thread. If connected, the thread first publishes the remaining
+    /// responses and "offline". Any thread may call this.
     virtual void beginEnd() = 0;
 
     /// Returns false when the thread has not ended within `limit`. It then waits for the broker,

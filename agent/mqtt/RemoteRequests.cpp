@@ -18,14 +18,14 @@ using std::chrono::steady_clock;
 constexpr std::size_t kMostWaiting = 64;
 /// The pause between two attempts to connect.
 constexpr std::chrono::seconds kRetryPause(2);
-/// How often responses to local requests are looked for while the broker sends nothing.
+/// How often the thread looks for responses to local requests while the broker sends nothing.
 constexpr milliseconds kIdleStep(100);
 /// How often the connection is served while a request is in progress.
 constexpr milliseconds kBusyStep(200);
 /// How long the last messages may take when the agent ends.
 constexpr milliseconds kFarewell(500);
 
-/// The id of a request as JSON; empty when it is no request, or has none.
+/// Returns the id of a request as JSON; empty when the message is not a request or has no id.
 std::string idOf(const std::string& message) {
     try {
         const Request request(message);
@@ -173,7 +173,7 @@ bool RemoteRequests::isWanted(const MqttMessage& message) const {
 }
 
 /// Starts the first of the waiting requests, on another thread: it may take long, and this thread
-/// must keep the connection alive meanwhile.
+/// must keep the connection alive.
 void RemoteRequests::begin() {
     const MqttMessage message = std::move(waiting_.front());
     waiting_.pop_front();

@@ -18,10 +18,10 @@ namespace agent {
 
 class RequestHandler;
 
-/// The Publisher of an agent that takes requests from the broker, too.
+/// The Publisher of an agent that also takes requests from the broker.
 ///
-/// Topics besides a Publisher's: BASE/request/SENDER for the requests of SENDER, and
-/// BASE/response/SENDER for the responses to them. So ids of different senders are never mixed up,
+/// Topics in addition to a Publisher's: BASE/request/SENDER for the requests of SENDER, and
+/// BASE/response/SENDER for the responses to them. So the ids of different senders cannot collide,
 /// and a broker's access list can restrict who may send.
 class RemoteRequests : public Publisher {
 public:
@@ -36,7 +36,7 @@ public:
 
     void start() override;
     void publish(const std::string& response) override;
-    /// As a Publisher's; a request in progress is finished and answered first.
+    /// As a Publisher's, but first finishes and answers a request in progress.
     void beginEnd() override;
     bool endsWithin(std::chrono::milliseconds limit) override;
 

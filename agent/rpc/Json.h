@@ -11,7 +11,7 @@ namespace agent {
 struct ReleaseJson {
     void operator()(json_object* value) const { json_object_put(value); }
 };
-/// Owns one reference to a json-c tree. Null stands for the JSON null, as in json-c.
+/// Owns one reference to a json-c tree. A null pointer is the JSON null, as in json-c.
 using Json = std::unique_ptr<json_object, ReleaseJson>;
 
 inline bool isType(const json_object* value, json_type type) {
@@ -48,7 +48,7 @@ std::string oneLine(json_object* value);
 struct ParsedJson {
     bool valid = false;
     Json value;
-    std::string problem; ///< when not valid: what is wrong, for people
+    std::string problem; ///< when not valid: what is wrong, as a readable text
 };
 
 /// Parses `text` as exactly one JSON value, strictly by the standard, nested up to json-c's default

@@ -15,7 +15,7 @@ public:
     /// `object` is null where the request has no parameters; it must outlive this reader.
     explicit Params(json_object* object) : object_(object) {}
 
-    /// Refuses every parameter not named in `known`: a misspelt one must be noticed.
+    /// Refuses every parameter that is not named in `known`, so that a misspelt one is noticed.
     void allowOnly(const std::vector<std::string>& known) const;
 
     bool has(const char* name) const;

@@ -8,21 +8,21 @@
 
 namespace agent {
 
-/// The longest request that is accepted. A longer one would not arrive whole anyway: the socket
-/// server takes a message by one read, which returns no more than the socket's buffer holds.
+/// The longest request that is accepted. A longer one would not arrive whole: the socket server
+/// takes a message by one read, which returns at most what the socket's buffer holds.
 constexpr std::size_t kLongestRequest = 128 * 1024;
 
-/// A message from outside, checked. json-c and the library's dispatcher trust what they are given:
-/// they take invalid UTF-8, ignore what follows a value, stop at NUL characters, and raise
-/// std::logic_error for a "method" or "params" that is null. So a message must come through here
+/// A checked message from outside. json-c and the library's dispatcher trust their input. They
+/// accept invalid UTF-8, ignore text after a value, stop at NUL characters, and raise
+/// std::logic_error for a "method" or "params" that is null. So every message must pass this class
 /// first.
 class Request {
 public:
-    /// Parses `text`. Throws RpcError (parse error or invalid request) when it is no request, so
-    /// that it has no id. Faults of a request that has an id are left to check().
+    /// Parses `text`. Throws RpcError (parse error or invalid request) when it is not a request, so
+    /// that it has no id. check() reports the faults of a request that has an id.
     explicit Request(const std::string& text);
 
-    /// Throws RpcError when the request may not be handed to the dispatcher.
+    /// Throws RpcError when the request must not reach the dispatcher.
     void check() const;
 
     /// A request without an id gets no response.

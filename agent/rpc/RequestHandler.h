@@ -17,14 +17,14 @@ class Request;
 /// The outcome of one message.
 struct Response {
     std::string text;            ///< one line of JSON without a newline; empty for a notification
-    bool wantedBySender = false; ///< the request asks for it on the connection that it came by
+    bool wantedBySender = false; ///< the request asks for it on its own connection
 };
 
 /// Carries out the requests of all senders, one at a time: checks each, has it dispatched, and logs
 /// the request and its outcome.
 class RequestHandler {
 public:
-    /// `dispatcher` must outlive the handler and be used by nobody else.
+    /// `dispatcher` must outlive the handler, and nothing else may use it.
     explicit RequestHandler(Dispatcher& dispatcher) : dispatcher_(dispatcher) {}
 
     /// Carries out one message and returns its response, as valid UTF-8. Blocks while another
@@ -37,7 +37,7 @@ public:
     /// No request is started after this call. Any thread may call it.
     void refuseRequests();
 
-    /// Waits until no request is in progress, at most for `limit`; false when one still is.
+    /// Waits until no request is in progress, at most for `limit`. Returns false when one still is.
     bool waitUntilIdle(std::chrono::milliseconds limit);
 
 private:

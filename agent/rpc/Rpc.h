@@ -15,11 +15,11 @@ enum class ErrorCode {
     methodNotFound = -32601,
     invalidParams = -32602,
     internalError = -32603,
-    failed = -32000, ///< the request was fine, but could not be carried out
+    failed = -32000, ///< the request is valid, but could not be carried out
 };
 
 /// Ends the handling of a request and becomes its error response. what() is the response's "data",
-/// one sentence for people.
+/// one readable sentence.
 class RpcError : public std::runtime_error {
 public:
     RpcError(ErrorCode code, const std::string& data) : std::runtime_error(data), code_(code) {}

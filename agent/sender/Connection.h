@@ -9,19 +9,19 @@
 
 namespace agent {
 
-/// No answer came, or none in time.
+/// No answer arrived, or none in time.
 class NoAnswer : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
 /// A connection to a socket server of this machine. Failures raise std::runtime_error, with a
-/// reason for people.
+/// readable reason.
 class Connection {
 public:
-    /// Connects to the server NAME. Refuses a server of another user, who would read the messages.
-    /// Waits at most for `limit` until the server takes the connection, and then until it takes
-    /// each message.
+    /// Connects to the server NAME. Refuses another user's server, as that user could read the
+    /// messages. Waits at most for `limit` until the server takes the connection, and then until it
+    /// takes each message.
     Connection(const std::string& name, std::chrono::seconds limit);
 
     /// Sends one message: its length in four bytes, host byte order, then its bytes.

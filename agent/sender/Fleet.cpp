@@ -20,7 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-/// Far above any response.
+/// Far larger than any response.
 constexpr std::size_t kLongestResponse = 16 * 1024 * 1024;
 constexpr milliseconds kStep(100);
 constexpr seconds kRetryPause(1);
@@ -157,7 +157,7 @@ bool Fleet::awaitTaken() {
     return false;
 }
 
-/// Prints a response if it is awaited.
+/// Prints a response that the call waits for; ignores any other.
 void Fleet::take(const MqttMessage& message) {
     const std::size_t begin = base_.size() + 1;
     const std::string name = message.topic.substr(begin, message.topic.find('/', begin) - begin);

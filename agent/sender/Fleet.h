@@ -13,8 +13,8 @@
 
 namespace agent {
 
-/// Sends one request to many gateways through an MQTT broker, and prints their responses as they
-/// come: the gateway's name, a blank, and one line of JSON.
+/// Sends one request to many gateways through an MQTT broker, and prints each response when it
+/// arrives: the gateway's name, a blank, and one line of JSON.
 class Fleet {
 public:
     using Clock = std::chrono::steady_clock;
@@ -24,7 +24,8 @@ public:
         std::vector<std::string> unanswered; ///< gateways, in order of their names
     };
 
-    /// Topics begin with `base`, '/', and a gateway's name. `sender` must be in use once at a time.
+    /// Topics begin with `base`, '/', and a gateway's name. Only one program at a time may use
+    /// `sender`.
     Fleet(const Broker& broker, const std::string& base, const std::string& sender,
           Clock::time_point deadline);
 
@@ -37,7 +38,7 @@ public:
 
     /// Sends the request and waits until all `gateways` have answered, at most until the deadline.
     /// A notification gets no response, so this only waits until the broker has taken the messages.
-    /// Throws std::runtime_error when `payload` is no request.
+    /// Throws std::runtime_error when `payload` is not a request.
     Outcome call(const Payload& payload, const std::set<std::string>& gateways);
 
 private:
@@ -54,9 +55,9 @@ private:
     MqttClient client_;
     bool hasTerminal_;
 
-    std::string text_; ///< of the request, with an id of its own
-    std::string id_;   ///< that id
-    Json originalId_;  ///< what it stands for
+    std::string text_; ///< of the request, with a new id
+    std::string id_;   ///< the new id
+    Json originalId_;  ///< the id that it replaces
     std::set<std::string> pending_;
     std::vector<int> numbers_; ///< of messages that the broker may not have taken
     std::size_t count_ = 0;    ///< of the gateways

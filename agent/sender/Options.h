@@ -17,10 +17,10 @@ struct SenderOptions {
     bool answers = true;
     std::chrono::seconds timeout{30};
     std::optional<Broker> broker;
-    std::string base = "gateways"; ///< what topics begin with, up to a gateway's name
+    std::string base = "gateways"; ///< the beginning of topics, before a gateway's name
     std::string sender;            ///< this program's name in topics
     std::set<std::string> gateways;
-    bool all = false; ///< in place of `gateways`
+    bool all = false; ///< instead of `gateways`
 };
 
 /// The exit status of a usage error.
