@@ -24,7 +24,7 @@ std::vector<std::pair<std::string, json_object*>> members(json_object* table);
 /// Elements of an array; those that are null as null pointers.
 std::vector<json_object*> elements(json_object* array);
 
-/// The text that a value is stored as; none for null, floats, arrays and tables.
+/// The text as which a value is stored; none for null, floats, arrays and tables.
 std::optional<std::string> scalar(json_object* value);
 
 } // namespace bus

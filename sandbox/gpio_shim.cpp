@@ -2,12 +2,12 @@
 // serves /dev/gpio from a text file of "name value" lines, which TAVO_GPIO_STATE names. Every other
 // call is passed to the C library.
 //
-// Programs with glibc and with musl load the same file, since one environment reaches both: the
-// shells of this machine and what they start. So it needs no library by name and uses only what
-// every C library has, in a form that all of them share: no C++ library, no FILE macros, no stat().
+// Programs with glibc and with musl load the same file, since shells of this machine pass one
+// environment to both. So it needs no library by name. It uses only what all C libraries have in
+// the same form: no C++ library, no FILE macros, no stat().
 //
-// Every call reads the file again: it may have been edited or replaced, and the descriptor may come
-// from another program. So this library keeps no state and needs no lock in memory.
+// Every call reads the file again: a user may have edited or replaced it, and the descriptor may
+// come from another program. So this library keeps no state and needs no lock in memory.
 #include <cerrno>
 #include <climits>
 #include <cstdarg>

@@ -32,7 +32,7 @@ bool isSame(const char* one, const char* other) {
 }
 
 /// Makes the namespace's root the root and working directory of this process. Once the root is
-/// below the working directory, it no longer limits the way up.
+/// below the working directory, ".." can leave it.
 bool leaveRoot() {
     if (chdir("/") != 0 || chroot("usr") != 0)
         return false;

@@ -30,7 +30,7 @@ private:
 
     bool inOneLine_;
     std::string text_;
-    std::string closing_; ///< the brackets still to come, innermost last
+    std::string closing_; ///< the closing brackets, innermost last
     bool first_ = true;
 };
 

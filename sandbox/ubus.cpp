@@ -1,6 +1,5 @@
-// A gateway's `ubus` tool, as far as programs of a gateway use it: "ubus call uci METHOD JSON". The
-// bus and the configuration daemon behind it are simulated in this process, on the files that `uci`
-// works on too.
+// A gateway's `ubus` tool, as far as a gateway's programs use it: "ubus call uci METHOD JSON". This
+// process simulates the bus and the configuration daemon, on the files that `uci` also uses.
 #include "uci_object.h"
 
 #include <iostream>
@@ -67,8 +66,8 @@ int failBriefly(const Tool& tool, Status status) {
 }
 
 /// Reports a failed call. For scripts, when standard error is no terminal, the tool prints the call
-/// too, and its exit status is the negated number. One of these numbers equals the tool's mark for
-/// wrong usage, so it then prints the usage as well.
+/// too, and its exit status is the negated number. One of these numbers also means wrong usage, so
+/// the tool then prints the usage as well.
 int fail(const Tool& tool, const std::vector<std::string>& arguments, Status status) {
     if (tool.terse || ::isatty(STDERR_FILENO) == 1)
         return failBriefly(tool, status);

@@ -9,7 +9,7 @@
 
 namespace uci {
 
-/// One change that waits for a commit.
+/// One change that is not committed yet.
 struct Change {
     enum Kind { Set, AddSection, Delete, AddToList, DeleteFromList, Rename, Reorder };
     Kind kind;
@@ -18,8 +18,8 @@ struct Change {
     std::optional<std::string> value; ///< a section's type; a list's position when deleting from it
 };
 
-// Each of these makes one change to a package in memory and returns the change to record. That is
-// nothing when the package already was as requested. They throw Error.
+// Each of these makes one change to a package in memory and returns the change to record. Returns
+// nothing when the package already was as requested. Throws Error.
 
 /// An empty value deletes the option. Without an option, the value is the type of the section,
 /// which is created when missing.

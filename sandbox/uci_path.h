@@ -28,7 +28,7 @@ struct Target {
 
     /// Null when the target names no option, or a missing one.
     Option* existingOption() const;
-    /// Whether everything that is named exists.
+    /// Whether the named section and option exist.
     bool isComplete() const;
 };
 

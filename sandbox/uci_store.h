@@ -28,7 +28,7 @@ public:
     /// and TAVO_UCI_PENDING_DIR name.
     static Store ofEnvironment();
 
-    /// False when there is no directory of packages, so that this is no gateway.
+    /// False when there is no directory of packages: the program does not run on a gateway.
     bool isPresent() const;
     /// Sorted by name.
     std::vector<std::string> packages() const;
@@ -40,7 +40,8 @@ public:
     /// all of the package.
     void revert(const std::string& package, const std::optional<std::string>& section,
                 const std::optional<std::string>& option) const;
-    /// Writes the pending changes into the package's file; without one the file is not touched.
+    /// Writes the pending changes into the package's file; without pending changes the file stays
+    /// unchanged.
     void commit(const std::string& package) const;
 
     /// While it exists, no other process can change anything. Readers need it as well. Between the

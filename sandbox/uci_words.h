@@ -40,7 +40,7 @@ private:
     const std::string& text_;
     std::size_t next_ = 0; ///< in text_: begin of the line after this one
     std::size_t lineNumber_ = 0;
-    std::string line_; ///< with the lines that quoted words ran on to
+    std::string line_; ///< including lines to which quoted words continue
     std::size_t at_ = 0;
     std::size_t keywordEnd_ = 0;
 };

@@ -65,7 +65,7 @@ struct CloseStream {
 using Stream = std::unique_ptr<FILE, CloseStream>;
 
 /// Returns a base64 filter without line breaks, chained to `end`. It takes ownership of `end`; both
-/// are freed together. Throws std::bad_alloc when one of them could not be made.
+/// are freed together. Throws std::bad_alloc when one of them could not be created.
 Chain base64Chain(BIO* end) {
     Chain rest(end);
     Chain filter(BIO_new(BIO_f_base64()));

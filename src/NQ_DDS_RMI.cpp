@@ -36,7 +36,7 @@ int NQ_DDS_RMI_RUNTIME::startRUNTIME(bool isClient) {
         return 0;
     }
     const bool started = isClient ? startAsClient(*runtime.get()) : startAsServer(*runtime.get());
-    // Deliberate: logged whatever start() has returned.
+    // Deliberate: logged also when start() has failed.
     syslog(LOG_INFO, "=== Runtime started");
     if (started)
         return 0;

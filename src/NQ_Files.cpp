@@ -110,7 +110,7 @@ private:
     int& status_;
 };
 
-/// Hands each piece of output, one fgets() of at most 254 bytes, to `take`.
+/// Passes each piece of output, one fgets() of at most 254 bytes, to `take`.
 template <class Taker>
 void readPieces(FILE* stream, const Taker& take) {
     char buffer[255];

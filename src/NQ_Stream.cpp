@@ -59,10 +59,10 @@ struct StreamBuffer : std::streambuf {
     }
 };
 
-/// Whether the next line can be taken from memory. poll(2) does not see it there. A part of a line
-/// does not count: reading it would block until the rest arrives, whatever the stop flag says.
+/// Whether the next line can be taken from memory. poll(2) does not see it there. An incomplete
+/// line does not count: reading it would block until the rest arrives, whatever the stop flag is.
 bool lineIsBuffered(const std::istream& in) {
-    // After std::ios::sync_with_stdio(false), std::cin has a buffer of its own, and takes nothing
+    // After std::ios::sync_with_stdio(false), std::cin has a separate buffer, and takes nothing
     // from the C library's.
     const ReadAhead own = StreamBuffer::readAhead(*in.rdbuf());
     const ReadAhead ahead = own.begin != nullptr ? own : readAhead();

@@ -51,7 +51,7 @@ public:
     HeldLockGuard& operator=(const HeldLockGuard&) = delete;
 };
 
-/// The lock of the file behind `descriptor`, as this process would hold it.
+/// Identifies the lock on the open file `descriptor`, held by this process.
 HeldLock lockOf(int descriptor) {
     struct stat status = {};
     (void)fstat(descriptor, &status); // it is open, so this does not fail

@@ -1,3 +1,3 @@
 #!/bin/sh
-# Stands in for the application's script: notes what it was asked.
+# Replaces the application's script: records its arguments.
 echo "ZEQ/bin/${0##*/} $*" >> /tmp/init.d.log

@@ -1,3 +1,3 @@
 #!/bin/sh
-# Stands in for the management component's script: notes which agent it was to stop.
+# Replaces the management component's script: records which agent it should stop.
 echo "${0##*/} $*" >> /tmp/init.d.log
