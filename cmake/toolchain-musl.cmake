@@ -10,7 +10,7 @@ set(CMAKE_CXX_COMPILER ${_root}/bin/c++)
 set(CMAKE_AR ${_root}/bin/ar CACHE FILEPATH "")
 set(CMAKE_RANLIB ${_root}/bin/ranlib CACHE FILEPATH "")
 
-# Programs come from this machine, all else from the sysroot.
+# Build tools come from this machine; headers, libraries and packages from the sysroot.
 set(CMAKE_FIND_ROOT_PATH ${_root})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -1,12 +1,12 @@
 # shellcheck shell=bash disable=SC2154 # downloads and repo are the caller's
-# Downloads what sources.txt beside this file names, and checks it. Source it after setup.sh with
-# `downloads` set.
+# Downloads the files that sources.txt in this folder lists, and verifies their checksums. Source it
+# after setup.sh, with `downloads` set to the target directory.
 
 list=$(dirname "${BASH_SOURCE[0]}")/sources.txt
 
 entries() { grep -v '^\(#\|$\)' "$list"; }
 
-# file_of PACKAGE: the name of the file that carries the package. PACKAGE may be a pattern.
+# file_of PACKAGE: prints the name of the package's file. PACKAGE may be a pattern.
 file_of() {
     local how package version file
     while read -r how package version file _; do
@@ -20,8 +20,8 @@ file_of() {
 
 is_intact() { printf '%s  %s\n' "$2" "$downloads/$1" | sha256sum --check --status 2>/dev/null; }
 
-# apt_get ARGUMENT...: apt with state, cache and sources of its own, below the directory "apt", so
-# that this machine's stay as they are. It uses the machine's mirror and settings.
+# apt_get ARGUMENT...: runs apt-get with a separate state, cache and list of sources in the directory
+# $apt, so that this machine's own remain unchanged. It uses the machine's mirror and settings.
 apt_get() {
     apt-get -qq -o Dir::State="$apt/state" -o Dir::State::status="$apt/status" -o Dir::Cache="$apt/cache" \
         -o Dir::Etc::sourcelist="$apt/sources.list" -o Dir::Etc::sourceparts=/dev/null -o APT::Sandbox::User=root \
@@ -42,7 +42,7 @@ END
     apt_get update
 }
 
-# download HOW PACKAGE VERSION: puts the file into the working directory.
+# download HOW PACKAGE VERSION: downloads the package's file into the working directory.
 download() {
     case $1 in
     npm) npm pack --silent --ignore-scripts "$2@$3" ;;
@@ -54,11 +54,11 @@ download() {
         prepare_apt
         apt_get download "$2=$3"
         ;;
-    *) die "scripts/musl/sources.txt: there is no way '$1'" ;;
+    *) die "scripts/musl/sources.txt: unknown kind of source '$1'" ;;
     esac
 }
 
-# download_all: fetches the files that are not there; what differs from its checksum is not kept.
+# download_all: downloads the missing files, and deletes a file that does not match its checksum.
 download_all() {
     local how package version file checksum apt=$downloads/apt
     rm -rf "$apt"
@@ -67,7 +67,7 @@ download_all() {
         say "Downloading $package $version" >&2
         rm -f "$downloads/$file"
         (cd "$downloads" && download "$how" "$package" "$version") >&2 </dev/null ||
-            die "$package $version is not served here; see scripts/musl/sources.txt"
+            die "$package $version is not available; see scripts/musl/sources.txt"
         is_intact "$file" "$checksum" || {
             rm -f "$downloads/$file"
             die "$file is not the file that scripts/musl/sources.txt describes"
