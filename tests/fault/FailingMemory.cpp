@@ -1,10 +1,10 @@
 #include "FailingMemory.h"
 
+#include "CLibrary.h"
 #include "Descriptors.h"
 #include "ForkedChild.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -17,13 +17,13 @@
 #include <new>
 
 #include <dlfcn.h>
-#include <execinfo.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <unwind.h>
 
 #include <gtest/gtest.h>
 
@@ -69,29 +69,32 @@ void* counted(void* block) {
     return block;
 }
 
+/// The C library's own function of this type and name.
+template <typename Function>
+Function* replaced(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
 } // namespace
 
-// These replace the C library's functions, which stay available under other names.
+// These replace the C library's functions.
 extern "C" {
 
-void* __libc_malloc(std::size_t);
-void* __libc_calloc(std::size_t, std::size_t);
-void* __libc_realloc(void*, std::size_t);
-void* __libc_memalign(std::size_t, std::size_t);
-void __libc_free(void*);
-
-void* malloc(std::size_t size) noexcept {
-    return failsNow() ? nullptr : counted(__libc_malloc(size));
+void* malloc(std::size_t size) C_LIBRARY_NOEXCEPT {
+    static const auto original = replaced<void*(std::size_t)>("malloc");
+    return failsNow() ? nullptr : counted(original(size));
 }
 
-void* calloc(std::size_t count, std::size_t size) noexcept {
-    return failsNow() ? nullptr : counted(__libc_calloc(count, size));
+void* calloc(std::size_t count, std::size_t size) C_LIBRARY_NOEXCEPT {
+    static const auto original = replaced<void*(std::size_t, std::size_t)>("calloc");
+    return failsNow() ? nullptr : counted(original(count, size));
 }
 
-void* realloc(void* block, std::size_t size) noexcept {
+void* realloc(void* block, std::size_t size) C_LIBRARY_NOEXCEPT {
+    static const auto original = replaced<void*(void*, std::size_t)>("realloc");
     if (failsNow())
         return nullptr;
-    void* const moved = __libc_realloc(block, size);
+    void* const moved = original(block, size);
     if (block == nullptr)
         return counted(moved);
     if (moved == nullptr && size == 0)
@@ -99,26 +102,28 @@ void* realloc(void* block, std::size_t size) noexcept {
     return moved;
 }
 
-void* memalign(std::size_t alignment, std::size_t size) noexcept {
-    return failsNow() ? nullptr : counted(__libc_memalign(alignment, size));
+void* aligned_alloc(std::size_t alignment, std::size_t size) C_LIBRARY_NOEXCEPT {
+    static const auto original = replaced<void*(std::size_t, std::size_t)>("aligned_alloc");
+    return failsNow() ? nullptr : counted(original(alignment, size));
 }
 
-void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept {
-    return memalign(alignment, size);
+void* memalign(std::size_t alignment, std::size_t size) C_LIBRARY_NOEXCEPT {
+    return aligned_alloc(alignment, size);
 }
 
-int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexcept {
-    void* const made = memalign(alignment, size);
+int posix_memalign(void** block, std::size_t alignment, std::size_t size) C_LIBRARY_NOEXCEPT {
+    void* const made = aligned_alloc(alignment, size);
     if (made == nullptr)
         return ENOMEM;
     *block = made;
     return 0;
 }
 
-void free(void* block) noexcept {
+void free(void* block) C_LIBRARY_NOEXCEPT {
+    static const auto original = replaced<void(void*)>("free");
     if (block != nullptr)
         --liveBlocks;
-    __libc_free(block);
+    original(block);
 }
 }
 
@@ -181,19 +186,22 @@ const char* libraryAt(void* address) {
         return nullptr;
     const char* const slash = std::strrchr(info.dli_fname, '/');
     const char* const name = slash != nullptr ? slash + 1 : info.dli_fname;
-    for (const char* passes : {"libc.so", "libc-", "ld-linux", "libstdc++", "libgcc_s", "libm.so"})
+    for (const char* passes : {"libc.so", "libc-", "libc++", "libstdc++", "libgcc_s", "libm.so"})
         if (std::strncmp(name, passes, std::strlen(passes)) == 0)
             return nullptr;
     return std::strncmp(name, "lib", 3) == 0 ? name : nullptr;
 }
 
+_Unwind_Reason_Code findLibrary(_Unwind_Context* frame, void* result) {
+    const char*& library = *static_cast<const char**>(result);
+    library = libraryAt(reinterpret_cast<void*>(_Unwind_GetIP(frame)));
+    return library == nullptr ? _URC_NO_REASON : _URC_END_OF_STACK;
+}
+
 extern "C" void reportSignal(int signal) {
     disarm();
-    std::array<void*, 64> frames{};
-    const int count = backtrace(frames.data(), static_cast<int>(frames.size()));
     const char* library = nullptr;
-    for (int i = 0; i < count && library == nullptr; ++i)
-        library = libraryAt(frames[static_cast<std::size_t>(i)]);
+    _Unwind_Backtrace(findLibrary, &library);
     if (library == nullptr)
         library = "the program";
     std::snprintf(report.outcome, sizeof report.outcome, "signal %d in %.*s", signal,
@@ -337,8 +345,6 @@ std::string Memory::printed() const {
 
 void exhaust(const std::string& what, const std::string& whole, const std::set<std::string>& others,
              const Trial& trial, First first) {
-    std::array<void*, 4> frames{};
-    backtrace(frames.data(), static_cast<int>(frames.size())); // loads the library that it needs
     void* const shared =
         mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     progress = new (shared) Progress();
