@@ -2,6 +2,7 @@
 
 #include <kvr/api/crypto/NQ_Crypto.h>
 
+#include "CLibrary.h"
 #include "RunProgram.h"
 #include "TempDir.h"
 #include "Waiting.h"
@@ -27,9 +28,6 @@ using support::RunningProgram;
 using support::runProgram;
 using support::TempDir;
 using support::writeFile;
-using testing::AllOf;
-using testing::EndsWith;
-using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
@@ -199,8 +197,7 @@ TEST_F(secret_file, HelpAndUsageErrors) {
     }
     const Ran unknown = run({"--unknown"});
     EXPECT_EQ(2, unknown.status);
-    EXPECT_THAT(unknown.err,
-                AllOf(StartsWith("secret_file: "), HasSubstr("--unknown"), EndsWith(hint)));
+    EXPECT_EQ("secret_file: " + support::unknownOption("unknown") + "\n" + hint, unknown.err);
 }
 
 // supervised --------------------------------------------------------------------------------------
