@@ -144,6 +144,9 @@ TEST(FullDisk, CopyKeepsTheBeginningAndReturnsWhatClosingDoes) {
         remount(0, "size=" + std::to_string(kRoom + kRoom / 2));
         EXPECT_EQ(0, NQ_FileUtils::Linux_Copy("/tmp/from", "/tmp/to"));
         EXPECT_EQ(text.substr(0, kRoom / 2), readFile("/tmp/to"));
+        writeFile("/tmp/to", "an older file");
+        EXPECT_EQ(0, NQ_FileUtils::Linux_Copy("/tmp/from", "/tmp/to"));
+        EXPECT_EQ(text.substr(0, kRoom / 2), readFile("/tmp/to"));
         report("full disk: NQ_FileUtils::Linux_Copy: 0; the first " +
                std::to_string(readFile("/tmp/to").size()) + " of " + std::to_string(text.size()) +
                " bytes copied");
