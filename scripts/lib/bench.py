@@ -32,6 +32,9 @@ STARTS_PROCESS = re.compile("^execute.*(small output|MiB in use)$")
 # Operations in which other processes or threads work. For the rest the calling thread's processor
 # time is taken, which a busy machine hardly changes.
 WAITS = re.compile("^(execute|MQTT publish, QoS 1|log lines by 8 threads)")
+# All others have one processor for the program and the processes that it starts. Otherwise the time
+# depends on which processor the kernel wakes a process on.
+ON_ALL_PROCESSORS = re.compile("by 8 threads$")
 
 
 def run(arguments, results, environment=None, prefix=()):
@@ -71,9 +74,11 @@ def ratios(sides):
 def round_of(operation):
     """Ratios of the sides in one process: each side's time is the median of its runs."""
     clock = "real_time" if WAITS.search(operation) else "cpu_time"
+    one_processor = ["taskset", "--cpu-list", str(max(os.sched_getaffinity(0)))]
+    prefix = [] if ON_ALL_PROCESSORS.search(operation) else one_processor
     with tempfile.NamedTemporaryFile(suffix=".json") as results:
         run([f"--benchmark_filter={exactly([operation])}", f"--benchmark_repetitions={RUNS_IN_ROUND}",
-             "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.005"], results.name)
+             "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.005"], results.name, prefix=prefix)
         times = {}
         for entry in json.load(results)["benchmarks"]:
             if entry["run_type"] == "iteration":
