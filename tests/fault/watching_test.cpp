@@ -203,6 +203,7 @@ TEST(PlugCycles, EachOfFiveHundredIsMountedAndUnmounted) {
     };
     EXPECT_EQ(kCycles, times("SOMETHING HAPPNED: " + stick.name() + "\nWHAT: 256\nRunning: mount " +
                              stick.node() + " " + mountPoint + "\n"));
+    EXPECT_EQ(2 * kCycles, times("Running: "));
     EXPECT_EQ(kCycles, times("SOMETHING HAPPNED: " + stick.name() +
                              "\nWHAT: 512\nRunning: umount " + mountPoint + "\n"));
     report("plugging: 500 cycles, " + std::to_string(inserted) + " mounted, " +
