@@ -1,9 +1,9 @@
 #ifndef TAVO_AGENT_AGENT_H
 #define TAVO_AGENT_AGENT_H
 
-#include "Descriptors.h"
-
 #include <kvr/api/com/NQ_Sockets.h>
+
+#include "Descriptors.h"
 
 namespace agent {
 

@@ -1,8 +1,8 @@
 #include "Log.h"
 
-#include "LogFile.h"
-
 #include <kvr/api/log/NQ_Logger.h>
+
+#include "LogFile.h"
 
 #include <mutex>
 #include <stdexcept>

@@ -1,9 +1,9 @@
 #ifndef TAVO_AGENT_SERVER_THREAD_H
 #define TAVO_AGENT_SERVER_THREAD_H
 
-#include "Accept.h"
-
 #include <kvr/api/com/NQ_Sockets.h>
+
+#include "Accept.h"
 
 #include <string>
 #include <thread>

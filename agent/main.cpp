@@ -1,6 +1,8 @@
 // A management agent for the gateway. It takes JSON-RPC requests on a local socket and carries them
 // out with the library's classes. Options.cpp has its help text.
 
+#include <kvr/api/com/NQ_Sockets.h>
+
 #include "Accept.h"
 #include "Agent.h"
 #include "Descriptors.h"
@@ -15,8 +17,6 @@
 #include "mqtt/RemoteRequests.h"
 #include "rpc/Dispatcher.h"
 #include "rpc/RequestHandler.h"
-
-#include <kvr/api/com/NQ_Sockets.h>
 
 #include <chrono>
 #include <csignal>

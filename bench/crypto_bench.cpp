@@ -1,7 +1,7 @@
+#include <kvr/api/crypto/NQ_Crypto.h>
+
 #include "floor/crypto.h"
 #include "measure.h"
-
-#include <kvr/api/crypto/NQ_Crypto.h>
 
 #include <memory>
 #include <string>

@@ -1,8 +1,8 @@
+#include <kvr/api/NQ_JsonRPC.h>
+
 #include "documents.h"
 #include "floor/Dispatcher.h"
 #include "measure.h"
-
-#include <kvr/api/NQ_JsonRPC.h>
 
 #include <functional>
 #include <map>

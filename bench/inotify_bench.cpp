@@ -1,8 +1,8 @@
+#include <kvr/api/FileSystemWatcher.h>
+
 #include "TempDir.h"
 #include "floor/Watch.h"
 #include "measure.h"
-
-#include <kvr/api/FileSystemWatcher.h>
 
 #include <cstdlib>
 #include <fstream>

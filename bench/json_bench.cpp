@@ -1,8 +1,8 @@
+#include <kvr/api/data/NQ_JSON.h>
+
 #include "documents.h"
 #include "floor/Json.h"
 #include "measure.h"
-
-#include <kvr/api/data/NQ_JSON.h>
 
 #include <map>
 #include <string>

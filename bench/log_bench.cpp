@@ -1,8 +1,8 @@
+#include <kvr/api/log/NQ_Logger.h>
+
 #include "TempDir.h"
 #include "floor/Log.h"
 #include "measure.h"
-
-#include <kvr/api/log/NQ_Logger.h>
 
 #include <memory>
 #include <string>

@@ -1,8 +1,8 @@
+#include <kvr/api/file/NQ_Files.h>
+
 #include "TempDir.h"
 #include "floor/process.h"
 #include "measure.h"
-
-#include <kvr/api/file/NQ_Files.h>
 
 #include <cstdio>
 #include <fstream>

@@ -1,8 +1,8 @@
+#include <kvr/api/com/NQ_Sockets.h>
+
 #include "Child.h"
 #include "floor/Server.h"
 #include "measure.h"
-
-#include <kvr/api/com/NQ_Sockets.h>
 
 #include <cstdint>
 #include <cstring>

@@ -1,8 +1,8 @@
+#include <kvr/api/StdInReader.h>
+
 #include "Child.h"
 #include "floor/LineReader.h"
 #include "measure.h"
-
-#include <kvr/api/StdInReader.h>
 
 #include <iostream>
 #include <memory>

@@ -1,8 +1,8 @@
-#include "floor/text.h"
-#include "measure.h"
-
 #include <kvr/api/data/NQ_Strings.h>
 #include <kvr/api/datetime/NQ_Time.h>
+
+#include "floor/text.h"
+#include "measure.h"
 
 #include <ctime>
 #include <iomanip>

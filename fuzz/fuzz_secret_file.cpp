@@ -19,6 +19,7 @@ int secretFileMain(int argc, char** argv);
 #include <cstdint>
 
 #include <dlfcn.h>
+
 #include <openssl/err.h>
 
 namespace {

@@ -2,7 +2,6 @@
 #include "../sandbox/uci_error.h"
 #include "../sandbox/uci_file.h"
 #include "../sandbox/uci_words.h"
-
 #include "fuzzing.h"
 
 #include <algorithm>

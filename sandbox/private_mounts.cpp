@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>

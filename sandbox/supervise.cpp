@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include <kvr/api/AsyncWatcherRunner.h>
+#include "kvr/api/AsyncWatcherRunner.h"
 
 AsyncWatcherRunner::AsyncWatcherRunner() : running(false) {}
 

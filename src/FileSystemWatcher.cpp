@@ -1,4 +1,4 @@
-#include <kvr/api/FileSystemWatcher.h>
+#include "kvr/api/FileSystemWatcher.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include <kvr/api/NQ_AutoMount.h>
+#include "kvr/api/NQ_AutoMount.h"
 
 #include "detail/console.h"
 

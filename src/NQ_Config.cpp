@@ -1,4 +1,4 @@
-#include <kvr/api/mng/NQ_Config.h>
+#include "kvr/api/mng/NQ_Config.h"
 
 #include <kvr/api/crypto/NQ_Crypto.h>
 #include <kvr/api/data/NQ_JSON.h>

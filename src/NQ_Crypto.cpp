@@ -2,7 +2,7 @@
 // them.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
-#include <kvr/api/crypto/NQ_Crypto.h>
+#include "kvr/api/crypto/NQ_Crypto.h"
 
 #include <algorithm>
 #include <cmath>

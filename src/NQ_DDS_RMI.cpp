@@ -1,4 +1,4 @@
-#include <kvr/api/mdw/NQ_DDS_RMI.h>
+#include "kvr/api/mdw/NQ_DDS_RMI.h"
 
 #include <syslog.h>
 

@@ -1,4 +1,4 @@
-#include <kvr/api/file/NQ_Files.h>
+#include "kvr/api/file/NQ_Files.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include <kvr/api/sys/NQ_Gpio.h>
+#include "kvr/api/sys/NQ_Gpio.h"
 
 #include <atomic>
 

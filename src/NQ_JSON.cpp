@@ -1,4 +1,4 @@
-#include <kvr/api/data/NQ_JSON.h>
+#include "kvr/api/data/NQ_JSON.h"
 
 #include "detail/console.h"
 

@@ -1,4 +1,4 @@
-#include <kvr/api/NQ_JsonRPC.h>
+#include "kvr/api/NQ_JsonRPC.h"
 
 #include <algorithm>
 #include <stdexcept>

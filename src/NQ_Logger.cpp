@@ -1,4 +1,4 @@
-#include <kvr/api/log/NQ_Logger.h>
+#include "kvr/api/log/NQ_Logger.h"
 
 #include "detail/console.h"
 

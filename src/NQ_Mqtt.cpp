@@ -1,4 +1,4 @@
-#include <kvr/api/com/NQ_Mqtt.h>
+#include "kvr/api/com/NQ_Mqtt.h"
 
 #include <kvr/api/datetime/NQ_Time.h>
 

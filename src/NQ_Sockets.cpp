@@ -1,4 +1,4 @@
-#include <kvr/api/com/NQ_Sockets.h>
+#include "kvr/api/com/NQ_Sockets.h"
 
 #include "detail/console.h"
 

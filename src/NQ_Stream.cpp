@@ -1,4 +1,4 @@
-#include <kvr/api/NQ_Stream.h>
+#include "kvr/api/NQ_Stream.h"
 
 #include "detail/console.h"
 

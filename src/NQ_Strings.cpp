@@ -1,4 +1,4 @@
-#include <kvr/api/data/NQ_Strings.h>
+#include "kvr/api/data/NQ_Strings.h"
 
 #include <algorithm>
 #include <cctype>

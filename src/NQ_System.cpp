@@ -1,4 +1,4 @@
-#include <kvr/api/sys/NQ_System.h>
+#include "kvr/api/sys/NQ_System.h"
 
 #include <kvr/api/data/NQ_JSON.h>
 #include <kvr/api/data/NQ_Strings.h>

@@ -1,4 +1,4 @@
-#include <kvr/api/datetime/NQ_Time.h>
+#include "kvr/api/datetime/NQ_Time.h"
 
 #include "detail/console.h"
 

@@ -1,4 +1,4 @@
-#include <kvr/api/mng/NQ_UBUS.h>
+#include "kvr/api/mng/NQ_UBUS.h"
 
 #include <kvr/api/file/NQ_Files.h>
 

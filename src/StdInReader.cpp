@@ -1,4 +1,4 @@
-#include <kvr/api/StdInReader.h>
+#include "kvr/api/StdInReader.h"
 
 #include <kvr/api/NQ_Stream.h>
 

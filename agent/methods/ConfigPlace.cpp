@@ -1,10 +1,10 @@
 #include "methods/ConfigPlace.h"
 
-#include "rpc/Rpc.h"
-#include "rpc/Text.h"
-
 #include <kvr/api/crypto/NQ_Crypto.h>
 #include <kvr/api/mng/NQ_Config.h>
+
+#include "rpc/Rpc.h"
+#include "rpc/Text.h"
 
 #include <algorithm>
 #include <fstream>

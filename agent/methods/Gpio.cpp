@@ -1,8 +1,8 @@
 #include "methods/Gpio.h"
 
-#include "rpc/Rpc.h"
-
 #include <kvr/api/sys/NQ_Gpio.h>
+
+#include "rpc/Rpc.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,10 +1,10 @@
 #ifndef TAVO_AGENT_METHOD_H
 #define TAVO_AGENT_METHOD_H
 
+#include <kvr/api/NQ_JsonRPC.h>
+
 #include "rpc/Json.h"
 #include "rpc/Params.h"
-
-#include <kvr/api/NQ_JsonRPC.h>
 
 #include <string>
 

@@ -1,9 +1,9 @@
 #include "methods/ProcessRun.h"
 
+#include <kvr/api/file/NQ_Files.h>
+
 #include "rpc/Rpc.h"
 #include "rpc/Text.h"
-
-#include <kvr/api/file/NQ_Files.h>
 
 #include <condition_variable>
 #include <csignal>

@@ -1,10 +1,10 @@
 #include "methods/UciApply.h"
 
+#include <kvr/api/mng/NQ_UBUS.h>
+
 #include "methods/UciSection.h"
 #include "rpc/Rpc.h"
 #include "rpc/Text.h"
-
-#include <kvr/api/mng/NQ_UBUS.h>
 
 namespace agent {
 namespace {

@@ -1,10 +1,10 @@
 #include "methods/UciSection.h"
 
-#include "rpc/Rpc.h"
-#include "rpc/Text.h"
-
 #include <kvr/api/file/NQ_Files.h>
 #include <kvr/api/mng/NQ_UBUS.h>
+
+#include "rpc/Rpc.h"
+#include "rpc/Text.h"
 
 namespace agent {
 namespace {

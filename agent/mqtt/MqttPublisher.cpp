@@ -1,10 +1,10 @@
 #include "mqtt/MqttPublisher.h"
 
+#include <kvr/api/com/NQ_Mqtt.h>
+
 #include "Log.h"
 #include "Signals.h"
 #include "rpc/Text.h"
-
-#include <kvr/api/com/NQ_Mqtt.h>
 
 namespace agent {
 namespace {

@@ -19,12 +19,14 @@
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 #endif
 
-#include <VirtualSlots.h>
+#include "VirtualSlots.h"
+
 #include <cstddef>
-#include <gtest/gtest.h>
 
 #include <pthread.h>
 #include <sys/ioctl.h>
+
+#include <gtest/gtest.h>
 
 // The recorded numbers include strings and streams of libstdc++.
 #if defined(__GLIBCXX__)

@@ -3,10 +3,10 @@
 // A subscriber receives what each broker forwards. When send() fails, the publisher reconnects and
 // continues with the next message.
 
+#include <kvr/api/com/NQ_Mqtt.h>
+
 #include "Broker.h"
 #include "Subscriber.h"
-
-#include <kvr/api/com/NQ_Mqtt.h>
 
 #include <atomic>
 #include <iostream>

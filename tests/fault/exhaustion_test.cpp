@@ -1,14 +1,6 @@
 // Descriptors and processes used up. Each test checks a class while there are none, and again after
 // some are free.
 
-#include "CapturedOutput.h"
-#include "FakePrograms.h"
-#include "ForkedChild.h"
-#include "SocketFile.h"
-#include "TempDir.h"
-#include "Threads.h"
-#include "Waiting.h"
-
 #include <kvr/api/AsyncWatcherRunner.h>
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/com/NQ_Sockets.h>
@@ -19,6 +11,14 @@
 #include <kvr/api/mng/NQ_UBUS.h>
 #include <kvr/api/sys/NQ_Gpio.h>
 #include <kvr/api/sys/NQ_System.h>
+
+#include "CapturedOutput.h"
+#include "FakePrograms.h"
+#include "ForkedChild.h"
+#include "SocketFile.h"
+#include "TempDir.h"
+#include "Threads.h"
+#include "Waiting.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,14 +1,6 @@
 // Endless signals: each class while a handler without SA_RESTART interrupts its thread about a
 // thousand times a second.
 
-#include "SignalStorm.h"
-
-#include "Broker.h"
-#include "CapturedOutput.h"
-#include "SocketFile.h"
-#include "TempDir.h"
-#include "Waiting.h"
-
 #include <kvr/api/FileSystemWatcher.h>
 #include <kvr/api/StdInReader.h>
 #include <kvr/api/com/NQ_Mqtt.h>
@@ -18,6 +10,13 @@
 #include <kvr/api/file/NQ_Files.h>
 #include <kvr/api/log/NQ_Logger.h>
 #include <kvr/api/sys/NQ_System.h>
+
+#include "Broker.h"
+#include "CapturedOutput.h"
+#include "SignalStorm.h"
+#include "SocketFile.h"
+#include "TempDir.h"
+#include "Waiting.h"
 
 #include <algorithm>
 #include <chrono>

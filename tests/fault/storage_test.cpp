@@ -4,11 +4,6 @@
 // No class reports a failed write. The tests check the content on the disk afterwards: always the
 // beginning of what was to be written, and nothing else.
 
-#include "CapturedOutput.h"
-#include "ForkedChild.h"
-#include "PrivateMounts.h"
-#include "TempDir.h"
-
 #include <kvr/api/com/NQ_Sockets.h>
 #include <kvr/api/crypto/NQ_Crypto.h>
 #include <kvr/api/data/NQ_JSON.h>
@@ -16,6 +11,11 @@
 #include <kvr/api/log/NQ_Logger.h>
 #include <kvr/api/mng/NQ_Config.h>
 #include <kvr/api/sys/NQ_System.h>
+
+#include "CapturedOutput.h"
+#include "ForkedChild.h"
+#include "PrivateMounts.h"
+#include "TempDir.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,14 +1,14 @@
 // More events than the kernel queues, and a device that is plugged and unplugged all day.
 
+#include <kvr/api/FileSystemWatcher.h>
+#include <kvr/api/NQ_AutoMount.h>
+
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 #include "Stick.h"
 #include "TempDir.h"
 #include "Threads.h"
 #include "Waiting.h"
-
-#include <kvr/api/FileSystemWatcher.h>
-#include <kvr/api/NQ_AutoMount.h>
 
 #include <atomic>
 #include <cerrno>

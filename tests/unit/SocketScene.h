@@ -1,11 +1,11 @@
 #ifndef TAVO_TESTS_SOCKET_SCENE_H
 #define TAVO_TESTS_SOCKET_SCENE_H
 
+#include <kvr/api/com/NQ_Sockets.h>
+
 #include "CapturedOutput.h"
 #include "ScriptedCalls.h"
 #include "SocketFile.h"
-
-#include <kvr/api/com/NQ_Sockets.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -1,9 +1,9 @@
 #ifndef TAVO_TESTS_UCI_TOOLS_H
 #define TAVO_TESTS_UCI_TOOLS_H
 
-#include "FakePrograms.h"
-
 #include <kvr/api/mng/NQ_UBUS.h>
+
+#include "FakePrograms.h"
 
 #include <string>
 #include <vector>

@@ -1,5 +1,7 @@
 // The reference-counted types and the option checks of our DDS RMI runtime. Nothing here joins a
 // domain.
+#include <dds_service_sdk.h>
+
 #include "CapturedOutput.h"
 
 #include <atomic>
@@ -10,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include <dds_service_sdk.h>
 #include <gtest/gtest.h>
 
 using org::opensplice::DDS_RMI::CRuntime;

@@ -1,9 +1,8 @@
 #ifndef KVR_API_MDW_NQ_DDS_RMI_H
 #define KVR_API_MDW_NQ_DDS_RMI_H
 
-#include <kvr/api/export.h>
-
 #include <dds_service_sdk.h>
+#include <kvr/api/export.h>
 
 namespace kvr {
 namespace api {
