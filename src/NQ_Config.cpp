@@ -9,12 +9,13 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <tuple>
 #include <utility>
 
 namespace kvr::api::mng {
 namespace {
 
-const char* const kStopAgent = "/opt/components/mng/AG_Config/bin/stopAgent.sh ";
+constexpr char kStopAgent[] = "/opt/components/mng/AG_Config/bin/stopAgent.sh ";
 
 } // namespace
 
@@ -39,8 +40,8 @@ void NQ_Config::init(std::string newAppID, std::string newAgentID, std::string s
     detail::out() << "Got Content:" << content << std::endl;
     detail::out() << "Creating directory:" << configDir << std::endl;
     if (!configDir.empty())
-        (void)!std::system(
-            ("mkdir -p " + configDir).c_str()); // without it, the file is not written
+        std::ignore =
+            std::system(("mkdir -p " + configDir).c_str()); // without it, the file is not written
 }
 
 bool NQ_Config::checkConfig() {

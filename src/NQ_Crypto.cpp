@@ -42,8 +42,8 @@ struct Cipher {
     decltype(&EVP_EncryptUpdate) update;
     decltype(&EVP_EncryptFinal_ex) final;
 };
-const Cipher kEncryption = {EVP_EncryptInit_ex, EVP_EncryptUpdate, EVP_EncryptFinal_ex};
-const Cipher kDecryption = {EVP_DecryptInit_ex, EVP_DecryptUpdate, EVP_DecryptFinal_ex};
+constexpr Cipher kEncryption = {EVP_EncryptInit_ex, EVP_EncryptUpdate, EVP_EncryptFinal_ex};
+constexpr Cipher kDecryption = {EVP_DecryptInit_ex, EVP_DecryptUpdate, EVP_DecryptFinal_ex};
 
 /// Number of bytes written to `out`, or -1 with the reasons in OpenSSL's queue.
 int transform(const Cipher& cipher, const unsigned char* in, int inLength, const unsigned char* key,

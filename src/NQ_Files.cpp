@@ -8,6 +8,7 @@
 #include <new>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include <dirent.h>
@@ -59,7 +60,7 @@ void runProgram(const std::string& command, const std::vector<std::string>& args
 FILE* start(const std::string& command, const std::vector<std::string>& args, bool reading,
             int& pid) {
     int ends[2] = {-1, -1};
-    (void)!pipe(ends); // shows as the null stream below
+    std::ignore = pipe(ends); // shows as the null stream below
     const Pipe pipe = {ends[0], ends[1]};
 
     const pid_t child = fork();
@@ -255,7 +256,7 @@ int NQ_FileUtils::Linux_Copy(const char* source, const char* destination) {
     (void)fstat(from, &status);
     // One call moves no more than this anyway; larger sizes do not fit into every size_t.
     constexpr off_t kMost = 0x7ffff000;
-    (void)!sendfile(to, from, nullptr, static_cast<size_t>(std::min(status.st_size, kMost)));
+    std::ignore = sendfile(to, from, nullptr, static_cast<size_t>(std::min(status.st_size, kMost)));
     (void)close(from);
     return close(to);
 }

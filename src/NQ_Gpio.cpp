@@ -10,17 +10,17 @@ namespace {
 
 // Request words of the board's driver: direction bits, type letter 'B', signal number in the low
 // byte, no size.
-enum Request : unsigned {
-    kSetLedUsr = 0x40004203u,
-    kSetLedPwr = 0x40004204u,
-    kSetLedWan = 0x40004205u,
-    kSetOut0 = 0x40004206u,
-    kSetLedSim = 0x40004210u,
-    kGetOut0 = 0x80004206u,
-    kGetBin0 = 0x80004207u,
-    kGetTemperature = 0x80004211u,
-    kGetVoltage = 0x80004212u,
-    kGetBin1 = 0x8000421Bu
+enum class Request : unsigned {
+    SetLedUsr = 0x40004203u,
+    SetLedPwr = 0x40004204u,
+    SetLedWan = 0x40004205u,
+    SetOut0 = 0x40004206u,
+    SetLedSim = 0x40004210u,
+    GetOut0 = 0x80004206u,
+    GetBin0 = 0x80004207u,
+    GetTemperature = 0x80004211u,
+    GetVoltage = 0x80004212u,
+    GetBin1 = 0x8000421Bu
 };
 
 // The type of ioctl()'s request: unsigned long in glibc, int in musl.
@@ -55,17 +55,17 @@ int lowWhenFailed(int result) { return result < 0 ? 0 : result; }
 
 } // namespace
 
-int NQ_Gpio::setLedSim(Gpio_State state) { return drive(kSetLedSim, state); }
-int NQ_Gpio::setLedWan(Gpio_State state) { return drive(kSetLedWan, state); }
-int NQ_Gpio::setLedUsr(Gpio_State state) { return drive(kSetLedUsr, state); }
-int NQ_Gpio::setLedPwr(Gpio_State state) { return drive(kSetLedPwr, state); }
-int NQ_Gpio::setOut0(Gpio_State state) { return drive(kSetOut0, state); }
+int NQ_Gpio::setLedSim(Gpio_State state) { return drive(Request::SetLedSim, state); }
+int NQ_Gpio::setLedWan(Gpio_State state) { return drive(Request::SetLedWan, state); }
+int NQ_Gpio::setLedUsr(Gpio_State state) { return drive(Request::SetLedUsr, state); }
+int NQ_Gpio::setLedPwr(Gpio_State state) { return drive(Request::SetLedPwr, state); }
+int NQ_Gpio::setOut0(Gpio_State state) { return drive(Request::SetOut0, state); }
 
-int NQ_Gpio::getOut0() { return lowWhenFailed(sense(kGetOut0)); }
-int NQ_Gpio::getBin0() { return lowWhenFailed(sense(kGetBin0)); }
-int NQ_Gpio::getBin1() { return lowWhenFailed(sense(kGetBin1)); }
+int NQ_Gpio::getOut0() { return lowWhenFailed(sense(Request::GetOut0)); }
+int NQ_Gpio::getBin0() { return lowWhenFailed(sense(Request::GetBin0)); }
+int NQ_Gpio::getBin1() { return lowWhenFailed(sense(Request::GetBin1)); }
 
-int NQ_Gpio::getTemperature() { return sense(kGetTemperature); }
-int NQ_Gpio::getVoltage() { return sense(kGetVoltage); }
+int NQ_Gpio::getTemperature() { return sense(Request::GetTemperature); }
+int NQ_Gpio::getVoltage() { return sense(Request::GetVoltage); }
 
 } // namespace kvr::api::sys

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <new>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include <sys/socket.h>
@@ -15,11 +16,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#define SOCKET_DIRECTORY "/tmp/socketDDS"
-
 namespace kvr::api::com {
 namespace {
 
+constexpr char kDirectory[] = "/tmp/socketDDS/";
+constexpr char kMakeDirectory[] = "[ -d /tmp/socketDDS ] || mkdir -p /tmp/socketDDS";
 constexpr int kBacklog = 5;
 
 [[noreturn]] void endProcess(const char* failedCall) {
@@ -33,10 +34,9 @@ NQ_Sockets::NQ_Sockets(const char* name) : serverFd(-1) {
     try {
         if (name == nullptr)
             throw std::logic_error("the socket name is null");
-        socketPath = SOCKET_DIRECTORY "/";
+        socketPath = kDirectory;
         socketPath += name;
-        (void)!std::system("[ -d " SOCKET_DIRECTORY
-                           " ] || mkdir -p " SOCKET_DIRECTORY); // a failure shows in bind()
+        std::ignore = std::system(kMakeDirectory); // a failure shows in bind()
         initSocketSrv();
     } catch (...) {
         detail::reportCaught("kvr::api::com::NQ_Sockets::NQ_Sockets");

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
+#include <tuple>
 #include <vector>
 
 #include <fcntl.h>
@@ -25,7 +26,7 @@
 namespace kvr::api::sys {
 namespace {
 
-const char* const kPortConfiguration = "/opt/apps/ZEQ/cfg/ZEQ.json";
+constexpr char kPortConfiguration[] = "/opt/apps/ZEQ/cfg/ZEQ.json";
 
 /// Directories count as well.
 bool canBeOpened(const char* path) { return std::ifstream(path, std::ios::in).is_open(); }
@@ -124,7 +125,7 @@ int NQ_System::getProcIdByName(std::string name) {
     if (output == nullptr)
         return 0;
     char line[512] = "";
-    (void)!std::fgets(line, sizeof line, output); // no line reads as 0
+    std::ignore = std::fgets(line, sizeof line, output); // no line reads as 0
     const unsigned long id = std::strtoul(line, nullptr, 10);
     pclose(output);
     return static_cast<int>(id);

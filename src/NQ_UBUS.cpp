@@ -5,6 +5,7 @@
 #include "detail/console.h"
 
 #include <cstdlib>
+#include <tuple>
 
 namespace kvr::api::mng {
 
@@ -94,7 +95,7 @@ std::string NQ_UBUS::makeDeleteConfig() {
 bool NQ_UBUS::applyConfig(const std::string& ubusArgs) {
     const std::string command = "ubus call uci " + ubusArgs + "; uci commit " + configField;
     detail::out() << "Calling: " << command << std::endl;
-    (void)!std::system(command.c_str()); // only the commands' messages show a failure
+    std::ignore = std::system(command.c_str()); // only the commands' messages show a failure
     return true;
 }
 
@@ -120,7 +121,7 @@ bool NQ_UBUS::restartService() {
     const std::string command = "/etc/init.d/" + service + " restart";
     detail::out() << "Calling: " << command << std::endl;
     detail::out() << "Restarting: " << service << "..." << std::endl;
-    (void)!std::system(command.c_str()); // only the service's messages show a failure
+    std::ignore = std::system(command.c_str()); // only the service's messages show a failure
     detail::out() << "Service " << service << " restarted" << std::endl;
     return true;
 }
