@@ -17,18 +17,18 @@
 
 namespace {
 
-const char* const kMethods[] = {"get", "add", "set", "delete", "rename", "changes"};
+constexpr const char* kMethods[] = {"get", "add", "set", "delete", "rename", "changes"};
 
-const char kPackage[] = "\n"
-                        "config interface 'lan'\n"
-                        "\toption proto 'static'\n"
-                        "\toption ipaddr '192.168.1.1'\n"
-                        "\tlist dns '1.1.1.1'\n"
-                        "\tlist dns '8.8.8.8'\n"
-                        "\n"
-                        "config device\n"
-                        "\toption name 'br-lan'\n"
-                        "\n";
+constexpr char kPackage[] = "\n"
+                            "config interface 'lan'\n"
+                            "\toption proto 'static'\n"
+                            "\toption ipaddr '192.168.1.1'\n"
+                            "\tlist dns '1.1.1.1'\n"
+                            "\tlist dns '8.8.8.8'\n"
+                            "\n"
+                            "config device\n"
+                            "\toption name 'br-lan'\n"
+                            "\n";
 
 /// A gateway's configuration, as each call finds it.
 class Gateway {

@@ -10,7 +10,7 @@ namespace {
 json_object* member(json_object* arguments, const char* key, json_type type) {
     json_object* found = nullptr;
     json_object_object_get_ex(arguments, key, &found);
-    return found && json_object_is_type(found, type) ? found : nullptr;
+    return found != nullptr && json_object_is_type(found, type) != 0 ? found : nullptr;
 }
 
 // The bus carries integers in 32 bits where they fit, otherwise in 64. The daemon prints both as
@@ -26,7 +26,7 @@ std::string integer(std::int64_t value) {
 
 std::optional<std::string> text(json_object* arguments, const char* key) {
     json_object* const found = member(arguments, key, json_type_string);
-    if (!found)
+    if (found == nullptr)
         return std::nullopt;
     return json_object_get_string(found);
 }

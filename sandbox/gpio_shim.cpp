@@ -28,20 +28,20 @@ namespace {
 
 // Name of the memory file that a program has open instead of the device. It identifies the device's
 // descriptors, also after dup, fork and exec.
-const char kDeviceFile[] = "tavo-gpio";
+constexpr char kDeviceFile[] = "tavo-gpio";
 
 /// One request word of the board's driver: direction bits, type letter 'B', signal number.
 struct Request {
     std::uint32_t word;
     const char* signal;
 };
-const Request kRequests[] = {
+constexpr Request kRequests[] = {
     {0x40004203U, "led_usr"}, {0x40004204U, "led_pwr"}, {0x40004205U, "led_wan"},
     {0x40004206U, "out0"},    {0x40004210U, "led_sim"}, {0x80004206U, "out0"},
     {0x80004207U, "bin0"},    {0x8000421bU, "bin1"},    {0x80004211U, "temperature"},
     {0x80004212U, "voltage"},
 };
-const std::uint32_t kWrites = 0x40000000U;
+constexpr std::uint32_t kWrites = 0x40000000U;
 
 template <typename Function>
 Function next(const char* name) {
@@ -50,10 +50,12 @@ Function next(const char* name) {
 
 const char* stateFile() {
     const char* path = std::getenv("TAVO_GPIO_STATE");
-    return path ? path : "/tmp/gpio.state";
+    return path != nullptr ? path : "/tmp/gpio.state";
 }
 
-bool isDevicePath(const char* path) { return path && std::strcmp(path, "/dev/gpio") == 0; }
+bool isDevicePath(const char* path) {
+    return path != nullptr && std::strcmp(path, "/dev/gpio") == 0;
+}
 
 bool isDevice(int descriptor) {
     char link[64];

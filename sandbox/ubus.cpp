@@ -15,18 +15,18 @@ namespace {
 
 using uci::Status;
 
-const char kUsage[] = " [<options>] <command> [arguments...]\n"
-                      "The ubus of the desktop sandbox has one command:\n"
-                      " - call <path> <method> [<message>]\tCall a method of the object uci:\n"
-                      "\t\t\t\t\tget, add, set, delete, rename,\n"
-                      "\t\t\t\t\tchanges, commit, revert, configs\n"
-                      "Options:\n"
-                      " -S\t\tPrint replies in one line, and no messages\n"
-                      " -s <socket>, -t <timeout>, -v\n"
-                      "\t\tAccepted, without effect\n";
+constexpr char kUsage[] = " [<options>] <command> [arguments...]\n"
+                          "The ubus of the desktop sandbox has one command:\n"
+                          " - call <path> <method> [<message>]\tCall a method of the object uci:\n"
+                          "\t\t\t\t\tget, add, set, delete, rename,\n"
+                          "\t\t\t\t\tchanges, commit, revert, configs\n"
+                          "Options:\n"
+                          " -S\t\tPrint replies in one line, and no messages\n"
+                          " -s <socket>, -t <timeout>, -v\n"
+                          "\t\tAccepted, without effect\n";
 
-const int kNoBus = -1;
-const int kMisused = 1;
+constexpr int kNoBus = -1;
+constexpr int kMisused = 1;
 
 struct Tool {
     const char* name;

@@ -26,28 +26,28 @@ using uci::Section;
 using uci::Store;
 using uci::Target;
 
-const char kUsage[] = " [<options>] <command> [<arguments>]\n"
-                      "\n"
-                      "Commands of the desktop sandbox's uci:\n"
-                      "\tadd        <config> <section-type>\n"
-                      "\tadd_list   <config>.<section>.<option>=<string>\n"
-                      "\tchanges    [<config>]\n"
-                      "\tcommit     [<config>]\n"
-                      "\tdel_list   <config>.<section>.<option>=<string>\n"
-                      "\tdelete     <config>.<section>[.<option>[=<index>]]\n"
-                      "\texport     [<config>]\n"
-                      "\tget        <config>.<section>[.<option>]\n"
-                      "\trename     <config>.<section>[.<option>]=<name>\n"
-                      "\trevert     <config>[.<section>[.<option>]]\n"
-                      "\tset        <config>.<section>[.<option>]=<value>\n"
-                      "\tshow       [<config>[.<section>[.<option>]]]\n"
-                      "\n"
-                      "Options:\n"
-                      "\t-d <str>   separate the elements of lists by <str>\n"
-                      "\t-q         print no error messages\n"
-                      "\t-X         show anonymous sections by their generated names\n";
+constexpr char kUsage[] = " [<options>] <command> [<arguments>]\n"
+                          "\n"
+                          "Commands of the desktop sandbox's uci:\n"
+                          "\tadd        <config> <section-type>\n"
+                          "\tadd_list   <config>.<section>.<option>=<string>\n"
+                          "\tchanges    [<config>]\n"
+                          "\tcommit     [<config>]\n"
+                          "\tdel_list   <config>.<section>.<option>=<string>\n"
+                          "\tdelete     <config>.<section>[.<option>[=<index>]]\n"
+                          "\texport     [<config>]\n"
+                          "\tget        <config>.<section>[.<option>]\n"
+                          "\trename     <config>.<section>[.<option>]=<name>\n"
+                          "\trevert     <config>[.<section>[.<option>]]\n"
+                          "\tset        <config>.<section>[.<option>]=<value>\n"
+                          "\tshow       [<config>[.<section>[.<option>]]]\n"
+                          "\n"
+                          "Options:\n"
+                          "\t-d <str>   separate the elements of lists by <str>\n"
+                          "\t-q         print no error messages\n"
+                          "\t-X         show anonymous sections by their generated names\n";
 
-const int kMisused = 255;
+constexpr int kMisused = 255;
 
 struct Options {
     std::string delimiter = " ";
@@ -75,7 +75,7 @@ Subject subjectOf(const Store& store, const std::string& argument) {
 /// Throws when a part of the subject is missing.
 void needComplete(const Subject& subject) {
     if (subject.path.section && !subject.target.isComplete())
-        throw Error(Error::NotFound);
+        throw Error(Error::Kind::NotFound);
 }
 
 // --- commands that read --------------------------------------------------------------------------
@@ -128,14 +128,14 @@ void show(const Store& store, const std::string& argument, const Options& option
 void changes(const Store& store, const std::string& argument, const Options&) {
     const Subject subject = subjectOf(store, argument);
     for (const Change& change : subject.loaded.pending) {
-        const bool isDeletion = change.kind == Change::Delete;
+        const bool isDeletion = change.kind == Change::Kind::Delete;
         std::cout << (isDeletion ? "-" : "") << subject.path.package << "." << change.section;
         if (change.option)
             std::cout << "." << *change.option;
         if (!isDeletion)
-            std::cout << (change.kind == Change::AddToList        ? "+="
-                          : change.kind == Change::DeleteFromList ? "-="
-                                                                  : "=")
+            std::cout << (change.kind == Change::Kind::AddToList        ? "+="
+                          : change.kind == Change::Kind::DeleteFromList ? "-="
+                                                                        : "=")
                       << uci::quote(*change.value);
         std::cout << "\n";
     }
@@ -156,7 +156,7 @@ bool get(Subject& subject, const Store&, const Options& options) {
     needComplete(subject);
     if (const Option* const option = subject.target.existingOption())
         std::cout << valueOf(*option, false, options) << "\n";
-    else if (subject.target.section)
+    else if (subject.target.section != nullptr)
         std::cout << subject.target.section->type << "\n";
     return true;
 }
@@ -170,7 +170,7 @@ void save(const Subject& subject, const Store& store, const std::optional<Change
 
 std::string needValue(const Subject& subject) {
     if (!subject.path.value || !subject.path.section)
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     return *subject.path.value;
 }
 
@@ -217,7 +217,7 @@ struct PackageCommand {
     const char* name;
     void (*run)(const Store&, const std::string& argument, const Options&);
 };
-const PackageCommand kPackageCommands[] = {
+constexpr PackageCommand kPackageCommands[] = {
     {"show", show}, {"changes", changes}, {"export", exportPackage}, {"commit", commit}};
 
 struct SectionCommand {
@@ -226,7 +226,7 @@ struct SectionCommand {
     bool takesValue;
     bool (*run)(Subject&, const Store&, const Options&); ///< false to fail without a message
 };
-const SectionCommand kSectionCommands[] = {
+constexpr SectionCommand kSectionCommands[] = {
     {"get", "get", false, get},
     {"set", "set", true, set},
     {"add_list", "add_list", true, addList},
@@ -311,7 +311,7 @@ private:
             std::cout << std::flush;
             if (!options_.quiet)
                 std::cerr << name_ << ": " << error.what() << "\n";
-            return byKind ? error.kind() : 1;
+            return byKind ? static_cast<int>(error.kind()) : 1;
         }
     }
 

@@ -16,18 +16,18 @@ struct Mark {
     Change::Kind kind;
 };
 // What a pending change begins with; a plain Set begins with its path.
-const Mark kMarks[] = {{'+', Change::AddSection}, {'-', Change::Delete},
-                       {'|', Change::AddToList},  {'~', Change::DeleteFromList},
-                       {'@', Change::Rename},     {'^', Change::Reorder}};
+constexpr Mark kMarks[] = {{'+', Change::Kind::AddSection}, {'-', Change::Kind::Delete},
+                           {'|', Change::Kind::AddToList},  {'~', Change::Kind::DeleteFromList},
+                           {'@', Change::Kind::Rename},     {'^', Change::Kind::Reorder}};
 
 Section& needSection(const Target& target) {
-    if (!target.section)
-        throw Error(Error::InvalidArgument);
+    if (target.section == nullptr)
+        throw Error(Error::Kind::InvalidArgument);
     return *target.section;
 }
 
 void setType(Package& package, const Target& target, const std::string& type) {
-    if (!target.section) {
+    if (target.section == nullptr) {
         package.add(type, target.name);
         return;
     }
@@ -51,24 +51,24 @@ bool isPlausible(const Change& change, const Path& path) {
     if (!path.section || !isName(*path.section))
         return false;
     switch (change.kind) {
-    case Change::Delete:
+    case Change::Kind::Delete:
         return true;
-    case Change::Reorder:
+    case Change::Kind::Reorder:
         return path.value && !path.option;
-    case Change::Rename:
+    case Change::Kind::Rename:
         return path.value && isName(*path.value);
-    case Change::AddToList:
-    case Change::DeleteFromList:
+    case Change::Kind::AddToList:
+    case Change::Kind::DeleteFromList:
         return path.value && path.option;
-    case Change::Set:
-    case Change::AddSection:
+    case Change::Kind::Set:
+    case Change::Kind::AddSection:
         break;
     }
     return path.value.has_value();
 }
 
 std::optional<Change> parseChange(const std::string& package, std::string word) {
-    Change change{Change::Set, "", std::nullopt, std::nullopt};
+    Change change{Change::Kind::Set, "", std::nullopt, std::nullopt};
     const auto* const mark =
         std::find_if(std::begin(kMarks), std::end(kMarks),
                      [&](const Mark& each) { return !word.empty() && each.character == word[0]; });
@@ -88,60 +88,60 @@ std::optional<Change> parseChange(const std::string& package, std::string word) 
 } // namespace
 
 std::optional<Change> set(Package& package, const Target& target, const std::string& value) {
-    if (!target.section && target.option)
-        throw Error(Error::InvalidArgument);
+    if (target.section == nullptr && target.option)
+        throw Error(Error::Kind::InvalidArgument);
     if (!target.option && !value.empty() && !isTypeName(value))
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     if (value.empty())
         return target.isComplete() ? remove(package, target) : std::nullopt;
     if (!target.option) {
-        if (target.section && target.section->type == value)
+        if (target.section != nullptr && target.section->type == value)
             return std::nullopt;
         setType(package, target, value);
     } else if (!target.section->setOption(*target.option, value)) {
         return std::nullopt;
     }
-    return Change{Change::Set, target.name, target.option, value};
+    return Change{Change::Kind::Set, target.name, target.option, value};
 }
 
 Change addSection(Package& package, const std::string& type) {
-    return {Change::AddSection, package.addAnonymous(type).name, std::nullopt, type};
+    return {Change::Kind::AddSection, package.addAnonymous(type).name, std::nullopt, type};
 }
 
 Change addToList(const Target& target, const std::string& value) {
     Section& section = needSection(target);
     if (!target.option)
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     section.addToList(*target.option, value);
-    return {Change::AddToList, target.name, target.option, value};
+    return {Change::Kind::AddToList, target.name, target.option, value};
 }
 
 std::optional<Change> deleteFromList(const Target& target, const std::string& value) {
     needSection(target);
     Option* const list = target.existingOption();
-    if (!list || !list->isList)
+    if (list == nullptr || !list->isList)
         return std::nullopt;
     list->values.erase(std::remove(list->values.begin(), list->values.end(), value),
                        list->values.end());
-    return Change{Change::DeleteFromList, target.name, target.option, value};
+    return Change{Change::Kind::DeleteFromList, target.name, target.option, value};
 }
 
 std::optional<Change> remove(Package& package, const Target& target,
                              const std::optional<std::string>& position) {
     if (!target.name.empty() && !target.isComplete())
-        throw Error(Error::NotFound);
+        throw Error(Error::Kind::NotFound);
     Section& section = needSection(target);
     Option* const option = target.existingOption();
-    if (option && option->isList && position && !position->empty()) {
+    if (option != nullptr && option->isList && position && !position->empty()) {
         int index = 0;
         if (std::sscanf(position->c_str(), "%d", &index) == 0 || index < 0 ||
             static_cast<std::size_t>(index) >= option->values.size())
             return std::nullopt;
         option->values.erase(option->values.begin() + index);
-        return Change{Change::Delete, target.name, target.option, position};
+        return Change{Change::Kind::Delete, target.name, target.option, position};
     }
     // The target's texts may be the section's own.
-    Change change{Change::Delete, target.name, target.option, std::nullopt};
+    Change change{Change::Kind::Delete, target.name, target.option, std::nullopt};
     if (target.option)
         section.removeOption(*change.option);
     else
@@ -151,45 +151,45 @@ std::optional<Change> remove(Package& package, const Target& target,
 
 Change rename(const Target& target, const std::optional<std::string>& name) {
     if (!target.name.empty() && !target.isComplete())
-        throw Error(Error::NotFound);
+        throw Error(Error::Kind::NotFound);
     Section& section = needSection(target);
     if (!name)
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     if (Option* const option = target.existingOption()) {
         option->name = *name;
     } else {
         section.name = *name;
         section.anonymous = false;
     }
-    return {Change::Rename, target.name, target.option, name};
+    return {Change::Kind::Rename, target.name, target.option, name};
 }
 
 void replay(const Change& change, Package& package) {
     const Target target{package.find(change.section), change.section, change.option};
     switch (change.kind) {
-    case Change::Set:
+    case Change::Kind::Set:
         set(package, target, *change.value);
         break;
-    case Change::AddSection:
+    case Change::Kind::AddSection:
         set(package, target, *change.value);
         if (Section* const added = change.option ? nullptr : package.find(change.section))
             added->anonymous = true;
         break;
-    case Change::Delete:
+    case Change::Kind::Delete:
         remove(package, target, change.value);
         break;
-    case Change::AddToList:
+    case Change::Kind::AddToList:
         addToList(target, *change.value);
         break;
-    case Change::DeleteFromList:
+    case Change::Kind::DeleteFromList:
         deleteFromList(target, *change.value);
         break;
-    case Change::Rename:
+    case Change::Kind::Rename:
         rename(target, change.value);
         break;
-    case Change::Reorder:
+    case Change::Kind::Reorder:
         if (!target.isComplete())
-            throw Error(Error::NotFound);
+            throw Error(Error::Kind::NotFound);
         moveTo(package, *target.section, *change.value);
         break;
     }

@@ -11,7 +11,7 @@ namespace uci {
 
 /// One change that is not committed yet.
 struct Change {
-    enum Kind { Set, AddSection, Delete, AddToList, DeleteFromList, Rename, Reorder };
+    enum class Kind { Set, AddSection, Delete, AddToList, DeleteFromList, Rename, Reorder };
     Kind kind;
     std::string section;
     std::optional<std::string> option;

@@ -42,11 +42,11 @@ void Edit::record(std::optional<Change> change) {
 Status setValue(Edit& edit, Section* section, const std::string& option, json_object* value) {
     if (!isName(option))
         return Status::InvalidArgument;
-    if (!section)
+    if (section == nullptr)
         return Status::NotFound;
     const Option* const existing = section->find(option);
     if (json_object_is_type(value, json_type_array)) {
-        if (existing)
+        if (existing != nullptr)
             removeOption(edit, *section, option);
         Status status = Status::InvalidArgument;
         for (json_object* element : bus::elements(value)) {
@@ -60,7 +60,7 @@ Status setValue(Edit& edit, Section* section, const std::string& option, json_ob
     const std::optional<std::string> text = bus::scalar(value);
     if (!text)
         return Status::InvalidArgument;
-    if (existing && existing->isList)
+    if (existing != nullptr && existing->isList)
         removeOption(edit, *section, option);
     edit.record(set(edit.package, targetOf(*section, option), *text));
     return Status::Ok;
@@ -69,9 +69,9 @@ Status setValue(Edit& edit, Section* section, const std::string& option, json_ob
 Status addValue(Edit& edit, Section* section, const std::string& option, json_object* value) {
     if (!isName(option))
         return Status::InvalidArgument;
-    if (!section)
+    if (section == nullptr)
         return Status::NotFound;
-    const bool isList = json_object_is_type(value, json_type_array);
+    const bool isList = json_object_is_type(value, json_type_array) != 0;
     Status status = Status::Ok;
     for (json_object* each : isList ? bus::elements(value) : std::vector<json_object*>{value}) {
         const std::optional<std::string> text = bus::scalar(each);
@@ -87,7 +87,7 @@ Status addValue(Edit& edit, Section* section, const std::string& option, json_ob
 
 Status removeOptions(Edit& edit, Section* section,
                      const std::optional<std::vector<std::string>>& options) {
-    if (!section)
+    if (section == nullptr)
         return Status::NotFound;
     if (!options) {
         edit.record(remove(edit.package, {section, section->name, std::nullopt}));
@@ -95,7 +95,7 @@ Status removeOptions(Edit& edit, Section* section,
     }
     Status status = Status::NotFound;
     for (const std::string& option : *options) {
-        if (section->find(option)) {
+        if (section->find(option) != nullptr) {
             removeOption(edit, *section, option);
             status = Status::Ok;
         }
@@ -106,7 +106,7 @@ Status removeOptions(Edit& edit, Section* section,
 bool fits(const Section& section, const std::optional<std::string>& type, json_object* match) {
     if (type && section.type != *type)
         return false;
-    if (!match)
+    if (match == nullptr)
         return true;
     bool asked = false;
     bool found = false;
@@ -117,7 +117,7 @@ bool fits(const Section& section, const std::optional<std::string>& type, json_o
         asked = true;
         // A missing option does not matter when another one fits.
         const Option* const option = section.find(name);
-        if (!option)
+        if (option == nullptr)
             continue;
         if (!holds(*option, *text))
             return false;

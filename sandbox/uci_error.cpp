@@ -6,13 +6,13 @@ namespace {
 
 const char* textOf(Error::Kind kind) {
     switch (kind) {
-    case Error::InvalidArgument:
+    case Error::Kind::InvalidArgument:
         return "Invalid argument";
-    case Error::NotFound:
+    case Error::Kind::NotFound:
         return "Entry not found";
-    case Error::Io:
+    case Error::Kind::Io:
         return "I/O error";
-    case Error::Parse:
+    case Error::Kind::Parse:
         break;
     }
     return "Parse error";
@@ -25,6 +25,6 @@ Error::Error(Kind kind) : std::runtime_error(textOf(kind)), kind_(kind) {}
 Error::Error(const std::string& reason, std::size_t line, std::size_t byte)
     : std::runtime_error("Parse error (" + reason + ") at line " + std::to_string(line) +
                          ", byte " + std::to_string(byte)),
-      kind_(Parse) {}
+      kind_(Kind::Parse) {}
 
 } // namespace uci

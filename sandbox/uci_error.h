@@ -11,7 +11,7 @@ namespace uci {
 class Error : public std::runtime_error {
 public:
     /// The platform's numbers, with which `uci add` exits.
-    enum Kind { InvalidArgument = 2, NotFound = 3, Io = 4, Parse = 5 };
+    enum class Kind { InvalidArgument = 2, NotFound = 3, Io = 4, Parse = 5 };
 
     explicit Error(Kind kind);
     /// For a text that cannot be parsed, at that line (from 1) and byte (from 0, within the

@@ -62,7 +62,7 @@ private:
         endStatement();
 
         Section* section = name.empty() ? &package_.addAnonymous(type) : package_.find(name);
-        if (!section)
+        if (section == nullptr)
             section = &package_.add(type, name);
         else if (section->type != type)
             words_.fail("section of different type overwrites prior section with same name");
@@ -132,7 +132,7 @@ const Option* Section::find(const std::string& option) const {
 
 bool Section::setOption(const std::string& option, const std::string& value) {
     Option* existing = find(option);
-    if (!existing) {
+    if (existing == nullptr) {
         options.push_back({option, false, {value}});
         return true;
     }
@@ -145,7 +145,7 @@ bool Section::setOption(const std::string& option, const std::string& value) {
 
 void Section::addToList(const std::string& option, const std::string& value) {
     Option* existing = find(option);
-    if (!existing) {
+    if (existing == nullptr) {
         options.push_back({option, true, {value}});
         return;
     }

@@ -91,16 +91,17 @@ void addSection(ReplyText& reply, const std::string& key, const Section& section
 }
 
 void addChanges(ReplyText& reply, const std::string& key, const std::vector<Change>& changes) {
-    static const char* const kNames[] = {"set",      "add",    "remove", "list-add",
-                                         "list-del", "rename", "order"};
+    // In the order of Change::Kind.
+    static constexpr const char* kNames[] = {"set",      "add",    "remove", "list-add",
+                                             "list-del", "rename", "order"};
     reply.openArray(key);
     for (const Change& change : changes) {
         reply.openArray("");
-        reply.add("", kNames[change.kind]);
+        reply.add("", kNames[static_cast<std::size_t>(change.kind)]);
         reply.add("", change.section);
         if (change.option)
             reply.add("", *change.option);
-        if (change.value && change.kind == Change::Reorder)
+        if (change.value && change.kind == Change::Kind::Reorder)
             reply.addNumber("", std::atol(change.value->c_str()));
         else if (change.value)
             reply.add("", *change.value);
@@ -131,13 +132,13 @@ public:
         }
         // A missing section or option is no error: the daemon's reply is empty then.
         Section* const section = findSection(package, *name);
-        if (!section)
+        if (section == nullptr)
             return false;
         if (const std::optional<std::string> option = bus::text(arguments_, "option")) {
             const Option* const found = section->find(*option);
-            if (found)
+            if (found != nullptr)
                 addOption(reply_, "value", *found);
-            return found;
+            return found != nullptr;
         }
         addSection(reply_, "values", *section, std::nullopt);
         return true;
@@ -169,7 +170,7 @@ public:
         const std::string config = needText(arguments_, "config");
         json_object* const values = bus::table(arguments_, "values");
         const std::optional<std::string> name = needFilter();
-        if (!values)
+        if (values == nullptr)
             throw Refusal{Status::InvalidArgument};
         refuseSession(arguments_);
         if (name && !isSectionText(*name))
@@ -266,7 +267,7 @@ private:
     /// The argument "section". Without it, "type" or "match" must select the sections.
     std::optional<std::string> needFilter() const {
         std::optional<std::string> section = bus::text(arguments_, "section");
-        if (!section && !type() && !match())
+        if (!section && !type() && match() == nullptr)
             throw Refusal{Status::InvalidArgument};
         return section;
     }
@@ -332,19 +333,19 @@ struct Method {
     const char* name;
     bool (Call::*run)();
 };
-const Method kMethods[] = {
+constexpr Method kMethods[] = {
     {"get", &Call::get},       {"add", &Call::add},         {"set", &Call::set},
     {"delete", &Call::remove}, {"configs", &Call::configs}, {"changes", &Call::changes},
     {"commit", &Call::commit}, {"revert", &Call::revert},   {"rename", &Call::rename}};
 
 Status statusOf(const Error& error) {
     switch (error.kind()) {
-    case Error::InvalidArgument:
+    case Error::Kind::InvalidArgument:
         return Status::InvalidArgument;
-    case Error::NotFound:
+    case Error::Kind::NotFound:
         return Status::NotFound;
-    case Error::Io:
-    case Error::Parse:
+    case Error::Kind::Io:
+    case Error::Kind::Parse:
         break;
     }
     return Status::UnknownError;

@@ -26,35 +26,37 @@ Path parsePath(const std::string& text) {
     }
     if (!isPackageName(path.package) || (path.option && !isName(*path.option)) ||
         (path.value && !isValue(*path.value)))
-        throw Error(Error::Parse);
+        throw Error(Error::Kind::Parse);
     return path;
 }
 
 Option* Target::existingOption() const {
-    return section && option ? section->find(*option) : nullptr;
+    return section != nullptr && option ? section->find(*option) : nullptr;
 }
 
-bool Target::isComplete() const { return section && (!option || existingOption()); }
+bool Target::isComplete() const {
+    return section != nullptr && (!option || existingOption() != nullptr);
+}
 
 Target resolve(Package& package, const std::string& section,
                const std::optional<std::string>& option) {
     Section* const found = isName(section) ? package.find(section) : findByIndex(package, section);
-    return {found, found ? found->name : section, option};
+    return {found, found != nullptr ? found->name : section, option};
 }
 
 Section* findByIndex(Package& package, const std::string& text) {
     const std::size_t open = text.find('[');
     if (text.empty() || text.front() != '@' || open == std::string::npos)
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     const std::size_t close = text.find(']', open);
     if (close == std::string::npos || close + 1 != text.size())
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     const std::string type = text.substr(1, open - 1);
     const std::string number = text.substr(open + 1, close - open - 1);
     char* end = nullptr;
     const int index = static_cast<int>(std::strtol(number.c_str(), &end, 10));
     if (*end != '\0' || (!type.empty() && !isTypeName(type)))
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     return package.at(type, index);
 }
 

@@ -27,7 +27,7 @@ std::string contentOf(const std::string& path) {
     std::ostringstream content;
     content << file.rdbuf();
     if (!file)
-        throw Error(Error::Io);
+        throw Error(Error::Kind::Io);
     return content.str();
 }
 
@@ -41,7 +41,7 @@ void write(const std::string& path, std::ios::openmode mode, const std::string& 
     file << content;
     file.close();
     if (!file)
-        throw Error(Error::Io);
+        throw Error(Error::Kind::Io);
 }
 
 // Replaces the file by a rename, so that a reader never sees half of it. A symbolic link stays one.
@@ -58,7 +58,7 @@ void replaceContent(const std::string& path, const std::string& content) {
     if (failure) {
         std::error_code none;
         fs::remove(fresh, none);
-        throw Error(Error::Io);
+        throw Error(Error::Kind::Io);
     }
 }
 
@@ -70,7 +70,7 @@ mode_t modeOf(const std::string& path, mode_t otherwise) {
 
 std::string environmentOr(const char* variable, const char* otherwise) {
     const char* value = std::getenv(variable);
-    return value && *value ? value : otherwise;
+    return value != nullptr && *value != '\0' ? value : otherwise;
 }
 
 } // namespace
@@ -101,7 +101,7 @@ std::vector<std::string> Store::packages() const {
             names.push_back(name);
     }
     if (isEmpty)
-        throw Error(Error::NotFound);
+        throw Error(Error::Kind::NotFound);
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -109,12 +109,12 @@ std::vector<std::string> Store::packages() const {
 Loaded Store::load(const std::string& package) const {
     // The platform would use these as paths of other files.
     if (!package.empty() && (package.front() == '.' || package.front() == '/'))
-        throw Error(Error::NotFound);
+        throw Error(Error::Kind::NotFound);
     if (!isPackageName(package))
-        throw Error(Error::InvalidArgument);
+        throw Error(Error::Kind::InvalidArgument);
     std::error_code none;
     if (!fs::is_regular_file(configFile(package), none))
-        throw Error(Error::NotFound);
+        throw Error(Error::Kind::NotFound);
 
     Loaded loaded;
     loaded.package = parse(contentOf(configFile(package)));
