@@ -1,11 +1,7 @@
 #include "Options.h"
 
+#include "CommandLine.h"
 #include "rpc/Text.h"
-
-#include <cstdio>
-#include <cstdlib>
-
-#include <getopt.h>
 
 namespace agent {
 namespace {
@@ -14,9 +10,8 @@ namespace {
 constexpr std::size_t kLongestName = 64;
 constexpr int kLeastLog = 4096;
 constexpr int kMostLog = 64 * 1024 * 1024;
-constexpr int kMostSeconds = 24 * 60 * 60;
 
-const char kHelp[] =
+constexpr char kHelp[] =
     "Usage: tavo-agent [OPTION...] NAME\n"
     "Serves management requests (JSON-RPC 2.0) on the socket /tmp/socketDDS/NAME.\n"
     "\n"
@@ -54,59 +49,35 @@ const char kHelp[] =
     "\n"
     "Exit status: 0 ended by a signal, 1 cannot serve, 2 usage error.\n";
 
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        std::fprintf(stderr, "tavo-agent: %s\n", problem.c_str());
-    std::fputs("Try 'tavo-agent --help' for more information.\n", stderr);
-    std::exit(2);
-}
+constexpr option kOptions[] = {
+    {"allow", required_argument, nullptr, 'a'},
+    {"idle", required_argument, nullptr, 'i'},
+    {"log-limit", required_argument, nullptr, 'l'},
+    {"mqtt", required_argument, nullptr, 'm'},
+    {"tls", required_argument, nullptr, 't'},
+    {"base", required_argument, nullptr, 'b'},
+    {"requests", no_argument, nullptr, 'r'},
+    {"remote-allow", required_argument, nullptr, 'R'},
+    {"insecure", no_argument, nullptr, 'I'},
+    {"help", no_argument, nullptr, 'h'},
+    {nullptr, 0, nullptr, 0},
+};
 
 std::string checkedName(const std::string& name) {
     if (!isName(name, "-.") || name == "." || name == "..")
-        usageError("'" + safeLine(name) +
-                   "' is not a valid socket name: use letters, digits, _, - and .");
+        throw UsageError("'" + safeLine(name) +
+                         "' is not a valid socket name: use letters, digits, _, - and .");
     if (name.size() > kLongestName)
-        usageError("the name is longer than " + std::to_string(kLongestName) + " characters");
+        throw UsageError("the name is longer than " + std::to_string(kLongestName) + " characters");
     return name;
-}
-
-/// The number from 1 to `most` that `text` gives in digits only; 0 when it gives none.
-int parseNumber(const std::string& text, int most) {
-    if (text.empty() || text.size() > 8 ||
-        text.find_first_not_of("0123456789") != std::string::npos)
-        return 0;
-    const int number = std::stoi(text);
-    return number <= most ? number : 0;
 }
 
 std::size_t parseLogLimit(const std::string& text) {
     const int bytes = parseNumber(text, kMostLog);
     if (bytes < kLeastLog)
-        usageError("--log-limit takes a number of bytes, " + std::to_string(kLeastLog) + " to " +
-                   std::to_string(kMostLog));
+        throw UsageError("--log-limit takes a number of bytes, " + std::to_string(kLeastLog) +
+                         " to " + std::to_string(kMostLog));
     return static_cast<std::size_t>(bytes);
-}
-
-std::chrono::seconds parseSeconds(const char* name, const std::string& text) {
-    const int seconds = parseNumber(text, kMostSeconds);
-    if (seconds == 0)
-        usageError(std::string(name) + " takes a number of seconds, 1 to " +
-                   std::to_string(kMostSeconds));
-    return std::chrono::seconds(seconds);
-}
-
-Broker checkedBroker(const std::string& text) {
-    const std::optional<Broker> broker = parseBroker(text);
-    if (!broker)
-        usageError("'" + safeLine(text) + "' is not a valid HOST:PORT");
-    return *broker;
-}
-
-std::string checkedBase(const std::string& text) {
-    if (!isTopic(text))
-        usageError("'" + safeLine(text) +
-                   "' is not a valid topic: use letters, digits, _, -, . and / between them");
-    return text;
 }
 
 /// Checks and completes what depends on several options.
@@ -117,40 +88,23 @@ void completeBroker(Options& options, const std::string& tlsDirectory, bool inse
         return;
     options.broker->tlsDirectory = tlsDirectory;
     if (options.takesRequests && !options.broker->usesTls() && !insecure)
-        usageError(
+        throw UsageError(
             "--requests needs --tls DIRECTORY, or --insecure where nobody else can reach the "
             "broker");
 }
 
-} // namespace
-
-Options parseOptions(int argc, char** argv) {
-    static const option known[] = {
-        {"allow", required_argument, nullptr, 'a'},
-        {"idle", required_argument, nullptr, 'i'},
-        {"log-limit", required_argument, nullptr, 'l'},
-        {"mqtt", required_argument, nullptr, 'm'},
-        {"tls", required_argument, nullptr, 't'},
-        {"base", required_argument, nullptr, 'b'},
-        {"requests", no_argument, nullptr, 'r'},
-        {"remote-allow", required_argument, nullptr, 'R'},
-        {"insecure", no_argument, nullptr, 'I'},
-        {"help", no_argument, nullptr, 'h'},
-        {nullptr, 0, nullptr, 0},
-    };
+Options parse(int argc, char** argv) {
     Options options;
     std::string tlsDirectory;
     bool insecure = false;
     const char* needsBroker = nullptr;
     const char* needsRequests = nullptr;
     int found;
-    char programName[] = "tavo-agent";
-    argv[0] = programName; // begins the messages of getopt_long()
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+    while ((found = nextOption(argc, argv, kOptions, kHelp)) != -1) {
         switch (found) {
         case 'a':
             if (*optarg == '\0')
-                usageError("--allow needs the name of a program");
+                throw UsageError("--allow needs the name of a program");
             options.allowed.push_back(optarg);
             break;
         case 'i':
@@ -160,14 +114,14 @@ Options parseOptions(int argc, char** argv) {
             options.logLimit = parseLogLimit(optarg);
             break;
         case 'm':
-            options.broker = checkedBroker(optarg);
+            options.broker = parseBrokerAddress(optarg);
             break;
         case 't':
             tlsDirectory = optarg;
             needsBroker = "--tls";
             break;
         case 'b':
-            options.base = checkedBase(optarg);
+            options.base = parseBase(optarg);
             needsBroker = "--base";
             break;
         case 'r':
@@ -176,31 +130,38 @@ Options parseOptions(int argc, char** argv) {
             break;
         case 'R':
             if (options.refusedRemotely.erase(optarg) == 0)
-                usageError("--remote-allow takes process.run or config.place, once each");
+                throw UsageError("--remote-allow takes process.run or config.place, once each");
             needsRequests = "--remote-allow";
             break;
         case 'I':
             insecure = true;
             needsRequests = "--insecure";
             break;
-        case 'h':
-            std::fputs(kHelp, stdout);
-            std::exit(0);
-        default:
-            usageError(""); // getopt_long() has printed the reason
         }
     }
     if (argc - optind < 1)
-        usageError("the NAME of the socket is missing");
+        throw UsageError("the NAME of the socket is missing");
     if (argc - optind > 1)
-        usageError("only one NAME is allowed");
+        throw UsageError("only one NAME is allowed");
     if (needsBroker != nullptr && !options.broker)
-        usageError(std::string(needsBroker) + " needs --mqtt HOST:PORT");
+        throw UsageError(std::string(needsBroker) + " needs --mqtt HOST:PORT");
     if (needsRequests != nullptr && !options.takesRequests)
-        usageError(std::string(needsRequests) + " needs --requests");
+        throw UsageError(std::string(needsRequests) + " needs --requests");
     options.name = checkedName(argv[optind]);
     completeBroker(options, tlsDirectory, insecure);
     return options;
+}
+
+} // namespace
+
+Options parseOptions(int argc, char** argv) {
+    static char program[] = "tavo-agent";
+    argv[0] = program; // begins the messages of getopt_long()
+    try {
+        return parse(argc, argv);
+    } catch (const UsageError& error) {
+        endAfter(error, program);
+    }
 }
 
 } // namespace agent

@@ -1,19 +1,17 @@
 #include "sender/Options.h"
 
+#include "CommandLine.h"
 #include "rpc/Text.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
 
-#include <getopt.h>
 #include <unistd.h>
 
 namespace agent {
 namespace {
 
-const char kHelp[] =
+constexpr char kHelp[] =
     "Usage: tavo-rpc [OPTION...] NAME [FILE...]\n"
     "  or:  tavo-rpc [OPTION...] --mqtt HOST:PORT --to NAME... FILE\n"
     "  or:  tavo-rpc [OPTION...] --mqtt HOST:PORT --all FILE\n"
@@ -51,27 +49,22 @@ const char kHelp[] =
     "1 a response is an error, or something could not be read or sent, 2 no response\n"
     "came in time (with --mqtt: from some gateway), or usage error.\n";
 
-constexpr int kMostSeconds = 24 * 60 * 60;
-
-[[noreturn]] void usageError(const std::string& problem) {
-    if (!problem.empty())
-        complain(problem);
-    std::cerr << "Try 'tavo-rpc --help' for more information.\n";
-    std::exit(kUsageStatus);
-}
-
-std::chrono::seconds parseTimeout(const std::string& text) {
-    const bool isNumber = !text.empty() && text.size() <= 6 &&
-                          text.find_first_not_of("0123456789") == std::string::npos;
-    if (!isNumber || std::stoi(text) < 1 || std::stoi(text) > kMostSeconds)
-        usageError("--timeout takes a number of seconds, 1 to " + std::to_string(kMostSeconds));
-    return std::chrono::seconds(std::stoi(text));
-}
+constexpr option kOptions[] = {{"no-answer", no_argument, nullptr, 'n'},
+                               {"timeout", required_argument, nullptr, 't'},
+                               {"mqtt", required_argument, nullptr, 'm'},
+                               {"to", required_argument, nullptr, 'o'},
+                               {"all", no_argument, nullptr, 'a'},
+                               {"tls", required_argument, nullptr, 'T'},
+                               {"insecure", no_argument, nullptr, 'I'},
+                               {"sender", required_argument, nullptr, 's'},
+                               {"base", required_argument, nullptr, 'b'},
+                               {"help", no_argument, nullptr, 'h'},
+                               {nullptr, 0, nullptr, 0}};
 
 std::string checkedName(const std::string& text, const std::string& what) {
     if (!isSender(text))
-        usageError("'" + safeLine(text) + "' is not a valid " + what +
-                   " name: use up to 64 letters, digits, _, - and .");
+        throw UsageError("'" + safeLine(text) + "' is not a valid " + what +
+                         " name: use up to 64 letters, digits, _, - and .");
     return text;
 }
 
@@ -89,60 +82,42 @@ std::string defaultSender() {
 void takeFleetArguments(SenderOptions& options, std::vector<std::string> arguments,
                         const std::string& tlsDirectory, bool insecure) {
     if (!options.answers)
-        usageError("--no-answer cannot be used with --mqtt");
+        throw UsageError("--no-answer cannot be used with --mqtt");
     if (options.gateways.empty() == !options.all)
-        usageError("--mqtt needs either --to NAME or --all");
+        throw UsageError("--mqtt needs either --to NAME or --all");
     if (arguments.empty())
-        usageError("the FILE with the request is missing");
+        throw UsageError("the FILE with the request is missing");
     options.files = {arguments.back()};
     arguments.pop_back();
     if (options.all && !arguments.empty())
-        usageError("--all takes one FILE");
+        throw UsageError("--all takes one FILE");
     for (const std::string& name : arguments)
         options.gateways.insert(checkedName(name, "gateway"));
     if (options.sender.empty())
         options.sender = defaultSender();
     options.broker->tlsDirectory = tlsDirectory;
     if (tlsDirectory.empty() && !insecure)
-        usageError("--mqtt needs --tls DIRECTORY, or --insecure where nobody else can reach the "
-                   "broker");
+        throw UsageError(
+            "--mqtt needs --tls DIRECTORY, or --insecure where nobody else can reach the "
+            "broker");
 }
 
-} // namespace
-
-void complain(const std::string& problem) { std::cerr << "tavo-rpc: " << problem << '\n'; }
-
-SenderOptions parseSenderOptions(int argc, char** argv) {
-    static const option known[] = {{"no-answer", no_argument, nullptr, 'n'},
-                                   {"timeout", required_argument, nullptr, 't'},
-                                   {"mqtt", required_argument, nullptr, 'm'},
-                                   {"to", required_argument, nullptr, 'o'},
-                                   {"all", no_argument, nullptr, 'a'},
-                                   {"tls", required_argument, nullptr, 'T'},
-                                   {"insecure", no_argument, nullptr, 'I'},
-                                   {"sender", required_argument, nullptr, 's'},
-                                   {"base", required_argument, nullptr, 'b'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
-    char programName[] = "tavo-rpc";
-    argv[0] = programName; // begins the messages of getopt_long()
+SenderOptions parse(int argc, char** argv) {
     SenderOptions options;
     std::string tlsDirectory;
     bool insecure = false;
     const char* needsBroker = nullptr;
     int found;
-    while ((found = getopt_long(argc, argv, "", known, nullptr)) != -1) {
+    while ((found = nextOption(argc, argv, kOptions, kHelp)) != -1) {
         switch (found) {
         case 'n':
             options.answers = false;
             break;
         case 't':
-            options.timeout = parseTimeout(optarg);
+            options.timeout = parseSeconds("--timeout", optarg);
             break;
         case 'm':
-            options.broker = parseBroker(optarg);
-            if (!options.broker)
-                usageError("'" + safeLine(optarg) + "' is not a valid HOST:PORT");
+            options.broker = parseBrokerAddress(optarg);
             break;
         case 'o':
             options.gateways.insert(checkedName(optarg, "gateway"));
@@ -165,18 +140,9 @@ SenderOptions parseSenderOptions(int argc, char** argv) {
             needsBroker = "--sender";
             break;
         case 'b':
-            options.base = optarg;
+            options.base = parseBase(optarg);
             needsBroker = "--base";
-            if (!isTopic(options.base))
-                usageError("'" + safeLine(options.base) +
-                           "' is not a valid topic: use letters, digits, _, -, . and / between "
-                           "them");
             break;
-        case 'h':
-            std::fputs(kHelp, stdout);
-            std::exit(0);
-        default:
-            usageError(""); // getopt_long() has printed the reason
         }
     }
     const std::vector<std::string> arguments(argv + optind, argv + argc);
@@ -185,14 +151,28 @@ SenderOptions parseSenderOptions(int argc, char** argv) {
         return options;
     }
     if (needsBroker != nullptr)
-        usageError(std::string(needsBroker) + " needs --mqtt HOST:PORT");
+        throw UsageError(std::string(needsBroker) + " needs --mqtt HOST:PORT");
     if (arguments.empty())
-        usageError("the NAME of the socket is missing");
+        throw UsageError("the NAME of the socket is missing");
     options.name = arguments.front();
     options.files.assign(arguments.begin() + 1, arguments.end());
     if (options.files.empty())
         options.files.emplace_back("-");
     return options;
+}
+
+} // namespace
+
+void complain(const std::string& problem) { std::cerr << "tavo-rpc: " << problem << '\n'; }
+
+SenderOptions parseSenderOptions(int argc, char** argv) {
+    static char program[] = "tavo-rpc";
+    argv[0] = program; // begins the messages of getopt_long()
+    try {
+        return parse(argc, argv);
+    } catch (const UsageError& error) {
+        endAfter(error, program);
+    }
 }
 
 } // namespace agent

@@ -23,9 +23,6 @@ struct SenderOptions {
     bool all = false; ///< instead of `gateways`
 };
 
-/// The exit status of a usage error.
-constexpr int kUsageStatus = 2;
-
 /// Prints one line on standard error.
 void complain(const std::string& problem);
 

@@ -1,0 +1,48 @@
+#ifndef TAVO_AGENT_COMMAND_LINE_H
+#define TAVO_AGENT_COMMAND_LINE_H
+
+#include "mqtt/Broker.h"
+
+#include <chrono>
+#include <stdexcept>
+#include <string>
+
+#include <getopt.h>
+
+namespace agent {
+
+/// The exit status of a usage error.
+constexpr int kUsageStatus = 2;
+
+/// The command line is invalid. what() is one sentence for people, or empty when the reason has been
+/// printed already.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Prints the reason and a hint at --help, and ends the process with kUsageStatus.
+[[noreturn]] void endAfter(const UsageError& error, const char* program);
+
+/// Returns the next option as getopt_long() does, -1 after the last. 'h' stands for --help: prints
+/// `help` and ends the process with status 0. Throws UsageError for an option that is not in
+/// `options`.
+int nextOption(int argc, char** argv, const option* options, const char* help);
+
+// Each converts the text of an option, or throws UsageError.
+
+/// The number from 1 to `most` that `text` gives in digits only; 0 when it gives none.
+int parseNumber(const std::string& text, int most);
+
+/// At least one second, at most a day. `name` is the option.
+std::chrono::seconds parseSeconds(const char* name, const std::string& text);
+
+/// HOST:PORT, still without TLS.
+Broker parseBrokerAddress(const std::string& text);
+
+/// What topics begin with.
+std::string parseBase(const std::string& text);
+
+} // namespace agent
+
+#endif
