@@ -15,7 +15,7 @@
 namespace agent {
 namespace {
 
-const std::string kApplications = "/opt/apps";
+constexpr char kApplications[] = "/opt/apps";
 
 std::string pathName(const Params& params, const char* name) {
     const std::string value = params.name(name, "-.");
@@ -64,7 +64,7 @@ void verify(const std::string& file, const std::string& expected) {
     std::ostringstream written;
     written << stream.rdbuf();
     if (!stream.is_open() || written.str() != expected)
-        throw RpcError(ErrorCode::failed, file + " could not be written");
+        throw RpcError(ErrorCode::Failed, file + " could not be written");
 }
 
 } // namespace
@@ -85,8 +85,8 @@ Json ConfigPlace::run(const Params& params) {
     if (directory == "bin")
         refuseParam("\"directory\" must not be bin, which holds programs");
     checkContent(content, encoded, file);
-    if (!isDirectory(kApplications + "/" + application))
-        throw RpcError(ErrorCode::failed, "there is no application " + application);
+    if (!isDirectory(std::string(kApplications) + "/" + application))
+        throw RpcError(ErrorCode::Failed, "there is no application " + application);
 
     kvr::api::mng::NQ_Config config(kApplications);
     config.init(application, agentName, directory, file, content, encoded);

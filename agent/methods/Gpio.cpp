@@ -17,21 +17,21 @@ struct Reader {
     const char* name;
     int (*read)();
 };
-const Reader kReaders[] = {{"out0", NQ_Gpio::getOut0},
-                           {"bin0", NQ_Gpio::getBin0},
-                           {"bin1", NQ_Gpio::getBin1},
-                           {"temperature", NQ_Gpio::getTemperature},
-                           {"voltage", NQ_Gpio::getVoltage}};
+constexpr Reader kReaders[] = {{"out0", NQ_Gpio::getOut0},
+                               {"bin0", NQ_Gpio::getBin0},
+                               {"bin1", NQ_Gpio::getBin1},
+                               {"temperature", NQ_Gpio::getTemperature},
+                               {"voltage", NQ_Gpio::getVoltage}};
 
 struct Setter {
     const char* name;
     int (*set)(Gpio_State);
 };
-const Setter kSetters[] = {{"led_sim", NQ_Gpio::setLedSim},
-                           {"led_wan", NQ_Gpio::setLedWan},
-                           {"led_usr", NQ_Gpio::setLedUsr},
-                           {"led_pwr", NQ_Gpio::setLedPwr},
-                           {"out0", NQ_Gpio::setOut0}};
+constexpr Setter kSetters[] = {{"led_sim", NQ_Gpio::setLedSim},
+                               {"led_wan", NQ_Gpio::setLedWan},
+                               {"led_usr", NQ_Gpio::setLedUsr},
+                               {"led_pwr", NQ_Gpio::setLedPwr},
+                               {"out0", NQ_Gpio::setOut0}};
 
 template <class Signal, std::size_t count>
 std::string namesOf(const Signal (&signals)[count]) {
@@ -53,7 +53,7 @@ const Signal& find(const Params& params, const Signal (&signals)[count]) {
 
 Json resultOf(const char* name, int value) {
     if (value < 0)
-        throw RpcError(ErrorCode::failed,
+        throw RpcError(ErrorCode::Failed,
                        std::string(name) + ": the board does not answer: " + std::strerror(errno));
     Json result = newObject();
     put(result, "name", newText(name));

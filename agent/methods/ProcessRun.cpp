@@ -111,7 +111,7 @@ Json ProcessRun::run(const Params& params) {
     lock.unlock();
     setCurrent(nullptr);
     if (!finished)
-        throw RpcError(ErrorCode::failed,
+        throw RpcError(ErrorCode::Failed,
                        "the agent ended before the program's output was complete");
     return result;
 }

@@ -14,7 +14,7 @@ using kvr::api::mng::NQ_UBUS;
 /// The text becomes one argument of a shell command, for which Linux allows 128 KiB.
 constexpr std::size_t kLongestSection = 64 * 1024;
 
-[[noreturn]] void fail(const std::string& why) { throw RpcError(ErrorCode::failed, why); }
+[[noreturn]] void fail(const std::string& why) { throw RpcError(ErrorCode::Failed, why); }
 
 bool isTextList(json_object* value) {
     if (!isType(value, json_type_array) || json_object_array_length(value) == 0)
@@ -155,7 +155,7 @@ Json UciApply::run(const Params& params) {
     const UciSection before = readSection(change.name);
     checkPresent(change, before);
     if (!ubus.checkConfig())
-        throw RpcError(ErrorCode::internalError, "the section was not accepted");
+        throw RpcError(ErrorCode::InternalError, "the section was not accepted");
     ubus.applyConfig();
     UciSection now;
     if (change.deletes()) {

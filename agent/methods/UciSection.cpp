@@ -35,7 +35,7 @@ Json valuesOf(const std::string& output) {
     json_object* values = nullptr;
     json_object_object_get_ex(parsed.value.get(), "values", &values);
     if (!isType(values, json_type_object))
-        throw RpcError(ErrorCode::failed,
+        throw RpcError(ErrorCode::Failed,
                        "the configuration cannot be read: " +
                            safeLine(output.substr(0, output.find_last_not_of('\n') + 1)));
     return share(values);

@@ -97,7 +97,7 @@ bool MqttClient::isTaken(int number) {
     for (MQTTClient_deliveryToken* token = pending; token != nullptr && *token != -1; ++token)
         found |= *token == number;
     MQTTClient_free(pending);
-    return !found && MQTTClient_isConnected(client_);
+    return !found && MQTTClient_isConnected(client_) != 0;
 }
 
 MqttClient::Event MqttClient::receive(MqttMessage& message, std::chrono::milliseconds limit) {
@@ -114,11 +114,11 @@ MqttClient::Event MqttClient::receive(MqttMessage& message, std::chrono::millise
                    received->retained != 0};
         MQTTClient_freeMessage(&received);
         MQTTClient_free(topic);
-        return Event::message;
+        return Event::Message;
     }
     if (result != MQTTCLIENT_SUCCESS || !MQTTClient_isConnected(client_))
-        return Event::lost;
-    return Event::nothing;
+        return Event::Lost;
+    return Event::Nothing;
 }
 
 /// Called once for each of OpenSSL's errors, and keeps the reason: "certificate verify failed" in

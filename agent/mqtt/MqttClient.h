@@ -56,7 +56,7 @@ public:
     /// True once receive() has read the broker's acknowledgement.
     bool isTaken(int number);
 
-    enum class Event { message, lost, nothing };
+    enum class Event { Message, Lost, Nothing };
 
     /// Waits for a message, at most for `limit`. Also keeps the connection alive: call it every few
     /// seconds.

@@ -23,7 +23,7 @@ constexpr int kRetained = 1;
 constexpr int kNotRetained = 0;
 
 /// OpenSSL's default list. NQ_Mqtt uses TLS only when a list is given.
-const char kCiphers[] = "DEFAULT";
+constexpr char kCiphers[] = "DEFAULT";
 
 } // namespace
 

@@ -41,7 +41,7 @@ std::string tooLateFor(const std::string& message) {
     Json response = newResponse(request.id());
     put(response, "error",
         errorMember(
-            RpcError(ErrorCode::failed, "already carried out; the response is no longer kept")));
+            RpcError(ErrorCode::Failed, "already carried out; the response is no longer kept")));
     return oneLine(response.get());
 }
 
@@ -141,7 +141,7 @@ bool RemoteRequests::receive(milliseconds limit) {
     std::size_t dropped = 0;
     MqttMessage message;
     MqttClient::Event event;
-    while ((event = client_.receive(message, limit)) == MqttClient::Event::message) {
+    while ((event = client_.receive(message, limit)) == MqttClient::Event::Message) {
         if (!isWanted(message))
             continue;
         if (waiting_.size() < kMostWaiting)
@@ -152,7 +152,7 @@ bool RemoteRequests::receive(milliseconds limit) {
     }
     if (dropped > 0)
         logError(std::to_string(dropped) + " requests dropped: too many are waiting");
-    return event != MqttClient::Event::lost;
+    return event != MqttClient::Event::Lost;
 }
 
 std::string RemoteRequests::senderOf(const MqttMessage& message) const {
@@ -247,7 +247,7 @@ bool RemoteRequests::leave() {
     MqttMessage ignored;
     while (number != 0 && steady_clock::now() < deadline &&
            !(client_.isTaken(number) && sent_.empty())) {
-        if (client_.receive(ignored, milliseconds(10)) == MqttClient::Event::lost ||
+        if (client_.receive(ignored, milliseconds(10)) == MqttClient::Event::Lost ||
             !publishQueued())
             break;
     }

@@ -28,7 +28,7 @@ inline Json newText(const std::string& text) {
     return Json(json_object_new_string_len(text.data(), static_cast<int>(text.size())));
 }
 inline Json newInt(int value) { return Json(json_object_new_int(value)); }
-inline Json newBool(bool value) { return Json(json_object_new_boolean(value)); }
+inline Json newBool(bool value) { return Json(json_object_new_boolean(value ? 1 : 0)); }
 
 /// Stores `value` under `key` (copied), replacing an existing member.
 inline void put(const Json& object, const char* key, Json value) {

@@ -12,7 +12,7 @@ std::string inQuotes(const std::string& name) { return "\"" + name + "\""; }
 
 } // namespace
 
-void refuseParam(const std::string& why) { throw RpcError(ErrorCode::invalidParams, why); }
+void refuseParam(const std::string& why) { throw RpcError(ErrorCode::InvalidParams, why); }
 
 void Params::allowOnly(const std::vector<std::string>& known) const {
     if (object_ == nullptr)

@@ -53,27 +53,27 @@ bool has(const Json& object, const char* key) {
 
 Request::Request(const std::string& text) {
     if (text.size() > kLongestRequest)
-        refuse(ErrorCode::invalidRequest,
+        refuse(ErrorCode::InvalidRequest,
                "longer than " + std::to_string(kLongestRequest) + " bytes");
     // The part of a message that has not arrived consists of zero bytes.
     if (text.find('\0') != std::string::npos)
-        refuse(ErrorCode::parseError, "contains zero bytes, or did not arrive in one piece");
+        refuse(ErrorCode::ParseError, "contains zero bytes, or did not arrive in one piece");
     if (!isUtf8(text))
-        refuse(ErrorCode::parseError, "not UTF-8");
+        refuse(ErrorCode::ParseError, "not UTF-8");
 
     ParsedJson parsed = parseJson(text);
     if (!parsed.valid)
-        refuse(ErrorCode::parseError, parsed.problem);
+        refuse(ErrorCode::ParseError, parsed.problem);
     tree_ = std::move(parsed.value);
     if (isType(tree_.get(), json_type_array))
-        refuse(ErrorCode::invalidRequest, "batches are not supported");
+        refuse(ErrorCode::InvalidRequest, "batches are not supported");
     if (!isType(tree_.get(), json_type_object))
-        refuse(ErrorCode::invalidRequest, "not an object");
+        refuse(ErrorCode::InvalidRequest, "not an object");
 
     if (has(tree_, "id")) {
         json_object* id = member(tree_, "id");
         if (!isUsableId(id))
-            refuse(ErrorCode::invalidRequest, "\"id\" must be a string, a number or null");
+            refuse(ErrorCode::InvalidRequest, "\"id\" must be a string, a number or null");
         id_ = id;
         hasId_ = true;
     }
@@ -88,22 +88,22 @@ Request::Request(const std::string& text) {
 void Request::check() const {
     json_object* version = member(tree_, "jsonrpc");
     if (!isType(version, json_type_string) || textOf(version) != "2.0")
-        refuse(ErrorCode::invalidRequest, "\"jsonrpc\" must be \"2.0\"");
+        refuse(ErrorCode::InvalidRequest, "\"jsonrpc\" must be \"2.0\"");
     if (has(tree_, "answer") && !isType(member(tree_, "answer"), json_type_boolean))
-        refuse(ErrorCode::invalidRequest, "\"answer\" must be true or false");
+        refuse(ErrorCode::InvalidRequest, "\"answer\" must be true or false");
     if (method_.empty())
-        refuse(ErrorCode::invalidRequest, "\"method\" must be a non-empty string");
+        refuse(ErrorCode::InvalidRequest, "\"method\" must be a non-empty string");
     if (has(tree_, "params")) {
         json_object* params = member(tree_, "params");
         if (isType(params, json_type_array))
-            refuse(ErrorCode::invalidParams,
+            refuse(ErrorCode::InvalidParams,
                    "\"params\" must be an object, with parameters by name");
         if (!isType(params, json_type_object))
-            refuse(ErrorCode::invalidRequest, "\"params\" must be an object");
+            refuse(ErrorCode::InvalidRequest, "\"params\" must be an object");
     }
     if (holdsNul_)
-        refuse(method_.find('\0') != std::string::npos ? ErrorCode::invalidRequest
-                                                       : ErrorCode::invalidParams,
+        refuse(method_.find('\0') != std::string::npos ? ErrorCode::InvalidRequest
+                                                       : ErrorCode::InvalidParams,
                "NUL characters are not accepted");
 }
 

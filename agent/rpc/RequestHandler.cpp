@@ -37,7 +37,7 @@ std::string described(json_object* error) {
 /// id is a notification and gets none.
 bool wantsResponse(const Request& request, json_object* error) {
     return !request.isNotification() || json_object_get_int(Params(error).get("code")) ==
-                                            static_cast<int>(ErrorCode::invalidRequest);
+                                            static_cast<int>(ErrorCode::InvalidRequest);
 }
 
 } // namespace
@@ -107,17 +107,17 @@ Json RequestHandler::dispatch(const Request& request, const std::set<std::string
     try {
         request.check();
         if (dispatcher_.Lookup(request.method()) == nullptr)
-            throw RpcError(ErrorCode::methodNotFound,
+            throw RpcError(ErrorCode::MethodNotFound,
                            "there is no method \"" + safeLine(request.method(), 60) + "\"");
         if (refused.count(request.method()) != 0)
-            throw RpcError(ErrorCode::failed, request.method() + " is not allowed for this sender");
+            throw RpcError(ErrorCode::Failed, request.method() + " is not allowed for this sender");
         NQ_JSON shared(response.get());
         const Unblocked unblocked;
         dispatcher_.Process(NQ_JSON(request.tree()), shared);
     } catch (const RpcError& error) {
         put(response, "error", errorMember(error));
     } catch (const std::exception& error) {
-        put(response, "error", errorMember(RpcError(ErrorCode::internalError, error.what())));
+        put(response, "error", errorMember(RpcError(ErrorCode::InternalError, error.what())));
     }
     return response;
 }

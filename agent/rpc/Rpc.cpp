@@ -4,17 +4,17 @@ namespace agent {
 
 const char* messageOf(ErrorCode code) {
     switch (code) {
-    case ErrorCode::parseError:
+    case ErrorCode::ParseError:
         return "Parse error";
-    case ErrorCode::invalidRequest:
+    case ErrorCode::InvalidRequest:
         return "Invalid Request";
-    case ErrorCode::methodNotFound:
+    case ErrorCode::MethodNotFound:
         return "Method not found";
-    case ErrorCode::invalidParams:
+    case ErrorCode::InvalidParams:
         return "Invalid params";
-    case ErrorCode::internalError:
+    case ErrorCode::InternalError:
         return "Internal error";
-    case ErrorCode::failed:
+    case ErrorCode::Failed:
         break;
     }
     return "Failed";

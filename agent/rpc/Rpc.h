@@ -10,12 +10,12 @@ namespace agent {
 
 /// The error codes of JSON-RPC 2.0, and one of the range it leaves to servers.
 enum class ErrorCode {
-    parseError = -32700,
-    invalidRequest = -32600,
-    methodNotFound = -32601,
-    invalidParams = -32602,
-    internalError = -32603,
-    failed = -32000, ///< the request is valid, but could not be carried out
+    ParseError = -32700,
+    InvalidRequest = -32600,
+    MethodNotFound = -32601,
+    InvalidParams = -32602,
+    InternalError = -32603,
+    Failed = -32000, ///< the request is valid, but could not be carried out
 };
 
 /// Ends the handling of a request and becomes its error response. what() is the response's "data",

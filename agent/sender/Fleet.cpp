@@ -73,9 +73,9 @@ std::set<std::string> Fleet::findAll() {
     while (Clock::now() < quietSince + kQuiet && !isPast()) {
         MqttMessage message;
         const MqttClient::Event event = client_.receive(message, kStep);
-        if (event == MqttClient::Event::lost)
+        if (event == MqttClient::Event::Lost)
             throw std::runtime_error("the connection to the broker was lost");
-        if (event != MqttClient::Event::message)
+        if (event != MqttClient::Event::Message)
             continue;
         const std::size_t begin = base_.size() + 1;
         const std::string name =
@@ -114,14 +114,14 @@ Fleet::Outcome Fleet::call(const Payload& payload, const std::set<std::string>& 
         showProgress();
         MqttMessage message;
         switch (client_.receive(message, kStep)) {
-        case MqttClient::Event::message:
+        case MqttClient::Event::Message:
             take(message);
             break;
-        case MqttClient::Event::lost:
+        case MqttClient::Event::Lost:
             connect();
             sendTo(pending_);
             break;
-        case MqttClient::Event::nothing:
+        case MqttClient::Event::Nothing:
             break;
         }
         if (Clock::now() >= repeat) {
@@ -151,7 +151,7 @@ bool Fleet::awaitTaken() {
         numbers_.erase(std::remove_if(numbers_.begin(), numbers_.end(), isTaken), numbers_.end());
         if (numbers_.empty())
             return true;
-        if (client_.receive(ignored, milliseconds(10)) == MqttClient::Event::lost)
+        if (client_.receive(ignored, milliseconds(10)) == MqttClient::Event::Lost)
             return false; // some may have been carried out already
     }
     return false;

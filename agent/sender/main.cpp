@@ -26,7 +26,10 @@ constexpr std::size_t kSafeSize = 32 * 1024;
 
 constexpr seconds kSendLimit(5); ///< with --no-answer
 
-enum Status { success = 0, failure = 1, noAnswer = 2 };
+// Exit statuses.
+constexpr int kSuccess = 0;
+constexpr int kFailure = 1;
+constexpr int kNoAnswer = 2;
 
 /// Sends one message and returns its answer, or an empty text when none is expected.
 std::string transfer(Connection& connection, const Payload& payload, seconds timeout) {
@@ -69,7 +72,7 @@ std::string listed(const std::vector<std::string>& names) {
 }
 
 /// Sends one request to many gateways.
-Status callFleet(const SenderOptions& options) {
+int callFleet(const SenderOptions& options) {
     const std::string problem = tlsProblem(*options.broker);
     if (!problem.empty())
         throw std::runtime_error(problem);
@@ -88,10 +91,10 @@ Status callFleet(const SenderOptions& options) {
     if (!outcome.unanswered.empty())
         throw NoAnswer("no response within " + std::to_string(options.timeout.count()) + " s from" +
                        listed(outcome.unanswered));
-    return outcome.errors == 0 ? success : failure;
+    return outcome.errors == 0 ? kSuccess : kFailure;
 }
 
-Status run(const SenderOptions& options) {
+int run(const SenderOptions& options) {
     if (options.broker)
         return callFleet(options);
     // All files are read first, so that nothing is sent when one of them cannot be read.
@@ -100,14 +103,14 @@ Status run(const SenderOptions& options) {
         payloads.push_back(readPayload(file));
     if (!options.answers) {
         sendAll(options, payloads);
-        return success;
+        return kSuccess;
     }
     for (Payload& payload : payloads)
         askForAnswer(payload);
-    Status status = success;
+    int status = kSuccess;
     for (const Payload& payload : payloads)
         if (!call(options, payload))
-            status = failure;
+            status = kFailure;
     return status;
 }
 
@@ -119,9 +122,9 @@ int main(int argc, char** argv) {
         return run(options);
     } catch (const NoAnswer& problem) {
         complain(problem.what());
-        return options.answers ? noAnswer : failure;
+        return options.answers ? kNoAnswer : kFailure;
     } catch (const std::exception& problem) {
         complain(problem.what());
-        return failure;
+        return kFailure;
     }
 }
