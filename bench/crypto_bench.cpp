@@ -22,8 +22,8 @@ struct Size {
     Repeat repeat;
 };
 
-const unsigned char kKey[] = "0123456789abcdef0123456789abcdef";
-const unsigned char kVector[] = "0123456789abcdef";
+constexpr unsigned char kKey[] = "0123456789abcdef0123456789abcdef";
+constexpr unsigned char kVector[] = "0123456789abcdef";
 
 std::string bytes(std::size_t size) {
     std::string data(size, '\0');

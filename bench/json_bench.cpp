@@ -20,8 +20,8 @@ namespace {
 using benchmark::DoNotOptimize;
 using kvr::api::data::NQ_JSON;
 
-constexpr const char* kNlohmann = "nlohmann-json";
-constexpr const char* kRapid = "RapidJSON";
+constexpr char kNlohmann[] = "nlohmann-json";
+constexpr char kRapid[] = "RapidJSON";
 constexpr int kMembers = 10;
 
 /// One tree for both sides: the time that json-c takes to compare keys depends on their addresses.

@@ -21,8 +21,8 @@ struct Repeat {
 bool counting();
 
 /// The two sides that every operation has. All other sides are peers.
-constexpr const char* kLibrary = "libtavo";
-constexpr const char* kFloor = "floor";
+constexpr char kLibrary[] = "libtavo";
+constexpr char kFloor[] = "floor";
 
 /// Registers the benchmark "operation/side", which calls body(state, label).
 template <class Body>

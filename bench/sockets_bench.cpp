@@ -20,7 +20,7 @@ namespace {
 
 using kvr::api::com::NQ_Sockets;
 
-constexpr const char* kDirectory = "/tmp/socketDDS";
+constexpr char kDirectory[] = "/tmp/socketDDS";
 constexpr int kMessages = 500;
 
 sockaddr_un addressOf(const std::string& path) {

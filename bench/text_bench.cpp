@@ -18,7 +18,7 @@ using kvr::api::datetime::NQ_Time;
 
 const std::string kFields = "name=value=another=more=and=the=last";
 const std::string kDate = "2020-01-02T03:04:05.123Z";
-const timeval kTime = {1577934245, 123000};
+constexpr timeval kTime = {1577934245, 123000};
 
 void addSplit() {
     const std::string operation = "split 7 fields";

@@ -54,13 +54,13 @@ void useLocalDomain(int domain) {
 
 /// Returns whether the role is that of a client.
 bool parseOptions(int argc, char** argv) {
-    static const option known[] = {
+    static constexpr option kOptions[] = {
         {"local", required_argument, nullptr, 'l'},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
     int found;
-    while ((found = program::nextOption(self, argc, argv, known)) != -1) {
+    while ((found = program::nextOption(self, argc, argv, kOptions)) != -1) {
         switch (found) {
         case 'l':
             useLocalDomain(parseDomain(optarg));

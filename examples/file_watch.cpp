@@ -27,7 +27,7 @@ struct EventName {
     unsigned int bit;
     const char* name;
 };
-const EventName kEvents[] = {
+constexpr EventName kEvents[] = {
     {IN_CREATE, "created"},      {IN_CLOSE_WRITE, "written"}, {IN_MOVED_FROM, "moved-away"},
     {IN_MOVED_TO, "moved-here"}, {IN_DELETE, "deleted"},      {IN_DELETE_SELF, "gone"},
 };

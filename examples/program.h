@@ -56,8 +56,9 @@ inline int nextOption(Description& program, int argc, char** argv, const option*
 
 /// Parses the options of a program that has only --help. Leaves the arguments from `optind` on.
 inline void parseHelpOnly(Description& program, int argc, char** argv) {
-    static const option known[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
-    while (nextOption(program, argc, argv, known) != -1) {
+    static constexpr option kOptions[] = {{"help", no_argument, nullptr, 'h'},
+                                          {nullptr, 0, nullptr, 0}};
+    while (nextOption(program, argc, argv, kOptions) != -1) {
     }
 }
 

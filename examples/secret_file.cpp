@@ -198,15 +198,15 @@ void decryptSafely(int file, NQ_Crypto& crypto, const std::string& input,
 } // namespace
 
 int main(int argc, char** argv) {
-    static const option known[] = {{"encrypt", no_argument, nullptr, 'e'},
-                                   {"decrypt", no_argument, nullptr, 'd'},
-                                   {"parts", required_argument, nullptr, 'p'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
+    static constexpr option kOptions[] = {{"encrypt", no_argument, nullptr, 'e'},
+                                          {"decrypt", no_argument, nullptr, 'd'},
+                                          {"parts", required_argument, nullptr, 'p'},
+                                          {"help", no_argument, nullptr, 'h'},
+                                          {nullptr, 0, nullptr, 0}};
     int direction = 0;
     std::string parts;
     int found;
-    while ((found = program::nextOption(self, argc, argv, known)) != -1) {
+    while ((found = program::nextOption(self, argc, argv, kOptions)) != -1) {
         switch (found) {
         case 'e':
         case 'd':

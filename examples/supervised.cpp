@@ -23,6 +23,7 @@
 #include <iostream>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -107,7 +108,7 @@ public:
 
     ~Watch() {
         const std::uint64_t one = 1;
-        (void)!write(end_, &one, sizeof one);
+        std::ignore = write(end_, &one, sizeof one);
         thread_.join();
         close(signals_);
         close(end_);

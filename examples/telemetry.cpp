@@ -48,7 +48,7 @@ void parseBroker(const std::string& text, Options& options) {
 }
 
 Options parseOptions(int argc, char** argv) {
-    static const option known[] = {
+    static constexpr option kOptions[] = {
         {"broker", required_argument, nullptr, 'b'},
         {"topic", required_argument, nullptr, 't'},
         {"help", no_argument, nullptr, 'h'},
@@ -56,7 +56,7 @@ Options parseOptions(int argc, char** argv) {
     };
     Options options;
     int found;
-    while ((found = program::nextOption(self, argc, argv, known)) != -1) {
+    while ((found = program::nextOption(self, argc, argv, kOptions)) != -1) {
         switch (found) {
         case 'b':
             parseBroker(optarg, options);

@@ -42,7 +42,7 @@ std::string LineReader::readLine(const bool& stop) {
     const timespec noTime = {};
     std::string line;
     while (line.empty()) {
-        int ready = lineIsBuffered() && ppoll(&input, 1, &noTime, nullptr) == 0;
+        int ready = lineIsBuffered() && ppoll(&input, 1, &noTime, nullptr) == 0 ? 1 : 0;
         while (ready == 0 && !stop)
             ready = poll(&input, 1, 1000);
         if (ready == -1 || stop)

@@ -1,6 +1,7 @@
 #include "files.h"
 
 #include <cstring>
+#include <tuple>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -33,7 +34,7 @@ int copy(const char* source, const char* destination) {
     const int to = open(destination, O_WRONLY | O_CREAT, 0644);
     struct stat status = {};
     (void)fstat(from, &status);
-    (void)!sendfile(to, from, nullptr, static_cast<std::size_t>(status.st_size));
+    std::ignore = sendfile(to, from, nullptr, static_cast<std::size_t>(status.st_size));
     (void)close(from);
     return close(to);
 }

@@ -1,5 +1,4 @@
-// Receives requests on a local socket and answers them over MQTT, since the socket returns nothing.
-// Usage: answer [BROKER_PORT]
+// Answers local requests over MQTT, since the socket returns nothing. Usage: answer [BROKER_PORT]
 
 #include <kvr/api/com/NQ_Mqtt.h>
 #include <kvr/api/com/NQ_Sockets.h>
@@ -12,19 +11,19 @@ using kvr::api::data::NQ_JSON;
 
 class Answerer : public kvr::api::iot::Observer<NQ_Sockets> {
 public:
-    Answerer(NQ_Mqtt& m, bool& s) : mqtt(m), stop(s) {}
+    Answerer(NQ_Mqtt& mqtt, bool& stop) : mqtt_(mqtt), stop_(stop) {}
     void update(NQ_Sockets* server) override {
         const NQ_JSON request(server->getLastMessage());
         NQ_JSON answer;
         answer.addKeyVal("id", request.get_json_string("id")); // repeated for the caller
         answer.addKeyVal("result", "done");
-        mqtt.send("minimal/answers", answer.asString(), 1, 0);
-        stop = request.get_json_string("method") == "stop";
+        mqtt_.send("minimal/answers", answer.asString(), 1, 0);
+        stop_ = request.get_json_string("method") == "stop";
     }
 
 private:
-    NQ_Mqtt& mqtt;
-    bool& stop;
+    NQ_Mqtt& mqtt_;
+    bool& stop_;
 };
 
 int main(int argc, char** argv) {

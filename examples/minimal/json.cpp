@@ -33,6 +33,6 @@ int main() {
         std::cout << "port " << read.get_json_string_arrayID("ports", i) << '\n';
     // A missing number reads as 0. Check the key and the type where that matters.
     const NQ_JSON load = read.get_json_object("load");
-    if (read.keyExists("load") && json_object_is_type(load.getObj(), json_type_double))
+    if (read.keyExists("load") && json_object_is_type(load.getObj(), json_type_double) != 0)
         std::cout << "load is a number\n";
 }

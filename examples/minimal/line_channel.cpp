@@ -8,16 +8,16 @@
 
 class Commands : public kvr::api::iot::Observer<StdInReader> {
 public:
-    explicit Commands(bool& s) : stop(s) {}
+    explicit Commands(bool& stop) : stop_(stop) {}
     void update(StdInReader* reader) override {
         if (reader->getLastLine() == "stop")
-            stop = true;
+            stop_ = true;
         else
             std::cout << "unknown command\n";
     }
 
 private:
-    bool& stop;
+    bool& stop_;
 };
 
 int main() {
