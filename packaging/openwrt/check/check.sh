@@ -5,6 +5,11 @@
 # its settings into the agent's arguments.
 set -eu
 
+[ $# -eq 0 ] || {
+    echo "usage: ${0##*/}" >&2
+    exit 2
+}
+
 here=$(cd "$(dirname "$0")" && pwd)
 source=$(cd "$here/../../.." && pwd)
 work=$(mktemp -d)
