@@ -92,13 +92,9 @@ private:
 class Watch {
 public:
     explicit Watch(bool& stop) : stop_(stop) {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGTERM);
-        sigaddset(&signals, SIGINT);
         // Before the thread starts, so that it inherits the mask. The signals then only arrive
         // through signals_.
-        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        const sigset_t signals = program::blockEndSignals();
         signals_ = signalfd(-1, &signals, SFD_CLOEXEC);
         end_ = eventfd(0, EFD_CLOEXEC);
         if (signals_ == -1 || end_ == -1)
