@@ -29,10 +29,7 @@ END
 services_asked_are <<'END'
 network restart
 END
-log_is <<'END'
-INFO: tavo-agent: request 1 uci.apply (270 bytes)
-INFO: tavo-agent: request 1 uci.apply: done
-END
+log_is_done 1 uci.apply 270
 
 step "Create a section that does not exist" "A guest network. This request restarts no service."
 where client "tavo-rpc demo 02-guest-create.json" \
@@ -57,10 +54,7 @@ configuration_change_is network <<'END'
 +
 END
 services_asked_are < <(nothing)
-log_is <<'END'
-INFO: tavo-agent: request 2 uci.apply (283 bytes)
-INFO: tavo-agent: request 2 uci.apply: done
-END
+log_is_done 2 uci.apply 283
 
 step "Delete it again" "A request with no values at all deletes the whole section."
 where client "tavo-rpc demo 03-guest-delete.json" \
@@ -84,10 +78,7 @@ configuration_change_is network <<'END'
 -
 END
 services_asked_are < <(nothing)
-log_is <<'END'
-INFO: tavo-agent: request 3 uci.apply (150 bytes)
-INFO: tavo-agent: request 3 uci.apply: done
-END
+log_is_done 3 uci.apply 150
 
 step "Change DHCP" "The package dhcp belongs to the service dnsmasq."
 where client "tavo-rpc demo 04-dhcp.json" \
@@ -108,10 +99,7 @@ END
 services_asked_are <<'END'
 dnsmasq restart
 END
-log_is <<'END'
-INFO: tavo-agent: request 4 uci.apply (232 bytes)
-INFO: tavo-agent: request 4 uci.apply: done
-END
+log_is_done 4 uci.apply 232
 
 step "Change the time servers" "A section called ntp belongs to the service sysntpd. Lists are arrays."
 where client "tavo-rpc demo 05-ntp.json" \
@@ -131,10 +119,7 @@ END
 services_asked_are <<'END'
 sysntpd restart
 END
-log_is <<'END'
-INFO: tavo-agent: request 5 uci.apply (232 bytes)
-INFO: tavo-agent: request 5 uci.apply: done
-END
+log_is_done 5 uci.apply 232
 
 step "Read a section that has no name" "The request names it by its position among the sections of its type."
 where client "tavo-rpc demo 16-forwarding-get.json" \

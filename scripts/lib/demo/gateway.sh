@@ -15,10 +15,7 @@ response_is <<'END'
 END
 configuration_is_unchanged
 services_asked_are < <(nothing)
-log_is <<'END'
-INFO: tavo-agent: request 6 system.describe (71 bytes)
-INFO: tavo-agent: request 6 system.describe: done
-END
+log_is_done 6 system.describe 71
 
 step "Run a program" "The answer has its output, the raw wait status (exit code 1 is 256) and the exit code."
 where client "tavo-rpc demo 09-program.json" \
@@ -30,10 +27,7 @@ request 09-program.json
 response_is <<'END'
 {"jsonrpc":"2.0","id":9,"result":{"output":"uci: Entry not found\n","truncated":false,"raw_status":256,"exit_code":1,"signal":null}}
 END
-log_is <<'END'
-INFO: tavo-agent: request 9 process.run (157 bytes)
-INFO: tavo-agent: request 9 process.run: done
-END
+log_is_done 9 process.run 157
 
 step "Read the gateway's serial number, modem and applications" "The serial number comes from the boot environment."
 where client "tavo-rpc demo 11-info.json" \
@@ -45,10 +39,7 @@ request 11-info.json
 response_is <<END
 {"jsonrpc":"2.0","id":11,"result":{"name":"tavo-agent","directory":"$(cd "$agent_bin" && pwd -P)","serial_number":"GW0123456789","cellular_modem":false,"applications":{"modbus2mqtt":true,"vexlor2red":false,"vexlor":false,"nodered":true},"port":{"id":"2","name":"RS232"}}}
 END
-log_is <<'END'
-INFO: tavo-agent: request 11 system.info (68 bytes)
-INFO: tavo-agent: request 11 system.info: done
-END
+log_is_done 11 system.info 68
 
 step "Place an application's configuration file" "The application's script restarts it."
 where client "tavo-rpc demo 12-place-application.json" \
@@ -66,10 +57,7 @@ END
 services_asked_are <<'END'
 ZEQ/bin/run.sh restart
 END
-log_is <<'END'
-INFO: tavo-agent: request 12 config.place (260 bytes)
-INFO: tavo-agent: request 12 config.place: done
-END
+log_is_done 12 config.place 260
 
 step "Place a file of an application's agent" "It arrives as base64. A script stops the agent, and the agent's supervisor restarts it."
 where client "tavo-rpc demo 13-place-agent.json" \
@@ -87,10 +75,7 @@ END
 services_asked_are <<'END'
 stopAgent.sh meter
 END
-log_is <<'END'
-INFO: tavo-agent: request 13 config.place (306 bytes)
-INFO: tavo-agent: request 13 config.place: done
-END
+log_is_done 13 config.place 306
 
 step "Switch an LED on"
 where client "tavo-rpc demo 14-led.json" \
@@ -108,10 +93,7 @@ led_wan 0
 led_usr 1
 led_pwr 1
 END
-log_is <<'END'
-INFO: tavo-agent: request 14 gpio.set (108 bytes)
-INFO: tavo-agent: request 14 gpio.set: done
-END
+log_is_done 14 gpio.set 108
 
 step "Read the board's temperature"
 where client "tavo-rpc demo 15-temperature.json" \
@@ -123,7 +105,4 @@ request 15-temperature.json
 response_is <<'END'
 {"jsonrpc":"2.0","id":15,"result":{"name":"temperature","value":41}}
 END
-log_is <<'END'
-INFO: tavo-agent: request 15 gpio.get (100 bytes)
-INFO: tavo-agent: request 15 gpio.get: done
-END
+log_is_done 15 gpio.get 100

@@ -31,6 +31,10 @@ unanswered_request() {
 # Each compares one outcome of the request with standard input.
 response_is() { compare "response" "$response"; }
 log_is() { compare "log" "$(new_lines /tmp/log.out "$logged")"; }
+# log_is_done ID METHOD BYTES: compares the log with the two lines of a request without an error.
+log_is_done() {
+    printf 'INFO: tavo-agent: request %s\n' "$1 $2 ($3 bytes)" "$1 $2: done" | log_is
+}
 services_asked_are() { compare "calls of service scripts" "$(new_lines /tmp/init.d.log "$asked")"; }
 commands_are() {
     compare "commands that the library ran" \
