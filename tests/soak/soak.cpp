@@ -120,11 +120,14 @@ void checkBroker(const AgentInSandbox& agent, soak::Reception& reception, Tally&
     check(lastArrives(), "responses reach the broker again");
     send(50);
     check(lastArrives(), "50 responses reach the broker");
-    reception.killBroker();
-    tally.brokerKilled();
-    send(150);
-    reception.restartBroker();
-    check(lastArrives(), "the last of 150 responses reaches the broker, which was away");
+    for (const int count : {50, 150}) {
+        reception.killBroker();
+        tally.brokerKilled();
+        send(count);
+        reception.restartBroker();
+        check(lastArrives(), "the last of " + std::to_string(count) +
+                                 " responses reaches the broker, which was away");
+    }
     const std::vector<std::string> printed = agent.responses();
     const soak::Comparison found = reception.compareWith(printed);
     check(found.lost == 0 && found.foreign == 0 && found.twice <= tally.kills(),
