@@ -1,4 +1,4 @@
-# Installs the library in two components: `runtime`, the shared library alone, which is all that a
+# Installs the library in two components: `runtime`, only the shared library, which is all that a
 # gateway needs, and `development`, the rest. The folders agent/ and sandbox/ install the components
 # `agent` and `sandbox`.
 include(CMakePackageConfigHelpers)
@@ -40,8 +40,8 @@ install(EXPORT tavoTargets NAMESPACE tavo:: DESTINATION ${_tavo_package} COMPONE
 
 # For pkg-config. Paths are relative to the file, so that the installed tree can be moved. The
 # directories of Paho's headers and of json-c are named when the compiler does not search them by
-# default. The root of a cross build is left out of these paths, since our headers will be below it
-# too. json-c's own file is not required: it adds a directory in which <json.h> is found.
+# default. These paths omit the root of a cross build, since our headers will be below it too.
+# json-c's own file is not required: it adds a directory in which <json.h> is found.
 set(_tavo_pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH TAVO_PC_PREFIX /x/${_tavo_pkgconfig} /x)
 string(REGEX REPLACE "/$" "" TAVO_PC_PREFIX "${TAVO_PC_PREFIX}")

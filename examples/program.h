@@ -40,8 +40,8 @@ struct Description {
     fail(program, problem + ": " + std::strerror(errno));
 }
 
-/// Returns the next option as getopt_long() does, -1 after the last. Carries out 'h', which stands
-/// for --help, and ends the program for an option that is not in `known`.
+/// Returns the next option as getopt_long() does, -1 after the last. Handles 'h', the value of
+/// --help, and ends the program for an option that is not in `known`.
 inline int nextOption(Description& program, int argc, char** argv, const option* known) {
     argv[0] = &program.name[0]; // begins the messages of getopt_long()
     const int found = getopt_long(argc, argv, "", known, nullptr);
@@ -62,7 +62,7 @@ inline void parseHelpOnly(Description& program, int argc, char** argv) {
     }
 }
 
-/// Prints a line that a reader behind a pipe sees immediately.
+/// Prints a line and flushes it, so that the reader of a pipe gets it immediately.
 inline void say(const std::string& line) {
     std::puts(line.c_str());
     std::fflush(stdout);

@@ -99,7 +99,7 @@ extern "C" void endBySignal(int signal) {
     std::raise(signal);
 }
 
-/// Also has the signals that end a program remove the file.
+/// Creates the new file. Signals that end the program remove it.
 int createPartFile(const std::string& output) {
     const std::string path = output + ".part";
     if (path.size() >= sizeof partFile)

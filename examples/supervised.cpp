@@ -115,8 +115,8 @@ public:
 
 private:
     void run() {
-        // Waits only for the hang-up of standard input. POLLRDHUP asks for that of a socket; that
-        // of a pipe is always reported.
+        // Waits only for the hang-up of standard input. POLLRDHUP requests it for a socket; for a
+        // pipe it is always reported.
         pollfd entries[] = {{STDIN_FILENO, POLLRDHUP, 0}, {signals_, POLLIN, 0}, {end_, POLLIN, 0}};
         while (poll(entries, 3, -1) == -1) {
             if (errno != EINTR)

@@ -1,4 +1,4 @@
-// Mounts a removable device while it is plugged in, until a line comes on standard input.
+// Mounts a removable device while it is plugged in, until a line arrives on standard input.
 // Usage: automount DEVICE DIRECTORY, such as: automount sda1 /mnt/stick
 
 #include <kvr/api/NQ_AutoMount.h>

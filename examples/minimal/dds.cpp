@@ -11,6 +11,6 @@ int main() {
         return 1;
     }
     std::cout << "this process takes part in the default DDS domain\n";
-    // Here the application makes its proxies with DDS RMI itself.
+    // Here the application creates its proxies with DDS RMI.
     return runtime.stopRUNTIME() ? 0 : 1;
 }

@@ -11,7 +11,7 @@ using kvr::api::data::NQ_JSON;
 int main() {
     NQ_JSON report; // an empty object
     report.addKeyVal("name", "gateway-7");
-    // The class builds texts and arrays. Everything else comes from json-c, and addObjtoObj() takes
+    // The class builds texts and arrays. Create everything else with json-c; addObjtoObj() takes
     // over the reference.
     report.addObjtoObj(report.getObj(), "uptime", json_object_new_int(3600));
     report.addObjtoObj(report.getObj(), "load", json_object_new_double(0.25));

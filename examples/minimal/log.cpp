@@ -17,7 +17,7 @@ int main() {
         logger->log("started", NQ_Logger::kLogLevelInfo);
         logger->log("answer took 12 ms", NQ_Logger::kLogLevelDebug);
         logger->log("no answer", NQ_Logger::kLogLevelError);
-        // No line of another thread comes between these two.
+        // No line of another thread appears between these two.
         const std::vector<std::string> state = {"state: idle", "clients: 0"};
         logger->log(state, NQ_Logger::kLogLevelDebug);
         // The text is a format: never pass one with a percent sign from outside.

@@ -12,12 +12,12 @@ int main(int argc, char** argv) {
     // User, password; seconds: connect timeout, retry, keep-alive; one message in flight; a clean
     // session.
     mqtt.setConnOpts(argv[2], "", "", 30, 1, 60, 1, 1);
-    // A cipher list switches TLS on. The directory holds mqtt_ca-cert.crt, mqtt_client-cert.crt and
+    // A cipher list enables TLS. The directory holds mqtt_ca-cert.crt, mqtt_client-cert.crt and
     // mqtt_client-key.key. The host name in the broker's certificate is not checked.
     mqtt.setSslOpts("HIGH", "", 1, 1, argv[3]);
     mqtt.setLwt("minimal/state", "offline", "online", 1, 1); // QoS 1, retained
     mqtt.initialise();
-    bool keepTrying = false; // one try
+    bool keepTrying = false; // one attempt
     if (!mqtt.connect(keepTrying)) {
         std::cerr << "cannot connect to " << mqtt.getServerUri() << '\n';
         return 1;

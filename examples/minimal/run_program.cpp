@@ -25,7 +25,7 @@ int main() {
     const int result = ended.get_future().get();
     std::cout << "exit code " << WEXITSTATUS(result) << '\n';
 
-    // The shell's wildcards and pipes, for fixed texts only. The status is the exit code alone.
+    // The shell's wildcards and pipes, for fixed texts only. The status is only the exit code.
     std::cout << NQ_Popen::executeInsecure("printf 'b\\na\\n' | sort; exit 3", status);
     std::cout << "exit code " << status << '\n';
 }

@@ -1,5 +1,5 @@
-// Receives messages from other processes of this gateway, until one says "stop".
-// socket_sender.cpp is the other end.
+// Receives messages from other processes of this gateway, until one is "stop". socket_sender.cpp is
+// the other end.
 
 #include <kvr/api/com/NQ_Sockets.h>
 #include <kvr/api/iot/Subject.h>

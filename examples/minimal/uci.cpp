@@ -17,7 +17,7 @@ int main() {
              R"("values":{"ipaddr":"192.168.7.1","mtu":"1400"}})");
     if (!uci.checkConfig()) // false for a text that is not JSON
         return 2;
-    uci.applyConfig(); // always true: only the reading shows what happened
+    uci.applyConfig(); // always true: reading it back shows the effect
 
     const NQ_JSON reply(uci.getSystemCfg());
     const NQ_JSON values = reply.get_json_object("values");

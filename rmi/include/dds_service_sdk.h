@@ -8,8 +8,7 @@
 
 #include <atomic>
 
-/// Marks what applications may use of these types; the library is built with everything else
-/// hidden.
+/// Marks what applications may use of these types. The library hides everything else.
 #define TAVO_RMI_API __attribute__((visibility("default")))
 
 namespace org {
@@ -113,8 +112,8 @@ public:
     ~CRuntime() override;
 
     /// Joins the default DDS domain with a participant, which peers see under the name argv[0] (no
-    /// name when that is missing). The domain and how it is reached come from Cyclone DDS's own
-    /// settings (CYCLONEDDS_URI), read at this moment.
+    /// name when that is missing). Cyclone DDS's own settings (CYCLONEDDS_URI), read at this
+    /// moment, select the domain and the network.
     ///
     /// `argv` holds `argc` texts: a program name, then options of the form --option=value without
     /// blanks:

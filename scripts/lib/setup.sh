@@ -12,7 +12,7 @@ build_packages=(
     libubootenv-tool util-linux
 )
 
-# What the tests and the demo start besides.
+# What the tests and the demo start in addition.
 test_packages=(
     libgtest-dev libgmock-dev clang libclang-rt-14-dev
     mosquitto mosquitto-clients openssl e2fsprogs procps sysvinit-utils
@@ -80,7 +80,7 @@ install_missing() {
     rm -f "$log"
 }
 
-# with_own_tmp PRIVATE_MOUNTS COMMAND...: runs COMMAND with an empty /tmp of its own, which is removed
+# with_own_tmp PRIVATE_MOUNTS COMMAND...: runs COMMAND with a private, empty /tmp, which is removed
 # afterwards. The library has fixed paths there, and the user may have files of these names.
 # PRIVATE_MOUNTS is the sandbox's helper of that name.
 with_own_tmp() (
@@ -94,7 +94,7 @@ with_own_tmp() (
     own=$(mktemp -d "$repo/build/tmp-XXXXXX")
     trap 'rm -rf "$own"' EXIT
     chmod 1777 "$own"
-    # A repository below /tmp stays reachable through a mount of its own.
+    # A repository below /tmp stays reachable through a separate mount.
     "${namespaces[@]}" bash -euc '
         own=$1 repo=$2
         shift 2

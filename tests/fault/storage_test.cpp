@@ -2,7 +2,7 @@
 // namespace.
 //
 // No class reports a failed write. The tests check the content on the disk afterwards: always the
-// beginning of what was to be written, and nothing else.
+// beginning of the text, and nothing else.
 
 #include <kvr/api/com/NQ_Sockets.h>
 #include <kvr/api/crypto/NQ_Crypto.h>

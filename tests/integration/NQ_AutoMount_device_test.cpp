@@ -1,4 +1,4 @@
-// AutoMount with a real device: a small file system on a loop device, whose node under /dev comes
+// AutoMount with a real device: a small file system on a loop device, whose node under /dev appears
 // and disappears. The test mounts in its own mount namespace. The node and the loop device belong
 // to the machine, under unique names.
 

@@ -1,4 +1,4 @@
-// Responses on the request's own connection, which a request with "answer": true asks for.
+// Responses on the request's own connection, for requests with "answer": true.
 
 #include "AgentInSandbox.h"
 #include "Waiting.h"

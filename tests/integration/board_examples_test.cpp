@@ -109,7 +109,7 @@ TEST(ExampleTelemetry, LedIsOffWhileTheBrokerIsAway) {
     EXPECT_TRUE(ledIs("0"));
     broker.start();
     EXPECT_TRUE(ledIs("1"));
-    // An input that changes meanwhile appears in the readings.
+    // An input that changes later appears in the readings.
     support::writeFile(state, "bin0 1\nbin1 0\ntemperature 41\nvoltage 12050\nled_wan 1\n");
     EXPECT_TRUE(eventually([&] {
         return broker.receive("board/bin0", 1) == std::vector<std::string>{"board/bin0 0 0 1"};
@@ -200,7 +200,7 @@ TEST(ExampleUsbMedia, ListsTheMediumAndUnmountsItAtTheEnd) {
     ASSERT_TRUE(says(media, "usb_media: " + directory / "song" + "\n"));
     const Ran ran = end(media);
     EXPECT_EQ(0, ran.status);
-    // These lines must appear in this order; lines about other nodes under /dev may stand between
+    // These lines must appear in this order; lines about other nodes under /dev may appear between
     // them.
     std::size_t at = 0;
     for (const std::string& line :

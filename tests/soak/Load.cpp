@@ -17,7 +17,7 @@ using std::chrono::seconds;
 /// Method and parameters of one of the mixed requests.
 struct Kind {
     const char* method;
-    const char* params; ///< NUMBER stands for a number that changes
+    const char* params; ///< NUMBER is replaced by a changing number
 };
 const Kind kKinds[] = {
     {"system.describe", "{}"},

@@ -138,7 +138,7 @@ void checkBroker(const AgentInSandbox& agent, soak::Reception& reception, Tally&
               " received twice, " + std::to_string(found.foreign) + " foreign or out of order");
 }
 
-/// Each restart that a request has asked for must have run.
+/// Each restart that a request has requested must have run.
 void checkRestarts(const AgentInSandbox& agent, const Tally& tally) {
     const std::string log = agent.read("/tmp/init.d.log");
     const long count = std::count(log.begin(), log.end(), '\n');

@@ -62,7 +62,7 @@ public:
     std::vector<std::string> receive(const std::string& filter, int count) const;
 
     /// Creates a persistent session named `subscriber`. receiveKept() with the same name returns
-    /// what is published meanwhile with a quality of service above 0. The broker setting
+    /// what is published in between with a quality of service above 0. The broker setting
     /// queue_qos0_messages adds messages of quality 0.
     void keepFor(const std::string& subscriber, const std::string& filter) const;
 

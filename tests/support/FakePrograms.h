@@ -20,8 +20,8 @@ public:
     /// Adds a program. `script` is shell code that runs after the call is recorded.
     void add(const std::string& name, const std::string& script = "");
 
-    /// All calls so far, in order: the program's name and its arguments. Each argument stands in
-    /// square brackets ("ubus [call] [uci]"), which make blanks and quotes visible.
+    /// All calls so far, in order: the program's name and its arguments. Each argument is in square
+    /// brackets ("ubus [call] [uci]"), which show blanks and quotes.
     std::vector<std::string> calls() const;
 
     const std::string& directory() const { return bin_.path(); }

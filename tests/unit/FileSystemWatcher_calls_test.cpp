@@ -1,6 +1,6 @@
-// FileSystemWatcher's system calls, and its reactions to their results, with a played kernel. This
-// shows the order of calls, results that a real kernel cannot be made to return, and chosen watch
-// numbers. FileSystemWatcher_test.cpp shows what the real kernel can.
+// FileSystemWatcher's system calls, and its reactions to their results, with a simulated kernel.
+// They show the order of calls, results that a test cannot get from a real kernel, and chosen watch
+// numbers. FileSystemWatcher_test.cpp tests with the real kernel.
 
 #include <kvr/api/FileSystemWatcher.h>
 

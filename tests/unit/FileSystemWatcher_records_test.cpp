@@ -1,4 +1,5 @@
-// How FileSystemWatcher processes the records that it reads, resets included, with a played kernel.
+// How FileSystemWatcher processes the records that it reads, resets included, with a simulated
+// kernel.
 
 #include <kvr/api/FileSystemWatcher.h>
 

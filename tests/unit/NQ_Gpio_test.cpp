@@ -57,7 +57,7 @@ std::ostream& operator<<(std::ostream& out, const Call& call) {
                << ", " << call.value << ")";
 }
 
-/// Plays /dev/gpio while an object exists: this program replaces the C library's open() and
+/// Simulates /dev/gpio while an object exists: this program replaces the C library's open() and
 /// ioctl(). Only one object at a time.
 class FakeBoard {
 public:

@@ -306,7 +306,7 @@ TEST_F(NQ_LoggerTest, LinesOfThreadsNeverMix) {
 TEST_F(NQ_LoggerTest, TheLinesOfOneVectorStayTogether) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 20;
-    constexpr std::size_t kLines = 100; // enough for a thread to be preempted meanwhile
+    constexpr std::size_t kLines = 100; // enough for a thread to be preempted
     inChild([] {
         NQ_Logger* logger = NQ_Logger::instance();
         std::atomic<int> waiting{kThreads};

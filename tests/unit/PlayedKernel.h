@@ -42,7 +42,7 @@ inline std::string record(int watch, unsigned int mask, const std::string& name 
     return rawRecord(watch, mask, name, (name.size() / unit + 1) * unit);
 }
 
-/// Plays the kernel. It records every call as a line, numbers the paths in order of first use and
+/// Simulates the kernel. Records every call as a line, numbers the paths in order of first use, and
 /// returns the queued reads. With empty queues, poll returns 0 and sets the flag at `stopWhenIdle`.
 class PlayedKernel {
 public:
