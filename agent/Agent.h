@@ -12,7 +12,7 @@ class Publisher;
 class RequestHandler;
 
 /// Receives the messages of the socket server. Has each message handled, and prints and publishes
-/// the response. Also sends the response back if the request asks for it.
+/// the response. Also sends the response back if the request wants it.
 class Agent : public kvr::api::iot::Observer<kvr::api::com::NQ_Sockets> {
 public:
     /// `publisher` may be null. All must outlive the agent.

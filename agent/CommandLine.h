@@ -31,7 +31,7 @@ int nextOption(int argc, char** argv, const option* options, const char* help);
 
 // Each converts the text of an option, or throws UsageError.
 
-/// The number from 1 to `most` that `text` gives in digits only; 0 when it gives none.
+/// Returns the number from 1 to `most` that `text` holds, in digits only; 0 for any other text.
 int parseNumber(const std::string& text, int most);
 
 /// At least one second, at most a day. `name` is the option.

@@ -7,7 +7,7 @@
 namespace agent {
 
 /// Opens the gateway's log, /tmp/log.out, or creates it. Throws std::runtime_error, with a readable
-/// reason, for a FIFO or another special file, and for a link that another user may have made.
+/// reason, for a FIFO or another special file, and for a link that another user may have created.
 /// Opening a FIFO can block, and a link can lead to any file. Call it while signals can still end
 /// the process, and before threads start.
 ///

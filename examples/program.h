@@ -35,7 +35,7 @@ struct Description {
     std::exit(1);
 }
 
-/// The same with the reason that errno gives.
+/// The same with the text of errno.
 [[noreturn]] inline void failWithReason(const Description& program, const std::string& problem) {
     fail(program, problem + ": " + std::strerror(errno));
 }

@@ -45,8 +45,8 @@ program::Description self = {
     "\n"
     "Exit status: 0 done, 1 failed, 2 usage error.\n"};
 
-/// Precedes the content and is encrypted with it. The padding alone does not reveal every wrong
-/// key: about one in 256 leaves padding that looks right.
+/// Precedes the content and is encrypted with it. The padding does not reveal every wrong key:
+/// about one in 256 leaves padding that looks right.
 const std::string kMarker = "tavo secret file\n";
 
 /// Leaves room for the marker and the padding within the range of an int.

@@ -1,5 +1,5 @@
 // Any bytes as a message to tavo-agent: its whole path, from the text to the commands that the
-// library makes of it. No command is run: the calls that would run one are replaced, and check
+// library builds from it. No command is run: the calls that would run one are replaced, and check
 // their arguments.
 #include "Log.h"
 #include "fuzzing.h"

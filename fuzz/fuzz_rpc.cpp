@@ -64,7 +64,7 @@ public:
     }
 };
 
-/// Only one is made, since each sends records to the system log.
+/// Only one is created, since each sends records to the system log.
 Dispatcher& dispatcher() {
     static Dispatcher instance;
     return instance;

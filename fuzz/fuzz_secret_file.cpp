@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     std::string cipher = bytes;
-    std::string plain(cipher.size(), '\0'); // all the room that decrypt() asks for
+    std::string plain(cipher.size(), '\0'); // all the room that decrypt() requires
     int length = 0;
     if (decrypts(crypto, cipher, plain, length)) {
         fuzzing::require(length >= 0 && static_cast<std::size_t>(length) <= size,

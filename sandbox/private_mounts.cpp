@@ -32,8 +32,8 @@ bool isSame(const char* one, const char* other) {
            a.st_ino == b.st_ino;
 }
 
-/// Makes the namespace's root the root and working directory of this process. Once the root is
-/// below the working directory, ".." can leave it.
+/// Sets this process's root and working directory to the namespace's root. Once the root is below
+/// the working directory, ".." can leave it.
 bool leaveRoot() {
     if (chdir("/") != 0 || chroot("usr") != 0)
         return false;

@@ -33,7 +33,7 @@ std::optional<Change> remove(Package& package, const Target& target,
                              const std::optional<std::string>& position = std::nullopt);
 Change rename(const Target& target, const std::optional<std::string>& name);
 
-/// Makes a recorded change again.
+/// Applies a recorded change again.
 void replay(const Change& change, Package& package);
 
 /// The change as the package's file of pending changes holds it, with the line end.

@@ -19,10 +19,10 @@ struct Edit {
     void record(std::optional<Change> change);
 };
 
-/// Gives an option a JSON value as the method set does: a list is always replaced.
+/// Sets an option to a JSON value as the method set does: a list is always replaced.
 Status setValue(Edit& edit, Section* section, const std::string& option, json_object* value);
 
-/// Gives an option a JSON value as the method add does: a list is appended to an earlier one.
+/// Sets an option to a JSON value as the method add does: a list is appended to an earlier one.
 Status addValue(Edit& edit, Section* section, const std::string& option, json_object* value);
 
 /// Deletes the given options that exist, or the whole section when no list of options is given.

@@ -84,7 +84,8 @@ std::string NQ_Time::tvToDateStr(const timeval& tv) {
             ? static_cast<int>(std::strftime(text, kDate, "%Y-%m-%dT%H:%M:%S", &parts))
             : std::snprintf(text, kDate, "%lld-%02d-%02dT%02d:%02d:%02d", year, parts.tm_mon + 1,
                             parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-    // Deliberate: a year that has more than ten characters or exceeds an int gives no text.
+    // Deliberate: for a year that has more than ten characters or exceeds an int, the text is
+    // empty.
     if (length >= static_cast<int>(kDate) || year > std::numeric_limits<int>::max())
         return std::string();
     const int fraction = std::snprintf(text + length, kFraction, ".%03lldZ",

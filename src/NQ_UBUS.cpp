@@ -113,7 +113,7 @@ bool NQ_UBUS::applyConfig() {
 
 bool NQ_UBUS::restartService() {
     std::string service = configField;
-    // Deliberate: the first test is made on the section, the second on the package.
+    // Deliberate: the first test reads the section, the second one the package.
     if (sectionField == "ntp")
         service = "sysntpd";
     else if (service == "dhcp")

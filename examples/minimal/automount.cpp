@@ -23,7 +23,8 @@ int main(int argc, char** argv) {
             [] { std::cout << "ejected\n"; });
         std::string line;
         std::getline(std::cin, line);
-        // An object destroyed right after its construction may hang: give its thread time.
+        // An object destroyed right after its construction may hang: its thread needs time to
+        // start.
         kvr::api::datetime::NQ_Time::delay(1000);
     } catch (const std::runtime_error& error) { // the directory cannot be created
         std::cerr << error.what() << '\n';

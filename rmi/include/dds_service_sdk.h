@@ -99,7 +99,7 @@ typedef shared_ptr<CRuntime> CRuntime_ref;
 /// Threads: any thread may call every operation concurrently; a mutex of the runtime orders them.
 class TAVO_RMI_API CRuntime : public virtual RefCounted {
 public:
-    /// The one runtime of the process, made by the first call; never empty. The library holds a
+    /// The one runtime of the process, created by the first call; never empty. The library holds a
     /// share of it until the process ends, so it lives and keeps running without the application's
     /// pointers.
     ///

@@ -7,8 +7,7 @@
 declare -A triplets=([armhf]=arm-linux-gnueabihf [arm64]=aarch64-linux-gnu)
 declare -A emulators=([armhf]=qemu-arm [arm64]=qemu-aarch64)
 
-# prepare_debian ARCHITECTURE: installs the cross compiler and makes the sysroot unless there is
-# one.
+# prepare_debian ARCHITECTURE: installs the cross compiler, and makes the sysroot unless it exists.
 prepare_debian() {
     install_missing "g++-${triplets[$1]//_/-}" qemu-user-static mmdebstrap
     "$repo/scripts/debian-sysroot" "$1" >/dev/null || die "the sysroot could not be made"
@@ -22,9 +21,10 @@ executes() {
     [ "$status" -lt 126 ] # musl's prints its version and returns 1
 }
 
-# register_emulator ARCHITECTURE: makes the kernel do so until the machine restarts; systemd does it
-# at the start. The emulator's package brings the entry. The kernel keeps the emulator's file open,
-# so no mount or change of root hides it from a test.
+# register_emulator ARCHITECTURE: makes the kernel pass such programs to the emulator until the
+# machine restarts. systemd does the same when the machine starts. The emulator's package brings the
+# entry. The kernel keeps the emulator's file open, so no mount or change of root hides it from a
+# test.
 register_emulator() {
     local formats=/proc/sys/fs/binfmt_misc name=${emulators[$1]}
     [ -e "$formats/register" ] || as_root mount -t binfmt_misc binfmt_misc "$formats"

@@ -36,7 +36,7 @@ inline std::istream& in() {
 }
 
 /// The decimal digits of a number. A number that is printed directly follows the flags and the
-/// locale that the application gave std::cout.
+/// locale that the application has set for std::cout.
 class Decimal {
 public:
     explicit Decimal(long long number)

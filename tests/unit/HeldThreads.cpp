@@ -25,7 +25,7 @@ std::atomic<int> joins{0};
 struct Start {
     void* (*body)(void*);
     void* argument;
-    bool waits; ///< decided at creation: hold() does not affect threads made earlier
+    bool waits; ///< decided at creation: hold() does not affect threads created earlier
 };
 
 void* beginWhenReleased(void* given) {

@@ -11,7 +11,7 @@ public:
     HeldThreads(const HeldThreads&) = delete;
     HeldThreads& operator=(const HeldThreads&) = delete;
 
-    /// Threads made from now on wait before they run their function.
+    /// Threads created from now on wait before they run their function.
     void hold();
     /// Lets the waiting threads run, and later ones start normally.
     void release();

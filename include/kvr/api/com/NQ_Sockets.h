@@ -30,7 +30,7 @@ namespace com {
 ///   length announces up to 4 GiB (3.8 GB were measured). Trust the clients, or limit the process's
 ///   memory.
 /// - The server serves one client at a time, without a time limit. A client that stays connected
-///   and silent makes all others wait.
+///   and silent blocks all others.
 /// - Deliberate: the server never closes the descriptors of clients or the listening socket. About
 ///   a thousand connections exhaust a default limit. accept() then fails repeatedly, and loop()
 ///   prints that at full speed.

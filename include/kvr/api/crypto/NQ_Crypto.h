@@ -18,7 +18,7 @@ namespace crypto {
 ///          PROCESS. That includes decrypting with a wrong key or damaged data. Decrypt only data
 ///          that is known to be intact, or decrypt in a forked child.
 /// Limits:  nothing is authenticated, and the vector is the same for every text of one key. Equal
-///          texts give equal ciphertexts.
+///          texts encrypt to equal bytes.
 /// Threads: an object is used by one thread at a time.
 class TAVO_API NQ_Crypto {
 public:

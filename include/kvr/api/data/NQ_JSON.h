@@ -56,7 +56,7 @@ public:
     /// ignored.
     NQ_JSON(const std::string& text);
 
-    /// Shares `o`; the caller keeps its own reference. A null `o` makes a handle without a value.
+    /// Shares `o`; the caller keeps its own reference. With a null `o`, the handle holds no value.
     NQ_JSON(const json_object* o);
 
     /// Shares the tree of `other`; the scratch handle is not copied.
@@ -81,8 +81,8 @@ public:
     /// "" when the key is missing.
     std::string get_json_obj_as_string(const std::string& key) const;
 
-    /// A member as json_object_get_int() converts it (strings are parsed, booleans give 0 or 1); 0
-    /// when the key is missing.
+    /// A member as json_object_get_int() converts it (strings are parsed, booleans become 0 or 1);
+    /// 0 when the key is missing.
     int get_json_int(const std::string& key) const;
 
     /// A member as json_object_get_double() converts it; 0.0 when the key is missing.

@@ -33,8 +33,8 @@ public:
     /// Reads an ISO text with milliseconds.
     ///
     /// Deliberate: the digits between the first "." and the last character count milliseconds,
-    /// however many there are: ".5Z" gives 5000 microseconds. Without a "." the year is read
-    /// instead: "2020-01-02T03:04:05Z" gives 2020000. Throws std::out_of_range
+    /// however many there are: ".5Z" is read as 5000 microseconds. Without a ".", the year is read
+    /// instead: "2020-01-02T03:04:05Z" is read as 2020000 microseconds. Throws std::out_of_range
     /// "basic_string::erase" when nothing follows the "." or the text is empty. The date of a text
     /// in another layout is unspecified.
     static timeval dateStrToTv(const std::string& date);

@@ -57,13 +57,13 @@ namespace file {
 
 /// Runs programs and collects their output.
 ///
-/// Status:  two encodings, deliberately. executeInsecure() gives only the exit code (0 to 255).
-///          execute() and executeNonblock() give the raw wait status of waitpid(2), in which exit
-///          code 3 reads 768.
-/// Failure: a failing fork() ends the process with exit(1), except in executeInsecure(). A program
-///          that cannot be executed gives the text "execvp: " and the reason as its output, and
-///          exit code 127. In executeInsecure() the shell reports it on standard error instead.
-///          Where SIGCHLD is ignored, statuses are -1 (255 from executeInsecure()).
+/// Status:  two encodings, deliberately. executeInsecure() reports only the exit code (0 to 255).
+///          execute() and executeNonblock() report the raw wait status of waitpid(2), in which exit
+///          code 3 is 768.
+/// Failure: a failing fork() ends the process with exit(1), except in executeInsecure(). For a
+///          program that cannot be executed, the output is "execvp: " and the reason, and the exit
+///          code is 127. In executeInsecure() the shell reports it on standard error instead. Where
+///          SIGCHLD is ignored, statuses are -1 (255 from executeInsecure()).
 /// Output:  all of it is kept in memory. A NUL byte drops the rest of its piece, which ends at the
 ///          newline or after 254 bytes (127 in executeInsecure()).
 /// Waiting: until every process that holds the pipe has closed it, also a daemon that the program

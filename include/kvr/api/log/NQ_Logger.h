@@ -20,7 +20,8 @@ namespace log {
 /// Failure:   instance() throws while the file cannot be opened. Errors of later writes are not
 ///            detected and not reported. After one, such as a full disk, this process logs nothing
 ///            more. A lock that fails throws std::system_error.
-/// Encoding:  bytes as given, without time or quoting. A message with newlines gives several lines.
+/// Encoding:  bytes as given, without time or quoting. A message with newlines becomes several
+///            lines.
 /// Threads:   any thread may call instance(), log() and logSysLog() concurrently; one lock keeps
 ///            lines whole. Processes that share the file are not locked against each other: between
 ///            a message of 1 KiB or more and its newline another process can write.

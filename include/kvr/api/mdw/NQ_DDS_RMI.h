@@ -9,7 +9,8 @@ namespace api {
 namespace mdw {
 
 /// Starts and stops the default DDS RMI runtime of the process, as an RMI client or as an RMI
-/// server, with fixed options. The application makes services, proxies and QoS with DDS RMI itself.
+/// server, with fixed options. The application creates services, proxies and QoS settings with DDS
+/// RMI.
 ///
 /// Ownership: the runtime belongs to DDS RMI, one per process. The object holds a share of it from
 ///            the first startRUNTIME() on; copies hold one each. Destroying the object stops
