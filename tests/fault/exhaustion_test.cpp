@@ -211,10 +211,11 @@ TEST(NoDescriptors, WatcherReportsThatItSeesNothing) {
 }
 
 TEST(NoDescriptors, ServerCannotBeMade) {
-    const support::ForkedChild child = inForkedChild([] {
+    const support::SocketFile file("tavo-none"); // its directory is made before the failure
+    const support::ForkedChild child = inForkedChild([&] {
         dup2(STDOUT_FILENO, STDERR_FILENO);
         const NoDescriptors none;
-        const kvr::api::com::NQ_Sockets server("tavo-none");
+        const kvr::api::com::NQ_Sockets server(file.name());
     });
     EXPECT_EQ(256, child.status);
     EXPECT_EQ("socket: " + tooManyOpenFiles() + "\n", child.output);
