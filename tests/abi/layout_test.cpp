@@ -1,5 +1,6 @@
 // What programs compiled against the headers depend on: sizes of objects, offsets of fields that
 // they access, and slots of virtual functions. A change of any of these needs a new soname.
+
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/NQ_JsonRPC.h>
 #include <kvr/api/NQ_Stream.h>
@@ -31,10 +32,10 @@
 // The recorded numbers include strings and streams of libstdc++.
 #if defined(__GLIBCXX__)
 
+namespace {
+
 using namespace kvr::api;
 using support::virtualSlot;
-
-namespace {
 
 constexpr std::size_t at(std::size_t in64Bits, std::size_t in32Bits) {
     return sizeof(void*) == 8 ? in64Bits : in32Bits;

@@ -201,6 +201,7 @@ TEST(PlugCycles, EachOfFiveHundredIsMountedAndUnmounted) {
             ++count;
         return count;
     };
+    // Deliberate: the spelling "HAPPNED" is part of the printed text.
     EXPECT_EQ(kCycles, times("SOMETHING HAPPNED: " + stick.name() + "\nWHAT: 256\nRunning: mount " +
                              stick.node() + " " + mountPoint + "\n"));
     EXPECT_EQ(2 * kCycles, times("Running: "));

@@ -14,21 +14,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-using support::eventually;
-
+namespace support {
 namespace {
 
 const std::string kBuild = std::string("TAVO_BUILD_DIR=") + TAVO_BUILD;
 // Ample time, because the machine may be busy.
 constexpr std::chrono::seconds kDeadline(30);
 constexpr char kWaiting[] = "Waiting for a connection...\n";
-
-std::size_t occurrences(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
 
 std::vector<std::string> joined(std::vector<std::string> first,
                                 const std::vector<std::string>& second) {
@@ -37,6 +29,13 @@ std::vector<std::string> joined(std::vector<std::string> first,
 }
 
 } // namespace
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
 
 Client::Client(const std::string& path) : descriptor_(socket(AF_UNIX, SOCK_STREAM, 0)) {
     sockaddr_un address = {};
@@ -88,8 +87,8 @@ AgentInSandbox::AgentInSandbox(const std::string& wrapper,
                                               wrapper,
                                               "sh",
                                               TAVO_AGENT};
-    program_ = std::make_unique<support::RunningProgram>(
-        joined(joined(command, arguments), {"agent"}), std::vector<std::string>{kBuild});
+    program_ = std::make_unique<RunningProgram>(joined(joined(command, arguments), {"agent"}),
+                                                std::vector<std::string>{kBuild});
     if (!waitUntilIdle(1))
         throw std::runtime_error("the agent does not start: " + errors());
 }
@@ -141,13 +140,13 @@ bool AgentInSandbox::waitUntilIdle(std::size_t times) const {
 
 void AgentInSandbox::signal(int signal) { kill(program_->pid(), signal); }
 
-support::Ran AgentInSandbox::end(int signalNumber) {
+Ran AgentInSandbox::end(int signalNumber) {
     signal(signalNumber);
     return wait();
 }
 
-support::Ran runInSandbox(const std::vector<std::string>& arguments) {
-    return support::runProgram(joined({TAVO_SANDBOX_RUN}, arguments), {kBuild});
+Ran runInSandbox(const std::vector<std::string>& arguments) {
+    return runProgram(joined({TAVO_SANDBOX_RUN}, arguments), {kBuild});
 }
 
 std::string request(const std::string& method, const std::string& params, int id) {
@@ -172,3 +171,5 @@ std::string invalidParams(const std::string& data) {
 }
 
 std::string failed(const std::string& data) { return error("1", -32000, "Failed", data); }
+
+} // namespace support

@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
+std::size_t occurrences(const std::string& text, const std::string& part);
+
 /// A client of the agent's socket. The destructor closes the connection.
 class Client {
 public:
@@ -39,7 +43,7 @@ public:
 
     /// Returns the path on this machine of the gateway's file `path`.
     std::string file(const std::string& path) const { return root_ / "gateway" + path; }
-    std::string read(const std::string& path) const { return support::readFile(file(path)); }
+    std::string read(const std::string& path) const { return readFile(file(path)); }
     std::string socketPath() const { return file("/tmp/socketDDS/agent"); }
 
     /// Sends one message and returns its response line, without the newline.
@@ -63,17 +67,17 @@ public:
     std::string log() const { return read("/tmp/log.out"); }
 
     /// Sends a signal, waits for the end and returns exit status and outputs.
-    support::Ran end(int signal);
+    Ran end(int signal);
     void signal(int signal);
-    support::Ran wait() { return program_->wait(); }
+    Ran wait() { return program_->wait(); }
 
 private:
-    support::TempDir root_;
-    std::unique_ptr<support::RunningProgram> program_;
+    TempDir root_;
+    std::unique_ptr<RunningProgram> program_;
 };
 
 /// Runs a program of this build in its own simulated gateway.
-support::Ran runInSandbox(const std::vector<std::string>& arguments);
+Ran runInSandbox(const std::vector<std::string>& arguments);
 
 /// Returns a request as JSON text.
 std::string request(const std::string& method, const std::string& params, int id = 1);
@@ -87,5 +91,7 @@ std::string error(const std::string& id, int code, const std::string& message,
                   const std::string& data);
 std::string invalidParams(const std::string& data);
 std::string failed(const std::string& data);
+
+} // namespace support
 
 #endif

@@ -41,7 +41,7 @@ using support::writeFile;
 using testing::HasSubstr;
 
 /// Runs in the test's own mount namespace, whose mounts do not spread to the machine.
-class AutoMountDevice : public testing::Test {
+class AutoMount_device : public testing::Test {
 protected:
     void SetUp() override {
         if (geteuid() != 0)
@@ -87,6 +87,7 @@ protected:
     std::string umountCommand() const { return "Running: umount " + mountPoint + "\n"; }
 
     std::string eventLines(unsigned int mask) const {
+        // Deliberate, here and below: the spelling "HAPPNED" is part of the printed text.
         return "SOMETHING HAPPNED: " + stick->name() + "\nWHAT: " + std::to_string(mask) + "\n";
     }
 
@@ -116,9 +117,7 @@ protected:
     std::unique_ptr<AutoMount> object;
 };
 
-} // namespace
-
-TEST_F(AutoMountDevice, StickThatIsThereIsMountedAtConstructionAndUnmountedAtTheEnd) {
+TEST_F(AutoMount_device, StickThatIsThereIsMountedAtConstructionAndUnmountedAtTheEnd) {
     stick->plugIn();
     make();
     EXPECT_TRUE(isMounted());
@@ -130,7 +129,7 @@ TEST_F(AutoMountDevice, StickThatIsThereIsMountedAtConstructionAndUnmountedAtThe
     EXPECT_EQ("AutoMount(PARS)\n" + mountCommand() + "~AutoMount()\n" + umountCommand(), printed());
 }
 
-TEST_F(AutoMountDevice, StickIsMountedWhenPluggedInAndUnmountedWhenPulledOut) {
+TEST_F(AutoMount_device, StickIsMountedWhenPluggedInAndUnmountedWhenPulledOut) {
     make();
     EXPECT_FALSE(isMounted());
     for (int round = 1; round <= 2; ++round) {
@@ -146,7 +145,7 @@ TEST_F(AutoMountDevice, StickIsMountedWhenPluggedInAndUnmountedWhenPulledOut) {
     EXPECT_EQ("AutoMount(PARS)\n" + once + once + "~AutoMount()\n", printed());
 }
 
-TEST_F(AutoMountDevice, StickIsUnmountedAtTheEndWhenItIsStillThere) {
+TEST_F(AutoMount_device, StickIsUnmountedAtTheEndWhenItIsStillThere) {
     make();
     stick->plugIn();
     EXPECT_TRUE(eventually([&] { return inserted == 1; }));
@@ -155,7 +154,7 @@ TEST_F(AutoMountDevice, StickIsUnmountedAtTheEndWhenItIsStillThere) {
     EXPECT_EQ(1, ejected);
 }
 
-TEST_F(AutoMountDevice, BusyStickStaysMountedUntilItCanBeUnmounted) {
+TEST_F(AutoMount_device, BusyStickStaysMountedUntilItCanBeUnmounted) {
     const support::CapturedErrors errors;
     make();
     stick->plugIn();
@@ -176,7 +175,7 @@ TEST_F(AutoMountDevice, BusyStickStaysMountedUntilItCanBeUnmounted) {
               printed());
 }
 
-TEST_F(AutoMountDevice, WhatCannotBeMountedChangesNothing) {
+TEST_F(AutoMount_device, WhatCannotBeMountedChangesNothing) {
     const support::CapturedErrors errors;
     writeFile(stick->node(), "no file system");
     make();
@@ -192,7 +191,7 @@ TEST_F(AutoMountDevice, WhatCannotBeMountedChangesNothing) {
               printed());
 }
 
-TEST_F(AutoMountDevice, DirectoryOfTheSticksNameIsTakenForIt) {
+TEST_F(AutoMount_device, DirectoryOfTheSticksNameIsTakenForIt) {
     const support::CapturedErrors errors;
     make();
     ASSERT_EQ(0, mkdir(stick->node().c_str(), 0755));
@@ -204,7 +203,7 @@ TEST_F(AutoMountDevice, DirectoryOfTheSticksNameIsTakenForIt) {
     EXPECT_EQ(0, inserted + ejected);
 }
 
-TEST_F(AutoMountDevice, NameWithItsDirectoryNeverMatches) {
+TEST_F(AutoMount_device, NameWithItsDirectoryNeverMatches) {
     AutoMount prefixed(stick->node(), mountPoint);
     stick->plugIn();
     stick->unplug();
@@ -218,7 +217,7 @@ TEST_F(AutoMountDevice, NameWithItsDirectoryNeverMatches) {
               printed());
 }
 
-TEST_F(AutoMountDevice, SecondMountOfTheSameStickDoesNoHarm) {
+TEST_F(AutoMount_device, SecondMountOfTheSameStickDoesNoHarm) {
     const support::CapturedErrors errors;
     stick->plugIn();
     make();
@@ -228,3 +227,5 @@ TEST_F(AutoMountDevice, SecondMountOfTheSameStickDoesNoHarm) {
     object.reset();
     EXPECT_FALSE(isMounted());
 }
+
+} // namespace

@@ -22,13 +22,6 @@
 #include <dds/dds.h>
 #include <gmock/gmock.h>
 
-using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
-using org::opensplice::DDS_RMI::CRuntime;
-using support::CapturedSyslog;
-using support::DdsPeer;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 #ifdef __SANITIZE_ADDRESS__
 // The leak checker asks at exit. In a forked copy, memory to which only stacks of the parent's
 // other threads refer looks leaked.
@@ -38,6 +31,13 @@ extern "C" int __lsan_is_turned_off() { return leaksAreExpected ? 1 : 0; }
 #endif
 
 namespace {
+
+using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
+using org::opensplice::DDS_RMI::CRuntime;
+using support::CapturedSyslog;
+using support::DdsPeer;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 class NQ_DDS_RMI_cyclone : public testing::Test {
 protected:
@@ -65,8 +65,6 @@ void expectOneLine(const std::string& text, const std::string& beginning) {
 }
 
 const char kCannotJoin[] = "DDS RMI runtime: cannot join the DDS domain: ";
-
-} // namespace
 
 TEST_F(NQ_DDS_RMI_cyclone, PeerSeesTheServerComeAndGo) {
     DdsPeer peer;
@@ -311,3 +309,5 @@ TEST_F(NQ_DDS_RMI_cyclone, ForkedChildCanExitWhileTheRuntimeRuns) {
     EXPECT_EQ(7, WEXITSTATUS(status));
     EXPECT_TRUE(rmi.stopRUNTIME()) << "the parent's runtime was not touched";
 }
+
+} // namespace

@@ -22,14 +22,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
 using kvr::api::com::NQ_Mqtt;
 using support::Broker;
 using support::CapturedSyslog;
 using support::Certificates;
 using support::TempDir;
 using testing::ElementsAre;
-
-namespace {
 
 struct Options {
     std::string username;
@@ -67,7 +67,7 @@ std::unique_ptr<NQ_Mqtt> tlsClientOf(const Broker& broker, const std::string& ce
 
 } // namespace
 
-TEST(NQ_MqttBroker, ConnectsPlainlyAndPublishes) {
+TEST(NQ_Mqtt_broker, ConnectsPlainlyAndPublishes) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
     ASSERT_TRUE(connects(*mqtt));
@@ -76,7 +76,7 @@ TEST(NQ_MqttBroker, ConnectsPlainlyAndPublishes) {
     EXPECT_THAT(broker.receive("a/b", 1), ElementsAre("a/b 0 1 hello"));
 }
 
-TEST(NQ_MqttBroker, PublishesWithEveryQualityOfService) {
+TEST(NQ_Mqtt_broker, PublishesWithEveryQualityOfService) {
     const Broker broker("allow_anonymous true\nqueue_qos0_messages true\n");
     broker.keepFor("watcher", "t/#");
     const auto mqtt = clientOf(broker.port());
@@ -88,7 +88,7 @@ TEST(NQ_MqttBroker, PublishesWithEveryQualityOfService) {
                 ElementsAre("t/0 0 0 zero", "t/1 1 0 one", "t/2 2 0 two"));
 }
 
-TEST(NQ_MqttBroker, PayloadEndsAtItsFirstNul) {
+TEST(NQ_Mqtt_broker, PayloadEndsAtItsFirstNul) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
     ASSERT_TRUE(connects(*mqtt));
@@ -96,7 +96,7 @@ TEST(NQ_MqttBroker, PayloadEndsAtItsFirstNul) {
     EXPECT_THAT(broker.receive("t", 1), ElementsAre("t 1 1 cut"));
 }
 
-TEST(NQ_MqttBroker, AMessageThatTheClientRefusesCountsAsCompletedWhileConnected) {
+TEST(NQ_Mqtt_broker, AMessageThatTheClientRefusesCountsAsCompletedWhileConnected) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
     mqtt->initialise();
@@ -109,7 +109,7 @@ TEST(NQ_MqttBroker, AMessageThatTheClientRefusesCountsAsCompletedWhileConnected)
     EXPECT_THAT(broker.receive("#", 1), ElementsAre("t 1 1 the connection is whole"));
 }
 
-TEST(NQ_MqttBroker, SubscribeIsAnsweredByTheBroker) {
+TEST(NQ_Mqtt_broker, SubscribeIsAnsweredByTheBroker) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
     ASSERT_TRUE(connects(*mqtt));
@@ -117,7 +117,7 @@ TEST(NQ_MqttBroker, SubscribeIsAnsweredByTheBroker) {
     EXPECT_FALSE(mqtt->subscribe("a/#/b", 1)); // not a valid filter
 }
 
-TEST(NQ_MqttBroker, UserAndPasswordAreAcceptedOrRefusedWithTheirText) {
+TEST(NQ_Mqtt_broker, UserAndPasswordAreAcceptedOrRefusedWithTheirText) {
     TempDir secrets;
     const std::string file = secrets / "passwords";
     ASSERT_EQ(0,
@@ -141,7 +141,7 @@ TEST(NQ_MqttBroker, UserAndPasswordAreAcceptedOrRefusedWithTheirText) {
                             "<3> Connection refused: Not authorized"));
 }
 
-TEST(NQ_MqttBroker, ServerCertificateIsChecked) {
+TEST(NQ_Mqtt_broker, ServerCertificateIsChecked) {
     const Certificates certificates;
     const Certificates others;
     const Broker broker(certificates.settings(false));
@@ -152,13 +152,13 @@ TEST(NQ_MqttBroker, ServerCertificateIsChecked) {
     EXPECT_FALSE(connects(*tlsClientOf(broker, others.directory.path(), 1, 0)));
 }
 
-TEST(NQ_MqttBroker, ServerCertificateIsNotCheckedWithoutTheFlag) {
+TEST(NQ_Mqtt_broker, ServerCertificateIsNotCheckedWithoutTheFlag) {
     const Certificates certificates;
     const Broker broker(certificates.settings(false));
     EXPECT_TRUE(connects(*tlsClientOf(broker, "/nowhere", 0, 0)));
 }
 
-TEST(NQ_MqttBroker, ClientCertificateIsShownWithTheFlagOnly) {
+TEST(NQ_Mqtt_broker, ClientCertificateIsShownWithTheFlagOnly) {
     const Certificates certificates;
     const Broker broker(certificates.settings(true));
     const auto known = tlsClientOf(broker, certificates.directory.path(), 1, 1);
@@ -167,7 +167,7 @@ TEST(NQ_MqttBroker, ClientCertificateIsShownWithTheFlagOnly) {
     EXPECT_FALSE(connects(*tlsClientOf(broker, certificates.directory.path(), 1, 0)));
 }
 
-TEST(NQ_MqttBroker, MissingTrustStoreFailsToConnect) {
+TEST(NQ_Mqtt_broker, MissingTrustStoreFailsToConnect) {
     const Certificates certificates;
     const Broker broker(certificates.settings(false));
     const CapturedSyslog log;
@@ -178,23 +178,48 @@ TEST(NQ_MqttBroker, MissingTrustStoreFailsToConnect) {
                             "<3> Connection refused: Unknown connection error"));
 }
 
-TEST(NQ_MqttBroker, ConnectRetriesUntilTheBrokerIsBack) {
+/// A client that has begun to connect, on its own thread, to a broker that is stopped.
+class ConnectingClient {
+public:
+    explicit ConnectingClient(int port) : mqtt_(clientOf(port)) {
+        mqtt_->initialise();
+        thread_ = std::thread([this] { connected_ = mqtt_->connect(keepTrying_); });
+        EXPECT_TRUE(support::eventually([this] { return !log_.lines().empty(); }));
+    }
+    ~ConnectingClient() {
+        keepTrying_ = false;
+        if (thread_.joinable())
+            thread_.join();
+    }
+    ConnectingClient(const ConnectingClient&) = delete;
+    ConnectingClient& operator=(const ConnectingClient&) = delete;
+
+    void stopTrying() { keepTrying_ = false; }
+    /// Waits until connect() returns, and returns its result.
+    bool connected() {
+        thread_.join();
+        return connected_;
+    }
+    std::string lastRecord() const { return log_.lines().back(); }
+
+private:
+    CapturedSyslog log_;
+    std::unique_ptr<NQ_Mqtt> mqtt_;
+    bool keepTrying_ = true;
+    bool connected_ = false;
+    std::thread thread_;
+};
+
+TEST(NQ_Mqtt_broker, ConnectRetriesUntilTheBrokerIsBack) {
     Broker broker;
     broker.stop();
-    CapturedSyslog log;
-    const auto mqtt = clientOf(broker.port());
-    mqtt->initialise();
-    bool keepTrying = true;
-    bool connected = false;
-    std::thread connecting([&] { connected = mqtt->connect(keepTrying); });
-    EXPECT_TRUE(support::eventually([&] { return !log.lines().empty(); }));
+    ConnectingClient client(broker.port());
     broker.start();
-    connecting.join();
-    EXPECT_TRUE(connected);
-    EXPECT_EQ("<6> Connected to MQTT Broker at 127.0.0.1", log.lines().back());
+    EXPECT_TRUE(client.connected());
+    EXPECT_EQ("<6> Connected to MQTT Broker at 127.0.0.1", client.lastRecord());
 }
 
-TEST(NQ_MqttBroker, LostConnectionShowsInSendAndCanBeMadeAgain) {
+TEST(NQ_Mqtt_broker, LostConnectionShowsInSendAndCanBeMadeAgain) {
     Broker broker;
     const auto mqtt = clientOf(broker.port());
     ASSERT_TRUE(connects(*mqtt));
@@ -208,22 +233,15 @@ TEST(NQ_MqttBroker, LostConnectionShowsInSendAndCanBeMadeAgain) {
     EXPECT_THAT(broker.receive("t", 1), ElementsAre("t 1 1 found"));
 }
 
-TEST(NQ_MqttBroker, ClearedFlagEndsTheRetries) {
+TEST(NQ_Mqtt_broker, ClearedFlagEndsTheRetries) {
     Broker broker;
     broker.stop();
-    CapturedSyslog log;
-    const auto mqtt = clientOf(broker.port());
-    mqtt->initialise();
-    bool keepTrying = true;
-    bool connected = true;
-    std::thread connecting([&] { connected = mqtt->connect(keepTrying); });
-    EXPECT_TRUE(support::eventually([&] { return !log.lines().empty(); }));
-    keepTrying = false;
-    connecting.join();
-    EXPECT_FALSE(connected);
+    ConnectingClient client(broker.port());
+    client.stopTrying();
+    EXPECT_FALSE(client.connected());
 }
 
-TEST(NQ_MqttBroker, ConnectedMessageIsRetained) {
+TEST(NQ_Mqtt_broker, ConnectedMessageIsRetained) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
     mqtt->setLwt("state", "gone", "here", 1, 1);
@@ -231,7 +249,7 @@ TEST(NQ_MqttBroker, ConnectedMessageIsRetained) {
     EXPECT_THAT(broker.receive("state", 1), ElementsAre("state 1 1 here"));
 }
 
-TEST(NQ_MqttBroker, WillIsDeliveredWhenTheProcessIsKilled) {
+TEST(NQ_Mqtt_broker, WillIsDeliveredWhenTheProcessIsKilled) {
     const Broker broker;
     broker.keepFor("watcher", "state");
     int ready[2];
@@ -258,7 +276,7 @@ TEST(NQ_MqttBroker, WillIsDeliveredWhenTheProcessIsKilled) {
                 ElementsAre("state 1 0 here", "state 1 0 gone"));
 }
 
-TEST(NQ_MqttBroker, OrderlyEndDeliversNoWill) {
+TEST(NQ_Mqtt_broker, OrderlyEndDeliversNoWill) {
     const Broker broker;
     broker.keepFor("watcher", "state");
     {
@@ -325,7 +343,7 @@ std::string bytes(const char* literal, std::size_t size) { return std::string(li
 
 } // namespace
 
-TEST(NQ_MqttWire, ConnectAsksToKeepTheSessionByDefault) {
+TEST(NQ_Mqtt_wire, ConnectAsksToKeepTheSessionByDefault) {
     PlayedBroker broker;
     {
         NQ_Mqtt mqtt("127.0.0.1", "gw");
@@ -337,7 +355,7 @@ TEST(NQ_MqttWire, ConnectAsksToKeepTheSessionByDefault) {
     EXPECT_EQ(BYTES("\x10\x0e\x00\x04MQTT\x04\x00\x00\x3c\x00\x02gw"), broker.packet());
 }
 
-TEST(NQ_MqttWire, ConnectCarriesWillUserAndPassword) {
+TEST(NQ_Mqtt_wire, ConnectCarriesWillUserAndPassword) {
     PlayedBroker broker;
     {
         NQ_Mqtt mqtt("127.0.0.1", "gw");

@@ -3,6 +3,7 @@
 #include "PrivateMounts.h"
 #include "RunProgram.h"
 #include "TempDir.h"
+#include "ThrownBy.h"
 #include "Waiting.h"
 
 #include <array>
@@ -28,6 +29,7 @@ using support::Ran;
 using support::RunningProgram;
 using support::runProgram;
 using support::TempDir;
+using support::thrownBy;
 using support::writeFile;
 
 /// Returns whether PATH contains the program.
@@ -179,15 +181,6 @@ void withEnvironment(const std::string& environment, const std::function<void()>
     });
 }
 
-std::string outOfRangeText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const std::out_of_range& error) {
-        return error.what();
-    }
-    return "no std::out_of_range";
-}
-
 TEST(NQ_System_tools, TheSerialNumberComesFromTheBootEnvironment) {
     withEnvironment(environmentOf({"bootdelay=3", "sn=ABC123"}), [] {
         EXPECT_EQ("ABC123", NQ_System::getDeviceSerialNumber());
@@ -211,8 +204,10 @@ TEST(NQ_System_tools, AVariableThatIsNotSetIsEmptyOrOutOfRangeAsTheToolHasIt) {
         ASSERT_EQ(std::string::npos, (tool.out + tool.err).find('=')) << tool.out << tool.err;
         const std::string expected =
             "vector::_M_range_check: __n (which is 1) >= this->size() (which is 1)";
-        EXPECT_EQ(expected, outOfRangeText([] { NQ_System::getDeviceSerialNumber(); }));
-        EXPECT_EQ(expected, outOfRangeText([] { NQ_System::get_uboot_env_setting("other"); }));
+        EXPECT_EQ(expected,
+                  thrownBy<std::out_of_range>([] { NQ_System::getDeviceSerialNumber(); }));
+        EXPECT_EQ(expected,
+                  thrownBy<std::out_of_range>([] { NQ_System::get_uboot_env_setting("other"); }));
     });
 }
 

@@ -16,7 +16,7 @@ using support::Ran;
 using testing::HasSubstr;
 using testing::Not;
 
-class NQ_UBUS_Sandbox : public testing::Test {
+class NQ_UBUS_sandbox : public testing::Test {
 protected:
     void SetUp() override {
         if (geteuid() != 0 &&
@@ -49,7 +49,7 @@ protected:
     support::TempDir root_;
 };
 
-TEST_F(NQ_UBUS_Sandbox, ExistingSectionGetsTheValues) {
+TEST_F(NQ_UBUS_sandbox, ExistingSectionGetsTheValues) {
     const std::string text =
         R"({"config":"network","section":"lan","type":"interface","values":{"ipaddr":"10.9.8.7"}})";
     const Ran ran = apply({text});
@@ -66,11 +66,12 @@ TEST_F(NQ_UBUS_Sandbox, ExistingSectionGetsTheValues) {
     EXPECT_EQ(changed("network", "192.168.1.1'", "10.9.8.7'"), package("network"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, MissingSectionWithATypeIsCreated) {
+TEST_F(NQ_UBUS_sandbox, MissingSectionWithATypeIsCreated) {
     const std::string text =
         R"({"config":"network","section":"guest","type":"interface","values":{"proto":"static","dns":["9.9.9.9","8.8.4.4"]}})";
     const Ran ran = apply({text});
     EXPECT_EQ("", ran.err);
+    // Deliberate: the spelling "does't" is part of the printed text.
     EXPECT_THAT(
         ran.out,
         HasSubstr("network/guest does't exist yet, create it!\n"
@@ -87,7 +88,7 @@ TEST_F(NQ_UBUS_Sandbox, MissingSectionWithATypeIsCreated) {
               package("network"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, MissingSectionWithoutATypeIsNotCreated) {
+TEST_F(NQ_UBUS_sandbox, MissingSectionWithoutATypeIsNotCreated) {
     const Ran ran =
         apply({R"({"config":"network","section":"guest","values":{"proto":"static"}})"});
     EXPECT_EQ(0, ran.status);
@@ -97,7 +98,7 @@ TEST_F(NQ_UBUS_Sandbox, MissingSectionWithoutATypeIsNotCreated) {
     EXPECT_EQ(original("network"), package("network"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, MissingPackageLooksLikeAnExistingSection) {
+TEST_F(NQ_UBUS_sandbox, MissingPackageLooksLikeAnExistingSection) {
     const Ran ran = apply({R"({"config":"nopkg","section":"a","type":"b","values":{"c":"d"}})"});
     EXPECT_THAT(ran.out, Not(HasSubstr("create it!")));
     EXPECT_THAT(ran.err,
@@ -105,7 +106,7 @@ TEST_F(NQ_UBUS_Sandbox, MissingPackageLooksLikeAnExistingSection) {
     EXPECT_FALSE(support::exists(root_ / "etc/config/nopkg"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, EmptyValuesDeleteTheSection) {
+TEST_F(NQ_UBUS_sandbox, EmptyValuesDeleteTheSection) {
     const Ran ran = apply({R"({"config":"network","section":"wan6","values":{}})"});
     EXPECT_EQ("", ran.err);
     EXPECT_EQ(
@@ -114,7 +115,7 @@ TEST_F(NQ_UBUS_Sandbox, EmptyValuesDeleteTheSection) {
         package("network"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, EmptyOptionIsDroppedAndTheOthersAreSet) {
+TEST_F(NQ_UBUS_sandbox, EmptyOptionIsDroppedAndTheOthersAreSet) {
     const Ran ran = apply(
         {R"({"config":"network","section":"lan","type":"interface","values":{"gateway":"","ipaddr":"10.0.0.1"}})"});
     EXPECT_EQ("", ran.err);
@@ -126,21 +127,21 @@ TEST_F(NQ_UBUS_Sandbox, EmptyOptionIsDroppedAndTheOthersAreSet) {
     EXPECT_EQ(expected, package("network"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, EmptyOptionThatDoesNotExistChangesNothingElse) {
+TEST_F(NQ_UBUS_sandbox, EmptyOptionThatDoesNotExistChangesNothingElse) {
     const Ran ran =
         apply({R"({"config":"network","section":"lan","values":{"never":"","metric":5}})"});
     EXPECT_THAT(ran.err, HasSubstr("\"options\": [ \"never\" ] } (Not found)\n"));
     EXPECT_THAT(package("network"), HasSubstr("\tlist dns '8.8.8.8'\n\toption metric '5'\n\n"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, QuoteInTheTextKeepsEverythingFromRunning) {
+TEST_F(NQ_UBUS_sandbox, QuoteInTheTextKeepsEverythingFromRunning) {
     const Ran ran = apply({R"({"config":"network","section":"lan","values":{"ipaddr":"it's"}})"});
     EXPECT_EQ(0, ran.status);
     EXPECT_NE("", ran.err);
     EXPECT_EQ(original("network"), package("network"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, CreatedSectionIsThereForTheNextRequest) {
+TEST_F(NQ_UBUS_sandbox, CreatedSectionIsThereForTheNextRequest) {
     const Ran ran =
         apply({R"({"config":"dhcp","section":"guest","type":"dhcp","values":{"start":"10"}})",
                R"({"config":"dhcp","section":"guest","values":{"start":"20"}})",
@@ -149,7 +150,7 @@ TEST_F(NQ_UBUS_Sandbox, CreatedSectionIsThereForTheNextRequest) {
     EXPECT_EQ(original("dhcp"), package("dhcp"));
 }
 
-TEST_F(NQ_UBUS_Sandbox, RestartReachesTheServiceOfThePackageOrSection) {
+TEST_F(NQ_UBUS_sandbox, RestartReachesTheServiceOfThePackageOrSection) {
     const Ran ran =
         apply({"--restart", R"({"config":"network","section":"lan","values":{"mtu":"1"}})",
                R"({"config":"dhcp","section":"lan","values":{"limit":"9"}})",

@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+namespace support {
+
 constexpr char kNetwork[] = "\n"
                             "config interface 'lan'\n"
                             "\toption device 'br-lan'\n"
@@ -30,14 +32,14 @@ class SandboxUbus : public testing::Test {
 protected:
     SandboxUbus() {
         mkdir(config().c_str(), 0755);
-        support::writeFile(config() + "/network", kNetwork);
+        writeFile(config() + "/network", kNetwork);
     }
 
     std::string config() const { return directory_ / "config"; }
-    std::string network() const { return support::readFile(config() + "/network"); }
+    std::string network() const { return readFile(config() + "/network"); }
 
     void provide(const std::string& package, const std::string& content) const {
-        support::writeFile(config() + "/" + package, content);
+        writeFile(config() + "/" + package, content);
     }
 
     /// Points the tools to this gateway, and PATH to the tools.
@@ -45,14 +47,14 @@ protected:
         return {"TAVO_UCI_CONFIG_DIR=" + config(), "TAVO_UCI_PENDING_DIR=" + directory_ / "pending",
                 std::string("PATH=") + TAVO_SANDBOX_BIN + ":" + std::getenv("PATH")};
     }
-    support::Ran tool(const std::string& name, std::vector<std::string> arguments) const {
+    Ran tool(const std::string& name, std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), name);
-        return support::runProgram(arguments, environment());
+        return runProgram(arguments, environment());
     }
-    support::Ran call(const std::string& method, const std::string& json) const {
+    Ran call(const std::string& method, const std::string& json) const {
         return tool("ubus", {"call", "uci", method, json});
     }
-    support::Ran uci(std::vector<std::string> arguments) const { return tool("uci", arguments); }
+    Ran uci(std::vector<std::string> arguments) const { return tool("uci", arguments); }
 
     /// Commits and returns the file of the package network.
     std::string committed() const {
@@ -60,7 +62,7 @@ protected:
         return network();
     }
 
-    static void expectSilent(const support::Ran& ran) {
+    static void expectSilent(const Ran& ran) {
         EXPECT_EQ(0, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_EQ("", ran.err);
@@ -69,7 +71,7 @@ protected:
     /// Expects a refusal: this status and message, nothing on standard output, no pending change.
     void expectRefused(const std::string& method, const std::string& json, int status,
                        const std::string& text) const {
-        const support::Ran ran = call(method, json);
+        const Ran ran = call(method, json);
         EXPECT_EQ(status, ran.status) << json;
         EXPECT_EQ("", ran.out) << json;
         EXPECT_EQ("Command failed: ubus call uci " + method + " " + json + " (" + text + ")\n",
@@ -84,7 +86,9 @@ protected:
         expectRefused(method, json, 254, "Invalid argument");
     }
 
-    support::TempDir directory_;
+    TempDir directory_;
 };
+
+} // namespace support
 
 #endif

@@ -12,9 +12,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-using testing::HasSubstr;
-
 namespace {
+
+using support::AgentInSandbox;
+using support::Client;
+using support::error;
+using support::request;
+using testing::HasSubstr;
 
 /// Returns a request with "answer": true.
 std::string asking(const std::string& method, const std::string& params, int id = 1) {
@@ -24,7 +28,7 @@ std::string asking(const std::string& method, const std::string& params, int id 
 const std::string kNone = error("1", -32601, "Method not found", "there is no method \\\"none\\\"");
 const std::string kCutOff = "ERROR: tavo-agent: the response could not be sent back\n";
 
-TEST(Answer, IsTheResponseOnStandardOutput) {
+TEST(tavo_agent_answer, IsTheResponseOnStandardOutput) {
     AgentInSandbox agent;
     Client client(agent.socketPath());
     ASSERT_TRUE(client.send(asking("system.describe", "{}")));
@@ -33,7 +37,7 @@ TEST(Answer, IsTheResponseOnStandardOutput) {
     EXPECT_EQ(answer, agent.responses().at(0));
 }
 
-TEST(Answer, ComesForEachRequestOfAConnectionInOrder) {
+TEST(tavo_agent_answer, ComesForEachRequestOfAConnectionInOrder) {
     AgentInSandbox agent;
     Client client(agent.socketPath());
     for (int id = 1; id <= 20; ++id)
@@ -42,7 +46,7 @@ TEST(Answer, ComesForEachRequestOfAConnectionInOrder) {
         EXPECT_THAT(client.receive(), HasSubstr("\"id\":" + std::to_string(id) + ","));
 }
 
-TEST(Answer, ComesOnlyWhenItIsAskedFor) {
+TEST(tavo_agent_answer, ComesOnlyWhenItIsAskedFor) {
     AgentInSandbox agent;
     Client client(agent.socketPath());
     ASSERT_TRUE(client.send(request("none", "{}", 2)));
@@ -54,7 +58,7 @@ TEST(Answer, ComesOnlyWhenItIsAskedFor) {
     EXPECT_EQ(4u, agent.responses().size());
 }
 
-TEST(Answer, IsNotTheResultOfAnotherMember) {
+TEST(tavo_agent_answer, IsNotTheResultOfAnotherMember) {
     AgentInSandbox agent;
     for (const char* value : {"1", "\"true\"", "null", "[true]", "{}"})
         EXPECT_EQ(error("1", -32600, "Invalid Request", "\\\"answer\\\" must be true or false"),
@@ -74,9 +78,9 @@ bool mayKeep(int bytes) {
     return room >= 2 * bytes;
 }
 
-TEST(Answer, MayBeLong) {
+TEST(tavo_agent_answer, MayBeLong) {
     if (!mayKeep(1024 * 1024))
-        GTEST_SKIP() << "only root gets room for so long an answer";
+        GTEST_SKIP() << "only root may enlarge a socket's buffer that far";
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     // 256 KiB of bytes that are not UTF-8 become three times as long.
@@ -88,7 +92,7 @@ TEST(Answer, MayBeLong) {
     EXPECT_GT(agent.responses().at(0).size(), 3u * 262144u);
 }
 
-TEST(Answer, IsNotWaitedForWhenTheClientDoesNotRead) {
+TEST(tavo_agent_answer, IsNotWaitedForWhenTheClientDoesNotRead) {
     // The idle limit must not end the connection.
     AgentInSandbox agent({"--allow", "sh", "--idle", "3600"});
     Client client(agent.socketPath());
@@ -104,7 +108,7 @@ TEST(Answer, IsNotWaitedForWhenTheClientDoesNotRead) {
     EXPECT_EQ(kNone, other.receive());
 }
 
-TEST(Answer, ToAClientThatHasGoneIsDropped) {
+TEST(tavo_agent_answer, ToAClientThatHasGoneIsDropped) {
     AgentInSandbox agent;
     ASSERT_TRUE(Client(agent.socketPath()).send(asking("none", "{}", 2)));
     Client other(agent.socketPath());
@@ -114,7 +118,7 @@ TEST(Answer, ToAClientThatHasGoneIsDropped) {
     EXPECT_EQ(0, agent.end(SIGTERM).status);
 }
 
-TEST(Answer, ComesAlsoToARequestThatTheEndFindsInProgress) {
+TEST(tavo_agent_answer, ComesAlsoToARequestThatTheEndFindsInProgress) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     ASSERT_TRUE(client.send(asking(

@@ -16,12 +16,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-using support::eventually;
-using testing::HasSubstr;
-using testing::Not;
-
 namespace {
 
+using support::AgentInSandbox;
+using support::Client;
+using support::eventually;
+using support::request;
+using testing::HasSubstr;
+using testing::Not;
 using Clock = std::chrono::steady_clock;
 
 const std::string kDescribe = request("system.describe", "{}");
@@ -76,7 +78,7 @@ private:
 
 // Descriptors
 
-TEST(agent_connections, AreClosedSoThatDescriptorsNeverRunOut) {
+TEST(tavo_agent_connections, AreClosedSoThatDescriptorsNeverRunOut) {
     AgentInSandbox agent("ulimit -n 256; " + kRecordingItself, {});
     const pid_t process = processOf(agent);
     const std::size_t count = TAVO_CONNECTIONS;
@@ -96,20 +98,20 @@ TEST(agent_connections, AreClosedSoThatDescriptorsNeverRunOut) {
     EXPECT_EQ(0, agent.end(SIGTERM).status);
 }
 
-TEST(agent_connections, AreAcceptedByTheProgramsOwnFunction) {
+TEST(tavo_agent_connections, AreAcceptedByTheProgramsOwnFunction) {
     // The library calls the function that the program exports, otherwise the C library's.
     EXPECT_THAT(support::runProgram({"nm", "-D", "--defined-only", TAVO_AGENT}).out,
                 HasSubstr(" T accept\n"));
 }
 
-TEST(agent_connections, LeaveTheLimitOfDescriptorsAsItIs) {
+TEST(tavo_agent_connections, LeaveTheLimitOfDescriptorsAsItIs) {
     AgentInSandbox agent("ulimit -S -n 99; exec \"$@\"", {"--allow", "sh"});
     EXPECT_THAT(
         agent.call(request("process.run", R"({"command":"sh","arguments":["-c","ulimit -n"]})")),
         HasSubstr("\"output\":\"99\\n\""));
 }
 
-TEST(agent_connections, AreNotPassedOnToPrograms) {
+TEST(tavo_agent_connections, AreNotPassedOnToPrograms) {
     AgentInSandbox agent({"--allow", "sh"});
     // Only the listener, which no client can reach any more, may be inherited.
     EXPECT_THAT(agent.call(request("process.run", R"({"command":"sh","arguments":["-c",)"
@@ -117,7 +119,7 @@ TEST(agent_connections, AreNotPassedOnToPrograms) {
                 HasSubstr("\"output\":\"1\\n\""));
 }
 
-TEST(agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
+TEST(tavo_agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
     AgentInSandbox agent("\"$@\" & echo $! >/tmp/agent.pid; exec sleep 100", {"--allow", "sh"});
     agent.call(request("process.run",
                        R"({"command":"sh","arguments":["-c",)"
@@ -135,7 +137,7 @@ TEST(agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
         << "it must be running";
 }
 
-TEST(agent_connections, WaitWithoutBusyLoopWhileTheSystemIsShortOfDescriptors) {
+TEST(tavo_agent_connections, WaitWithoutBusyLoopWhileTheSystemIsShortOfDescriptors) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the sanitizers' own checks need descriptors";
 #endif
@@ -163,9 +165,9 @@ TEST(agent_connections, WaitWithoutBusyLoopWhileTheSystemIsShortOfDescriptors) {
 
 // Silent clients
 
-class Silence : public testing::TestWithParam<int> {};
+class tavo_agent_silent_clients : public testing::TestWithParam<int> {};
 
-TEST_P(Silence, DoesNotKeepTheAgentFromEnding) {
+TEST_P(tavo_agent_silent_clients, DoesNotKeepTheAgentFromEnding) {
     AgentInSandbox agent({"--idle", "1000"});
     const SilentClients clients(agent, GetParam());
     const auto begin = Clock::now();
@@ -175,7 +177,7 @@ TEST_P(Silence, DoesNotKeepTheAgentFromEnding) {
     EXPECT_FALSE(support::exists(agent.socketPath()));
 }
 
-TEST_P(Silence, DoesNotKeepASecondStartFromSayingThatTheNameIsServed) {
+TEST_P(tavo_agent_silent_clients, DoesNotKeepASecondStartFromSayingThatTheNameIsServed) {
     AgentInSandbox agent("(until [ -e /tmp/tavo-test-go ]; do sleep 0.01; done\n"
                          "\"$@\" 2>/tmp/second.err; echo status $? >/tmp/second.status) &\n"
                          "exec \"$@\"",
@@ -193,7 +195,7 @@ TEST_P(Silence, DoesNotKeepASecondStartFromSayingThatTheNameIsServed) {
     agent.end(SIGTERM);
 }
 
-INSTANTIATE_TEST_SUITE_P(agent_connections, Silence, testing::Values(7, 200),
+INSTANTIATE_TEST_SUITE_P(clients, tavo_agent_silent_clients, testing::Values(7, 200),
                          [](const auto& count) { return "Of" + std::to_string(count.param); });
 
 /// Expects the agent to disconnect a client that has sent `bytes`, and to serve the next one.
@@ -210,17 +212,17 @@ void expectCutOffAfter(const std::string& bytes) {
     EXPECT_EQ(1u, agent.responses().size());
 }
 
-TEST(agent_idle_limit, EndsAConnectionWithoutAByte) { expectCutOffAfter(""); }
+TEST(tavo_agent_idle_limit, EndsAConnectionWithoutAByte) { expectCutOffAfter(""); }
 
-TEST(agent_idle_limit, EndsAConnectionWithHalfAHeader) {
+TEST(tavo_agent_idle_limit, EndsAConnectionWithHalfAHeader) {
     expectCutOffAfter(std::string("\x10\0", 2));
 }
 
-TEST(agent_idle_limit, EndsAConnectionWithALengthAndNoPayload) {
+TEST(tavo_agent_idle_limit, EndsAConnectionWithALengthAndNoPayload) {
     expectCutOffAfter(std::string("\x10\0\0\0", 4));
 }
 
-TEST(agent_idle_limit, CutsOffASenderThatStaysConnectedLonger) {
+TEST(tavo_agent_idle_limit, CutsOffASenderThatStaysConnectedLonger) {
     AgentInSandbox agent({"--idle", "1"});
     Client client(agent.socketPath());
     ASSERT_TRUE(client.send(kDescribe));
@@ -230,7 +232,7 @@ TEST(agent_idle_limit, CutsOffASenderThatStaysConnectedLonger) {
     EXPECT_FALSE(client.send(kDescribe));
 }
 
-TEST(agent_idle_limit, DoesNotCountTheTimeOfARequest) {
+TEST(tavo_agent_idle_limit, DoesNotCountTheTimeOfARequest) {
     AgentInSandbox agent({"--idle", "1", "--allow", "sleep"});
     Client client(agent.socketPath());
     client.send(request("process.run", R"({"command":"sleep","arguments":["1.5"]})"));
@@ -239,7 +241,7 @@ TEST(agent_idle_limit, DoesNotCountTheTimeOfARequest) {
     EXPECT_TRUE(agent.waitForResponses(2));
 }
 
-TEST(agent_idle_limit, IsTenSecondsUnlessGiven) {
+TEST(tavo_agent_idle_limit, IsTenSecondsUnlessGiven) {
     AgentInSandbox agent;
     const Client silent(agent.socketPath());
     const auto begin = Clock::now();

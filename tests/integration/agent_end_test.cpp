@@ -9,17 +9,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::AgentInSandbox;
+using support::Client;
+using support::request;
+using support::result;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-
-namespace {
-
 using Clock = std::chrono::steady_clock;
 
 const std::string kDescribe = request("system.describe", "{}");
 
-class TheEnd : public testing::TestWithParam<int> {};
+class tavo_agent_end : public testing::TestWithParam<int> {};
 
 std::string nameOf(int signal) { return signal == SIGTERM ? "SIGTERM" : "SIGINT"; }
 
@@ -29,7 +32,7 @@ void expectCleanEnd(AgentInSandbox& agent, const support::Ran& ran, int signal) 
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by " + nameOf(signal) + "\n"));
 }
 
-TEST_P(TheEnd, IsCleanWhileNobodyIsConnected) {
+TEST_P(tavo_agent_end, IsCleanWhileNobodyIsConnected) {
     AgentInSandbox agent;
     const support::Ran ran = agent.end(GetParam());
     expectCleanEnd(agent, ran, GetParam());
@@ -37,14 +40,14 @@ TEST_P(TheEnd, IsCleanWhileNobodyIsConnected) {
     EXPECT_THAT(ran.err, EndsWith("Connected.\nReceiving: 0 bytes\nReceive result:0\n"));
 }
 
-TEST_P(TheEnd, IsCleanWhileASilentClientIsConnected) {
+TEST_P(tavo_agent_end, IsCleanWhileASilentClientIsConnected) {
     AgentInSandbox agent;
     Client client(agent.socketPath());
     ASSERT_TRUE(agent.waitForErrors("Connected.\n"));
     expectCleanEnd(agent, agent.end(GetParam()), GetParam());
 }
 
-TEST_P(TheEnd, IsCleanInTheMiddleOfAMessage) {
+TEST_P(tavo_agent_end, IsCleanInTheMiddleOfAMessage) {
     AgentInSandbox agent;
     Client client(agent.socketPath());
     client.sendRaw(std::string("\x10\0\0\0", 4));
@@ -52,7 +55,7 @@ TEST_P(TheEnd, IsCleanInTheMiddleOfAMessage) {
     expectCleanEnd(agent, agent.end(GetParam()), GetParam());
 }
 
-TEST_P(TheEnd, WaitsForARequestInProgress) {
+TEST_P(tavo_agent_end, WaitsForARequestInProgress) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     client.send(request(
@@ -65,7 +68,7 @@ TEST_P(TheEnd, WaitsForARequestInProgress) {
     expectCleanEnd(agent, ran, GetParam());
 }
 
-TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
+TEST_P(tavo_agent_end, DoesNotDisturbACommandOfTheLibrary) {
     AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
     support::writeFile(agent.file("/tmp/tavo-test-bin/ubus"),
@@ -85,7 +88,7 @@ TEST_P(TheEnd, DoesNotDisturbACommandOfTheLibrary) {
     expectCleanEnd(agent, ran, GetParam());
 }
 
-TEST_P(TheEnd, EndsAProgramThatStillRuns) {
+TEST_P(tavo_agent_end, EndsAProgramThatStillRuns) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     client.send(request(
@@ -98,7 +101,7 @@ TEST_P(TheEnd, EndsAProgramThatStillRuns) {
     expectCleanEnd(agent, ran, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(tavo_agent, TheEnd, testing::Values(SIGTERM, SIGINT),
+INSTANTIATE_TEST_SUITE_P(signals, tavo_agent_end, testing::Values(SIGTERM, SIGINT),
                          [](const auto& signal) { return nameOf(signal.param); });
 
 TEST(tavo_agent, KillsAProgramThatIgnoresBeingEnded) {

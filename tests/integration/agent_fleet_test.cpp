@@ -15,19 +15,22 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::AgentInSandbox;
 using support::Broker;
 using support::Certificates;
+using support::error;
 using support::eventually;
+using support::request;
 using support::RunningProgram;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-namespace {
-
 const std::string kDescribe = request("system.describe", "{}");
 
 /// Two gateways, gw1 and gw2, and a sender's settings to reach them.
-class ManyGateways : public testing::Test {
+class tavo_rpc_gateways : public testing::Test {
 protected:
     std::vector<std::string> brokerArguments() const {
         return {"--mqtt", "127.0.0.1:" + std::to_string(broker_.port()), "--tls",
@@ -81,7 +84,7 @@ std::string notFound(const std::string& id) {
     return error(id, -32601, "Method not found", "there is no method \\\"none\\\"");
 }
 
-TEST_F(ManyGateways, AnswerInTheirNamesAndWithTheIdOfTheRequest) {
+TEST_F(tavo_rpc_gateways, AnswerInTheirNamesAndWithTheIdOfTheRequest) {
     start("gw1");
     start("gw2");
     const support::Ran ran =
@@ -93,7 +96,7 @@ TEST_F(ManyGateways, AnswerInTheirNamesAndWithTheIdOfTheRequest) {
     EXPECT_EQ(1, ran.status) << "responses are errors";
 }
 
-TEST_F(ManyGateways, AreThoseNamedOrAllThatAreConnected) {
+TEST_F(tavo_rpc_gateways, AreThoseNamedOrAllThatAreConnected) {
     start("gw1");
     start("gw2");
     const support::Ran one = send({"--to", "gw2", "-"}, kDescribe);
@@ -111,7 +114,7 @@ TEST_F(ManyGateways, AreThoseNamedOrAllThatAreConnected) {
     EXPECT_EQ(0, left.status) << left.err;
 }
 
-TEST_F(ManyGateways, ThatDoNotAnswerAreNamed) {
+TEST_F(tavo_rpc_gateways, ThatDoNotAnswerAreNamed) {
     start("gw2");
     const support::Ran ran =
         send({"--timeout", "1", "--to", "gw1", "--to", "gw2", "gw3", "-"}, kDescribe);
@@ -120,13 +123,13 @@ TEST_F(ManyGateways, ThatDoNotAnswerAreNamed) {
     EXPECT_EQ(2, ran.status);
 }
 
-TEST_F(ManyGateways, ThatAreAllAbsentAreReported) {
+TEST_F(tavo_rpc_gateways, ThatAreAllAbsentAreReported) {
     const support::Ran ran = send({"--all", "-"}, kDescribe);
     EXPECT_EQ("tavo-rpc: no gateway is connected to the broker\n", ran.err);
     EXPECT_EQ(2, ran.status);
 }
 
-TEST_F(ManyGateways, CarryOutARequestOnceForEachRunOfTheSender) {
+TEST_F(tavo_rpc_gateways, CarryOutARequestOnceForEachRunOfTheSender) {
     start("gw1");
     const std::string count = request(
         "process.run", R"({"command":"sh","arguments":["-c","echo >>/tmp/tavo-test-count"]})");
@@ -135,7 +138,7 @@ TEST_F(ManyGateways, CarryOutARequestOnceForEachRunOfTheSender) {
     EXPECT_EQ("\n\n", agents_[0]->read("/tmp/tavo-test-count"));
 }
 
-TEST_F(ManyGateways, GetARequestAgainWhenTheyDoNotAnswer) {
+TEST_F(tavo_rpc_gateways, GetARequestAgainWhenTheyDoNotAnswer) {
     RunningProgram sender(command({"--to", "gw2", "-"}), {}, request("none", "{}", 5));
     RunningProgram watcher({"mosquitto_sub", "-h", "127.0.0.1", "-p",
                             std::to_string(broker_.port()), "--cafile",
@@ -150,7 +153,7 @@ TEST_F(ManyGateways, GetARequestAgainWhenTheyDoNotAnswer) {
     EXPECT_EQ(1, ran.status);
 }
 
-TEST_F(ManyGateways, AnswerARequestThatWasSentWhileTheBrokerWasAway) {
+TEST_F(tavo_rpc_gateways, AnswerARequestThatWasSentWhileTheBrokerWasAway) {
     start("gw1");
     broker_.stop();
     RunningProgram sender(command({"--to", "gw1", "-"}), {}, kDescribe);
@@ -164,7 +167,7 @@ TEST_F(ManyGateways, AnswerARequestThatWasSentWhileTheBrokerWasAway) {
     EXPECT_EQ(0, ran.status) << ran.err;
 }
 
-TEST_F(ManyGateways, AnswerThoughTheBrokerStopsMeanwhile) {
+TEST_F(tavo_rpc_gateways, AnswerThoughTheBrokerStopsMeanwhile) {
     start("gw1");
     RunningProgram sender(
         command({"--to", "gw1", "-"}), {},
@@ -185,7 +188,7 @@ TEST_F(ManyGateways, AnswerThoughTheBrokerStopsMeanwhile) {
     EXPECT_EQ("\n", agents_[0]->read("/tmp/tavo-test-count"));
 }
 
-TEST_F(ManyGateways, AreNotWaitedForAfterANotification) {
+TEST_F(tavo_rpc_gateways, AreNotWaitedForAfterANotification) {
     start("gw1");
     const support::Ran ran =
         send({"--to", "gw1", "-"},
@@ -197,13 +200,13 @@ TEST_F(ManyGateways, AreNotWaitedForAfterANotification) {
         eventually([&] { return support::exists(agents_[0]->file("/tmp/tavo-test-here")); }));
 }
 
-TEST_F(ManyGateways, AreReachedBelowAnotherBase) {
+TEST_F(tavo_rpc_gateways, AreReachedBelowAnotherBase) {
     start("gw1");
     EXPECT_EQ(2, send({"--timeout", "1", "--base", "site7", "--to", "gw1", "-"}, kDescribe).status);
     EXPECT_EQ(0, send({"--base", "gateways", "--to", "gw1", "-"}, kDescribe).status);
 }
 
-TEST_F(ManyGateways, ShowProgressOnATerminal) {
+TEST_F(tavo_rpc_gateways, ShowProgressOnATerminal) {
     start("gw1");
     std::string line;
     for (const std::string& word : command({"--to", "gw1", "-"}))
@@ -218,7 +221,7 @@ TEST_F(ManyGateways, ShowProgressOnATerminal) {
 
 // A wrong broker must not receive a request.
 
-TEST_F(ManyGateways, AreNotReachedThroughABrokerOfAnotherAuthority) {
+TEST_F(tavo_rpc_gateways, AreNotReachedThroughABrokerOfAnotherAuthority) {
     const Certificates others;
     const Broker impostor(others.settings(false));
     const std::string address = "127.0.0.1:" + std::to_string(impostor.port());
@@ -230,7 +233,7 @@ TEST_F(ManyGateways, AreNotReachedThroughABrokerOfAnotherAuthority) {
     EXPECT_EQ(2, ran.status);
 }
 
-TEST_F(ManyGateways, AreNotReachedThroughABrokerForAnotherHost) {
+TEST_F(tavo_rpc_gateways, AreNotReachedThroughABrokerForAnotherHost) {
     certificates_.issue("elsewhere", "broker", "DNS:broker.example");
     const Broker impostor(certificates_.settings(false, "elsewhere"));
     const std::string address = "127.0.0.1:" + std::to_string(impostor.port());
@@ -246,7 +249,7 @@ TEST_F(ManyGateways, AreNotReachedThroughABrokerForAnotherHost) {
 
 // The command line
 
-TEST(fleet_options, RefuseWhatDoesNotFit) {
+TEST(tavo_rpc_fleet_options, RefuseWhatDoesNotFit) {
     const auto expectRefusal = [](std::vector<std::string> arguments, const std::string& why) {
         arguments.insert(arguments.begin(), TAVO_RPC);
         const support::Ran ran = support::runProgram(arguments);
@@ -283,7 +286,7 @@ TEST(fleet_options, RefuseWhatDoesNotFit) {
                   "'+' is not a valid sender name: use up to 64 letters, digits, _, - and .");
 }
 
-TEST(fleet_options, SendNothingThatIsNoRequest) {
+TEST(tavo_rpc_fleet_options, SendNothingThatIsNoRequest) {
     const Broker broker;
     const support::Ran ran =
         support::runProgram({TAVO_RPC, "--mqtt", "127.0.0.1:" + std::to_string(broker.port()),

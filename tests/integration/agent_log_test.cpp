@@ -12,11 +12,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::AgentInSandbox;
+using support::Client;
 using support::Ran;
+using support::request;
+using support::runInSandbox;
 using testing::EndsWith;
 using testing::StartsWith;
-
-namespace {
 
 const std::string kServing = "INFO: tavo-agent: serving /tmp/socketDDS/agent\n";
 
@@ -31,13 +35,13 @@ void expectRefusal(const std::string& before, const std::string& why) {
     EXPECT_EQ("tavo-agent: " + why + "\n", ran.err) << before;
 }
 
-TEST(LogFile, IsRefusedWhenOpeningItCouldBlock) {
+TEST(tavo_agent_log_file, IsRefusedWhenOpeningItCouldBlock) {
     expectRefusal("mkfifo /tmp/log.out", "/tmp/log.out is not a regular file");
     expectRefusal("mkfifo /tmp/f; ln -s f /tmp/log.out", "/tmp/log.out is not a regular file");
     expectRefusal("mkdir /tmp/log.out", "/tmp/log.out is not a regular file");
 }
 
-TEST(LogFile, IsRefusedWhenAnotherUserMayHaveLinkedIt) {
+TEST(tavo_agent_log_file, IsRefusedWhenAnotherUserMayHaveLinkedIt) {
     expectRefusal("echo >/tmp/a; ln /tmp/a /tmp/log.out", "/tmp/log.out is a hard link");
     const std::string foreign = "ln -s a /tmp/log.out; chown -h 12345 /tmp/log.out";
     if (runInSandbox({"sh", "-c", foreign}).status != 0)
@@ -46,14 +50,14 @@ TEST(LogFile, IsRefusedWhenAnotherUserMayHaveLinkedIt) {
     expectRefusal("mkfifo /tmp/a; " + foreign, "/tmp/log.out is another user's symbolic link");
 }
 
-TEST(LogFile, MayBeALinkOfItsOwnUser) {
+TEST(tavo_agent_log_file, MayBeALinkOfItsOwnUser) {
     AgentInSandbox toNew("ln -s elsewhere /tmp/log.out; exec \"$@\"", {});
     EXPECT_EQ(kServing, toNew.read("/tmp/elsewhere"));
     AgentInSandbox toNothing("ln -s /dev/null /tmp/log.out; exec \"$@\"", {"--log-limit", "4096"});
     EXPECT_THAT(toNothing.call(request("none", "{}")), testing::HasSubstr("-32601"));
 }
 
-TEST(LogFile, MayBeOneOfAnotherUsersPrograms) {
+TEST(tavo_agent_log_file, MayBeOneOfAnotherUsersPrograms) {
     const std::string foreign = "echo first >/tmp/log.out && chown 12345 /tmp/log.out";
     if (runInSandbox({"sh", "-c", foreign}).status != 0)
         GTEST_SKIP() << "files of another user take root";
@@ -76,7 +80,7 @@ std::string lines(int first, int last) {
 
 const std::string kCut = "INFO: tavo-agent: earlier lines are in /tmp/log.out.1\n";
 
-TEST(LogFile, IsCutToHalfItsLimitInWholeLines) {
+TEST(tavo_agent_log_file, IsCutToHalfItsLimitInWholeLines) {
     // The agent's line has 47 bytes. 4091 bytes hold it and exactly 337 lines of 12 bytes.
     for (const auto& [limit, kept] : {std::pair("8182", 337), std::pair("8180", 336)}) {
         AgentInSandbox agent(kFill + "exec \"$@\"", {"--log-limit", limit});
@@ -85,7 +89,7 @@ TEST(LogFile, IsCutToHalfItsLimitInWholeLines) {
     }
 }
 
-TEST(LogFile, StaysAsItIsUpToItsLimit) {
+TEST(tavo_agent_log_file, StaysAsItIsUpToItsLimit) {
     // 60000 bytes plus the agent's line.
     const std::string limit = std::to_string(60000 + kServing.size());
     AgentInSandbox agent(kFill + "exec \"$@\"", {"--log-limit", limit});
@@ -94,7 +98,7 @@ TEST(LogFile, StaysAsItIsUpToItsLimit) {
     EXPECT_TRUE(support::exists(agent.file("/tmp/log.out.1")));
 }
 
-TEST(LogFile, IsCutInPlaceForThoseWhoHaveItOpen) {
+TEST(tavo_agent_log_file, IsCutInPlaceForThoseWhoHaveItOpen) {
     AgentInSandbox agent(kFill + "exec 3>>/tmp/log.out; exec \"$@\"",
                          {"--log-limit", "8192", "--allow", "sh"});
     EXPECT_EQ(kCut, agent.log());
@@ -106,7 +110,7 @@ TEST(LogFile, IsCutInPlaceForThoseWhoHaveItOpen) {
     agent.end(SIGTERM);
 }
 
-TEST(LogFile, IsCutAgainAndAgain) {
+TEST(tavo_agent_log_file, IsCutAgainAndAgain) {
     AgentInSandbox agent({"--log-limit", "4096"});
     Client client(agent.socketPath());
     for (int id = 1; id <= 400; ++id)
@@ -120,7 +124,7 @@ TEST(LogFile, IsCutAgainAndAgain) {
     EXPECT_THAT(agent.log(), EndsWith("ended by SIGTERM\n"));
 }
 
-TEST(LogFile, ReplacesWhatStandsInTheWayOfItsCopy) {
+TEST(tavo_agent_log_file, ReplacesWhatStandsInTheWayOfItsCopy) {
     AgentInSandbox agent("echo keep >/tmp/target; ln -s target /tmp/log.out.1; " + kFill +
                              "exec \"$@\"",
                          {"--log-limit", "8192"});
@@ -132,7 +136,7 @@ TEST(LogFile, ReplacesWhatStandsInTheWayOfItsCopy) {
     EXPECT_EQ(0644u, status.st_mode & 07777u);
 }
 
-TEST(LogFile, IsCutAlsoWithoutACopy) {
+TEST(tavo_agent_log_file, IsCutAlsoWithoutACopy) {
     AgentInSandbox agent("mkdir /tmp/log.out.1; " + kFill + "exec \"$@\"", {"--log-limit", "8192"});
     EXPECT_EQ("ERROR: tavo-agent: earlier lines are lost: /tmp/log.out.1: File exists\n",
               agent.log());

@@ -8,13 +8,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::AgentInSandbox;
 using support::exists;
+using support::failed;
+using support::invalidParams;
+using support::request;
+using support::result;
 using support::writeFile;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-
-namespace {
 
 // process.run
 
@@ -24,7 +29,7 @@ std::string script(const std::string& commandLine) {
     return run(R"({"command":"sh","arguments":["-c",")" + commandLine + "\"]}");
 }
 
-TEST(ProcessRun, AnswersOutputAndBothReadingsOfTheStatus) {
+TEST(tavo_agent_process_run, AnswersOutputAndBothReadingsOfTheStatus) {
     AgentInSandbox agent({"--allow", "sh"});
     EXPECT_EQ(result(R"({"output":"out\nerr\n","truncated":false,"raw_status":768,)"
                      R"("exit_code":3,"signal":null})"),
@@ -34,19 +39,19 @@ TEST(ProcessRun, AnswersOutputAndBothReadingsOfTheStatus) {
               agent.call(script("kill -KILL $$")));
 }
 
-TEST(ProcessRun, KnowsTheStatusAlsoWhenItsOwnParentIgnoredChildren) {
+TEST(tavo_agent_process_run, KnowsTheStatusAlsoWhenItsOwnParentIgnoredChildren) {
     AgentInSandbox agent("exec env --ignore-signal=CHLD \"$@\"", {"--allow", "sh"});
     EXPECT_THAT(agent.call(script("exit 3")), HasSubstr(R"("raw_status":768,"exit_code":3)"));
 }
 
-TEST(ProcessRun, PassesArgumentsAsTheyAre) {
+TEST(tavo_agent_process_run, PassesArgumentsAsTheyAre) {
     AgentInSandbox agent({"--allow", "printf"});
     EXPECT_EQ(result(R"({"output":"[a b]['$x;`y`][]","truncated":false,"raw_status":0,)"
                      R"("exit_code":0,"signal":null})"),
               agent.call(run(R"({"command":"printf","arguments":["[%s]","a b","'$x;`y`",""]})")));
 }
 
-TEST(ProcessRun, RunsNothingThatIsNotAllowedByItsVeryName) {
+TEST(tavo_agent_process_run, RunsNothingThatIsNotAllowedByItsVeryName) {
     AgentInSandbox none;
     EXPECT_EQ(invalidParams("program \\\"sh\\\" is not allowed"),
               none.call(script("echo >/tmp/tavo-test-broken_in")));
@@ -59,7 +64,7 @@ TEST(ProcessRun, RunsNothingThatIsNotAllowedByItsVeryName) {
     EXPECT_THAT(agent.call(run(R"({"command":"/bin/echo"})")), HasSubstr("\"exit_code\":0"));
 }
 
-TEST(ProcessRun, RefusesMissingAndWronglyTypedParameters) {
+TEST(tavo_agent_process_run, RefusesMissingAndWronglyTypedParameters) {
     AgentInSandbox agent({"--allow", "true"});
     EXPECT_EQ(invalidParams("\\\"command\\\" is missing"), agent.call(run("{}")));
     EXPECT_EQ(invalidParams("\\\"command\\\" is missing"),
@@ -72,21 +77,21 @@ TEST(ProcessRun, RefusesMissingAndWronglyTypedParameters) {
                   agent.call(run(std::string(R"({"command":"true","arguments":)") + value + "}")));
 }
 
-TEST(ProcessRun, ReportsAMissingProgram) {
+TEST(tavo_agent_process_run, ReportsAMissingProgram) {
     AgentInSandbox agent({"--allow", "no_such_program"});
     EXPECT_EQ(result(R"({"output":"execvp: No such file or directory\n","truncated":false,)"
                      R"("raw_status":32512,"exit_code":127,"signal":null})"),
               agent.call(run(R"({"command":"no_such_program"})")));
 }
 
-TEST(ProcessRun, MakesOutputValidText) {
+TEST(tavo_agent_process_run, MakesOutputValidText) {
     AgentInSandbox agent({"--allow", "sh"});
     EXPECT_EQ(result("{\"output\":\"a\xEF\xBF\xBD(\xEF\xBF\xBD\xC3\xA4\\u001b\\r\\n\","
                      "\"truncated\":false,\"raw_status\":0,\"exit_code\":0,\"signal\":null}"),
               agent.call(script(R"(printf 'a\\377(\\303ä\\033\\r\\n')")));
 }
 
-TEST(ProcessRun, CutsEndlessOutput) {
+TEST(tavo_agent_process_run, CutsEndlessOutput) {
     AgentInSandbox agent({"--allow", "sh"});
     const std::string response = agent.call(script("yes | head -c 1000000"));
     EXPECT_THAT(response,
@@ -97,7 +102,7 @@ TEST(ProcessRun, CutsEndlessOutput) {
     EXPECT_EQ(256u * 1024 / 2, lines);
 }
 
-TEST(ProcessRun, GivesProgramsNoInput) {
+TEST(tavo_agent_process_run, GivesProgramsNoInput) {
     AgentInSandbox agent("exec \"$@\" </etc/config/network", {"--allow", "cat"});
     EXPECT_THAT(agent.call(run(R"({"command":"cat"})")), HasSubstr(R"("output":"","truncated")"));
 }
@@ -106,7 +111,7 @@ TEST(ProcessRun, GivesProgramsNoInput) {
 
 std::string place(const std::string& params) { return request("config.place", params); }
 
-TEST(ConfigPlace, PlacesAnApplicationsFileAndRestartsIt) {
+TEST(tavo_agent_config_place, PlacesAnApplicationsFileAndRestartsIt) {
     AgentInSandbox agent;
     EXPECT_EQ(result(R"({"file":"/opt/apps/ZEQ/cfg/ZEQ.json","bytes":14,"agent_stopped":false,)"
                      R"("application_restarted":true})"),
@@ -116,7 +121,7 @@ TEST(ConfigPlace, PlacesAnApplicationsFileAndRestartsIt) {
     EXPECT_EQ("ZEQ/bin/run.sh restart\n", agent.read("/tmp/init.d.log"));
 }
 
-TEST(ConfigPlace, PlacesAnAgentsFileAndStopsIt) {
+TEST(tavo_agent_config_place, PlacesAnAgentsFileAndStopsIt) {
     AgentInSandbox agent;
     EXPECT_EQ(result(R"({"file":"/opt/apps/ZEQ/agents/meter-1/cfg/key.bin","bytes":4,)"
                      R"("agent_stopped":true,"application_restarted":false})"),
@@ -128,7 +133,7 @@ TEST(ConfigPlace, PlacesAnAgentsFileAndStopsIt) {
     EXPECT_EQ("stopAgent.sh meter-1\n", agent.read("/tmp/init.d.log"));
 }
 
-TEST(ConfigPlace, RestartsNothingUnasked) {
+TEST(tavo_agent_config_place, RestartsNothingUnasked) {
     AgentInSandbox agent;
     EXPECT_EQ(result(R"({"file":"/opt/apps/ZEQ//notes.txt","bytes":0,"agent_stopped":false,)"
                      R"("application_restarted":false})"),
@@ -137,7 +142,7 @@ TEST(ConfigPlace, RestartsNothingUnasked) {
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log")));
 }
 
-TEST(ConfigPlace, RefusesWhatCouldLeaveTheApplicationOrReachAShell) {
+TEST(tavo_agent_config_place, RefusesWhatCouldLeaveTheApplicationOrReachAShell) {
     AgentInSandbox agent;
     const auto with = [](const std::string& parameter, const std::string& value) {
         std::string params = "{";
@@ -163,7 +168,7 @@ TEST(ConfigPlace, RefusesWhatCouldLeaveTheApplicationOrReachAShell) {
     EXPECT_THAT(agent.errors(), Not(HasSubstr("Creating directory:")));
 }
 
-TEST(ConfigPlace, LeavesTheApplicationsProgramsAlone) {
+TEST(tavo_agent_config_place, LeavesTheApplicationsProgramsAlone) {
     AgentInSandbox agent;
     EXPECT_EQ(invalidParams("\\\"directory\\\" must not be bin, which holds programs"),
               agent.call(place(R"({"application":"ZEQ","directory":"bin","file":"run.sh",)"
@@ -171,7 +176,7 @@ TEST(ConfigPlace, LeavesTheApplicationsProgramsAlone) {
     EXPECT_THAT(agent.read("/opt/apps/ZEQ/bin/run.sh"), Not(HasSubstr("reboot")));
 }
 
-TEST(ConfigPlace, RefusesContentThatIsNotWhatItShouldBe) {
+TEST(tavo_agent_config_place, RefusesContentThatIsNotWhatItShouldBe) {
     AgentInSandbox agent;
     const auto expectRefusal = [&](const std::string& rest, const std::string& why) {
         EXPECT_EQ(invalidParams(why),
@@ -194,7 +199,7 @@ TEST(ConfigPlace, RefusesContentThatIsNotWhatItShouldBe) {
     EXPECT_FALSE(exists(agent.file("/opt/apps/ZEQ/cfg/a")));
 }
 
-TEST(ConfigPlace, ReportsWhatCannotBePlaced) {
+TEST(tavo_agent_config_place, ReportsWhatCannotBePlaced) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("there is no application Vexlor"),
               agent.call(place(R"({"application":"Vexlor","file":"a","content":"x"})")));
@@ -208,7 +213,7 @@ TEST(ConfigPlace, ReportsWhatCannotBePlaced) {
 
 // system.info
 
-TEST(SystemInfo, DescribesTheGateway) {
+TEST(tavo_agent_system_info, DescribesTheGateway) {
     AgentInSandbox agent;
     const std::string response = agent.call(request("system.info", "{}"));
     EXPECT_THAT(response,
@@ -221,7 +226,7 @@ TEST(SystemInfo, DescribesTheGateway) {
                   R"("port":{"id":"2","name":"RS232"}}})"));
 }
 
-TEST(SystemInfo, DoesWithoutABootEnvironmentAndAPortFile) {
+TEST(tavo_agent_system_info, DoesWithoutABootEnvironmentAndAPortFile) {
     AgentInSandbox agent;
     support::runProgram(
         {"rm", agent.file("/etc/uboot.env"), agent.file("/opt/apps/ZEQ/cfg/ZEQ.json")});
@@ -230,7 +235,7 @@ TEST(SystemInfo, DoesWithoutABootEnvironmentAndAPortFile) {
     EXPECT_THAT(response, HasSubstr(R"("port":{"id":"1","name":"RS485"})"));
 }
 
-TEST(SystemInfo, SurvivesAPortFileWithANull) {
+TEST(tavo_agent_system_info, SurvivesAPortFileWithANull) {
     AgentInSandbox agent;
     writeFile(agent.file("/opt/apps/ZEQ/cfg/ZEQ.json"), R"({"portID":null})");
     EXPECT_THAT(agent.call(request("system.info", "{}")), HasSubstr("\"code\":-32603"));
@@ -243,7 +248,7 @@ std::string signalValue(const std::string& name, int value) {
     return result("{\"name\":\"" + name + "\",\"value\":" + std::to_string(value) + "}");
 }
 
-TEST(Gpio, SetsLedsAndTheOutput) {
+TEST(tavo_agent_gpio, SetsLedsAndTheOutput) {
     AgentInSandbox agent;
     for (const char* name : {"led_sim", "led_wan", "led_usr", "led_pwr", "out0"})
         for (const int value : {1, 0}) {
@@ -256,7 +261,7 @@ TEST(Gpio, SetsLedsAndTheOutput) {
         }
 }
 
-TEST(Gpio, ReadsEverySignal) {
+TEST(tavo_agent_gpio, ReadsEverySignal) {
     AgentInSandbox agent;
     const auto get = [&](const std::string& name) {
         return agent.call(request("gpio.get", "{\"name\":\"" + name + "\"}"));
@@ -271,7 +276,7 @@ TEST(Gpio, ReadsEverySignal) {
     EXPECT_EQ(signalValue("bin0", 0), get("bin0"));
 }
 
-TEST(Gpio, RefusesUnknownSignalsAndValues) {
+TEST(tavo_agent_gpio, RefusesUnknownSignalsAndValues) {
     AgentInSandbox agent;
     const std::string setters =
         "\\\"name\\\" must be one of led_sim, led_wan, led_usr, led_pwr, out0";
@@ -288,7 +293,7 @@ TEST(Gpio, RefusesUnknownSignalsAndValues) {
                                      std::string(R"({"name":"out0","value":)") + value + "}")));
 }
 
-TEST(Gpio, ReportsWhenTheBoardDoesNotAnswer) {
+TEST(tavo_agent_gpio, ReportsWhenTheBoardDoesNotAnswer) {
     // Without a state file the simulated board has no device.
     AgentInSandbox agent("export TAVO_GPIO_STATE=/nowhere; exec \"$@\"", {});
     EXPECT_THAT(agent.call(request("gpio.get", R"({"name":"voltage"})")),

@@ -12,13 +12,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::AgentInSandbox;
 using support::Broker;
 using support::eventually;
+using support::request;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
-
-namespace {
 
 const std::string kResponses = "gateways/agent/response";
 
@@ -34,7 +36,7 @@ std::vector<std::string> subscribe(const Broker& broker) {
             "gateways/agent/#"};
 }
 
-TEST(MqttPublisher, PublishesEveryResponseAndItsState) {
+TEST(tavo_agent_mqtt, PublishesEveryResponseAndItsState) {
     const Broker broker;
     AgentInSandbox agent({"--mqtt", addressOf(broker)});
     support::RunningProgram subscriber(subscribe(broker));
@@ -49,7 +51,7 @@ TEST(MqttPublisher, PublishesEveryResponseAndItsState) {
                 HasSubstr("INFO: tavo-agent: publishing to tcp://" + addressOf(broker) + "\n"));
 }
 
-TEST(MqttPublisher, LeavesAWillForWhenItIsKilled) {
+TEST(tavo_agent_mqtt, LeavesAWillForWhenItIsKilled) {
     const Broker broker;
     AgentInSandbox agent("echo $$ >/tmp/agent.number; exec \"$@\"", {"--mqtt", addressOf(broker)});
     support::RunningProgram subscriber(subscribe(broker));
@@ -58,7 +60,7 @@ TEST(MqttPublisher, LeavesAWillForWhenItIsKilled) {
     EXPECT_TRUE(receives(subscriber, "gateways/agent/state offline\n"));
 }
 
-TEST(MqttPublisher, AnswersWithoutABrokerAndPublishesWhenItComes) {
+TEST(tavo_agent_mqtt, AnswersWithoutABrokerAndPublishesWhenItComes) {
     Broker broker;
     broker.keepFor("watcher", kResponses);
     broker.stop();
@@ -70,7 +72,7 @@ TEST(MqttPublisher, AnswersWithoutABrokerAndPublishesWhenItComes) {
                 ElementsAre(kResponses + " 1 0 " + response));
 }
 
-TEST(MqttPublisher, ConnectsAgainAfterTheBrokerWasAway) {
+TEST(tavo_agent_mqtt, ConnectsAgainAfterTheBrokerWasAway) {
     Broker broker;
     broker.keepFor("watcher", kResponses);
     AgentInSandbox agent({"--mqtt", addressOf(broker)});
@@ -85,7 +87,7 @@ TEST(MqttPublisher, ConnectsAgainAfterTheBrokerWasAway) {
                 ElementsAre(kResponses + " 1 0 " + response));
 }
 
-TEST(MqttPublisher, EndsWhileItTriesToConnect) {
+TEST(tavo_agent_mqtt, EndsWhileItTriesToConnect) {
     const support::Port silent;
     AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(silent.number())});
     const support::Ran ran = agent.end(SIGTERM);
@@ -93,7 +95,7 @@ TEST(MqttPublisher, EndsWhileItTriesToConnect) {
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));
 }
 
-TEST(MqttPublisher, EndsInTimeWhileTheBrokerTakesConnectionsAndStaysSilent) {
+TEST(tavo_agent_mqtt, EndsInTimeWhileTheBrokerTakesConnectionsAndStaysSilent) {
     const support::Listener broker;
     AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(broker.port())});
     ASSERT_TRUE(broker.holdClient());

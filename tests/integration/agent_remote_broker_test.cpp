@@ -1,7 +1,7 @@
 // Remote requests, by MQTT over TLS: absent and wrong brokers, the documented access list, and the
 // agent's options.
 
-#include "FarAway.h"
+#include "RemoteAgent.h"
 
 #include <chrono>
 #include <csignal>
@@ -11,18 +11,27 @@
 
 #include <gmock/gmock.h>
 
+namespace {
+
+using support::AgentInSandbox;
 using support::Broker;
 using support::Certificates;
 using support::eventually;
+using support::kDescribe;
+using support::kRequests;
+using support::occurrences;
+using support::RemoteAgent;
+using support::request;
+using support::runInSandbox;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
-namespace {
+using tavo_agent_remote = RemoteAgent;
 
 // The broker
 
-TEST_F(FarAway, RequestsAreTakenAgainWhenTheBrokerIsBack) {
+TEST_F(tavo_agent_remote, RequestsAreTakenAgainWhenTheBrokerIsBack) {
     startAndWait();
     listener_.reset();
     broker_.stop();
@@ -38,7 +47,7 @@ TEST_F(FarAway, RequestsAreTakenAgainWhenTheBrokerIsBack) {
     EXPECT_TRUE(receives("\"methods\""));
 }
 
-TEST_F(FarAway, AResponseThatFoundNoBrokerIsGivenAgain) {
+TEST_F(tavo_agent_remote, AResponseThatFoundNoBrokerIsGivenAgain) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     const std::string slow = request(
         "process.run",
@@ -58,7 +67,7 @@ TEST_F(FarAway, AResponseThatFoundNoBrokerIsGivenAgain) {
     EXPECT_EQ("\n", agent.read("/tmp/tavo-test-count"));
 }
 
-TEST_F(FarAway, TheAgentEndsInTimeWhileTheBrokerStaysSilent) {
+TEST_F(tavo_agent_remote, TheAgentEndsInTimeWhileTheBrokerStaysSilent) {
     const support::Listener silent;
     AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(silent.port()), "--requests",
                           "--tls", certificates_.directory.path()});
@@ -70,7 +79,7 @@ TEST_F(FarAway, TheAgentEndsInTimeWhileTheBrokerStaysSilent) {
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));
 }
 
-TEST_F(FarAway, AProgramInProgressIsEndedWithTheAgent) {
+TEST_F(tavo_agent_remote, AProgramInProgressIsEndedWithTheAgent) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     publish(
         kRequests + "cloud",
@@ -86,7 +95,7 @@ TEST_F(FarAway, AProgramInProgressIsEndedWithTheAgent) {
 
 // Wrong brokers
 
-class Impostor : public FarAway {
+class tavo_agent_impostor : public RemoteAgent {
 protected:
     /// Expects an agent to reject `impostor` as its broker, and to log the reason.
     void expectRefused(const Broker& impostor, const std::string& reason) {
@@ -100,24 +109,24 @@ protected:
     }
 };
 
-TEST_F(Impostor, OfAnotherAuthorityIsRefused) {
+TEST_F(tavo_agent_impostor, OfAnotherAuthorityIsRefused) {
     const Certificates others;
     expectRefused(Broker(others.settings(false)), "certificate verify failed");
 }
 
-TEST_F(Impostor, WithACertificateForAnotherHostIsRefused) {
+TEST_F(tavo_agent_impostor, WithACertificateForAnotherHostIsRefused) {
     certificates_.issue("elsewhere", "broker", "DNS:broker.example,IP:127.0.0.2");
     expectRefused(Broker(certificates_.settings(false, "elsewhere")),
                   "no connection, or the certificate was not accepted");
 }
 
-TEST_F(Impostor, WithAGatewaysCertificateIsRefused) {
+TEST_F(tavo_agent_impostor, WithAGatewaysCertificateIsRefused) {
     certificates_.issue("gateway", "gw7", "");
     expectRefused(Broker(certificates_.settings(false, "gateway")),
                   "no connection, or the certificate was not accepted");
 }
 
-TEST_F(FarAway, ABrokerThatDoesNotKnowTheGatewayRefusesIt) {
+TEST_F(tavo_agent_remote, ABrokerThatDoesNotKnowTheGatewayRefusesIt) {
     const Certificates others;
     support::runProgram({"cp", others.directory / "mqtt_client-cert.crt",
                          certificates_.directory / "mqtt_client-cert.crt"});
@@ -131,9 +140,9 @@ TEST_F(FarAway, ABrokerThatDoesNotKnowTheGatewayRefusesIt) {
 // The broker's access list
 
 /// The broker as documented: its users are the names in the clients' certificates.
-class Listed : public FarAway {
+class tavo_agent_access_list : public RemoteAgent {
 protected:
-    Listed()
+    tavo_agent_access_list()
         : listed_("allow_anonymous false\nrequire_certificate true\n"
                   "use_identity_as_username true\nacl_file " TAVO_ACCESS_LIST "\ncafile " +
                   certificates_.directory / "mqtt_ca-cert.crt" + "\ncertfile " +
@@ -173,7 +182,7 @@ protected:
     Broker listed_;
 };
 
-TEST_F(Listed, SendersUseTheirOwnNamesOnly) {
+TEST_F(tavo_agent_access_list, SendersUseTheirOwnNamesOnly) {
     ASSERT_TRUE(logs("INFO: tavo-agent: taking requests from ssl://"));
     support::RunningProgram cloud(as(
         "cloud", "mosquitto_sub", {"-v", "-t", "gateways/+/state", "-t", "gateways/+/response/+"}));
@@ -191,7 +200,7 @@ TEST_F(Listed, SendersUseTheirOwnNamesOnly) {
     EXPECT_EQ(1u, occurrences(agent_->log(), " bytes from "));
 }
 
-TEST_F(Listed, AGatewayCannotSendRequests) {
+TEST_F(tavo_agent_access_list, AGatewayCannotSendRequests) {
     ASSERT_TRUE(logs("INFO: tavo-agent: taking requests from ssl://"));
     support::runProgram(
         as("agent", "mosquitto_pub", {"-t", kRequests + "cloud", "-m", request("none", "{}", 1)}));
@@ -204,7 +213,7 @@ TEST_F(Listed, AGatewayCannotSendRequests) {
 
 // The command line
 
-TEST(remote_options, RefuseWhatDoesNotFit) {
+TEST(tavo_agent_remote_options, RefuseWhatDoesNotFit) {
     const auto expectRefusal = [](std::vector<std::string> arguments, const std::string& why) {
         arguments.insert(arguments.begin(), TAVO_AGENT);
         const support::Ran ran = support::runProgram(arguments);
@@ -232,7 +241,7 @@ TEST(remote_options, RefuseWhatDoesNotFit) {
                           "them");
 }
 
-TEST(remote_options, NameTheFileForTlsThatIsMissing) {
+TEST(tavo_agent_remote_options, NameTheFileForTlsThatIsMissing) {
     const support::Ran ran = runInSandbox(
         {TAVO_AGENT, "--mqtt", "h:1", "--requests", "--tls", "/tmp/tavo-test-nowhere", "agent"});
     EXPECT_EQ(1, ran.status);
@@ -240,7 +249,7 @@ TEST(remote_options, NameTheFileForTlsThatIsMissing) {
               ran.err);
 }
 
-TEST(remote_options, AllowAnUnprotectedBrokerOnRequest) {
+TEST(tavo_agent_remote_options, AllowAnUnprotectedBrokerOnRequest) {
     const Broker broker;
     AgentInSandbox agent(
         {"--mqtt", "127.0.0.1:" + std::to_string(broker.port()), "--requests", "--insecure"});

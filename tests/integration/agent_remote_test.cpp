@@ -1,7 +1,7 @@
 // Remote requests, by MQTT over TLS: how the agent handles them. agent_remote_broker_test.cpp tests
 // absent and wrong brokers.
 
-#include "FarAway.h"
+#include "RemoteAgent.h"
 
 #include <csignal>
 #include <memory>
@@ -10,16 +10,27 @@
 
 #include <gmock/gmock.h>
 
+namespace {
+
+using support::AgentInSandbox;
 using support::Broker;
+using support::Client;
+using support::error;
 using support::eventually;
+using support::kDescribe;
+using support::kRequests;
+using support::kResponses;
+using support::occurrences;
+using support::RemoteAgent;
+using support::request;
 using testing::HasSubstr;
 using testing::Not;
 
-namespace {
+using tavo_agent_remote = RemoteAgent;
 
 // Requests and responses
 
-TEST_F(FarAway, ARequestIsAnsweredToItsSender) {
+TEST_F(tavo_agent_remote, ARequestIsAnsweredToItsSender) {
     AgentInSandbox& agent = startAndWait();
     publish(kRequests + "cloud", request("none", "{}", 7));
     EXPECT_TRUE(receives(kResponses + "cloud " +
@@ -30,7 +41,7 @@ TEST_F(FarAway, ARequestIsAnsweredToItsSender) {
     EXPECT_EQ(0, agent.end(SIGTERM).status);
 }
 
-TEST_F(FarAway, ARequestChangesTheGatewayAsALocalOneDoes) {
+TEST_F(tavo_agent_remote, ARequestChangesTheGatewayAsALocalOneDoes) {
     AgentInSandbox& agent = startAndWait();
     publish(kRequests + "cloud",
             request("uci.apply",
@@ -39,7 +50,7 @@ TEST_F(FarAway, ARequestChangesTheGatewayAsALocalOneDoes) {
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("option ipaddr '10.9.8.7'\n"));
 }
 
-TEST_F(FarAway, MessagesThatAreNoRequestsAreAnsweredAsOnTheSocket) {
+TEST_F(tavo_agent_remote, MessagesThatAreNoRequestsAreAnsweredAsOnTheSocket) {
     startAndWait();
     publish(kRequests + "cloud", "hello");
     EXPECT_TRUE(receives(kResponses + "cloud " +
@@ -48,7 +59,7 @@ TEST_F(FarAway, MessagesThatAreNoRequestsAreAnsweredAsOnTheSocket) {
     EXPECT_TRUE(receives(error("null", -32600, "Invalid Request", "longer than 131072 bytes")));
 }
 
-TEST_F(FarAway, NotificationsAreCarriedOutAndNotAnswered) {
+TEST_F(tavo_agent_remote, NotificationsAreCarriedOutAndNotAnswered) {
     AgentInSandbox& agent = startAndWait();
     publish(kRequests + "cloud",
             R"({"jsonrpc":"2.0","method":"uci.apply","params":{"config":"network","section":"lan",)"
@@ -59,7 +70,7 @@ TEST_F(FarAway, NotificationsAreCarriedOutAndNotAnswered) {
     EXPECT_EQ(1u, occurrences(heard(), kResponses));
 }
 
-TEST_F(FarAway, RequestsOfBothWaysTakeTurns) {
+TEST_F(tavo_agent_remote, RequestsOfBothWaysTakeTurns) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     const std::string slow =
         R"({"command":"sh","arguments":["-c",)"
@@ -76,7 +87,7 @@ TEST_F(FarAway, RequestsOfBothWaysTakeTurns) {
         EXPECT_THAT(response, HasSubstr("\"output\":\"alone\\n\""));
 }
 
-TEST_F(FarAway, TopicsBeginWithTheBaseThatIsGiven) {
+TEST_F(tavo_agent_remote, TopicsBeginWithTheBaseThatIsGiven) {
     start({"--base", "site7/gw/agent"});
     ASSERT_TRUE(logs("taking requests"));
     listen("site7/#");
@@ -89,7 +100,7 @@ TEST_F(FarAway, TopicsBeginWithTheBaseThatIsGiven) {
 
 // Other publications
 
-TEST_F(FarAway, LocalResponsesAndTheStateArePublishedAsWithoutRequests) {
+TEST_F(tavo_agent_remote, LocalResponsesAndTheStateArePublishedAsWithoutRequests) {
     AgentInSandbox& agent = start();
     ASSERT_TRUE(logs("taking requests"));
     listen("gateways/agent/#");
@@ -102,7 +113,7 @@ TEST_F(FarAway, LocalResponsesAndTheStateArePublishedAsWithoutRequests) {
     EXPECT_TRUE(receives("\ngateways/agent/state offline\n"));
 }
 
-TEST_F(FarAway, TheBrokerSaysWhenTheAgentHasVanished) {
+TEST_F(tavo_agent_remote, TheBrokerSaysWhenTheAgentHasVanished) {
     agent_ = std::make_unique<AgentInSandbox>(
         "echo $$ >/tmp/agent.number; exec \"$@\"",
         std::vector<std::string>{"--mqtt", "127.0.0.1:" + std::to_string(broker_.port()), "--tls",
@@ -113,7 +124,7 @@ TEST_F(FarAway, TheBrokerSaysWhenTheAgentHasVanished) {
     EXPECT_TRUE(receives("gateways/agent/state offline\n"));
 }
 
-TEST(remote_publishing, KeepsLocalResponsesWhileTheBrokerIsAway) {
+TEST(tavo_agent_remote_publishing, KeepsLocalResponsesWhileTheBrokerIsAway) {
     Broker broker;
     const std::string topic = "gateways/agent/response";
     broker.keepFor("watcher", topic);
@@ -131,7 +142,7 @@ TEST(remote_publishing, KeepsLocalResponsesWhileTheBrokerIsAway) {
                 testing::ElementsAre(topic + " 1 0 " + response));
 }
 
-TEST(remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
+TEST(tavo_agent_remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
     Broker broker;
     const std::string topic = "gateways/agent/response";
     broker.keepFor("watcher", topic);
@@ -153,7 +164,7 @@ TEST(remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
 
 // Refusals
 
-TEST_F(FarAway, RetainedRequestsAreIgnoredAndLogged) {
+TEST_F(tavo_agent_remote, RetainedRequestsAreIgnoredAndLogged) {
     publish(kRequests + "cloud", kDescribe, {"-r"});
     AgentInSandbox& agent = startAndWait();
     EXPECT_TRUE(logs("ERROR: tavo-agent: retained request of cloud ignored\n"));
@@ -163,7 +174,7 @@ TEST_F(FarAway, RetainedRequestsAreIgnoredAndLogged) {
     EXPECT_THAT(agent.log(), Not(HasSubstr("system.describe")));
 }
 
-TEST_F(FarAway, SendersMustHavePlainNames) {
+TEST_F(tavo_agent_remote, SendersMustHavePlainNames) {
     startAndWait();
     publish(kRequests + "a b", kDescribe);
     EXPECT_TRUE(logs("ERROR: tavo-agent: request ignored: \"a b\" is not a valid sender name\n"));
@@ -174,7 +185,7 @@ TEST_F(FarAway, SendersMustHavePlainNames) {
     EXPECT_EQ(1u, occurrences(heard(), kResponses));
 }
 
-TEST_F(FarAway, ProgramsAndFilesNeedPermission) {
+TEST_F(tavo_agent_remote, ProgramsAndFilesNeedPermission) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh"});
     publish(kRequests + "cloud",
             request("process.run",
@@ -191,7 +202,7 @@ TEST_F(FarAway, ProgramsAndFilesNeedPermission) {
     EXPECT_THAT(agent.call(request("process.run", R"({"command":"sh"})")), HasSubstr("exit_code"));
 }
 
-TEST_F(FarAway, EachRemoteMethodMustBeAllowedByName) {
+TEST_F(tavo_agent_remote, EachRemoteMethodMustBeAllowedByName) {
     startAndWait({"--allow", "echo", "--remote-allow", "process.run"});
     publish(kRequests + "cloud",
             request("process.run", R"({"command":"echo","arguments":["hi"]})", 1));
@@ -200,9 +211,9 @@ TEST_F(FarAway, EachRemoteMethodMustBeAllowedByName) {
     EXPECT_TRUE(receives("config.place is not allowed for this sender"));
 }
 
-// Repeated requests
+// tavo_agent_repeated requests
 
-class Repeated : public FarAway {
+class tavo_agent_repeated : public RemoteAgent {
 protected:
     /// Returns a request that appends a line to a file at each execution.
     static std::string counting(int id) {
@@ -225,7 +236,7 @@ protected:
     }
 };
 
-TEST_F(Repeated, RequestsAreAnsweredFromMemoryAndNotRunAgain) {
+TEST_F(tavo_agent_repeated, RequestsAreAnsweredFromMemoryAndNotRunAgain) {
     startCounting();
     const std::string first = responseTo("cloud", counting(1), 1);
     EXPECT_EQ(first, responseTo("cloud", counting(1), 2));
@@ -234,14 +245,14 @@ TEST_F(Repeated, RequestsAreAnsweredFromMemoryAndNotRunAgain) {
                 HasSubstr("INFO: tavo-agent: request 1 of cloud repeated: not run again\n"));
 }
 
-TEST_F(Repeated, IdsOfTwoSendersNeverMeet) {
+TEST_F(tavo_agent_repeated, IdsOfTwoSendersNeverMeet) {
     startCounting();
     const std::string first = responseTo("cloud", counting(1), 1);
     EXPECT_NE(first, responseTo("office", counting(1), 2));
     EXPECT_EQ(2u, count());
 }
 
-TEST_F(Repeated, IdsOfTwoTypesNeverMeet) {
+TEST_F(tavo_agent_repeated, IdsOfTwoTypesNeverMeet) {
     startCounting();
     responseTo("cloud", counting(1), 1);
     std::string text = counting(1);
@@ -250,7 +261,7 @@ TEST_F(Repeated, IdsOfTwoTypesNeverMeet) {
     EXPECT_EQ(2u, count());
 }
 
-TEST_F(Repeated, TheLatestSixtyFourAreRemembered) {
+TEST_F(tavo_agent_repeated, TheLatestSixtyFourAreRemembered) {
     startCounting();
     const std::string first = responseTo("cloud", counting(0), 1);
     std::size_t times = 1;
@@ -263,7 +274,7 @@ TEST_F(Repeated, TheLatestSixtyFourAreRemembered) {
     EXPECT_EQ(2u, count());
 }
 
-TEST_F(Repeated, ThoseWhoseResponsesAreTooMuchToKeepAreNotRunAgainEither) {
+TEST_F(tavo_agent_repeated, ThoseWhoseResponsesAreTooMuchToKeepAreNotRunAgainEither) {
     startCounting();
     const auto large = [](int id) {
         return request(

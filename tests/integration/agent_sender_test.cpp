@@ -17,12 +17,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::error;
 using support::Ran;
 using support::readFile;
+using support::request;
+using support::result;
+using support::runInSandbox;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-namespace {
 
 constexpr char kTry[] = "Try 'tavo-rpc --help' for more information.\n";
 
@@ -238,7 +242,7 @@ TEST(tavo_rpc, DoesNotWaitForEverForAServerThatIsBusy) {
 
 TEST(tavo_rpc, SendsNothingToAnotherUsersServer) {
     if (geteuid() != 0)
-        GTEST_SKIP() << "a server of another user's takes root";
+        GTEST_SKIP() << "only root can run a server as another user";
     Server server;
     ASSERT_EQ(0, seteuid(12345)); // the caller of listen() counts as the server's user
     server.listen(1);
@@ -281,7 +285,7 @@ TEST(tavo_rpc, SendsNothingToADirectoryThatOthersControl) {
     expectRefusal("chmod 1777 /tmp/socketDDS", "/agent: No such file or directory");
     const std::string foreign = "chown 12345 /tmp/socketDDS";
     if (runInSandbox({"sh", "-c", "mkdir /tmp/socketDDS && " + foreign}).status != 0)
-        GTEST_SKIP() << "a directory of another user's takes root";
+        GTEST_SKIP() << "only root can make another user's directory";
     expectRefusal(foreign, " belongs to another user");
 }
 

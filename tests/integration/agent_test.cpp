@@ -13,9 +13,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-using testing::HasSubstr;
-
 namespace {
+
+using support::AgentInSandbox;
+using support::Client;
+using support::error;
+using support::invalidParams;
+using support::request;
+using support::result;
+using support::runInSandbox;
+using testing::HasSubstr;
 
 std::string parseError(const std::string& data) {
     return error("null", -32700, "Parse error", data);
@@ -430,7 +437,7 @@ TEST(tavo_agent, ServesInNoDirectoryThatOthersControl) {
                       "can be written to by others and has no sticky bit");
     const std::string foreign = "mkdir /tmp/socketDDS; chown 12345 /tmp/socketDDS";
     if (runInSandbox({"sh", "-c", foreign}).status != 0)
-        GTEST_SKIP() << "a directory of another user's takes root";
+        GTEST_SKIP() << "only root can make another user's directory";
     expectRefusal(foreign, "belongs to another user");
     expectRefusal(foreign + "; chmod 1777 /tmp/socketDDS", "belongs to another user");
 }

@@ -9,12 +9,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::AgentInSandbox;
+using support::apply;
+using support::failed;
+using support::invalidParams;
+using support::request;
+using support::result;
 using support::writeFile;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-
-namespace {
 
 // Two anonymous rules, as in a firewall's configuration.
 constexpr char kRules[] = "\nconfig rule\n\toption name 'first'\n\toption target 'ACCEPT'\n\n"
@@ -38,7 +44,7 @@ std::string deletion(const std::string& section, const std::string& expect) {
                  (expect.empty() ? "" : ",\"expect\":" + expect) + "}");
 }
 
-TEST(UciApply, DeletesNoAnonymousSectionByItsGeneratedName) {
+TEST(tavo_agent_uci_apply, DeletesNoAnonymousSectionByItsGeneratedName) {
     AgentInSandbox agent;
     writeRules(agent);
     const std::string name = nameOf(agent, "@rule[0]");
@@ -53,7 +59,7 @@ TEST(UciApply, DeletesNoAnonymousSectionByItsGeneratedName) {
     EXPECT_THAT(agent.commands(), IsEmpty());
 }
 
-TEST(UciApply, SetsAnAnonymousSectionByItsGeneratedNameAndByItsPosition) {
+TEST(tavo_agent_uci_apply, SetsAnAnonymousSectionByItsGeneratedNameAndByItsPosition) {
     AgentInSandbox agent;
     writeRules(agent);
     EXPECT_THAT(agent.call(apply(R"({"config":"rules","section":")" + nameOf(agent, "@rule[0]") +
@@ -69,7 +75,7 @@ TEST(UciApply, SetsAnAnonymousSectionByItsGeneratedNameAndByItsPosition) {
               agent.read("/etc/config/rules"));
 }
 
-TEST(UciApply, CreatesNoSectionAtAPosition) {
+TEST(tavo_agent_uci_apply, CreatesNoSectionAtAPosition) {
     AgentInSandbox agent;
     writeRules(agent);
     EXPECT_EQ(failed("rules/@rule[2] does not exist"),
@@ -78,7 +84,7 @@ TEST(UciApply, CreatesNoSectionAtAPosition) {
     EXPECT_THAT(agent.commands(), IsEmpty());
 }
 
-TEST(UciApply, DeletesASectionAtAPositionOnceOnly) {
+TEST(tavo_agent_uci_apply, DeletesASectionAtAPositionOnceOnly) {
     AgentInSandbox agent;
     writeRules(agent);
     const std::string first = deletion("@rule[0]", R"({"target":"ACCEPT","name":"first"})");
@@ -93,7 +99,7 @@ TEST(UciApply, DeletesASectionAtAPositionOnceOnly) {
     EXPECT_EQ(1u, agent.commands().size());
 }
 
-TEST(UciApply, ComparesEveryOptionBeforeItDeletesASection) {
+TEST(tavo_agent_uci_apply, ComparesEveryOptionBeforeItDeletesASection) {
     AgentInSandbox agent;
     writeRules(agent);
     EXPECT_EQ(invalidParams("deleting \\\"@rule[1]\\\" needs \\\"expect\\\" with the section's "
@@ -118,7 +124,7 @@ TEST(UciApply, ComparesEveryOptionBeforeItDeletesASection) {
                 HasSubstr("\"exists\":false"));
 }
 
-TEST(UciApply, ComparesASingleQuoteInASectionThatItDeletes) {
+TEST(tavo_agent_uci_apply, ComparesASingleQuoteInASectionThatItDeletes) {
     AgentInSandbox agent;
     writeFile(agent.file("/etc/config/rules"), "\nconfig rule\n\toption name 'Bob'\\''s rule'\n\n");
     EXPECT_THAT(agent.call(deletion("@rule[0]", R"({"name":"Bob's rule"})")),
@@ -126,7 +132,7 @@ TEST(UciApply, ComparesASingleQuoteInASectionThatItDeletes) {
     EXPECT_THAT(agent.read("/etc/config/rules"), Not(HasSubstr("rule")));
 }
 
-TEST(UciApply, SaysWhenASectionAtAPositionIsStillThere) {
+TEST(tavo_agent_uci_apply, SaysWhenASectionAtAPositionIsStillThere) {
     AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     writeRules(agent);
     support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
@@ -136,7 +142,7 @@ TEST(UciApply, SaysWhenASectionAtAPositionIsStillThere) {
               agent.call(deletion("@rule[0]", R"({"name":"first","target":"ACCEPT"})")));
 }
 
-TEST(UciGet, ReadsASectionByItsNameAndByItsPosition) {
+TEST(tavo_agent_uci_get, ReadsASectionByItsNameAndByItsPosition) {
     AgentInSandbox agent;
     writeRules(agent);
     EXPECT_EQ(result(R"({"config":"dhcp","section":"wan","exists":true,"name":"wan",)"

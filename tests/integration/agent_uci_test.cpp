@@ -8,14 +8,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
+using support::AgentInSandbox;
+using support::apply;
 using support::exists;
+using support::failed;
+using support::invalidParams;
+using support::result;
 using support::writeFile;
 using testing::HasSubstr;
 using testing::Not;
 
-namespace {
-
-TEST(UciApply, ChangesAndDropsOptionsAndRestartsTheService) {
+TEST(tavo_agent_uci_apply, ChangesAndDropsOptionsAndRestartsTheService) {
     AgentInSandbox agent;
     EXPECT_EQ(
         result(R"({"config":"network","section":"lan","existed":true,"exists":true,"values":{)"
@@ -29,7 +34,7 @@ TEST(UciApply, ChangesAndDropsOptionsAndRestartsTheService) {
     EXPECT_EQ("network restart\n", agent.read("/tmp/init.d.log"));
 }
 
-TEST(UciApply, GivesTheLibraryNothingButTheCheckedParts) {
+TEST(tavo_agent_uci_apply, GivesTheLibraryNothingButTheCheckedParts) {
     AgentInSandbox agent;
     agent.call(apply("{ \"restart\" : true, \"values\" : { \"ipaddr\" : \"10.0.0.1\" },\n"
                      " \"section\" : \"lan\", \"config\" : \"network\" }"));
@@ -39,7 +44,7 @@ TEST(UciApply, GivesTheLibraryNothingButTheCheckedParts) {
                                      "/etc/init.d/network restart"));
 }
 
-TEST(UciApply, CreatesAndDeletesASection) {
+TEST(tavo_agent_uci_apply, CreatesAndDeletesASection) {
     AgentInSandbox agent;
     const std::string before = agent.read("/etc/config/network");
     const std::string guest =
@@ -60,7 +65,7 @@ TEST(UciApply, CreatesAndDeletesASection) {
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log")));
 }
 
-TEST(UciApply, RestartsTheServicesOfDhcpAndNtp) {
+TEST(tavo_agent_uci_apply, RestartsTheServicesOfDhcpAndNtp) {
     AgentInSandbox agent;
     agent.call(
         apply(R"({"config":"dhcp","section":"lan","values":{"limit":"50"},"restart":true})"));
@@ -69,7 +74,7 @@ TEST(UciApply, RestartsTheServicesOfDhcpAndNtp) {
     EXPECT_EQ("dnsmasq restart\nsysntpd restart\n", agent.read("/tmp/init.d.log"));
 }
 
-TEST(UciApply, RefusesASingleQuoteAnywhere) {
+TEST(tavo_agent_uci_apply, RefusesASingleQuoteAnywhere) {
     AgentInSandbox agent;
     const std::string quoted = invalidParams("single quotes are not accepted");
     const std::string shell = "'; echo >/tmp/tavo-test-broken_in; echo '";
@@ -89,7 +94,7 @@ TEST(UciApply, RefusesASingleQuoteAnywhere) {
     EXPECT_FALSE(exists(agent.file("/tmp/tavo-test-broken_in")));
 }
 
-TEST(UciApply, RefusesBadNames) {
+TEST(tavo_agent_uci_apply, RefusesBadNames) {
     AgentInSandbox agent;
     const auto bad = [](const std::string& parameter) {
         return invalidParams(
@@ -123,7 +128,7 @@ TEST(UciApply, RefusesBadNames) {
     EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
-TEST(UciApply, RefusesMissingAndWronglyTypedParameters) {
+TEST(tavo_agent_uci_apply, RefusesMissingAndWronglyTypedParameters) {
     AgentInSandbox agent;
     const auto expectRefusal = [&](const std::string& params, const std::string& why) {
         EXPECT_EQ(invalidParams(why), agent.call(apply(params))) << params;
@@ -158,7 +163,7 @@ TEST(UciApply, RefusesMissingAndWronglyTypedParameters) {
     EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
-TEST(UciApply, SaysWhatTheToolSaysWhenThereIsNoSuchPackage) {
+TEST(tavo_agent_uci_apply, SaysWhatTheToolSaysWhenThereIsNoSuchPackage) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("the configuration cannot be read: Command failed: ubus call uci get { "
                      "\\\"config\\\":\\\"nothing\\\",\\\"section\\\":\\\"lan\\\"} (Not found)"),
@@ -167,7 +172,7 @@ TEST(UciApply, SaysWhatTheToolSaysWhenThereIsNoSuchPackage) {
     EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
-TEST(UciApply, ReportsAChangeWithoutEffect) {
+TEST(tavo_agent_uci_apply, ReportsAChangeWithoutEffect) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("network/guest does not exist and could not be created"),
               agent.call(apply(R"({"config":"network","section":"guest",)"
@@ -180,7 +185,7 @@ TEST(UciApply, ReportsAChangeWithoutEffect) {
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log"))) << "a service was restarted all the same";
 }
 
-TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
+TEST(tavo_agent_uci_apply, NamesTheOptionsThatWereNotTakenOver) {
     AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     // A service that returns the same section for every read and ignores changes.
     support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
@@ -196,7 +201,7 @@ TEST(UciApply, NamesTheOptionsThatWereNotTakenOver) {
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log")));
 }
 
-TEST(UciApply, NamesOptionsThatTheToolsDropSilently) {
+TEST(tavo_agent_uci_apply, NamesOptionsThatTheToolsDropSilently) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("network/lan differs from the request: note"),
               agent.call(apply(R"({"config":"network","section":"lan",)"
@@ -204,7 +209,7 @@ TEST(UciApply, NamesOptionsThatTheToolsDropSilently) {
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("\toption mtu '1400'\n"));
 }
 
-TEST(UciApply, LeavesAnotherWritersChangeAndNamesItsOption) {
+TEST(tavo_agent_uci_apply, LeavesAnotherWritersChangeAndNamesItsOption) {
     AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     // Another program changes the address after the agent's change and before its check.
     support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});
@@ -222,7 +227,7 @@ TEST(UciApply, LeavesAnotherWritersChangeAndNamesItsOption) {
     EXPECT_FALSE(exists(agent.file("/tmp/init.d.log")));
 }
 
-TEST(UciApply, ChangesANamedSectionOnlyWhileItIsAsExpected) {
+TEST(tavo_agent_uci_apply, ChangesANamedSectionOnlyWhileItIsAsExpected) {
     AgentInSandbox agent;
     const auto change = [](const std::string& expect) {
         return apply(R"({"config":"dhcp","section":"wan","values":{"ignore":"0"},"expect":)" +
@@ -238,7 +243,7 @@ TEST(UciApply, ChangesANamedSectionOnlyWhileItIsAsExpected) {
                                R"({"ignore":"0"},"expect":{}})")));
 }
 
-TEST(UciApply, LetsServicesBeginWithNoSignalBlocked) {
+TEST(tavo_agent_uci_apply, LetsServicesBeginWithNoSignalBlocked) {
     AgentInSandbox agent;
     // Looks at signals 1 to 28 only; those from 32 up belong to the C library.
     writeFile(agent.file("/etc/init.d/custom"),

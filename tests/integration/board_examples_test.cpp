@@ -17,6 +17,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
 using support::Broker;
 using support::eventually;
 using support::FakePrograms;
@@ -28,8 +30,6 @@ using support::writeFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-namespace {
 
 bool says(const RunningProgram& program, const std::string& text) {
     return eventually([&] { return program.outSoFar().find(text) != std::string::npos; });
@@ -58,9 +58,7 @@ void expectHelp(const std::string& path, const std::string& name) {
     EXPECT_EQ("", ran.err);
 }
 
-} // namespace
-
-TEST(ExampleTelemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+TEST(telemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     const std::string path = TAVO_TELEMETRY;
     expectHelp(path, "telemetry");
     expectUsage(path, "telemetry", {"extra"}, "unknown argument 'extra'");
@@ -71,7 +69,7 @@ TEST(ExampleTelemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     expectUsage(path, "telemetry", {"--topic", "a/#"}, "the topic is empty or has a wildcard");
 }
 
-TEST(ExampleTelemetry, PublishesTheBoardsReadingsAndLightsTheLed) {
+TEST(telemetry, PublishesTheBoardsReadingsAndLightsTheLed) {
     const Broker broker("allow_anonymous true\nqueue_qos0_messages true\n");
     broker.keepFor("watcher", "board/#");
     TempDir root;
@@ -91,7 +89,7 @@ TEST(ExampleTelemetry, PublishesTheBoardsReadingsAndLightsTheLed) {
     EXPECT_THAT(broker.receive("board/state", 1), ElementsAre("board/state 1 1 offline"));
 }
 
-TEST(ExampleTelemetry, LedIsOffWhileTheBrokerIsAway) {
+TEST(telemetry, LedIsOffWhileTheBrokerIsAway) {
     Broker broker;
     TempDir root;
     RunningProgram telemetry({TAVO_SANDBOX_RUN, "--root", root / "root", TAVO_TELEMETRY, "--broker",
@@ -118,7 +116,7 @@ TEST(ExampleTelemetry, LedIsOffWhileTheBrokerIsAway) {
     EXPECT_TRUE(ledIs("0"));
 }
 
-TEST(ExampleTelemetry, EndsWhileItWaitsForABroker) {
+TEST(telemetry, EndsWhileItWaitsForABroker) {
     const support::Listener listener; // accepts the connection, but never responds like a broker
     RunningProgram telemetry(
         {TAVO_TELEMETRY, "--broker", "127.0.0.1:" + std::to_string(listener.port())});
@@ -128,20 +126,20 @@ TEST(ExampleTelemetry, EndsWhileItWaitsForABroker) {
     EXPECT_EQ("", ran.out + ran.err);
 }
 
-TEST(ExampleFileWatch, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+TEST(file_watch, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     const std::string path = TAVO_FILE_WATCH;
     expectHelp(path, "file_watch");
     expectUsage(path, "file_watch", {}, "at least one PATH is needed");
     expectUsage(path, "file_watch", {"--fast"}, support::unknownOption("fast"));
 }
 
-TEST(ExampleFileWatch, ReportsAPathThatCannotBeWatched) {
+TEST(file_watch, ReportsAPathThatCannotBeWatched) {
     const Ran ran = runProgram({TAVO_FILE_WATCH, "/nowhere"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("Couldn't add watch to /nowhere ERROR: No such file or directory\n", ran.out);
 }
 
-TEST(ExampleFileWatch, PrintsWhatHappens) {
+TEST(file_watch, PrintsWhatHappens) {
     TempDir directory;
     RunningProgram watch({TAVO_FILE_WATCH, directory.path()});
     ASSERT_TRUE(says(watch, "watching\n"));
@@ -171,7 +169,7 @@ TEST(ExampleFileWatch, PrintsWhatHappens) {
     EXPECT_EQ("", ran.err);
 }
 
-TEST(ExampleUsbMedia, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+TEST(usb_media, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
     const std::string path = TAVO_USB_MEDIA;
     expectHelp(path, "usb_media");
     expectUsage(path, "usb_media", {"sda1"}, "a DEVICE and a DIRECTORY are needed");
@@ -182,13 +180,13 @@ TEST(ExampleUsbMedia, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
         "the DIRECTORY may contain only letters, digits and /_.-, and must not begin with -");
 }
 
-TEST(ExampleUsbMedia, ReportsADirectoryThatCannotBeMade) {
+TEST(usb_media, ReportsADirectoryThatCannotBeMade) {
     const Ran ran = runProgram({TAVO_USB_MEDIA, "sda1", "/nowhere/below"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("usb_media: Error creating directory '/nowhere/below'\n", ran.err);
 }
 
-TEST(ExampleUsbMedia, ListsTheMediumAndUnmountsItAtTheEnd) {
+TEST(usb_media, ListsTheMediumAndUnmountsItAtTheEnd) {
     FakePrograms programs;
     programs.add("mount");
     programs.add("umount");
@@ -213,3 +211,5 @@ TEST(ExampleUsbMedia, ListsTheMediumAndUnmountsItAtTheEnd) {
     EXPECT_THAT(programs.calls(), ElementsAre("mount [/dev/null] [" + directory.path() + "]",
                                               "umount [" + directory.path() + "]"));
 }
+
+} // namespace

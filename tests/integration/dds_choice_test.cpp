@@ -9,12 +9,12 @@
 
 #include <gmock/gmock.h>
 
+namespace {
+
 using support::Ran;
 using support::runProgram;
 using testing::HasSubstr;
 using testing::Not;
-
-namespace {
 
 const char kWithoutCyclone[] = "-DCMAKE_DISABLE_FIND_PACKAGE_CycloneDDS=ON";
 
@@ -47,7 +47,7 @@ private:
     support::TempDir home_;
 };
 
-class DdsChoice : public testing::Test {
+class dds_choice : public testing::Test {
 protected:
     /// Configures with these options and with OSPL_HOME=`home` in the environment.
     Ran configure(const std::vector<std::string>& options, const std::string& home = "") {
@@ -71,9 +71,7 @@ private:
     support::TempDir build_;
 };
 
-} // namespace
-
-TEST_F(DdsChoice, UnknownValueIsAnError) {
+TEST_F(dds_choice, UnknownValueIsAnError) {
     for (const char* value : {"BOGUS", "auto", "ON", ""}) {
         const Ran ran = configure({std::string("-DTAVO_DDS=") + value});
         EXPECT_NE(0, ran.status) << value;
@@ -82,7 +80,7 @@ TEST_F(DdsChoice, UnknownValueIsAnError) {
     }
 }
 
-TEST_F(DdsChoice, AutoPrefersOpenSpliceAndItsInterfaceIsEnough) {
+TEST_F(dds_choice, AutoPrefersOpenSpliceAndItsInterfaceIsEnough) {
     const OpenSplice vendor;
     const Ran ran = configure({}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
@@ -91,7 +89,7 @@ TEST_F(DdsChoice, AutoPrefersOpenSpliceAndItsInterfaceIsEnough) {
     EXPECT_EQ(0, built.status) << built.out << built.err;
 }
 
-TEST_F(DdsChoice, AutoTakesCycloneWithoutOpenSplice) {
+TEST_F(dds_choice, AutoTakesCycloneWithoutOpenSplice) {
     const Ran ran = configure({});
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseCyclone, chosen());
@@ -99,14 +97,14 @@ TEST_F(DdsChoice, AutoTakesCycloneWithoutOpenSplice) {
     EXPECT_EQ(0, built.status) << built.out << built.err;
 }
 
-TEST_F(DdsChoice, AutoWithoutAnyLeavesTheClassOutAndNamesThePackage) {
+TEST_F(dds_choice, AutoWithoutAnyLeavesTheClassOutAndNamesThePackage) {
     const Ran ran = configure({kWithoutCyclone});
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseNone, chosen());
     EXPECT_THAT(ran.out + ran.err, HasSubstr("cyclonedds-dev"));
 }
 
-TEST_F(DdsChoice, OffLeavesTheClassOutSilentlyEvenWithAProvider) {
+TEST_F(dds_choice, OffLeavesTheClassOutSilentlyEvenWithAProvider) {
     const OpenSplice vendor;
     const Ran ran = configure({"-DTAVO_DDS=OFF"}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
@@ -114,41 +112,43 @@ TEST_F(DdsChoice, OffLeavesTheClassOutSilentlyEvenWithAProvider) {
     EXPECT_THAT(ran.out + ran.err, Not(HasSubstr("cyclonedds-dev")));
 }
 
-TEST_F(DdsChoice, CycloneIsTakenWhenAskedForAlthoughOpenSpliceIsThere) {
+TEST_F(dds_choice, CycloneIsTakenWhenAskedForAlthoughOpenSpliceIsThere) {
     const OpenSplice vendor;
     const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS"}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseCyclone, chosen());
 }
 
-TEST_F(DdsChoice, CycloneAskedForButMissingIsAnErrorThatNamesThePackage) {
+TEST_F(dds_choice, CycloneAskedForButMissingIsAnErrorThatNamesThePackage) {
     const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS", kWithoutCyclone});
     EXPECT_NE(0, ran.status);
     EXPECT_THAT(ran.err, HasSubstr("cyclonedds-dev"));
 }
 
-TEST_F(DdsChoice, OpenSpliceIsFoundByACMakeVariableToo) {
+TEST_F(dds_choice, OpenSpliceIsFoundByACMakeVariableToo) {
     const OpenSplice vendor;
     const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE", "-DOSPL_HOME=" + vendor.home()});
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseOpenSplice, chosen());
 }
 
-TEST_F(DdsChoice, OpenSpliceAskedForButMissingIsAnErrorThatNamesTheVariable) {
+TEST_F(dds_choice, OpenSpliceAskedForButMissingIsAnErrorThatNamesTheVariable) {
     const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE"});
     EXPECT_NE(0, ran.status);
     EXPECT_THAT(ran.err, HasSubstr("OSPL_HOME"));
 }
 
-TEST_F(DdsChoice, OpenSpliceWithoutALibraryDoesNotCount) {
+TEST_F(dds_choice, OpenSpliceWithoutALibraryDoesNotCount) {
     const OpenSplice vendor;
     ASSERT_EQ(0, remove(vendor.pathOf("dcpssacpp").c_str()));
     EXPECT_NE(0, configure({"-DTAVO_DDS=OPENSPLICE"}, vendor.home()).status);
 }
 
-TEST_F(DdsChoice, SwitchingFromOpenSpliceToCycloneInOneBuildTreeWorks) {
+TEST_F(dds_choice, SwitchingFromOpenSpliceToCycloneInOneBuildTreeWorks) {
     const OpenSplice vendor;
     ASSERT_EQ(0, configure({"-DTAVO_DDS=OPENSPLICE"}, vendor.home()).status);
     ASSERT_EQ(0, configure({"-DTAVO_DDS=CYCLONEDDS"}, vendor.home()).status);
     EXPECT_EQ(kChoseCyclone, chosen());
 }
+
+} // namespace

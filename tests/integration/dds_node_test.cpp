@@ -11,11 +11,11 @@
 
 #include <gtest/gtest.h>
 
+namespace {
+
 using support::DdsPeer;
 using support::Ran;
 using support::RunningProgram;
-
-namespace {
 
 const char kTryHelp[] = "Try 'dds_node --help' for more information.\n";
 
@@ -41,13 +41,11 @@ void expectCleanEndOn(int signal, const std::string& role, const std::string& pa
     peer.expectDeparture(id);
 }
 
-} // namespace
+TEST(dds_node, ServerJoinsAndLeavesOnSigterm) { expectCleanEndOn(SIGTERM, "server", "isServer"); }
 
-TEST(DdsNode, ServerJoinsAndLeavesOnSigterm) { expectCleanEndOn(SIGTERM, "server", "isServer"); }
+TEST(dds_node, ClientJoinsAndLeavesOnSigint) { expectCleanEndOn(SIGINT, "client", "isClient"); }
 
-TEST(DdsNode, ClientJoinsAndLeavesOnSigint) { expectCleanEndOn(SIGINT, "client", "isClient"); }
-
-TEST(DdsNode, LocalOptionJoinsTheDomainGivenWhateverTheEnvironmentSays) {
+TEST(dds_node, LocalOptionJoinsTheDomainGivenWhateverTheEnvironmentSays) {
     const support::OwnDomain domain;
     DdsPeer peer;
     RunningProgram node({TAVO_DDS_NODE, "--local", std::to_string(domain.id()), "server"},
@@ -57,7 +55,7 @@ TEST(DdsNode, LocalOptionJoinsTheDomainGivenWhateverTheEnvironmentSays) {
     EXPECT_EQ(0, node.wait().status);
 }
 
-TEST(DdsNode, FailedStartIsReportedWithStatusOne) {
+TEST(dds_node, FailedStartIsReportedWithStatusOne) {
     support::OwnDomain domain;
     domain.useInterface("nosuchif0");
     const Ran ran = support::runProgram({TAVO_DDS_NODE, "server"});
@@ -68,7 +66,7 @@ TEST(DdsNode, FailedStartIsReportedWithStatusOne) {
     EXPECT_EQ(end, ran.err.substr(ran.err.size() - end.size()));
 }
 
-TEST(DdsNode, WrongUseIsStatusTwo) {
+TEST(dds_node, WrongUseIsStatusTwo) {
     expectUsageError({}, "one role is needed: client or server");
     expectUsageError({"client", "server"}, "one role is needed: client or server");
     expectUsageError({"broker"}, "the role is neither client nor server");
@@ -78,9 +76,11 @@ TEST(DdsNode, WrongUseIsStatusTwo) {
                          "the DOMAIN is not a number from 0 to 230");
 }
 
-TEST(DdsNode, HelpIsPrintedWithStatusZero) {
+TEST(dds_node, HelpIsPrintedWithStatusZero) {
     const Ran ran = support::runProgram({TAVO_DDS_NODE, "--help"});
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("Usage: dds_node ", ran.out.substr(0, 16));
     EXPECT_EQ("", ran.err);
 }
+
+} // namespace

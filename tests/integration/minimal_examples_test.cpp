@@ -60,8 +60,6 @@ void waitForServer() {
     ASSERT_TRUE(eventually([] { return exists(kServer); }));
 }
 
-} // namespace
-
 TEST(MinimalJson, BuildsAndWalksADocument) {
     EXPECT_EQ(R"({ "name": "gateway-7", "uptime": 3600, "load": 0.25, )"
               R"("ports": [ "eth0", "wwan0" ], "modem": { "operator": "Example" } })"
@@ -217,3 +215,5 @@ TEST(MinimalLineChannel, EchoesCommandsUntilStop) {
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("hello\nunknown command\nstop\n", ran.out);
 }
+
+} // namespace

@@ -77,7 +77,7 @@ std::string digestByOpenssl(const std::string& text, std::size_t digits) {
 
 unsigned char* bytesOf(std::string& text) { return reinterpret_cast<unsigned char*>(&text[0]); }
 
-class openssl_peer : public testing::Test {
+class NQ_Base64_openssl : public testing::Test {
 protected:
     void SetUp() override {
         if (runProgram({"sh", "-c", "command -v openssl"}).status != 0)
@@ -85,9 +85,9 @@ protected:
     }
 };
 
-class openssl_peer_cipher : public openssl_peer {
+class NQ_Crypto_openssl : public NQ_Base64_openssl {
 protected:
-    openssl_peer_cipher() {
+    NQ_Crypto_openssl() {
         std::vector<std::string> parts = {"serial ABC123", "agent"};
         crypto.init(parts);
     }
@@ -117,7 +117,7 @@ protected:
     NQ_Crypto crypto;
 };
 
-TEST_F(openssl_peer_cipher, WhatOneEncryptsTheOtherDecrypts) {
+TEST_F(NQ_Crypto_openssl, WhatOneEncryptsTheOtherDecrypts) {
     const std::vector<std::string> plain = samples();
     std::vector<std::string> ours;
     for (const std::string& sample : plain)
@@ -131,7 +131,7 @@ TEST_F(openssl_peer_cipher, WhatOneEncryptsTheOtherDecrypts) {
     }
 }
 
-TEST_F(openssl_peer, WhatOneEncodesTheOtherDecodes) {
+TEST_F(NQ_Base64_openssl, WhatOneEncodesTheOtherDecodes) {
     const std::vector<std::string> plain = samples();
     std::vector<std::string> ours;
     for (const std::string& sample : plain)

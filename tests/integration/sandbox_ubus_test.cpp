@@ -10,7 +10,10 @@
 
 namespace {
 
+using support::kNetwork;
+using support::kUsageLine;
 using support::Ran;
+using support::SandboxUbus;
 using testing::HasSubstr;
 using testing::StartsWith;
 

@@ -22,9 +22,11 @@ using support::Ran;
 using testing::HasSubstr;
 using testing::StartsWith;
 
+using SandboxUci = support::SandboxUbus;
+
 // --- uci -----------------------------------------------------------------------------------------
 
-TEST_F(SandboxUbus, CommitWithoutAPendingChangeDoesNotTouchTheFile) {
+TEST_F(SandboxUci, CommitWithoutAPendingChangeDoesNotTouchTheFile) {
     provide("network", "config   interface lan # kept as it is\n");
     struct stat before {};
     ASSERT_EQ(0, stat((config() + "/network").c_str(), &before));
@@ -36,7 +38,7 @@ TEST_F(SandboxUbus, CommitWithoutAPendingChangeDoesNotTouchTheFile) {
     EXPECT_EQ("config   interface lan # kept as it is\n", network());
 }
 
-TEST_F(SandboxUbus, CommitKeepsTheFilesModeAndLeavesNothingElse) {
+TEST_F(SandboxUci, CommitKeepsTheFilesModeAndLeavesNothingElse) {
     ASSERT_EQ(0, chmod((config() + "/network").c_str(), 0600));
     expectSilent(call("set", R"({"config":"network","section":"lan","values":{"a":"b"}})"));
     committed();
@@ -47,7 +49,7 @@ TEST_F(SandboxUbus, CommitKeepsTheFilesModeAndLeavesNothingElse) {
     EXPECT_EQ("", support::readFile(directory_ / "pending/network"));
 }
 
-TEST_F(SandboxUbus, CommitWithoutANameWritesEveryPackage) {
+TEST_F(SandboxUci, CommitWithoutANameWritesEveryPackage) {
     provide("other", "config a 'x'\n");
     expectSilent(call("set", R"({"config":"network","section":"lan","values":{"a":"b"}})"));
     expectSilent(call("set", R"({"config":"other","section":"x","values":{"a":"b"}})"));
@@ -57,7 +59,7 @@ TEST_F(SandboxUbus, CommitWithoutANameWritesEveryPackage) {
     EXPECT_EQ("", uci({"changes"}).out);
 }
 
-TEST_F(SandboxUbus, CommitOfOnePackageLeavesTheOthersPending) {
+TEST_F(SandboxUci, CommitOfOnePackageLeavesTheOthersPending) {
     provide("other", "config a 'x'\n");
     expectSilent(call("set", R"({"config":"other","section":"x","values":{"a":"b"}})"));
     expectSilent(uci({"commit", "network"}));
@@ -65,7 +67,7 @@ TEST_F(SandboxUbus, CommitOfOnePackageLeavesTheOthersPending) {
     EXPECT_EQ("other.x.a='b'\n", uci({"changes"}).out);
 }
 
-TEST_F(SandboxUbus, CommitOfAMissingPackageIsAnError) {
+TEST_F(SandboxUci, CommitOfAMissingPackageIsAnError) {
     const Ran ran = uci({"commit", "nopkg"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("", ran.out);
@@ -73,14 +75,14 @@ TEST_F(SandboxUbus, CommitOfAMissingPackageIsAnError) {
     EXPECT_EQ("", uci({"-q", "commit", "nopkg"}).err);
 }
 
-TEST_F(SandboxUbus, CommitWritesAQuoteBetweenQuotesAndReadsItBack) {
+TEST_F(SandboxUci, CommitWritesAQuoteBetweenQuotesAndReadsItBack) {
     expectSilent(
         call("set", R"({"config":"network","section":"lan","values":{"a":"it's\n'two'"}})"));
     EXPECT_THAT(committed(), HasSubstr("\toption a 'it'\\''s\n'\\''two'\\'''\n"));
     EXPECT_EQ("it's\n'two'\n", uci({"get", "network.lan.a"}).out);
 }
 
-TEST_F(SandboxUbus, ShowGetAndChangesPrintTheUsualForms) {
+TEST_F(SandboxUci, ShowGetAndChangesPrintTheUsualForms) {
     EXPECT_EQ("network.lan=interface\n"
               "network.lan.device='br-lan'\n"
               "network.lan.gateway='10.0.0.1'\n"
@@ -107,7 +109,7 @@ TEST_F(SandboxUbus, ShowGetAndChangesPrintTheUsualForms) {
               uci({"changes"}).out);
 }
 
-TEST_F(SandboxUbus, UnknownUciCommandIsAnsweredWithTheUsage) {
+TEST_F(SandboxUci, UnknownUciCommandIsAnsweredWithTheUsage) {
     const std::vector<std::pair<std::vector<std::string>, int>> calls = {
         {{}, 0},
         {{"help"}, 0},
@@ -124,7 +126,7 @@ TEST_F(SandboxUbus, UnknownUciCommandIsAnsweredWithTheUsage) {
     }
 }
 
-TEST_F(SandboxUbus, SimultaneousChangesAreAllKept) {
+TEST_F(SandboxUci, SimultaneousChangesAreAllKept) {
     std::vector<std::unique_ptr<support::RunningProgram>> writers;
     for (int i = 0; i < 12; ++i)
         writers.push_back(std::make_unique<support::RunningProgram>(
@@ -139,7 +141,7 @@ TEST_F(SandboxUbus, SimultaneousChangesAreAllKept) {
         EXPECT_THAT(text, HasSubstr("\toption o" + std::to_string(i) + " 'v'\n"));
 }
 
-TEST_F(SandboxUbus, ReadersWaitForACommitToBeDone) {
+TEST_F(SandboxUci, ReadersWaitForACommitToBeDone) {
     const std::vector<std::vector<std::string>> readers = {
         {"ubus", "call", "uci", "get", R"({"config":"network"})"},
         {"uci", "show"},
@@ -160,7 +162,7 @@ TEST_F(SandboxUbus, ReadersWaitForACommitToBeDone) {
 
 // --- reading -------------------------------------------------------------------------------------
 
-TEST_F(SandboxUbus, ReaderTakesEveryWayOfQuoting) {
+TEST_F(SandboxUci, ReaderTakesEveryWayOfQuoting) {
     provide("forms", "package forms\n"
                      "# a comment\n"
                      "config interface lan # another\n"
@@ -188,7 +190,7 @@ TEST_F(SandboxUbus, ReaderTakesEveryWayOfQuoting) {
               uci({"show", "forms"}).out);
 }
 
-TEST_F(SandboxUbus, ReaderMakesAListOfAnOptionThatIsAlsoListed) {
+TEST_F(SandboxUci, ReaderMakesAListOfAnOptionThatIsAlsoListed) {
     provide("mixed", "config a 'x'\n\toption k '1'\n\tlist k '2'\n\tlist l ''\n\tlist l '3'\n"
                      "\toption l '4'\n");
     EXPECT_EQ("{\n\t\"value\": [\n\t\t\"1\",\n\t\t\"2\"\n\t]\n}\n",
@@ -196,7 +198,7 @@ TEST_F(SandboxUbus, ReaderMakesAListOfAnOptionThatIsAlsoListed) {
     EXPECT_EQ("mixed.x.l='4'\n", uci({"show", "mixed.x.l"}).out);
 }
 
-TEST_F(SandboxUbus, ReaderMergesASectionThatBearsAGeneratedName) {
+TEST_F(SandboxUci, ReaderMergesASectionThatBearsAGeneratedName) {
     provide("one", "config route\n");
     const std::string show = uci({"-X", "show", "one"}).out;
     const std::string name = show.substr(4, 9);
@@ -205,7 +207,7 @@ TEST_F(SandboxUbus, ReaderMergesASectionThatBearsAGeneratedName) {
     EXPECT_EQ("one.@route[0]=route\none.@route[0].k='v'\n", uci({"show", "one"}).out);
 }
 
-TEST_F(SandboxUbus, ReaderMergesSectionsOfOneName) {
+TEST_F(SandboxUci, ReaderMergesSectionsOfOneName) {
     provide("twice", "config a 'x'\n\toption k '1'\n\toption l '1'\n\tlist m '1'\n"
                      "config b 'y'\n"
                      "config a 'x'\n\toption k '2'\n\tlist m '2'\n\toption n '3'\n");
@@ -218,7 +220,7 @@ TEST_F(SandboxUbus, ReaderMergesSectionsOfOneName) {
               uci({"show", "twice"}).out);
 }
 
-TEST_F(SandboxUbus, ReaderSaysWhereAFileIsBroken) {
+TEST_F(SandboxUci, ReaderSaysWhereAFileIsBroken) {
     const std::vector<std::pair<std::string, std::string>> files = {
         {"config a 'x'\nfrob\n", "invalid command) at line 2, byte 0"},
         {"config a 'x'\n  frob k v\n", "invalid command) at line 2, byte 2"},

@@ -38,9 +38,9 @@ bool holds(const std::string& text, const std::string& part) {
 }
 
 /// The recipe that ends the loop of a socket server; the test holds a pipe to its standard input.
-class EndOfALoop : public testing::Test {
+class RecipeEndSocketLoop : public testing::Test {
 protected:
-    EndOfALoop() : pipe_(directory_ / "pipe") {
+    RecipeEndSocketLoop() : pipe_(directory_ / "pipe") {
         mkfifo(pipe_.c_str(), 0600);
         running_ = std::make_unique<RunningProgram>(std::vector<std::string>{
             "sh", "-c", "exec \"$0\" <\"$1\"", program("end_socket_loop"), pipe_});
@@ -65,8 +65,6 @@ private:
     std::ofstream input_;
 };
 
-} // namespace
-
 TEST(RecipeEndCleanly, EndsOnSigtermAfterItsWorkAndStartsProgramsWithoutBlockedSignals) {
     const TempDir directory;
     RunningProgram running({program("end_cleanly"), directory.path()});
@@ -85,12 +83,12 @@ TEST(RecipeEndCleanly, EndsOnSigtermAfterItsWorkAndStartsProgramsWithoutBlockedS
     EXPECT_THAT(ran.out, EndsWith("ended\n"));
 }
 
-TEST_F(EndOfALoop, EndsWhileNoClientIsThere) {
+TEST_F(RecipeEndSocketLoop, EndsWhileNoClientIsThere) {
     ASSERT_TRUE(prints("Waiting for a connection..."));
     EXPECT_EQ(0, statusAfterALine());
 }
 
-TEST_F(EndOfALoop, EndsWhileASilentClientIsConnected) {
+TEST_F(RecipeEndSocketLoop, EndsWhileASilentClientIsConnected) {
     ASSERT_TRUE(prints("Waiting for a connection..."));
     const int client = file_.connect();
     ASSERT_NE(-1, client);
@@ -138,3 +136,5 @@ TEST(RecipeLineChannel, AnswersItsCommandsAndEndsOnQuit) {
     EXPECT_THAT(ran.out, EndsWith("\nquit\n"));
     EXPECT_EQ(5, std::count(ran.out.begin(), ran.out.end(), '\n')); // "quit" has no answer
 }
+
+} // namespace

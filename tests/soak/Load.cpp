@@ -13,6 +13,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using support::AgentInSandbox;
+using support::Client;
 
 /// Method and parameters of one of the mixed requests.
 struct Kind {

@@ -63,15 +63,15 @@ private:
 bool readResponse(const std::string& text, int& id, int& code);
 
 /// Sends a request that changes nothing, and waits for its response.
-void sendSimple(const AgentInSandbox& agent, Tally& tally);
+void sendSimple(const support::AgentInSandbox& agent, Tally& tally);
 
 /// Sends one request of each kind.
-void sendEachKind(const AgentInSandbox& agent, Tally& tally);
+void sendEachKind(const support::AgentInSandbox& agent, Tally& tally);
 
 /// The clients: threads that run until the object is destroyed.
 class Load {
 public:
-    Load(const AgentInSandbox& agent, Tally& tally);
+    Load(const support::AgentInSandbox& agent, Tally& tally);
     ~Load();
     Load(const Load&) = delete;
     Load& operator=(const Load&) = delete;
@@ -79,7 +79,7 @@ public:
 private:
     void start(const std::function<void()>& action);
     void pause(std::chrono::milliseconds time);
-    std::unique_ptr<Client> connected();
+    std::unique_ptr<support::Client> connected();
     void sendRequests(unsigned seed);
     void breakOff();
     void staySilent();

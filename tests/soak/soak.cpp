@@ -30,6 +30,7 @@
 
 namespace {
 
+using support::AgentInSandbox;
 using Clock = std::chrono::steady_clock;
 using soak::Tally;
 using std::chrono::milliseconds;

@@ -3,7 +3,8 @@
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 #include "HeldThreads.h"
-#include "ScriptedInotify.h"
+#include "Interposed.h"
+#include "LoopPasses.h"
 #include "TempDir.h"
 #include "Threads.h"
 #include "Waiting.h"
@@ -34,37 +35,17 @@ namespace {
 
 using std::chrono::steady_clock;
 using support::eventually;
+using support::HeldThreads;
+using support::interposedPoll;
+using support::LoopPasses;
 using support::openDescriptors;
 using support::openedSince;
+using support::Stub;
 using support::TempDir;
 using support::writeFile;
 using testing::IsEmpty;
 
 static_assert(!std::is_polymorphic<AsyncWatcherRunner>::value, "it has no virtual operation");
-
-/// Counts the iterations of the loop and shortens its wait, so that stopping does not take 500 ms.
-class ShortPasses {
-public:
-    ShortPasses() {
-        calls_.poll = [this](pollfd* polled, nfds_t count, int) {
-            ++passes_;
-            return kernelPoll(polled, count, 5);
-        };
-    }
-
-    /// Waits until the loop begins `more` further iterations. A stop after that takes effect.
-    bool waitForPasses(int more = 1) {
-        const int target = passes_ + more;
-        return eventually([&] { return passes_ >= target; });
-    }
-
-    int passes() const { return passes_; }
-
-private:
-    InotifyCalls calls_;
-    std::atomic<int> passes_{0};
-    ScriptedInotify scripted_{calls_};
-};
 
 /// What the callbacks received on the runner's thread.
 struct Arrivals {
@@ -106,8 +87,6 @@ protected:
     AsyncWatcherRunner runner;
 };
 
-} // namespace
-
 TEST_F(AsyncWatcherRunnerTest, IsIdleAtFirst) {
     HeldThreads threads;
     EXPECT_FALSE(runner.isRunning());
@@ -124,7 +103,7 @@ TEST_F(AsyncWatcherRunnerTest, StopWithoutAStartDoesNothing) {
 }
 
 TEST_F(AsyncWatcherRunnerTest, CallsBackOnASeparateThread) {
-    ShortPasses loop;
+    LoopPasses loop;
     watchDirectory();
     runner.startWatcher();
     EXPECT_TRUE(runner.isRunning());
@@ -139,26 +118,26 @@ TEST_F(AsyncWatcherRunnerTest, CallsBackOnASeparateThread) {
 
 TEST_F(AsyncWatcherRunnerTest, SecondStartMakesNoSecondThread) {
     HeldThreads threads;
-    ShortPasses loop;
+    LoopPasses loop;
     watchDirectory();
     runner.startWatcher();
     runner.startWatcher();
     EXPECT_TRUE(runner.isRunning());
     EXPECT_EQ(1, threads.made());
-    ASSERT_TRUE(loop.waitForPasses());
+    ASSERT_TRUE(loop.wait());
     runner.stopWatcher();
     EXPECT_EQ(1, threads.made());
 }
 
 TEST_F(AsyncWatcherRunnerTest, CanBeStartedAndStoppedAgain) {
     HeldThreads threads;
-    ShortPasses loop;
+    LoopPasses loop;
     watchDirectory();
     for (int round = 1; round <= 3; ++round) {
         runner.startWatcher();
         EXPECT_TRUE(runner.isRunning());
         EXPECT_EQ(round, threads.made());
-        ASSERT_TRUE(loop.waitForPasses());
+        ASSERT_TRUE(loop.wait());
         writeFile(directory / "f" + std::to_string(round), "");
         EXPECT_TRUE(arrivals.reach(static_cast<std::size_t>(round)));
         runner.stopWatcher();
@@ -166,27 +145,27 @@ TEST_F(AsyncWatcherRunnerTest, CanBeStartedAndStoppedAgain) {
         runner.stopWatcher(); // idle already: does nothing
     }
     EXPECT_EQ(3, threads.made());
-    const int passes = loop.passes();
+    const int passes = loop.count();
     writeFile(directory / "late", "");
-    EXPECT_EQ(passes, loop.passes());
+    EXPECT_EQ(passes, loop.count());
     EXPECT_EQ(3u, arrivals.count());
 }
 
 TEST_F(AsyncWatcherRunnerTest, IsRunningBeforeTheThreadReachesItsLoop) {
     HeldThreads threads;
-    ShortPasses loop;
+    LoopPasses loop;
     threads.hold();
     runner.startWatcher();
     EXPECT_TRUE(runner.isRunning());
-    EXPECT_EQ(0, loop.passes());
+    EXPECT_EQ(0, loop.count());
     threads.release();
-    ASSERT_TRUE(loop.waitForPasses());
+    ASSERT_TRUE(loop.wait());
     runner.stopWatcher();
 }
 
 TEST_F(AsyncWatcherRunnerTest, StopBeforeTheThreadReachesItsLoopIsLost) {
     HeldThreads threads;
-    ShortPasses loop;
+    LoopPasses loop;
     std::promise<void> started;
     std::atomic<bool> returned{false};
     std::thread owner([&] {
@@ -199,7 +178,7 @@ TEST_F(AsyncWatcherRunnerTest, StopBeforeTheThreadReachesItsLoopIsLost) {
     started.set_value();
     EXPECT_TRUE(threads.joinsReach(1)); // the stop flag is set, and the owner waits
     threads.release();
-    EXPECT_TRUE(loop.waitForPasses(20)); // the loop has cleared the flag on entry
+    EXPECT_TRUE(loop.wait(20)); // the loop has cleared the flag on entry
     EXPECT_FALSE(returned);
     runner.watcher().stop();
     owner.join();
@@ -209,7 +188,7 @@ TEST_F(AsyncWatcherRunnerTest, StopBeforeTheThreadReachesItsLoopIsLost) {
 
 TEST_F(AsyncWatcherRunnerTest, ThreadThatCannotBeMadeIsAnErrorAndLeavesTheRunnerIdle) {
     HeldThreads threads;
-    ShortPasses loop;
+    LoopPasses loop;
     threads.refuse(true);
     try {
         runner.startWatcher();
@@ -222,12 +201,12 @@ TEST_F(AsyncWatcherRunnerTest, ThreadThatCannotBeMadeIsAnErrorAndLeavesTheRunner
     threads.refuse(false);
     runner.startWatcher();
     EXPECT_TRUE(runner.isRunning());
-    ASSERT_TRUE(loop.waitForPasses());
+    ASSERT_TRUE(loop.wait());
     runner.stopWatcher();
 }
 
 TEST_F(AsyncWatcherRunnerTest, StopWaitsForTheCallbackInProgress) {
-    ShortPasses loop;
+    LoopPasses loop;
     std::mutex guard;
     std::condition_variable changed;
     bool inCallback = false;
@@ -265,12 +244,10 @@ TEST_F(AsyncWatcherRunnerTest, StopWaitsForTheCallbackInProgress) {
 
 TEST_F(AsyncWatcherRunnerTest, StopTakesOnePassOfHalfASecondAtMost) {
     std::atomic<int> passes{0};
-    InotifyCalls calls;
-    calls.poll = [&](pollfd* polled, nfds_t count, int timeout) {
+    const Stub polling(interposedPoll, [&](pollfd* polled, nfds_t count, int timeout) {
         ++passes;
-        return kernelPoll(polled, count, timeout);
-    };
-    const ScriptedInotify scripted(calls);
+        return interposedPoll.real(polled, count, timeout);
+    });
     runner.startWatcher();
     ASSERT_TRUE(eventually([&] { return passes > 0; }));
     const auto start = steady_clock::now();
@@ -285,10 +262,10 @@ TEST_F(AsyncWatcherRunnerTest, BurstOfTenThousandWhileTheLoopRunsLosesNothing) {
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
     if (limit < kEvents)
         GTEST_SKIP() << "this machine queues only " << limit << " events";
-    ShortPasses loop;
+    LoopPasses loop;
     watchDirectory();
     runner.startWatcher();
-    ASSERT_TRUE(loop.waitForPasses());
+    ASSERT_TRUE(loop.wait());
     std::vector<std::string> expected;
     for (int i = 0; i < kEvents / 2; ++i) {
         const std::string name = "f" + std::to_string(i);
@@ -305,7 +282,7 @@ TEST_F(AsyncWatcherRunnerTest, BurstOfTenThousandWhileTheLoopRunsLosesNothing) {
 }
 
 TEST_F(AsyncWatcherRunnerTest, LeavesNoDescriptorAndNoThread) {
-    ShortPasses loop;
+    LoopPasses loop;
     const std::size_t threads = support::threadsAfterAFirst();
     const std::set<int> before = openDescriptors();
     {
@@ -313,7 +290,7 @@ TEST_F(AsyncWatcherRunnerTest, LeavesNoDescriptorAndNoThread) {
         own.watcher().attachWatcher(
             Watcher(directory.path(), IN_CREATE, Arrivals::note, &arrivals));
         own.startWatcher();
-        ASSERT_TRUE(loop.waitForPasses());
+        ASSERT_TRUE(loop.wait());
         EXPECT_EQ(threads + 1, support::threadsOfThisProcess());
         own.stopWatcher();
     }
@@ -330,3 +307,5 @@ TEST(AsyncWatcherRunnerDeathTest, DestroyingARunningRunnerEndsTheProcess) {
         testing::KilledBySignal(SIGABRT),
         "terminate called without an active exception|abi: terminating"); // libstdc++, libc++
 }
+
+} // namespace

@@ -1,11 +1,11 @@
-// FileSystemWatcher's system calls, and its reactions to their results, with a simulated kernel.
-// They show the order of calls, results that a test cannot get from a real kernel, and chosen watch
-// numbers. FileSystemWatcher_test.cpp tests with the real kernel.
+// The order of FileSystemWatcher's system calls, and its reactions to errors that the real kernel
+// does not produce on request.
 
 #include <kvr/api/FileSystemWatcher.h>
 
 #include "CapturedOutput.h"
-#include "PlayedKernel.h"
+#include "FakeInotify.h"
+#include "FileSystemWatcherScene.h"
 
 #include <cerrno>
 #include <cstring>
@@ -21,44 +21,45 @@ namespace {
 
 using support::CapturedOutput;
 using support::errorsOf;
+using support::FakeInotify;
 using support::printedBy;
+using support::record;
+using support::RecordedEvents;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-} // namespace
-
-TEST(FileSystemWatcherCalls, MakesAndClosesOneInstance) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, MakesAndClosesOneInstance) {
+    FakeInotify kernel;
     { FileSystemWatcher watcher; }
     EXPECT_THAT(kernel.calls(), ElementsAre("init = 1000", "close 1000"));
 }
 
-TEST(FileSystemWatcherCalls, RemovesEveryWatchInListOrderWhenDestroyed) {
-    PlayedKernel kernel;
-    Recorder recorder;
+TEST(FileSystemWatcher_calls, RemovesEveryWatchInListOrderWhenDestroyed) {
+    FakeInotify kernel;
+    RecordedEvents events;
     {
         FileSystemWatcher watcher;
         for (const char* path : {"/a", "/b", "/a"})
-            watcher.attachWatcher(recorder.of(path));
+            watcher.attachWatcher(events.of(path));
         (void)kernel.calls();
     }
     EXPECT_THAT(kernel.calls(),
                 ElementsAre("remove 1000 1", "remove 1000 2", "remove 1000 1", "close 1000"));
 }
 
-TEST(FileSystemWatcherCalls, PassesPathAndMaskUnchanged) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, PassesPathAndMaskUnchanged) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
+    RecordedEvents events;
     (void)kernel.calls();
-    watcher.attachWatcher(Watcher("rel/../path//", 0xf2345678u, Recorder::note, &recorder));
-    watcher.attachWatcher(Watcher("", 0, Recorder::note, &recorder));
+    watcher.attachWatcher(Watcher("rel/../path//", 0xf2345678u, RecordedEvents::note, &events));
+    watcher.attachWatcher(Watcher("", 0, RecordedEvents::note, &events));
     EXPECT_THAT(kernel.calls(),
                 ElementsAre("add 1000 rel/../path// f2345678 = 1", "add 1000  0 = 2"));
 }
 
-TEST(FileSystemWatcherCalls, FailingInstanceIsReportedOnStandardErrorOnly) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, FailingInstanceIsReportedOnStandardErrorOnly) {
+    FakeInotify kernel;
     kernel.initFails = true;
     std::string printed;
     const std::string errors =
@@ -68,60 +69,60 @@ TEST(FileSystemWatcherCalls, FailingInstanceIsReportedOnStandardErrorOnly) {
     EXPECT_THAT(kernel.calls(), ElementsAre("init = -1", "close -1"));
 }
 
-TEST(FileSystemWatcherCalls, WithoutAnInstanceNothingAttachesAndTheLoopWaits) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, WithoutAnInstanceNothingAttachesAndTheLoopWaits) {
+    FakeInotify kernel;
     kernel.initFails = true;
     std::unique_ptr<FileSystemWatcher> watcher;
     (void)errorsOf([&] { watcher = std::make_unique<FileSystemWatcher>(); });
-    Recorder recorder;
+    RecordedEvents events;
     EXPECT_EQ(std::string("Couldn't add watch to /a ERROR: ") + std::strerror(EBADF) + "\n",
-              printedBy([&] { watcher->attachWatcher(recorder.of("/a")); }));
+              printedBy([&] { watcher->attachWatcher(events.of("/a")); }));
     EXPECT_FALSE(watcher->watcherExists("/a"));
     (void)kernel.calls();
-    kernel.pollAnswers = {0, 0};
+    kernel.pollResults = {0, 0};
     EXPECT_EQ("", printedBy([&] { kernel.serve(*watcher); }));
     EXPECT_THAT(kernel.calls(), ElementsAre("poll -1 events 1 count 1 timeout 500",
                                             "poll -1 events 1 count 1 timeout 500"));
 }
 
-TEST(FileSystemWatcherCalls, RefusedWatchIsPrintedAndNotListed) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, RefusedWatchIsPrintedAndNotListed) {
+    FakeInotify kernel;
     kernel.numbers = {{"/full", -1}};
     kernel.addError = ENOSPC;
     FileSystemWatcher watcher;
-    Recorder recorder;
+    RecordedEvents events;
     (void)kernel.calls();
     EXPECT_EQ("Couldn't add watch to /full ERROR: No space left on device\n",
-              printedBy([&] { watcher.attachWatcher(recorder.of("/full")); }));
+              printedBy([&] { watcher.attachWatcher(events.of("/full")); }));
     EXPECT_FALSE(watcher.watcherExists("/full"));
     watcher.resetState(); // would add the watch again
     EXPECT_THAT(kernel.calls(),
                 ElementsAre("add 1000 /full 300 = -1", "close 1000", "init = 1001"));
 }
 
-TEST(FileSystemWatcherCalls, PollsItsInstanceForHalfASecondPerPass) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, PollsItsInstanceForHalfASecondPerPass) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
     (void)kernel.calls();
-    kernel.pollAnswers = {0};
+    kernel.pollResults = {0};
     kernel.serve(watcher);
     static_assert(POLLIN == 1, "the line below holds its number");
     EXPECT_THAT(kernel.calls(), ElementsAre("poll 1000 events 1 count 1 timeout 500"));
 }
 
-TEST(FileSystemWatcherCalls, IdleAndInterruptedPollsAreNoEvents) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, IdleAndInterruptedPollsAreNoEvents) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
     (void)kernel.calls();
-    kernel.pollAnswers = {0, -1, 0};
+    kernel.pollResults = {0, -1, 0};
     EXPECT_EQ("", printedBy([&] { kernel.serve(watcher); }));
     EXPECT_THAT(kernel.calls(), ElementsAre("poll 1000 events 1 count 1 timeout 500",
                                             "poll 1000 events 1 count 1 timeout 500",
                                             "poll 1000 events 1 count 1 timeout 500"));
 }
 
-TEST(FileSystemWatcherCalls, FlagThatIsSetAlreadyMakesNoPass) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, FlagThatIsSetAlreadyMakesNoPass) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
     (void)kernel.calls();
     bool stop = true;
@@ -129,48 +130,28 @@ TEST(FileSystemWatcherCalls, FlagThatIsSetAlreadyMakesNoPass) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST(FileSystemWatcherCalls, EarlierStopIsForgottenByRun) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, FailedReadIsPrintedAndTheLoopContinues) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    recorder.action = [&](const std::string&) { watcher.stop(); };
-    watcher.attachWatcher(recorder.of("/a"));
-    for (int run = 0; run < 2; ++run) {
-        watcher.stop();
-        kernel.pollAnswers = {0, 0, 1};
-        kernel.reads.push_back(record(1, IN_CREATE, "x"));
-        (void)kernel.calls();
-        watcher.run(); // ends because the callback stops it
-        EXPECT_THAT(kernel.calls(),
-                    ElementsAre("poll 1000 events 1 count 1 timeout 500",
-                                "poll 1000 events 1 count 1 timeout 500",
-                                "poll 1000 events 1 count 1 timeout 500", "read 1000 4600"));
-    }
-    EXPECT_THAT(recorder.seen, ElementsAre("x 100", "x 100"));
-}
-
-TEST(FileSystemWatcherCalls, FailedReadIsPrintedAndTheLoopContinues) {
-    PlayedKernel kernel;
-    FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
-    kernel.reads = {PlayedKernel::kReadFails, PlayedKernel::kReadFails,
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
+    kernel.reads = {FakeInotify::kReadFails, FakeInotify::kReadFails,
                     record(1, IN_CREATE, "still")};
     EXPECT_EQ("read: -1\nread: -1\n", printedBy([&] { kernel.serve(watcher); }));
-    EXPECT_THAT(recorder.seen, ElementsAre("still 100"));
+    EXPECT_THAT(events.seen, ElementsAre("still 100"));
 }
 
-TEST(FileSystemWatcherCalls, LinesArePrintedImmediately) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, LinesArePrintedImmediately) {
+    FakeInotify kernel;
     kernel.numbers = {{"/missing", -1}};
-    kernel.reads = {PlayedKernel::kReadFails};
+    kernel.reads = {FakeInotify::kReadFails};
     FileSystemWatcher watcher;
-    Recorder recorder;
+    RecordedEvents events;
     std::string afterAttaching;
     std::string afterReading;
     {
         const CapturedOutput output;
-        watcher.attachWatcher(recorder.of("/missing"));
+        watcher.attachWatcher(events.of("/missing"));
         afterAttaching = output.written();
         kernel.serve(watcher);
         afterReading = output.written();
@@ -179,12 +160,14 @@ TEST(FileSystemWatcherCalls, LinesArePrintedImmediately) {
     EXPECT_EQ(afterAttaching + "read: -1\n", afterReading);
 }
 
-TEST(FileSystemWatcherCalls, EmptyReadIsIgnored) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_calls, EmptyReadIsIgnored) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     kernel.reads = {"", record(1, IN_CREATE, "next")};
     EXPECT_EQ("", printedBy([&] { kernel.serve(watcher); }));
-    EXPECT_THAT(recorder.seen, ElementsAre("next 100"));
+    EXPECT_THAT(events.seen, ElementsAre("next 100"));
 }
+
+} // namespace

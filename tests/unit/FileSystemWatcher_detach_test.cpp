@@ -1,120 +1,155 @@
-// Which registrations detachWatcher() keeps, with watch numbers chosen by the test.
+// Which registrations detachWatcher() keeps, with the real kernel.
 
 #include <kvr/api/FileSystemWatcher.h>
 
 #include "CapturedOutput.h"
-#include "PlayedKernel.h"
+#include "FileSystemWatcherScene.h"
+#include "Interposed.h"
+#include "TempDir.h"
 
-#include <set>
+#include <deque>
 #include <string>
-#include <vector>
 
-#include <sys/inotify.h>
+#include <unistd.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
+using support::drain;
+using support::interposedInotifyRmWatch;
+using support::makeDirectory;
+using support::moveTo;
 using support::printedBy;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using support::RecordedEvents;
+using support::touchAndRemove;
 
-/// Attaches one registration per letter, whose path is the letter, and detaches `detached`. Returns
-/// the positions (from 0) of the registrations that are still called. `numbers` are the watch
-/// numbers, one per registration.
-class Detaching : public testing::Test {
-protected:
-    std::string left(const std::string& letters, const std::vector<int>& numbers,
-                     const std::string& detached) {
-        std::vector<Recorder> recorders(letters.size());
-        FileSystemWatcher watcher;
-        for (std::size_t i = 0; i < letters.size(); ++i) {
-            const std::string path(1, letters[i]);
-            kernel.numbers[path] = numbers[i];
-            watcher.attachWatcher(recorders[i].of(path));
+/// A watcher with registrations whose paths are single letters in a directory.
+class Registrations {
+public:
+    void attach(const std::string& letters) {
+        for (const char letter : letters) {
+            const std::string path = pathOf(letter);
+            if (!support::exists(path))
+                makeDirectory(path);
+            watcher.attachWatcher(attached.emplace_back().of(path));
         }
-        (void)kernel.calls();
-        watcher.detachWatcher(detached);
-        callsOfDetach = kernel.calls();
-
-        std::string allRecords;
-        for (const int number : std::set<int>(numbers.begin(), numbers.end()))
-            allRecords += record(number, IN_CREATE);
-        kernel.reads.push_back(allRecords);
-        kernel.serve(watcher);
-        std::string result;
-        for (std::size_t i = 0; i < recorders.size(); ++i) {
-            if (!recorders[i].seen.empty())
-                result += std::to_string(i);
-        }
-        return result;
     }
 
-    /// The same; equal paths have equal numbers.
-    std::string left(const std::string& letters, const std::string& detached) {
-        std::vector<int> numbers;
-        for (const char letter : letters)
-            numbers.push_back(letter - 'A' + 1);
-        return left(letters, numbers, detached);
+    void detach(const std::string& path) {
+        const support::Stub removing(interposedInotifyRmWatch, [this](int descriptor, int watch) {
+            ++watchesRemoved;
+            return interposedInotifyRmWatch.real(descriptor, watch);
+        });
+        watcher.detachWatcher(path);
     }
 
-    PlayedKernel kernel;
-    std::vector<std::string> callsOfDetach;
+    /// Returns the positions (from 0) of the registrations that are still in the list. A reset
+    /// watches the path of each again.
+    std::string left() {
+        watcher.resetState();
+        for (const char letter : {'A', 'B', 'C'}) {
+            if (support::exists(pathOf(letter)))
+                touchAndRemove(pathOf(letter) + "/file");
+        }
+        drain(watcher);
+        std::string positions;
+        for (std::size_t i = 0; i < attached.size(); ++i) {
+            if (!attached[i].taken().empty())
+                positions += std::to_string(i);
+        }
+        return positions;
+    }
+
+    std::string pathOf(char letter) const { return directory / std::string(1, letter); }
+
+    support::TempDir directory;
+    FileSystemWatcher watcher;
+    std::deque<RecordedEvents> attached;
+    int watchesRemoved = 0;
 };
 
+/// Attaches these paths and returns what is left after A is detached.
+std::string leftWithoutA(const std::string& letters) {
+    Registrations registrations;
+    registrations.attach(letters);
+    registrations.detach(registrations.pathOf('A'));
+    return registrations.left();
+}
+
+TEST(FileSystemWatcher_detach, RemovesTheOnlyEntryOfThePath) {
+    Registrations registrations;
+    registrations.attach("ABC");
+    registrations.detach(registrations.pathOf('B'));
+    EXPECT_EQ(1, registrations.watchesRemoved);
+    EXPECT_EQ("02", registrations.left());
+}
+
+TEST(FileSystemWatcher_detach, RemovesAllEntriesOfThePathButTheirWatchOnce) {
+    Registrations registrations;
+    registrations.attach("AAA");
+    registrations.detach(registrations.pathOf('A'));
+    EXPECT_EQ(1, registrations.watchesRemoved);
+    EXPECT_EQ("", registrations.left());
+}
+
+TEST(FileSystemWatcher_detach, KeepsSingleEntriesBehindRemovedOnes) {
+    EXPECT_EQ("2", leftWithoutA("AAB"));
+    EXPECT_EQ("12", leftWithoutA("ABC"));
+}
+
+TEST(FileSystemWatcher_detach, RemovesTheSecondOfTwoEqualEntriesThatMovedUp) {
+    EXPECT_EQ("2", leftWithoutA("AABB"));
+    EXPECT_EQ("1", leftWithoutA("ABB"));
+    EXPECT_EQ("1", leftWithoutA("ABBBB"));
+}
+
+TEST(FileSystemWatcher_detach, ComparesAllLaterEntriesWithTheOneThatMovedUp) {
+    EXPECT_EQ("12", leftWithoutA("ABCB"));
+    EXPECT_EQ("123", leftWithoutA("ABCC"));
+}
+
+TEST(FileSystemWatcher_detach, KeepsALaterEntryOfThePathOnceAnotherMovedUp) {
+    EXPECT_EQ("12", leftWithoutA("ABA"));
+    EXPECT_EQ("12", leftWithoutA("ABAB"));
+}
+
+TEST(FileSystemWatcher_detach, LeavesEntriesInFrontAlone) {
+    EXPECT_EQ("02", leftWithoutA("CABB"));
+    EXPECT_EQ("01", leftWithoutA("BBA"));
+    EXPECT_EQ("013", leftWithoutA("BBAB"));
+}
+
+TEST(FileSystemWatcher_detach, KeepsEntriesOfThePathThatHaveAnotherWatch) {
+    Registrations registrations;
+    const std::string path = registrations.pathOf('A');
+    registrations.attach("A");
+    moveTo(path, registrations.directory / "aside");
+    registrations.attach("ABB"); // this A is a new directory
+    registrations.detach(path);
+    EXPECT_EQ(1, registrations.watchesRemoved);
+    EXPECT_EQ("123", registrations.left());
+}
+
+TEST(FileSystemWatcher_detach, KeepsEntriesOfTheWatchThatHaveAnotherPath) {
+    Registrations registrations;
+    registrations.attach("A");
+    ASSERT_EQ(0, symlink("A", registrations.pathOf('B').c_str()));
+    registrations.attach("B");
+    registrations.detach(registrations.pathOf('A'));
+    EXPECT_EQ("1", registrations.left());
+}
+
+TEST(FileSystemWatcher_detach, DoesNothingWhenThePathIsUnknown) {
+    Registrations registrations;
+    registrations.attach("AB");
+    EXPECT_EQ("", printedBy([&] {
+                  registrations.detach(registrations.pathOf('C'));
+                  registrations.detach(registrations.pathOf('A') + "/");
+                  registrations.detach("");
+              }));
+    EXPECT_EQ(0, registrations.watchesRemoved);
+    EXPECT_EQ("01", registrations.left());
+}
+
 } // namespace
-
-TEST_F(Detaching, RemovesTheOnlyEntryOfThePath) {
-    EXPECT_EQ("02", left("ABC", "B"));
-    EXPECT_THAT(callsOfDetach, ElementsAre("remove 1000 2"));
-}
-
-TEST_F(Detaching, RemovesAllEntriesOfThePathButAsksTheKernelOnce) {
-    EXPECT_EQ("", left("AAA", "A"));
-    EXPECT_THAT(callsOfDetach, ElementsAre("remove 1000 1"));
-}
-
-TEST_F(Detaching, KeepsSingleEntriesBehindRemovedOnes) {
-    EXPECT_EQ("2", left("AAB", "A"));
-    EXPECT_EQ("12", left("ABC", "A"));
-}
-
-TEST_F(Detaching, RemovesTheSecondOfTwoEqualEntriesThatMovedUp) {
-    EXPECT_EQ("2", left("AABB", "A"));
-    EXPECT_EQ("1", left("ABB", "A"));
-    EXPECT_EQ("1", left("ABBBB", "A"));
-}
-
-TEST_F(Detaching, ComparesAllLaterEntriesWithTheOneThatMovedUp) {
-    EXPECT_EQ("12", left("ABCB", "A"));
-    EXPECT_EQ("123", left("ABCC", "A"));
-}
-
-TEST_F(Detaching, KeepsALaterEntryOfThePathOnceAnotherMovedUp) {
-    EXPECT_EQ("12", left("ABA", "A"));
-    EXPECT_EQ("12", left("ABAB", "A"));
-}
-
-TEST_F(Detaching, LeavesEntriesInFrontAlone) {
-    EXPECT_EQ("02", left("CABB", "A"));
-    EXPECT_EQ("01", left("BBA", "A"));
-    EXPECT_EQ("013", left("BBAB", "A"));
-}
-
-TEST_F(Detaching, KeepsEntriesOfThePathThatHaveAnotherNumber) {
-    EXPECT_EQ("1", left("AA", {1, 2}, "A"));
-    EXPECT_THAT(callsOfDetach, ElementsAre("remove 1000 1"));
-    EXPECT_EQ("123", left("AABB", {1, 2, 3, 3}, "A"));
-}
-
-TEST_F(Detaching, KeepsEntriesOfTheNumberThatHaveAnotherPath) {
-    EXPECT_EQ("1", left("AB", {1, 1}, "A"));
-}
-
-TEST_F(Detaching, DoesNothingWhenThePathIsUnknown) {
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ("01", left("AB", "C")); }));
-    EXPECT_THAT(callsOfDetach, IsEmpty());
-    EXPECT_EQ("01", left("AB", "A/"));
-    EXPECT_EQ("01", left("AB", ""));
-}

@@ -1,14 +1,13 @@
-// How FileSystemWatcher processes the records that it reads, resets included, with a simulated
-// kernel.
+// How FileSystemWatcher processes records that the real kernel does not produce on request.
 
 #include <kvr/api/FileSystemWatcher.h>
 
 #include "CapturedOutput.h"
-#include "PlayedKernel.h"
+#include "FakeInotify.h"
+#include "FileSystemWatcherScene.h"
 
-#include <stdexcept>
+#include <cstddef>
 #include <string>
-#include <vector>
 
 #include <sys/inotify.h>
 
@@ -18,14 +17,18 @@
 namespace {
 
 using support::errorsOf;
+using support::FakeInotify;
 using support::printedBy;
+using support::rawRecord;
+using support::record;
+using support::RecordedEvents;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-} // namespace
+constexpr std::size_t kBufferSize = 4600; // of the library
 
-TEST(FileSystemWatcherCalls, RecordsAreDroppedWhenNothingIsAttached) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, RecordsAreDroppedWhenNothingIsAttached) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
     (void)kernel.calls();
     kernel.reads = {record(1, IN_CREATE, "x") + record(1, IN_IGNORED) + record(-1, IN_Q_OVERFLOW)};
@@ -35,126 +38,79 @@ TEST(FileSystemWatcherCalls, RecordsAreDroppedWhenNothingIsAttached) {
                             "poll 1000 events 1 count 1 timeout 500"));
 }
 
-TEST(FileSystemWatcherCalls, WholeMaskReachesTheCallback) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, WholeMaskReachesTheCallback) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     kernel.reads = {record(1, IN_CREATE | IN_ISDIR, "dir") + record(1, 0xffff7fffu, "all")};
     kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre("dir 40000100", "all ffff7fff"));
+    EXPECT_THAT(events.seen, ElementsAre("dir 40000100", "all ffff7fff"));
 }
 
-TEST(FileSystemWatcherCalls, CallbackReceivesTheRegistrationAndItsContext) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, NameEndsAtItsFirstNul) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    static const Watcher* given;
-    static void* context;
-    int marker = 0;
-    Watcher attached(
-        "/a", kMask,
-        [](const Watcher& w, const std::string&, unsigned int, void* c) {
-            static Watcher copy("", 0, nullptr, nullptr);
-            copy = w;
-            given = &copy;
-            context = c;
-        },
-        &marker);
-    watcher.attachWatcher(attached);
-    const auto callback = attached.callback;
-    attached = Watcher("changed", 0, nullptr, nullptr); // the watcher has its own copy
-    kernel.reads = {record(1, IN_DELETE, "x")};
-    kernel.serve(watcher);
-    ASSERT_NE(nullptr, given);
-    EXPECT_EQ("/a", given->path);
-    EXPECT_EQ(kMask, given->mask);
-    EXPECT_EQ(callback, given->callback);
-    EXPECT_EQ(&marker, given->context);
-    EXPECT_EQ(&marker, context);
-}
-
-TEST(FileSystemWatcherCalls, RecordsAreServedInOrderAndEntriesInListOrder) {
-    PlayedKernel kernel;
-    kernel.numbers = {{"/a", 1}, {"/b", 2}, {"/link-to-a", 1}};
-    FileSystemWatcher watcher;
-    std::vector<std::string> order;
-    std::vector<Recorder> recorders(3);
-    const char* const paths[] = {"/a", "/b", "/link-to-a"};
-    for (std::size_t i = 0; i < 3; ++i) {
-        recorders[i].action = [&order, i](const std::string& name) {
-            order.push_back(name + std::to_string(i));
-        };
-        watcher.attachWatcher(recorders[i].of(paths[i]));
-    }
-    kernel.reads = {record(2, IN_CREATE, "x") + record(1, IN_CREATE, "y"),
-                    record(7, IN_CREATE, "nobody's") + record(2, IN_CREATE, "z")};
-    kernel.serve(watcher);
-    EXPECT_THAT(order, ElementsAre("x1", "y0", "y2", "z1"));
-}
-
-TEST(FileSystemWatcherCalls, NameEndsAtItsFirstNul) {
-    PlayedKernel kernel;
-    FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     kernel.reads = {rawRecord(1, IN_CREATE, std::string("cut\0here", 8), 16)};
     kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre("cut 100"));
+    EXPECT_THAT(events.seen, ElementsAre("cut 100"));
 }
 
-TEST(FileSystemWatcherCalls, NameIsNotBoundedByTheRecordsLength) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, NameIsNotBoundedByTheRecordsLength) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     // The name has no NUL, so it continues into the next header, which begins with the byte 1.
     kernel.reads = {rawRecord(1, IN_CREATE, std::string(16, 'n'), 16) + record(1, IN_DELETE, "x")};
     kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre(std::string(16, 'n') + "\1 100", "x 200"));
+    EXPECT_THAT(events.seen, ElementsAre(std::string(16, 'n') + "\1 100", "x 200"));
 }
 
-TEST(FileSystemWatcherCalls, RecordWithoutANameReadsWhatFollows) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, RecordWithoutANameReadsWhatFollows) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     kernel.numbers["/b"] = 0x00434241; // "ABC" in the next header, on a little-endian machine
-    watcher.attachWatcher(recorder.of("/b"));
+    watcher.attachWatcher(events.of("/b"));
     kernel.reads = {record(1, IN_MODIFY) + record(0x00434241, IN_MODIFY)};
     kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre("ABC 2", " 2"));
+    EXPECT_THAT(events.seen, ElementsAre("ABC 2", " 2"));
 }
 
-TEST(FileSystemWatcherCalls, NameThatFillsTheBufferEndsWithIt) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, NameThatFillsTheBufferEndsWithIt) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     const std::string name(kBufferSize - sizeof(inotify_event), 'n');
     kernel.reads = {rawRecord(1, IN_CREATE, name, name.size())};
     kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre(name + " 100"));
+    EXPECT_THAT(events.seen, ElementsAre(name + " 100"));
 }
 
-TEST(FileSystemWatcherCalls, NamelessRecordAtTheBuffersEndHasAnEmptyName) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, NamelessRecordAtTheBuffersEndHasAnEmptyName) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     const std::size_t filler = kBufferSize - 2 * sizeof(inotify_event);
     kernel.reads = {std::string(kBufferSize, 'j'), // as if left by an earlier iteration
                     rawRecord(9, IN_MODIFY, std::string(filler, 'f'), filler) +
                         record(1, IN_MODIFY)};
     kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre(" 2"));
+    EXPECT_THAT(events.seen, ElementsAre(" 2"));
 }
 
-TEST(FileSystemWatcherCalls, DroppedWatchRebuildsEveryWatchOnAFreshInstance) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, DroppedWatchRebuildsEveryWatchOnAFreshInstance) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
+    RecordedEvents events;
     for (const char* path : {"/a", "/b", "/a"})
-        watcher.attachWatcher(recorder.of(path));
+        watcher.attachWatcher(events.of(path));
     kernel.numbers = {{"/a", 8}, {"/b", 9}}; // the numbers on the new instance
     kernel.reads = {record(1, IN_IGNORED | IN_ISDIR)};
     (void)kernel.calls();
@@ -164,17 +120,17 @@ TEST(FileSystemWatcherCalls, DroppedWatchRebuildsEveryWatchOnAFreshInstance) {
                             "remove 1000 1", "remove 1000 2", "remove 1000 1", "close 1000",
                             "init = 1001", "add 1001 /a 300 = 8", "add 1001 /b 300 = 9",
                             "add 1001 /a 300 = 8", "poll 1001 events 1 count 1 timeout 500"));
-    EXPECT_THAT(recorder.seen, IsEmpty());
+    EXPECT_THAT(events.seen, IsEmpty());
     kernel.reads = {record(9, IN_CREATE, "b") + record(1, IN_CREATE, "old")};
     kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre("b 100"));
+    EXPECT_THAT(events.seen, ElementsAre("b 100"));
 }
 
-TEST(FileSystemWatcherCalls, DroppedWatchOfNobodyIsIgnored) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, DroppedWatchOfNobodyIsIgnored) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     kernel.reads = {record(5, IN_IGNORED)};
     (void)kernel.calls();
     kernel.serve(watcher);
@@ -183,13 +139,13 @@ TEST(FileSystemWatcherCalls, DroppedWatchOfNobodyIsIgnored) {
                             "poll 1000 events 1 count 1 timeout 500"));
 }
 
-TEST(FileSystemWatcherCalls, EntriesBehindTheDroppedOneAreComparedByTheirNewNumbers) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, EntriesBehindTheDroppedOneAreComparedByTheirNewNumbers) {
+    FakeInotify kernel;
     kernel.numbers = {{"/gone", 1}, {"/b", 2}, {"/c", 3}};
     FileSystemWatcher watcher;
-    Recorder recorder;
+    RecordedEvents events;
     for (const char* path : {"/gone", "/b", "/c"})
-        watcher.attachWatcher(recorder.of(path));
+        watcher.attachWatcher(events.of(path));
     // The new instance counts from 1 again. Now /b has the number in the current record, so it also
     // counts as dropped, and a third instance follows.
     kernel.numbers = {{"/gone", -1}, {"/b", 1}, {"/c", 2}};
@@ -206,12 +162,12 @@ TEST(FileSystemWatcherCalls, EntriesBehindTheDroppedOneAreComparedByTheirNewNumb
                             "poll 1002 events 1 count 1 timeout 500"));
 }
 
-TEST(FileSystemWatcherCalls, RecordsBehindAResetAreMatchedByNumberAgainstTheNewOnes) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, RecordsBehindAResetAreMatchedByNumberAgainstTheNewOnes) {
+    FakeInotify kernel;
     kernel.numbers = {{"/a", 1}, {"/b", 2}};
     FileSystemWatcher watcher;
-    Recorder a;
-    Recorder b;
+    RecordedEvents a;
+    RecordedEvents b;
     watcher.attachWatcher(a.of("/a"));
     watcher.attachWatcher(b.of("/b"));
     kernel.numbers = {{"/a", 2}, {"/b", 3}};
@@ -222,11 +178,11 @@ TEST(FileSystemWatcherCalls, RecordsBehindAResetAreMatchedByNumberAgainstTheNewO
     EXPECT_THAT(b.seen, IsEmpty());
 }
 
-TEST(FileSystemWatcherCalls, EntryThatCouldNotBeRebuiltGetsTheNoticeOfLostEvents) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, EntryThatCouldNotBeRebuiltGetsTheNoticeOfLostEvents) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder gone;
-    Recorder kept;
+    RecordedEvents gone;
+    RecordedEvents kept;
     watcher.attachWatcher(gone.of("/gone"));
     watcher.attachWatcher(kept.of("/kept"));
     kernel.reads = {record(-1, IN_Q_OVERFLOW)};
@@ -242,11 +198,11 @@ TEST(FileSystemWatcherCalls, EntryThatCouldNotBeRebuiltGetsTheNoticeOfLostEvents
     EXPECT_THAT(kept.seen, IsEmpty());
 }
 
-TEST(FileSystemWatcherCalls, ResetWithoutAnInstanceIsSilentAndKeepsTheEntries) {
-    PlayedKernel kernel;
+TEST(FileSystemWatcher_records, ResetWithoutAnInstanceIsSilentAndKeepsTheEntries) {
+    FakeInotify kernel;
     FileSystemWatcher watcher;
-    Recorder recorder;
-    watcher.attachWatcher(recorder.of("/a"));
+    RecordedEvents events;
+    watcher.attachWatcher(events.of("/a"));
     kernel.initFails = true;
     (void)kernel.calls();
     std::string printed;
@@ -261,82 +217,4 @@ TEST(FileSystemWatcherCalls, ResetWithoutAnInstanceIsSilentAndKeepsTheEntries) {
                 ElementsAre("remove -1 -1", "close -1", "init = 1001", "add 1001 /a 300 = 1"));
 }
 
-TEST(FileSystemWatcherCalls, StopWithinAPassLetsThePassFinish) {
-    PlayedKernel kernel;
-    FileSystemWatcher watcher;
-    Recorder recorder;
-    bool stop = false;
-    recorder.action = [&](const std::string&) { stop = true; };
-    watcher.attachWatcher(recorder.of("/a"));
-    kernel.reads = {record(1, IN_CREATE, "x") + record(1, IN_CREATE, "y"),
-                    record(1, IN_CREATE, "unread")};
-    (void)kernel.calls();
-    watcher.run(stop);
-    EXPECT_THAT(recorder.seen, ElementsAre("x 100", "y 100"));
-    EXPECT_THAT(kernel.calls(),
-                ElementsAre("poll 1000 events 1 count 1 timeout 500", "read 1000 4600"));
-}
-
-TEST(FileSystemWatcherCalls, RegistrationMadeByACallbackSeesTheSameRecord) {
-    PlayedKernel kernel;
-    FileSystemWatcher watcher;
-    Recorder first;
-    Recorder added;
-    first.action = [&](const std::string&) {
-        if (!watcher.watcherExists("/b")) {
-            for (int i = 0; i < 20; ++i) // moves the list's elements to other memory
-                watcher.attachWatcher(added.of("/b"));
-        }
-    };
-    kernel.numbers = {{"/a", 1}, {"/b", 1}};
-    watcher.attachWatcher(first.of("/a"));
-    kernel.reads = {record(1, IN_CREATE, "x")};
-    kernel.serve(watcher);
-    EXPECT_THAT(first.seen, ElementsAre("x 100"));
-    EXPECT_EQ(20u, added.seen.size());
-}
-
-TEST(FileSystemWatcherCalls, EntryThatMovesUpDuringItsRecordIsPassedOver) {
-    PlayedKernel kernel;
-    kernel.numbers = {{"/p", 1}, {"/q", 1}, {"/r", 1}};
-    FileSystemWatcher watcher;
-    Recorder p;
-    Recorder q;
-    Recorder r;
-    p.action = [&](const std::string&) { watcher.detachWatcher("/p"); };
-    watcher.attachWatcher(p.of("/p"));
-    watcher.attachWatcher(q.of("/q"));
-    watcher.attachWatcher(r.of("/r"));
-    kernel.reads = {record(1, IN_CREATE, "x") + record(1, IN_CREATE, "y")};
-    kernel.serve(watcher);
-    EXPECT_THAT(p.seen, ElementsAre("x 100"));
-    EXPECT_THAT(q.seen, ElementsAre("y 100"));
-    EXPECT_THAT(r.seen, ElementsAre("x 100", "y 100"));
-}
-
-TEST(FileSystemWatcherCalls, CallbackMayDetachEverything) {
-    PlayedKernel kernel;
-    FileSystemWatcher watcher;
-    Recorder recorder;
-    recorder.action = [&](const std::string&) {
-        watcher.detachWatcher("/a");
-        watcher.detachWatcher("/b");
-    };
-    watcher.attachWatcher(recorder.of("/a"));
-    watcher.attachWatcher(recorder.of("/b"));
-    kernel.reads = {record(1, IN_CREATE, "x") + record(2, IN_CREATE, "y")};
-    kernel.serve(watcher);
-    EXPECT_THAT(recorder.seen, ElementsAre("x 100"));
-    EXPECT_FALSE(watcher.watcherExists("/b"));
-}
-
-TEST(FileSystemWatcherCalls, ExceptionOfACallbackLeavesTheLoop) {
-    PlayedKernel kernel;
-    FileSystemWatcher watcher;
-    Recorder recorder;
-    recorder.action = [](const std::string&) { throw std::runtime_error("from the callback"); };
-    watcher.attachWatcher(recorder.of("/a"));
-    kernel.reads = {record(1, IN_CREATE, "x")};
-    EXPECT_THROW(kernel.serve(watcher), std::runtime_error);
-    EXPECT_TRUE(watcher.watcherExists("/a"));
-}
+} // namespace

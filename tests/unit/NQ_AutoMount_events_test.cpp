@@ -7,8 +7,9 @@
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 #include "FakePrograms.h"
+#include "Interposed.h"
+#include "LoopPasses.h"
 #include "PrivateMounts.h"
-#include "ScriptedInotify.h"
 #include "TempDir.h"
 #include "Waiting.h"
 
@@ -34,15 +35,24 @@
 namespace {
 
 using kvr::api::AutoMount;
+using support::callNothing;
 using support::CapturedCommands;
 using support::CapturedOutput;
 using support::errorsOf;
+using support::event;
 using support::eventually;
 using support::FakePrograms;
 using support::inPrivateMounts;
+using support::interposedInotifyAddWatch;
+using support::kDevice;
+using support::kNode;
+using support::LoopPasses;
+using support::NoDeviceEvents;
 using support::openDescriptors;
 using support::openedSince;
 using support::printedBy;
+using support::running;
+using support::Stub;
 using support::TempDir;
 using support::writeFile;
 using testing::IsEmpty;
@@ -51,8 +61,6 @@ void makeNode() { writeFile(kNode, ""); }
 
 void removeNode() { ASSERT_EQ(0, std::remove(kNode.c_str())); }
 
-} // namespace
-
 TEST(AutoMount, WithoutInotifyOnlyADeviceThatIsThereIsMounted) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
@@ -60,22 +68,16 @@ TEST(AutoMount, WithoutInotifyOnlyADeviceThatIsThereIsMounted) {
         programs.add("mount");
         programs.add("umount");
         makeNode();
-        InotifyCalls refusing;
-        refusing.init = [] {
+        LoopPasses loop;
+        const Stub refusing(support::interposedInotifyInit, [] {
             errno = EMFILE;
             return -1;
-        };
-        std::atomic<int> passes{0};
-        refusing.poll = [&](pollfd* polled, nfds_t count, int) {
-            ++passes;
-            return kernelPoll(polled, count, 5);
-        };
-        const ScriptedInotify scripted(refusing);
+        });
         std::string printed;
         const std::string errors = errorsOf([&] {
             printed = printedBy([&] {
                 const AutoMount object(kDevice, directory.path());
-                ASSERT_TRUE(eventually([&] { return passes > 0; }));
+                ASSERT_TRUE(loop.wait());
             });
         });
         EXPECT_EQ(std::string("Couldn't initialize inotify: ") + std::strerror(EMFILE) + "\n",
@@ -91,7 +93,7 @@ TEST(AutoMount, WithoutInotifyOnlyADeviceThatIsThereIsMounted) {
 TEST(AutoMount, DeviceThatIsThereIsMountedBeforeTheConstructorReturns) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
-        LoopSeen loop;
+        LoopPasses loop;
         FakePrograms programs;
         programs.add("mount", "echo mounting");
         programs.add("umount", "echo unmounting");
@@ -118,7 +120,7 @@ TEST(AutoMount, DeviceThatIsThereIsMountedBeforeTheConstructorReturns) {
 TEST(AutoMount, NodeThatCannotBeOpenedCountsAsAbsent) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
-        LoopSeen loop;
+        LoopPasses loop;
         FakePrograms programs;
         programs.add("mount");
         const std::string none = "AutoMount(PARS)\nAutoMount()\n~AutoMount()\n";
@@ -147,7 +149,7 @@ TEST(AutoMount, NodeThatCannotBeOpenedCountsAsAbsent) {
 TEST(AutoMount, InitialCheckLeavesNoDescriptor) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
-        LoopSeen loop;
+        LoopPasses loop;
         FakePrograms programs;
         programs.add("mount", "exit 1");
         makeNode();
@@ -166,7 +168,7 @@ TEST(AutoMount, InitialCheckLeavesNoDescriptor) {
 TEST(AutoMount, NodesThatComeAndGoAreMountedAndUnmountedOnTheOwnThread) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
-        LoopSeen loop;
+        LoopPasses loop;
         FakePrograms programs;
         programs.add("mount");
         programs.add("umount");
@@ -206,7 +208,7 @@ TEST(AutoMount, NodesThatComeAndGoAreMountedAndUnmountedOnTheOwnThread) {
 TEST(AutoMount, RepeatedInsertionRunsMountAgain) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
-        LoopSeen loop;
+        LoopPasses loop;
         FakePrograms programs;
         programs.add("mount");
         programs.add("umount", "exit 32"); // busy: stays mounted
@@ -232,7 +234,7 @@ TEST(AutoMount, RepeatedInsertionRunsMountAgain) {
 TEST(AutoMount, NameWithItsDirectoryNeverMatchesAndIsMountedUnderDevTwice) {
     inPrivateMounts({"/dev"}, [] {
         const TempDir directory;
-        LoopSeen loop;
+        LoopPasses loop;
         FakePrograms programs;
         programs.add("mount", "exit 32");
         const std::string command = "mount /dev//dev/" + kDevice + " " + directory.path();
@@ -255,11 +257,11 @@ TEST(AutoMountDeathTest, EmptyCallbackEndsTheProcessOnTheOwnThread) {
     const TempDir directory;
     EXPECT_EXIT(
         {
-            InotifyCalls calls;
-            calls.addWatch = [&](int descriptor, const std::string&, std::uint32_t mask) {
-                return kernelAddWatch(descriptor, directory.path(), mask); // in place of /dev
-            };
-            const ScriptedInotify scripted(calls);
+            const Stub watching(
+                interposedInotifyAddWatch, [&](int descriptor, const char*, std::uint32_t mask) {
+                    return interposedInotifyAddWatch.real(descriptor, directory.path().c_str(),
+                                                          mask); // in place of /dev
+                });
             const CapturedCommands commands;
             const AutoMount object(kDevice, directory.path(), nullptr, nullptr);
             writeFile(directory / kDevice, "");
@@ -273,7 +275,7 @@ TEST(AutoMountDeathTest, ExceptionOutOfTheConstructorsOwnMountEndsTheProcess) {
     const TempDir directory;
     EXPECT_EXIT(
         {
-            DeafLoop loop;
+            NoDeviceEvents loop;
             const CapturedCommands commands;
             // A device that exists on every machine. The mount command does not run.
             try {
@@ -286,3 +288,5 @@ TEST(AutoMountDeathTest, ExceptionOutOfTheConstructorsOwnMountEndsTheProcess) {
         },
         testing::KilledBySignal(SIGABRT), "terminate called|abi: terminating"); // libstdc++, libc++
 }
+
+} // namespace

@@ -11,10 +11,13 @@
 #include "Descriptors.h"
 #include "FakePrograms.h"
 #include "HeldThreads.h"
+#include "Interposed.h"
 #include "TempDir.h"
+#include "Waiting.h"
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -32,13 +35,23 @@
 namespace {
 
 using kvr::api::AutoMount;
+using support::callNothing;
 using support::CapturedCommands;
 using support::CapturedOutput;
+using support::event;
+using support::eventually;
 using support::exists;
 using support::FakePrograms;
+using support::HeldThreads;
+using support::interposedPoll;
+using support::kDevice;
+using support::kNode;
+using support::NoDeviceEvents;
 using support::openDescriptors;
 using support::openedSince;
 using support::printedBy;
+using support::running;
+using support::Stub;
 using support::TempDir;
 using support::writeFile;
 using testing::ElementsAre;
@@ -49,7 +62,7 @@ static_assert(!std::is_copy_constructible<AutoMount>::value, "its thread knows i
 
 /// An object whose operations and events run on the test's thread; it sees no events of the host's
 /// /dev. Its commands do not run; system() returns `status`.
-class AutoMountOperations : public testing::Test {
+class AutoMount_operations : public testing::Test {
 protected:
     void make(int status) {
         commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, status);
@@ -79,38 +92,22 @@ protected:
     const std::string umountLine() const { return "umount " + directory.path(); }
 
     TempDir directory;
-    DeafLoop loop;
+    NoDeviceEvents loop;
     std::string calls;
     std::unique_ptr<CapturedCommands> commands;
     std::unique_ptr<AutoMount> object;
 };
 
-/// Observes the construction and destruction of an object.
-class WatchedLife : public DeafLoop {
+/// Records what an object has done before it watches /dev, and whether its loop still runs while
+/// the object is destroyed. The watch reports no event.
+class ObservedLifetime {
 public:
-    WatchedLife() {
-        calls_.addWatch = [this](int, const std::string&, std::uint32_t) {
-            printedBeforeWatch = output_.written();
-            threadsBeforeWatch = threads.made();
-            return 1;
-        };
-        calls_.poll = [this](pollfd* polled, nfds_t count, int) {
-            if (ending && !printedWhileLoopRuns) {
-                waiting = true;
-                printedWhileLoopRuns =
-                    support::eventually([&] { return written().find('~') != std::string::npos; });
-            }
-            begun = true;
-            return kernelPoll(polled, count, 5);
-        };
-    }
-
     std::string written() const { return output_.written(); }
 
     /// Holds the loop until the destructor has printed its line.
-    void letLoopWaitForTheEnd() {
+    void holdLoopUntilTheEnd() {
         ending = true;
-        EXPECT_TRUE(support::eventually([&] { return waiting.load(); }));
+        EXPECT_TRUE(eventually([&] { return held.load(); }));
     }
 
     HeldThreads threads;
@@ -120,51 +117,69 @@ public:
     std::atomic<bool> printedWhileLoopRuns{false};
 
 private:
+    void pass() {
+        if (ending && !printedWhileLoopRuns) {
+            held = true;
+            printedWhileLoopRuns =
+                eventually([&] { return written().find('~') != std::string::npos; });
+        }
+        begun = true;
+    }
+
     std::atomic<bool> ending{false};
-    std::atomic<bool> waiting{false};
+    std::atomic<bool> held{false};
     CapturedOutput output_;
+    const Stub<int(int, const char*, std::uint32_t)> addWatch_{
+        support::interposedInotifyAddWatch, [this](int, const char*, std::uint32_t) {
+            printedBeforeWatch = written();
+            threadsBeforeWatch = threads.made();
+            return 1;
+        }};
+    const Stub<int(pollfd*, nfds_t, int)> poll_{interposedPoll,
+                                                [this](pollfd* polled, nfds_t count, int) {
+                                                    pass();
+                                                    return interposedPoll.real(polled, count, 5);
+                                                }};
 };
 
-} // namespace
-
-TEST(AutoMountLife, WatchesThenStartsItsThreadThenLooksForTheDevice) {
+TEST(AutoMount_lifetime, WatchesThenStartsItsThreadThenLooksForTheDevice) {
     const TempDir directory;
     const CapturedCommands commands; // runs none of them
     int threadsWhenMounted = -1;
-    WatchedLife life;
+    ObservedLifetime life;
     // A device that exists on every machine.
     const AutoMount object(
         "null", directory.path(), [&] { threadsWhenMounted = life.threads.made(); }, callNothing);
-    EXPECT_TRUE(support::eventually([&] { return life.begun.load(); }));
+    EXPECT_TRUE(eventually([&] { return life.begun.load(); }));
     EXPECT_EQ(0, life.threadsBeforeWatch);
     EXPECT_EQ(1, threadsWhenMounted);
     EXPECT_THAT(commands.lines(), ElementsAre("mount /dev/null " + directory.path()));
 }
 
-TEST(AutoMountLife, PrintsEveryLineImmediately) {
+TEST(AutoMount_lifetime, PrintsEveryLineImmediately) {
     const TempDir directory;
     const CapturedCommands commands;
     std::string afterConstruction;
     std::string afterEvent;
     std::string directoryMade;
     {
-        WatchedLife life;
+        ObservedLifetime life;
         auto object = std::make_unique<AutoMount>(kDevice, directory.path());
-        EXPECT_TRUE(support::eventually([&] { return life.begun.load(); }));
+        EXPECT_TRUE(eventually([&] { return life.begun.load(); }));
         EXPECT_EQ("AutoMount(PARS)\n", life.printedBeforeWatch);
         afterConstruction = life.written();
         handleDevEvent(Watcher("", 0, nullptr, nullptr), "other", IN_CREATE, object.get());
         afterEvent = life.written();
-        life.letLoopWaitForTheEnd();
+        life.holdLoopUntilTheEnd();
         object.reset();
         EXPECT_TRUE(life.printedWhileLoopRuns);
     }
     EXPECT_EQ("AutoMount(PARS)\nAutoMount()\n", afterConstruction);
     EXPECT_EQ(afterConstruction + event("other", 256), afterEvent);
     {
-        WatchedLife life;
+        ObservedLifetime life;
         const AutoMount object(kDevice, directory / "new");
-        EXPECT_TRUE(support::eventually([&] { return life.begun.load(); }));
+        EXPECT_TRUE(eventually([&] { return life.begun.load(); }));
         directoryMade = life.printedBeforeWatch;
     }
     EXPECT_EQ("AutoMount(PARS)\nDirectory " + directory / "new" +
@@ -172,45 +187,45 @@ TEST(AutoMountLife, PrintsEveryLineImmediately) {
               directoryMade);
 }
 
-TEST_F(AutoMountOperations, WatchesCreationsAndDeletionsUnderDev) {
+TEST_F(AutoMount_operations, WatchesCreationsAndDeletionsUnderDev) {
     make(0);
     EXPECT_EQ("/dev 300", loop.watched);
     EXPECT_THAT(commands->lines(), IsEmpty());
 }
 
-TEST_F(AutoMountOperations, PrintsTheMaskInDecimalWhateverTheApplicationAskedOfItsStream) {
+TEST_F(AutoMount_operations, PrintsTheMaskInDecimalWhateverTheApplicationAskedOfItsStream) {
     make(0);
     const support::AlteredNumbers altered;
     EXPECT_EQ(event("other", 0x40000100u), onEvent("other", 0x40000100u));
 }
 
-TEST_F(AutoMountOperations, CreationOfTheDeviceMounts) {
+TEST_F(AutoMount_operations, CreationOfTheDeviceMounts) {
     make(0);
     EXPECT_EQ(event(kDevice, 256) + running(mountLine()), onEvent(kDevice, IN_CREATE));
     EXPECT_THAT(commands->lines(), ElementsAre(mountLine()));
     EXPECT_EQ("inserted ", calls);
 }
 
-TEST_F(AutoMountOperations, DeletionOfTheDeviceUnmounts) {
+TEST_F(AutoMount_operations, DeletionOfTheDeviceUnmounts) {
     make(0);
     EXPECT_EQ(event(kDevice, 512) + running(umountLine()), onEvent(kDevice, IN_DELETE));
     EXPECT_THAT(commands->lines(), ElementsAre(umountLine()));
     EXPECT_EQ("ejected ", calls);
 }
 
-TEST_F(AutoMountOperations, CreationIsLookedAtFirst) {
+TEST_F(AutoMount_operations, CreationIsLookedAtFirst) {
     make(0);
     EXPECT_EQ(event(kDevice, 768) + running(mountLine()), onEvent(kDevice, IN_CREATE | IN_DELETE));
     EXPECT_EQ("inserted ", calls);
 }
 
-TEST_F(AutoMountOperations, DirectoryOfTheDevicesNameIsTakenForIt) {
+TEST_F(AutoMount_operations, DirectoryOfTheDevicesNameIsTakenForIt) {
     make(0);
     EXPECT_EQ(event(kDevice, 1073742080u) + running(mountLine()),
               onEvent(kDevice, IN_CREATE | IN_ISDIR));
 }
 
-TEST_F(AutoMountOperations, OtherEventsOfTheDeviceArePrintedOnly) {
+TEST_F(AutoMount_operations, OtherEventsOfTheDeviceArePrintedOnly) {
     make(0);
     EXPECT_EQ(event(kDevice, 2), onEvent(kDevice, IN_MODIFY));
     EXPECT_EQ(event(kDevice, 0), onEvent(kDevice, 0));
@@ -219,7 +234,7 @@ TEST_F(AutoMountOperations, OtherEventsOfTheDeviceArePrintedOnly) {
     EXPECT_EQ("", calls);
 }
 
-TEST_F(AutoMountOperations, EventsOfOtherDevicesArePrintedOnly) {
+TEST_F(AutoMount_operations, EventsOfOtherDevicesArePrintedOnly) {
     make(0);
     for (const std::string& name : {std::string("sda"), kDevice + "0", kDevice.substr(1),
                                     std::string(), kNode, kDevice + std::string(1, '\0')}) {
@@ -229,7 +244,7 @@ TEST_F(AutoMountOperations, EventsOfOtherDevicesArePrintedOnly) {
     EXPECT_THAT(commands->lines(), IsEmpty());
 }
 
-TEST_F(AutoMountOperations, FailedMountCallsNobodyAndLeavesNothingToUnmount) {
+TEST_F(AutoMount_operations, FailedMountCallsNobodyAndLeavesNothingToUnmount) {
     for (const int status : {256, 1, -1, 32512, 9}) {
         make(status);
         EXPECT_EQ(running(mountLine()), printedBy([&] { object->onDeviceInserted(); }));
@@ -240,7 +255,7 @@ TEST_F(AutoMountOperations, FailedMountCallsNobodyAndLeavesNothingToUnmount) {
     EXPECT_EQ("", calls);
 }
 
-TEST_F(AutoMountOperations, FailedUnmountCallsNobodyAndIsTriedAgainAtTheEnd) {
+TEST_F(AutoMount_operations, FailedUnmountCallsNobodyAndIsTriedAgainAtTheEnd) {
     make(0);
     EXPECT_EQ(running(mountLine()), printedBy([&] { object->onDeviceInserted(); }));
     changeStatus(256);
@@ -251,7 +266,7 @@ TEST_F(AutoMountOperations, FailedUnmountCallsNobodyAndIsTriedAgainAtTheEnd) {
     EXPECT_EQ("inserted ejected ", calls);
 }
 
-TEST_F(AutoMountOperations, CommandsRunWhateverTheStateIs) {
+TEST_F(AutoMount_operations, CommandsRunWhateverTheStateIs) {
     make(0);
     EXPECT_EQ(running(umountLine()) + running(mountLine()) + running(mountLine()) +
                   running(umountLine()) + running(umountLine()),
@@ -266,14 +281,14 @@ TEST_F(AutoMountOperations, CommandsRunWhateverTheStateIs) {
     EXPECT_EQ("~AutoMount()\n", onDestruction());
 }
 
-TEST_F(AutoMountOperations, DestructionUnmountsWhatIsMounted) {
+TEST_F(AutoMount_operations, DestructionUnmountsWhatIsMounted) {
     make(0);
     (void)printedBy([&] { object->onDeviceInserted(); });
     EXPECT_EQ("~AutoMount()\n" + running(umountLine()), onDestruction());
     EXPECT_EQ("inserted ejected ", calls);
 }
 
-TEST_F(AutoMountOperations, FailedUnmountAtTheEndCallsNobody) {
+TEST_F(AutoMount_operations, FailedUnmountAtTheEndCallsNobody) {
     make(0);
     (void)printedBy([&] { object->onDeviceInserted(); });
     changeStatus(8192);
@@ -281,7 +296,7 @@ TEST_F(AutoMountOperations, FailedUnmountAtTheEndCallsNobody) {
     EXPECT_EQ("inserted ", calls);
 }
 
-TEST_F(AutoMountOperations, StateChangesBeforeTheCallback) {
+TEST_F(AutoMount_operations, StateChangesBeforeTheCallback) {
     commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, 0);
     (void)printedBy([&] {
         object = std::make_unique<AutoMount>(
@@ -302,7 +317,7 @@ TEST_F(AutoMountOperations, StateChangesBeforeTheCallback) {
     EXPECT_EQ("~AutoMount()\n" + running(umountLine()), onDestruction());
 }
 
-TEST_F(AutoMountOperations, DestructionUnmountsAfterTheOwnThreadHasEnded) {
+TEST_F(AutoMount_operations, DestructionUnmountsAfterTheOwnThreadHasEnded) {
     HeldThreads threads;
     bool ended = false;
     commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, 0);
@@ -316,7 +331,7 @@ TEST_F(AutoMountOperations, DestructionUnmountsAfterTheOwnThreadHasEnded) {
     EXPECT_TRUE(ended);
 }
 
-TEST_F(AutoMountOperations, NamesReachTheShellAsTheyAre) {
+TEST_F(AutoMount_operations, NamesReachTheShellAsTheyAre) {
     FakePrograms programs;
     programs.add("mount");
     std::unique_ptr<AutoMount> mine;
@@ -332,7 +347,7 @@ TEST_F(AutoMountOperations, NamesReachTheShellAsTheyAre) {
     (void)printedBy([&] { mine.reset(); });
 }
 
-TEST_F(AutoMountOperations, IgnoredChildSignalMeansThatNothingCountsAsMounted) {
+TEST_F(AutoMount_operations, IgnoredChildSignalMeansThatNothingCountsAsMounted) {
     FakePrograms programs;
     programs.add("mount");
     (void)printedBy([&] {
@@ -348,7 +363,7 @@ TEST_F(AutoMountOperations, IgnoredChildSignalMeansThatNothingCountsAsMounted) {
     EXPECT_EQ("~AutoMount()\n", onDestruction());
 }
 
-TEST_F(AutoMountOperations, ShortConstructorPrintsItsLineLastAndCallsNobody) {
+TEST_F(AutoMount_operations, ShortConstructorPrintsItsLineLastAndCallsNobody) {
     commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, 0);
     EXPECT_EQ("AutoMount(PARS)\nAutoMount()\n", printedBy([&] {
                   object = std::make_unique<AutoMount>(kDevice, directory.path());
@@ -359,7 +374,7 @@ TEST_F(AutoMountOperations, ShortConstructorPrintsItsLineLastAndCallsNobody) {
     EXPECT_EQ("~AutoMount()\n", onDestruction());
 }
 
-TEST_F(AutoMountOperations, EmptyCallbackThrowsAfterTheFirstSuccess) {
+TEST_F(AutoMount_operations, EmptyCallbackThrowsAfterTheFirstSuccess) {
     commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, 0);
     (void)printedBy([&] {
         object = std::make_unique<AutoMount>(kDevice, directory.path(), nullptr, nullptr);
@@ -370,7 +385,7 @@ TEST_F(AutoMountOperations, EmptyCallbackThrowsAfterTheFirstSuccess) {
     (void)onDestruction();
 }
 
-TEST_F(AutoMountOperations, CopiesOutliveTheCallersTexts) {
+TEST_F(AutoMount_operations, CopiesOutliveTheCallersTexts) {
     commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, 0);
     std::string device = kDevice;
     std::string path = directory.path();
@@ -384,7 +399,7 @@ TEST_F(AutoMountOperations, CopiesOutliveTheCallersTexts) {
     (void)onDestruction();
 }
 
-TEST_F(AutoMountOperations, MissingDirectoryIsMadeWithItsMode) {
+TEST_F(AutoMount_operations, MissingDirectoryIsMadeWithItsMode) {
     const std::string path = directory / "new";
     const mode_t before = umask(0);
     EXPECT_EQ("AutoMount(PARS)\nDirectory " + path + " does not exist, creating it...\n",
@@ -401,7 +416,7 @@ TEST_F(AutoMountOperations, MissingDirectoryIsMadeWithItsMode) {
     EXPECT_TRUE(exists(path));
 }
 
-TEST_F(AutoMountOperations, LinkToADirectoryIsGoodEnough) {
+TEST_F(AutoMount_operations, LinkToADirectoryIsGoodEnough) {
     ASSERT_EQ(0, symlink(directory.path().c_str(), (directory / "link").c_str()));
     EXPECT_EQ("AutoMount(PARS)\n", printedBy([&] {
                   object = std::make_unique<AutoMount>(kDevice, directory / "link", callNothing,
@@ -411,7 +426,7 @@ TEST_F(AutoMountOperations, LinkToADirectoryIsGoodEnough) {
     (void)onDestruction();
 }
 
-TEST_F(AutoMountOperations, DirectoryThatCannotBeMadeIsAnError) {
+TEST_F(AutoMount_operations, DirectoryThatCannotBeMadeIsAnError) {
     writeFile(directory / "file", "");
     const std::set<int> before = openDescriptors();
     for (const std::string& path :
@@ -430,3 +445,5 @@ TEST_F(AutoMountOperations, DirectoryThatCannotBeMadeIsAnError) {
     EXPECT_THAT(openedSince(before), IsEmpty());
     EXPECT_EQ("", loop.watched);
 }
+
+} // namespace

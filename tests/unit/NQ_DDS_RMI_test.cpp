@@ -14,14 +14,15 @@
 
 #include <gmock/gmock.h>
 
-using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
 using org::opensplice::DDS_RMI::CRuntime;
 using org::opensplice::DDS_RMI::CRuntime_ref;
+
+namespace {
+
+using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
 using support::CapturedSyslog;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace {
 
 static_assert(!std::is_polymorphic<NQ_DDS_RMI_RUNTIME>::value, "no virtual operations");
 static_assert(sizeof(NQ_DDS_RMI_RUNTIME) == sizeof(CRuntime_ref), "one field");
@@ -38,10 +39,10 @@ struct Scene {
     int alive = 0;
 };
 
-class ScriptedRuntime : public CRuntime {
+class StubRuntime : public CRuntime {
 public:
-    explicit ScriptedRuntime(Scene& playedScene) : scene(playedScene) { ++scene.alive; }
-    ~ScriptedRuntime() override { --scene.alive; }
+    explicit StubRuntime(Scene& shared) : scene(shared) { ++scene.alive; }
+    ~StubRuntime() override { --scene.alive; }
 
     bool start(int argc, const char* argv[]) override {
         std::string call = "start";
@@ -71,7 +72,7 @@ int fetched = 0;
 /// The class under test, with a default runtime.
 class NQ_DDS_RMI : public testing::Test {
 protected:
-    NQ_DDS_RMI() { defaultRuntime.reset(new ScriptedRuntime(scene)); }
+    NQ_DDS_RMI() { defaultRuntime.reset(new StubRuntime(scene)); }
     ~NQ_DDS_RMI() override { defaultRuntime.reset(); }
 
     Scene scene;
@@ -85,6 +86,8 @@ CRuntime_ref CRuntime::getDefaultRuntime() {
     ++fetched;
     return defaultRuntime;
 }
+
+namespace {
 
 TEST_F(NQ_DDS_RMI, ClientIsStartedWithDiscoveryTimeoutAndThreadingModel) {
     EXPECT_EQ(0, rmi.startRUNTIME(true));
@@ -177,7 +180,7 @@ TEST_F(NQ_DDS_RMI, EachStartFetchesTheDefaultRuntimeAgain) {
 TEST_F(NQ_DDS_RMI, StartReleasesTheRuntimeFetchedEarlier) {
     rmi.startRUNTIME(false);
     Scene second;
-    defaultRuntime.reset(new ScriptedRuntime(second));
+    defaultRuntime.reset(new StubRuntime(second));
     EXPECT_EQ(1, scene.alive) << "held by the object alone";
     rmi.startRUNTIME(false);
     EXPECT_EQ(0, scene.alive);
@@ -219,3 +222,5 @@ TEST_F(NQ_DDS_RMI, ExceptionsOfTheRuntimePassThrough) {
     EXPECT_THROW(rmi.startRUNTIME(true), std::runtime_error);
     EXPECT_THAT(log.lines(), ElementsAre("<6> === Runtime start"));
 }
+
+} // namespace

@@ -9,9 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include <dirent.h>
@@ -77,9 +75,8 @@ extern "C" ssize_t sendfile64(int to, int from, off64_t* offset, std::size_t siz
 
 namespace {
 
-using kvr::api::file::FileWriter;
-using kvr::api::file::NQ_Files;
 using kvr::api::file::NQ_FileUtils;
+using support::interposedClose;
 using support::openDescriptors;
 using support::readFile;
 using support::TempDir;
@@ -376,14 +373,15 @@ TEST(NQ_FileUtils, ATransferIsOneCallAndAPartOfItIsNotContinued) {
     std::vector<Transfer> made;
     std::vector<int> closedFiles;
     transfers = &made;
-    const support::Interposed<int(int)>::Answer noteClosed = [&](int descriptor) {
-        closedFiles.push_back(descriptor);
-        return support::interposedClose.real(descriptor);
-    };
-    support::interposedClose.answerBy(&noteClosed);
-    const int result = copy(directory / "source", directory / "copy");
+    int result = -1;
+    {
+        const support::Stub closing(interposedClose, [&](int descriptor) {
+            closedFiles.push_back(descriptor);
+            return interposedClose.real(descriptor);
+        });
+        result = copy(directory / "source", directory / "copy");
+    }
     transfers = nullptr;
-    support::interposedClose.answerBy(nullptr);
     EXPECT_EQ(0, result);
     EXPECT_EQ("0123", readFile(directory / "copy"));
     ASSERT_EQ(1u, made.size());
@@ -402,91 +400,6 @@ TEST(NQ_FileUtils, CopyingClosesBothFiles) {
     copy(directory / "source", directory / "none/copy");
     copy(directory / "none", directory / "copy");
     EXPECT_EQ(before, openDescriptors());
-}
-
-// FileWriter, NQ_Files ----------------------------------------------------------------------------
-
-TEST(FileWriter, JoinsChainedWrites) {
-    const TempDir directory;
-    {
-        FileWriter writer(directory / "file");
-        writer << "ab"
-               << "cd";
-    }
-    EXPECT_EQ("abcd", readFile(directory / "file"));
-}
-
-TEST(FileWriter, ReturnsItself) {
-    const TempDir directory;
-    FileWriter writer(directory / "file");
-    EXPECT_EQ(&writer, &(writer << "text"));
-}
-
-TEST(FileWriter, WritesBytesUnchanged) {
-    const TempDir directory;
-    std::string bytes;
-    for (int byte = 0; byte < 256; ++byte)
-        bytes += static_cast<char>(byte);
-    bytes += "\r\n\n";
-    { FileWriter(directory / "file") << bytes << "" << bytes; }
-    EXPECT_EQ(bytes + bytes, readFile(directory / "file"));
-}
-
-TEST(FileWriter, ReplacesAnEarlierContent) {
-    const TempDir directory;
-    writeFile(directory / "file", "much longer than what follows");
-    { FileWriter(directory / "file") << "short"; }
-    EXPECT_EQ("short", readFile(directory / "file"));
-}
-
-TEST(FileWriter, EmptiesTheFileImmediately) {
-    const TempDir directory;
-    writeFile(directory / "file", "earlier");
-    const FileWriter writer(directory / "file");
-    EXPECT_EQ("", readFile(directory / "file"));
-}
-
-TEST(FileWriter, CompletesAndClosesTheFileAtTheEndOfItsScope) {
-    const TempDir directory;
-    const auto before = openDescriptors();
-    const std::string text(1000001, 't');
-    {
-        FileWriter writer(directory / "file");
-        writer << text;
-        EXPECT_EQ(1u, support::openedSince(before).size());
-    }
-    EXPECT_EQ(text, readFile(directory / "file"));
-    EXPECT_EQ(before, openDescriptors());
-}
-
-TEST(FileWriter, FailsSilently) {
-    const TempDir directory;
-    std::string printed;
-    const std::string errors = support::errorsOf([&] {
-        printed = support::printedBy([&] {
-            FileWriter(directory / "none/file") << "nowhere"
-                                                << "at all";
-            FileWriter(directory.path()) << "nowhere";
-            FileWriter("/dev/full") << "nowhere" << std::string(100000, 'x');
-        });
-    });
-    EXPECT_EQ("", printed);
-    EXPECT_EQ("", errors);
-    EXPECT_FALSE(support::exists(directory / "none"));
-}
-
-TEST(FileWriter, CannotBeCopied) {
-    EXPECT_FALSE(std::is_copy_constructible<FileWriter>::value);
-    EXPECT_FALSE(std::is_copy_assignable<FileWriter>::value);
-}
-
-TEST(NQ_Files, HoldsThreeTextsThatAreEmptyAtFirst) {
-    const auto files = std::make_unique<NQ_Files>();
-    EXPECT_EQ("", files->first);
-    EXPECT_EQ("", files->second);
-    EXPECT_EQ("", files->third);
-    files->third = "text";
-    EXPECT_EQ("text", NQ_Files(*files).third);
 }
 
 } // namespace

@@ -16,6 +16,8 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+namespace {
+
 using kvr::api::data::NQ_JSON;
 using support::CapturedOutput;
 using support::JsonLifetime;
@@ -23,14 +25,10 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-namespace {
-
 const NQ_JSON kNothing(static_cast<const json_object*>(nullptr));
 
 using Fields = std::map<std::string, std::string>;
 using Keys = std::vector<std::string>;
-
-} // namespace
 
 TEST(NQ_JSON_builders, AddStringtoObjAppendsToAnArray) {
     NQ_JSON builder;
@@ -282,3 +280,5 @@ TEST(NQ_JSON_flatteners, EmptyFieldsFlushesItsLines) {
     });
     EXPECT_EQ("ip=10.0.0.1\n", child.output);
 }
+
+} // namespace

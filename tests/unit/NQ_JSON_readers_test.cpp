@@ -9,10 +9,10 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+namespace {
+
 using kvr::api::data::NQ_JSON;
 using support::JsonLifetime;
-
-namespace {
 
 // One member of each type.
 const char* const kDocument = R"({"text":"abc","digits":"12","empty":"","number":5,"fraction":1.5,
@@ -26,8 +26,6 @@ struct Keyless {
     NQ_JSON nothing{static_cast<const json_object*>(nullptr)};
     const NQ_JSON* all[4] = {&emptyObject, &array, &string, &nothing};
 };
-
-} // namespace
 
 TEST(NQ_JSON_readers, GetJsonStringGivesCharactersOrSpacedText) {
     const NQ_JSON json(kDocument);
@@ -243,3 +241,5 @@ TEST(NQ_JSON_readers, BytesPassUnchanged) {
     json.addKeyVal("k", bytes);
     EXPECT_EQ(bytes, json.get_json_string("k"));
 }
+
+} // namespace

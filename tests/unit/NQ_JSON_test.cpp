@@ -14,6 +14,8 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+namespace {
+
 using kvr::api::data::NQ_JSON;
 using support::CapturedOutput;
 using support::JsonLifetime;
@@ -21,16 +23,12 @@ using support::JsonLifetime;
 static_assert(std::has_virtual_destructor<NQ_JSON>::value, "applications may derive");
 static_assert(sizeof(NQ_JSON) == 3 * sizeof(void*), "virtual table, document, scratch handle");
 
-namespace {
-
 const char* const kComplaint = "Unable to parse json\n";
 
 std::string nestedArrays(int depth) {
     return std::string(static_cast<std::size_t>(depth), '[') +
            std::string(static_cast<std::size_t>(depth), ']');
 }
-
-} // namespace
 
 TEST(NQ_JSON, DefaultConstructorMakesANewEmptyObject) {
     const NQ_JSON first;
@@ -320,3 +318,5 @@ TEST(NQ_JSON, FromFileTreatsAFileThatCannotBeReadAsAnEmptyText) {
         EXPECT_EQ(kComplaint, output.text()) << path;
     }
 }
+
+} // namespace

@@ -15,6 +15,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
 using kvr::api::CallbackMethod;
 using kvr::api::NQ_RPCHandler;
 using kvr::api::data::NQ_JSON;
@@ -32,8 +34,6 @@ static_assert(!std::is_copy_assignable<NQ_RPCHandler>::value, "a copy would dele
 static_assert(sizeof(CallbackMethod) == sizeof(void*), "virtual table alone");
 static_assert(sizeof(NQ_RPCHandler) == sizeof(void*) + sizeof(std::list<CallbackMethod*>),
               "virtual table, method table");
-
-namespace {
 
 /// The events of a test's handlers, in order.
 using Journal = std::vector<std::string>;
@@ -110,8 +110,6 @@ protected:
     std::unique_ptr<Dispatcher> dispatcher{new Dispatcher(&journal)};
     NQ_JSON response;
 };
-
-} // namespace
 
 TEST_F(NQ_JsonRPC, ConstructionIsRecordedInTheSystemLog) {
     const CapturedSyslog log;
@@ -424,3 +422,5 @@ TEST(NQ_JsonRPC_layout, VirtualOperationsKeepTheirSlots) {
     EXPECT_EQ(4u, support::virtualSlot(&CallbackMethod::GetDescription));
     EXPECT_EQ(2u, support::virtualSlot(&NQ_RPCHandler::RegisterMethods));
 }
+
+} // namespace

@@ -28,6 +28,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
 using kvr::api::log::NQ_Logger;
 using support::CapturedSyslog;
 using support::ForkedChild;
@@ -38,8 +40,6 @@ static_assert(std::has_virtual_destructor<NQ_Logger>::value, "");
 static_assert(!std::is_default_constructible<NQ_Logger>::value, "only instance() makes one");
 static_assert(!std::is_copy_constructible<NQ_Logger>::value, "there is one");
 static_assert(!std::is_copy_assignable<NQ_Logger>::value, "there is one");
-
-namespace {
 
 // An explicit instantiation may name a private member. No other way leads to the logger's lock.
 std::mutex* loggersLock();
@@ -130,8 +130,6 @@ void expectInitialisationToFail() {
         EXPECT_EQ(typeid(std::runtime_error), typeid(error));
     }
 }
-
-} // namespace
 
 TEST_F(NQ_LoggerTest, NamesItsFileAndItsLevels) {
     EXPECT_STREQ("/tmp/log.out", NQ_Logger::kLogFileName);
@@ -438,3 +436,5 @@ TEST_F(NQ_LoggerTest, AProcessThatNeverLoggedExitsWithoutTheFile) {
     inChild([] {});
     EXPECT_FALSE(support::exists(kFile));
 }
+
+} // namespace

@@ -13,15 +13,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace {
+
 using kvr::api::com::NQ_Mqtt;
 using support::CapturedOutput;
 using support::CapturedSyslog;
+using support::FakePaho;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-
-namespace {
 
 const std::string kDefaultConnect =
     "connect client timeout=60 retry=10 keepalive=60 reliable=1 clean=0 user=null password=null";
@@ -53,8 +54,6 @@ std::vector<std::string> logOfFailures(int code, int attempts) {
     EXPECT_EQ(code, mqtt.getLastResult());
     return log.lines();
 }
-
-} // namespace
 
 TEST(NQ_Mqtt, IsNotCopied) {
     EXPECT_FALSE(std::is_copy_constructible<NQ_Mqtt>::value);
@@ -491,3 +490,5 @@ TEST(NQ_Mqtt, SecondInitialiseTakesTheOptionsSetInBetween) {
                   " will='a/topic/that/is/much/longer/than/the/first','lost',qos=1,retained=0",
               connectLine(mqtt, paho));
 }
+
+} // namespace

@@ -30,6 +30,7 @@ namespace {
 
 using kvr::api::file::NQ_Popen;
 using support::Call;
+using support::HeldThreads;
 using support::openDescriptors;
 using support::ScriptedCall;
 using support::TempDir;

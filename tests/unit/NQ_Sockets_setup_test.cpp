@@ -29,19 +29,19 @@
 namespace {
 
 using kvr::api::com::NQ_Sockets;
-using scene::Client;
-using scene::kAddressPath;
-using scene::kDirectory;
-using scene::lengthPrefix;
-using scene::message;
-using scene::Recorder;
-using scene::Scene;
-using scene::SocketName;
 using support::Call;
+using support::kAddressPath;
+using support::kSocketDirectory;
+using support::lengthPrefix;
+using support::message;
+using support::MessageRecorder;
 using support::openDescriptors;
 using support::openedSince;
 using support::printedBy;
 using support::ScriptedCall;
+using support::SocketClient;
+using support::SocketName;
+using support::SocketScene;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::Eq;
@@ -63,14 +63,14 @@ TEST(NQ_Sockets, TheDirectoryCommandsResultIsIgnored) {
     { const NQ_Sockets makesTheDirectory(socketName.name.c_str()); }
     const support::CapturedCommands commands(support::CapturedCommands::runNothing, -1);
     EXPECT_EQ("", printedBy([&] { const NQ_Sockets server(socketName.name.c_str()); }));
-    EXPECT_EQ(0, Client(socketName.path).error());
+    EXPECT_EQ(0, SocketClient(socketName.path).error());
 }
 
 TEST(NQ_Sockets, AMissingDirectoryIsMade) {
     support::inPrivateMounts({"/tmp"}, [] {
         EXPECT_EQ("", printedBy([] { const NQ_Sockets server("abc"); }));
         EXPECT_TRUE(support::exists("/tmp/socketDDS/abc"));
-        EXPECT_EQ(0, Client("/tmp/socketDDS/abc").error());
+        EXPECT_EQ(0, SocketClient("/tmp/socketDDS/abc").error());
     });
 }
 
@@ -87,10 +87,10 @@ TEST(NQ_Sockets, AStaleSocketFileIsReplaced) {
     { const NQ_Sockets earlier(socketName.name.c_str()); }
     for (const int descriptor : openedSince(before))
         close(descriptor); // as when its process ends
-    ASSERT_EQ(ECONNREFUSED, Client(socketName.path).error());
+    ASSERT_EQ(ECONNREFUSED, SocketClient(socketName.path).error());
 
     const NQ_Sockets server(socketName.name.c_str());
-    EXPECT_EQ(0, Client(socketName.path).error());
+    EXPECT_EQ(0, SocketClient(socketName.path).error());
 }
 
 TEST(NQ_Sockets, AnOrdinaryFileInTheWayIsReplaced) {
@@ -102,24 +102,24 @@ TEST(NQ_Sockets, AnOrdinaryFileInTheWayIsReplaced) {
     struct stat status = {};
     ASSERT_EQ(0, lstat(socketName.path.c_str(), &status));
     EXPECT_TRUE(S_ISSOCK(status.st_mode));
-    EXPECT_EQ(0, Client(socketName.path).error());
+    EXPECT_EQ(0, SocketClient(socketName.path).error());
 }
 
 TEST(NQ_Sockets, TheLoopsSocketTakesThePlaceOfTheConstructors) {
     const SocketName socketName;
     const auto atFirst = openDescriptors();
     NQ_Sockets server(socketName.name.c_str());
-    Recorder recorder;
+    MessageRecorder recorder;
     server.attach(&recorder);
     const auto madeByConstructor = openedSince(atFirst);
     ASSERT_THAT(madeByConstructor, SizeIs(1));
 
-    Client early(socketName.path);
+    SocketClient early(socketName.path);
     early.send(message("too early"));
     bool stop = false;
     const ScriptedCall accepting(Call::accept, [&](int) {
         stop = true;
-        Client(socketName.path).send(message("in time"));
+        SocketClient(socketName.path).send(message("in time"));
         return ScriptedCall::kPassOn;
     });
     printedBy([&] { server.loop(stop); });
@@ -135,7 +135,7 @@ TEST(NQ_Sockets, TheLoopsSocketTakesThePlaceOfTheConstructors) {
 TEST(NQ_Sockets, NoDescriptorIsEverClosed) {
     const auto before = openDescriptors();
     {
-        Scene scene;
+        SocketScene scene;
         EXPECT_THAT(openedSince(before), SizeIs(1));
         // Five visits: a complete one, one with an invalid length, one whose observer throws, and
         // two with a failing recv(). The first of those fails for the length, the second for the
@@ -160,7 +160,7 @@ TEST(NQ_Sockets, TheDestructorLeavesTheSocketFile) {
     const SocketName socketName;
     { const NQ_Sockets server(socketName.name.c_str()); }
     EXPECT_TRUE(support::exists(socketName.path));
-    EXPECT_EQ(0, Client(socketName.path).error()) << "its descriptor still listens";
+    EXPECT_EQ(0, SocketClient(socketName.path).error()) << "its descriptor still listens";
 }
 
 TEST(NQ_Sockets, ListensOnAPlainStreamSocket) {
@@ -181,9 +181,9 @@ TEST(NQ_Sockets, ListensOnAPlainStreamSocket) {
 TEST(NQ_Sockets, ListensWithABacklogOfFive) {
     const SocketName socketName;
     const NQ_Sockets server(socketName.name.c_str());
-    std::vector<std::unique_ptr<Client>> clients;
+    std::vector<std::unique_ptr<SocketClient>> clients;
     do {
-        clients.push_back(std::make_unique<Client>(socketName.path, SOCK_NONBLOCK));
+        clients.push_back(std::make_unique<SocketClient>(socketName.path, SOCK_NONBLOCK));
     } while (clients.back()->error() == 0 && clients.size() < 100);
     EXPECT_EQ(EAGAIN, clients.back()->error());
     EXPECT_THAT(clients, SizeIs(5 + 1 + 1)) << "Linux queues one more than the backlog";
@@ -194,17 +194,17 @@ TEST(NQ_Sockets, ListensWithABacklogOfFive) {
 /// Returns a name whose path has `length` bytes.
 std::string nameFor(std::size_t length) {
     const std::string name = SocketName().name + "-";
-    return name + std::string(length - kDirectory.size() - name.size(), 'n');
+    return name + std::string(length - kSocketDirectory.size() - name.size(), 'n');
 }
 
 TEST(NQ_Sockets, APathMayFillTheAddress) {
     for (const std::size_t length : {kAddressPath - 1, kAddressPath}) {
         const std::string name = nameFor(length);
-        const std::string path = kDirectory + name;
+        const std::string path = kSocketDirectory + name;
         ASSERT_EQ(length, path.size());
         NQ_Sockets server(name.c_str());
         EXPECT_TRUE(support::exists(path));
-        EXPECT_EQ(0, Client(path).error());
+        EXPECT_EQ(0, SocketClient(path).error());
         support::removeSocketFile(path);
     }
 }
@@ -264,7 +264,7 @@ TEST(NQ_Sockets, AFailingListenEndsTheProcess) {
 }
 
 TEST(NQ_Sockets, ALoopThatCannotListenEndsTheProcessToo) {
-    Scene scene;
+    SocketScene scene;
     scene.stop = true;
     EXPECT_EXIT(
         {
@@ -275,11 +275,11 @@ TEST(NQ_Sockets, ALoopThatCannotListenEndsTheProcessToo) {
 }
 
 TEST(NQ_Sockets, InitSocketSrvMakesAFreshSocket) {
-    Scene scene;
+    SocketScene scene;
     const auto before = openDescriptors();
     scene.server.initSocketSrv();
     EXPECT_THAT(openedSince(before), SizeIs(1));
-    EXPECT_EQ(0, Client(scene.path()).error());
+    EXPECT_EQ(0, SocketClient(scene.path()).error());
 }
 
 } // namespace

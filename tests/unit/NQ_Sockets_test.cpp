@@ -21,16 +21,16 @@
 namespace {
 
 using kvr::api::com::NQ_Sockets;
-using scene::Client;
-using scene::lengthPrefix;
-using scene::message;
-using scene::Recorder;
-using scene::Scene;
 using support::Call;
+using support::lengthPrefix;
+using support::message;
+using support::MessageRecorder;
 using support::openDescriptors;
 using support::openedSince;
 using support::printedBy;
 using support::ScriptedCall;
+using support::SocketClient;
+using support::SocketScene;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -56,7 +56,7 @@ std::uint32_t partialLength(const std::string& bytes) {
 // One connection ------------------------------------------------------------------------------
 
 TEST(NQ_Sockets, PrintsEveryStepOfAConnection) {
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ("Waiting for a connection...\n"
               "Connected.\n"
               "Receiving: 5 bytes\n"
@@ -70,7 +70,7 @@ TEST(NQ_Sockets, PrintsEveryStepOfAConnection) {
 }
 
 TEST(NQ_Sockets, WaitsAgainWhileNotStopped) {
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("one") + kClosed + kWaiting +
                   kConnected + received("two") + kClosed,
               scene.serve({scene.sends(message("one")), scene.sends(message("two"))}));
@@ -78,7 +78,7 @@ TEST(NQ_Sockets, WaitsAgainWhileNotStopped) {
 }
 
 TEST(NQ_Sockets, AnnouncesTwoMessagesOfOneConnectionInOrder) {
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("first") + received("second!") +
                   kClosed,
               scene.serve({scene.sends(message("first") + message("second!"))}));
@@ -87,8 +87,8 @@ TEST(NQ_Sockets, AnnouncesTwoMessagesOfOneConnectionInOrder) {
 }
 
 TEST(NQ_Sockets, ReadsTheNextMessageAfterAllObserversHaveReturned) {
-    Scene scene;
-    Recorder last;
+    SocketScene scene;
+    MessageRecorder last;
     scene.server.attach(&last);
     std::string events;
     scene.recorder.alsoDo = [&] { events += 'a'; };
@@ -104,7 +104,7 @@ TEST(NQ_Sockets, ReadsTheNextMessageAfterAllObserversHaveReturned) {
 TEST(NQ_Sockets, TakesAnyBytesAsPayload) {
     std::string payload("\0\n\xff\x80 'quoted' \\", 16);
     payload += '\0';
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received(payload) + kClosed,
               scene.serve({scene.sends(message(payload))}));
     EXPECT_THAT(scene.recorder.heard, ElementsAre(payload));
@@ -112,28 +112,28 @@ TEST(NQ_Sockets, TakesAnyBytesAsPayload) {
 
 TEST(NQ_Sockets, TakesLengthsOfSeveralBytes) {
     const std::string payload(70001, 'x'); // 0x11171
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received(payload) + kClosed,
               scene.serve({scene.sends(message(payload))}));
     EXPECT_THAT(scene.recorder.heard, ElementsAre(payload));
 }
 
 TEST(NQ_Sockets, TakesAPayloadOfOneByte) {
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("1") + received("2") + kClosed,
               scene.serve({scene.sends(message("1") + message("2"))}));
     EXPECT_THAT(scene.recorder.heard, ElementsAre("1", "2"));
 }
 
 TEST(NQ_Sockets, AnEmptyConnectionIsOver) {
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({scene.sends("")}));
     EXPECT_THAT(scene.recorder.heard, IsEmpty());
     EXPECT_EQ("", scene.server.getLastMessage());
 }
 
 TEST(NQ_Sockets, WakesForAClientThatComesLater) {
-    Scene scene;
+    SocketScene scene;
     bool stop = false;
     scene.recorder.alsoDo = [&] { stop = true; };
     std::string printed;
@@ -142,7 +142,7 @@ TEST(NQ_Sockets, WakesForAClientThatComesLater) {
         std::thread client([&] {
             if (!output.waitFor(kWaiting))
                 return; // the server then never ends, and the time limit fails the test
-            Client late(scene.path());
+            SocketClient late(scene.path());
             if (output.waitFor(kConnected))
                 late.send(message("at last"));
         });
@@ -154,7 +154,7 @@ TEST(NQ_Sockets, WakesForAClientThatComesLater) {
 }
 
 TEST(NQ_Sockets, FlushesEveryLineImmediately) {
-    Scene scene;
+    SocketScene scene;
     std::vector<std::string> written;
     {
         const support::CapturedOutput output;
@@ -181,7 +181,7 @@ TEST(NQ_Sockets, FlushesEveryLineImmediately) {
 }
 
 TEST(NQ_Sockets, FlushesItsReportOfAFailure) {
-    Scene scene;
+    SocketScene scene;
     std::string inLoop;
     std::string inConstructor;
     {
@@ -204,7 +204,7 @@ TEST(NQ_Sockets, FlushesItsReportOfAFailure) {
 
 TEST(NQ_Sockets, PrintsDecimalNumbersWhateverTheApplicationAskedOfItsStream) {
     const std::string payload(12345, 'x');
-    Scene scene;
+    SocketScene scene;
     const support::AlteredNumbers altered;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received(payload) +
                   "Receiving: 4294967295 bytes\n" + kFailed + "std::bad_alloc\n",
@@ -219,14 +219,14 @@ TEST(NQ_Sockets, PrintsDecimalNumbersWhateverTheApplicationAskedOfItsStream) {
 // The end of a connection ----------------------------------------------------------------------
 
 TEST(NQ_Sockets, ReceivesThePayloadOfAPeerThatIsGoneToo) {
-    Scene scene;
+    SocketScene scene;
     const ScriptedCall receiving(Call::recv, ScriptedCall::kPassOn);
     EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({scene.sends("")}));
     EXPECT_EQ(2, receiving.count());
 }
 
 TEST(NQ_Sockets, PrintsAFailureOfThatReceive) {
-    Scene scene;
+    SocketScene scene;
     const ScriptedCall receiving(
         Call::recv, [](int number) { return number == 2 ? ECONNRESET : ScriptedCall::kPassOn; });
     EXPECT_EQ(std::string(kWaiting) + kConnected + "Receiving: 0 bytes\nReceive result:-1\n" +
@@ -235,15 +235,15 @@ TEST(NQ_Sockets, PrintsAFailureOfThatReceive) {
 }
 
 TEST(NQ_Sockets, ReceivesThePayloadAfterAPartOfALengthThatIsZero) {
-    Scene scene;
-    std::unique_ptr<Client> client;
+    SocketScene scene;
+    std::unique_ptr<SocketClient> client;
     const ScriptedCall receiving(Call::recv, [&](int number) {
         if (number == 2)
             client->close(); // otherwise the call waits for the rest of the length
         return ScriptedCall::kPassOn;
     });
     EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({[&] {
-        client = std::make_unique<Client>(scene.path());
+        client = std::make_unique<SocketClient>(scene.path());
         client->send(std::string(3, '\0'));
         return ScriptedCall::kPassOn;
     }}));
@@ -251,7 +251,7 @@ TEST(NQ_Sockets, ReceivesThePayloadAfterAPartOfALengthThatIsZero) {
 }
 
 TEST(NQ_Sockets, ReceivesNoPayloadAfterAWholeLengthOfZero) {
-    Scene scene;
+    SocketScene scene;
     const ScriptedCall receiving(Call::recv, ScriptedCall::kPassOn);
     EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed,
               scene.serve({scene.sends(lengthPrefix(0) + message("behind"))}));
@@ -261,8 +261,8 @@ TEST(NQ_Sockets, ReceivesNoPayloadAfterAWholeLengthOfZero) {
 // Lengths and payloads that do not fit ---------------------------------------------------------
 
 TEST(NQ_Sockets, APayloadInTwoSegmentsIsDeliveredAfterTheFirst) {
-    Scene scene;
-    std::unique_ptr<Client> client;
+    SocketScene scene;
+    std::unique_ptr<SocketClient> client;
     // The server then reads the rest of the payload as a message: length 2, "xy", and the first
     // byte of another length.
     const std::string rest = lengthPrefix(2) + "xyz";
@@ -281,7 +281,7 @@ TEST(NQ_Sockets, APayloadInTwoSegmentsIsDeliveredAfterTheFirst) {
                   delivered + "\n" + received("xy") +
                   "Receiving: " + std::to_string(partialLength("z")) + " bytes\nReceive result:0\n",
               scene.serve({[&] {
-                  client = std::make_unique<Client>(scene.path());
+                  client = std::make_unique<SocketClient>(scene.path());
                   client->send(lengthPrefix(10) + "abc");
                   return ScriptedCall::kPassOn;
               }}));
@@ -291,7 +291,7 @@ TEST(NQ_Sockets, APayloadInTwoSegmentsIsDeliveredAfterTheFirst) {
 TEST(NQ_Sockets, AShortLengthIsFilledWithZeroBytes) {
     for (const std::string& bytes :
          {std::string("\x05"), std::string("\x01\x02"), std::string("\x01\x02\x03")}) {
-        Scene scene;
+        SocketScene scene;
         EXPECT_EQ(std::string(kWaiting) + kConnected + "Receiving: " +
                       std::to_string(partialLength(bytes)) + " bytes\nReceive result:0\n",
                   scene.serve({scene.sends(bytes)}));
@@ -300,8 +300,8 @@ TEST(NQ_Sockets, AShortLengthIsFilledWithZeroBytes) {
 }
 
 TEST(NQ_Sockets, APayloadMayFollowAShortLength) {
-    Scene scene;
-    std::unique_ptr<Client> client;
+    SocketScene scene;
+    std::unique_ptr<SocketClient> client;
     const std::string shortLength = "\x03";
     const std::string payload = "abc";
     const ScriptedCall receiving(Call::recv, [&](int number) {
@@ -312,7 +312,7 @@ TEST(NQ_Sockets, APayloadMayFollowAShortLength) {
         return ScriptedCall::kPassOn;
     });
     scene.serve({[&] {
-        client = std::make_unique<Client>(scene.path());
+        client = std::make_unique<SocketClient>(scene.path());
         client->send(shortLength);
         return ScriptedCall::kPassOn;
     }});
@@ -322,10 +322,10 @@ TEST(NQ_Sockets, APayloadMayFollowAShortLength) {
 }
 
 TEST(NQ_Sockets, AZeroLengthEndsTheConnectionAndWhatFollowsIsNeverRead) {
-    Scene scene;
-    std::unique_ptr<Client> client; // stays open: the server must not wait for its end
+    SocketScene scene;
+    std::unique_ptr<SocketClient> client; // stays open: the server must not wait for its end
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("before") + kClosed, scene.serve({[&] {
-        client = std::make_unique<Client>(scene.path());
+        client = std::make_unique<SocketClient>(scene.path());
         client->send(message("before") + lengthPrefix(0) + message("behind"));
         return ScriptedCall::kPassOn;
     }}));
@@ -333,10 +333,10 @@ TEST(NQ_Sockets, AZeroLengthEndsTheConnectionAndWhatFollowsIsNeverRead) {
 }
 
 TEST(NQ_Sockets, AZeroLengthEndsTheConnectionOfAClientThatSendsNothingMore) {
-    Scene scene;
-    std::unique_ptr<Client> client;
+    SocketScene scene;
+    std::unique_ptr<SocketClient> client;
     EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({[&] {
-        client = std::make_unique<Client>(scene.path());
+        client = std::make_unique<SocketClient>(scene.path());
         client->send(lengthPrefix(0));
         return ScriptedCall::kPassOn;
     }}));
@@ -344,7 +344,7 @@ TEST(NQ_Sockets, AZeroLengthEndsTheConnectionOfAClientThatSendsNothingMore) {
 }
 
 TEST(NQ_Sockets, ALengthThatCannotBeAllocatedAbandonsTheConnection) {
-    Scene scene;
+    SocketScene scene;
     const std::string printed =
         scene.serve({scene.sends(message("kept") + lengthPrefix(UINT32_MAX) + "x"),
                      scene.sends(message("next"))});
@@ -358,16 +358,16 @@ TEST(NQ_Sockets, ALengthThatCannotBeAllocatedAbandonsTheConnection) {
 // Failing calls and observers ------------------------------------------------------------------
 
 TEST(NQ_Sockets, AFailingAcceptIsPrintedAndTriedAgain) {
-    Scene scene;
+    SocketScene scene;
     const std::string failure =
         std::string(kWaiting) + kFailed + "Error accepting socket connection\n\n";
     EXPECT_EQ(failure + failure + kWaiting + kConnected + received("hello") + kClosed,
-              scene.serve({Scene::failsWith(EMFILE), Scene::failsWith(EINTR),
+              scene.serve({SocketScene::failsWith(EMFILE), SocketScene::failsWith(EINTR),
                            scene.sends(message("hello"))}));
 }
 
 TEST(NQ_Sockets, AFailingReceiveOfTheLengthAbandonsTheConnection) {
-    Scene scene;
+    SocketScene scene;
     const ScriptedCall receiving(
         Call::recv, [](int number) { return number == 1 ? EINTR : ScriptedCall::kPassOn; });
     EXPECT_EQ(std::string(kWaiting) + kConnected + kFailed +
@@ -378,7 +378,7 @@ TEST(NQ_Sockets, AFailingReceiveOfTheLengthAbandonsTheConnection) {
 }
 
 TEST(NQ_Sockets, AFailingReceiveOfThePayloadAbandonsTheConnection) {
-    Scene scene;
+    SocketScene scene;
     const ScriptedCall receiving(
         Call::recv, [](int number) { return number == 4 ? ECONNRESET : ScriptedCall::kPassOn; });
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("one") +
@@ -392,8 +392,8 @@ TEST(NQ_Sockets, AFailingReceiveOfThePayloadAbandonsTheConnection) {
 }
 
 TEST(NQ_Sockets, AnObserversStandardExceptionAbandonsTheConnection) {
-    Scene scene;
-    Recorder unreached;
+    SocketScene scene;
+    MessageRecorder unreached;
     scene.server.attach(&unreached);
     scene.recorder.alsoDo = [&] {
         if (scene.recorder.heard.back() == "bad")
@@ -411,7 +411,7 @@ TEST(NQ_Sockets, AnObserversStandardExceptionAbandonsTheConnection) {
 }
 
 TEST(NQ_Sockets, AnyOtherExceptionOfAnObserverPassesThrough) {
-    Scene scene;
+    SocketScene scene;
     scene.recorder.alsoDo = [] { throw 42; };
     bool thrown = false;
     const std::string printed = printedBy([&] {
@@ -434,15 +434,15 @@ TEST(NQ_Sockets, AnyOtherExceptionOfAnObserverPassesThrough) {
 // Stopping ---------------------------------------------------------------------------------------
 
 TEST(NQ_Sockets, AStoppedLoopRemakesTheSocketAndAcceptsNobody) {
-    Scene scene;
+    SocketScene scene;
     const auto before = openDescriptors();
     EXPECT_EQ("", scene.serve({}));
     EXPECT_THAT(openedSince(before), SizeIs(1));
-    EXPECT_EQ(0, Client(scene.path()).error());
+    EXPECT_EQ(0, SocketClient(scene.path()).error());
 }
 
 TEST(NQ_Sockets, AStopInterruptsNoConnectionInProgress) {
-    Scene scene;
+    SocketScene scene;
     bool stop = false;
     scene.recorder.alsoDo = [&] { stop = true; };
     const std::string printed = printedBy([&] {
@@ -455,9 +455,9 @@ TEST(NQ_Sockets, AStopInterruptsNoConnectionInProgress) {
 }
 
 TEST(NQ_Sockets, AStopSetDuringAFailedConnectionEndsTheLoop) {
-    Scene scene;
+    SocketScene scene;
     EXPECT_EQ(std::string(kWaiting) + kFailed + "Error accepting socket connection\n\n",
-              scene.serve({Scene::failsWith(ECONNABORTED)}));
+              scene.serve({SocketScene::failsWith(ECONNABORTED)}));
 }
 
 } // namespace

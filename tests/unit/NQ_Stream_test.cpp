@@ -3,53 +3,33 @@
 #include "CapturedOutput.h"
 #include "ForkedChild.h"
 #include "StandardInput.h"
-#include "TempDir.h"
+#include "StreamScene.h"
 #include "Waiting.h"
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <locale>
 #include <sstream>
 #include <string>
 #include <thread>
 
-#include <fcntl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
+using support::lineFromInput;
+using support::Poll;
 using support::printedBy;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using support::SemicolonForNewline;
+using support::StandardInput;
+using support::WatchedPolls;
 using Clock = std::chrono::steady_clock;
-
-/// Reads a line from standard input with a stop flag that stays false.
-std::string lineFromInput() {
-    bool stop = false;
-    std::string line = NQ_Stream::readOneLineStream(std::cin, stop);
-    EXPECT_FALSE(stop);
-    return line;
-}
-
-/// Makes widen() return a semicolon for a newline.
-class SemicolonForNewline : public std::ctype<char> {
-protected:
-    char do_widen(char c) const override { return c == '\n' ? ';' : c; }
-    const char* do_widen(const char* from, const char* end, char* to) const override {
-        while (from != end)
-            *to++ = do_widen(*from++);
-        return end;
-    }
-};
 
 // lines -------------------------------------------------------------------------------------------
 
@@ -106,228 +86,6 @@ TEST(NQ_Stream, TheOverloadWithoutAFlagReadsTheSame) {
     EXPECT_EQ("from standard input", NQ_Stream::readOneLineStream(std::cin));
     std::istringstream in("\n\nfrom a text\n");
     EXPECT_EQ("from a text", NQ_Stream::readOneLineStream(in));
-}
-
-// lines that have been read ahead -----------------------------------------------------------------
-
-TEST(NQ_Stream, EveryLineOfABurstIsAnnouncedWithoutAWait) {
-    StandardInput input;
-    const WatchedPolls polls;
-    input.write("a\nb\nc\n");
-    EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ(0, input.unread()); // one read(2) took all lines
-    EXPECT_EQ("b", lineFromInput());
-    EXPECT_EQ("c", lineFromInput());
-    EXPECT_EQ(1, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(0, 0));
-}
-
-TEST(NQ_Stream, EmptyLinesOfABurstAreSkippedWithoutAWait) {
-    StandardInput input;
-    const WatchedPolls polls;
-    input.write("\n\na\n");
-    EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ(1, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(0, 0));
-}
-
-TEST(NQ_Stream, LinesThatTheProgramReadAheadBeforeAreNotLost) {
-    StandardInput input;
-    const WatchedPolls polls;
-    input.write("the program's\nb\nc\n");
-    std::string own;
-    std::getline(std::cin, own);
-    EXPECT_EQ("the program's", own);
-    EXPECT_EQ("b", lineFromInput());
-    EXPECT_EQ("c", lineFromInput());
-    EXPECT_EQ(0, polls.count());
-}
-
-TEST(NQ_Stream, LinesThatAreReadAheadStayForTheProgram) {
-    StandardInput input;
-    input.write("a\nb\n");
-    EXPECT_EQ("a", lineFromInput());
-    std::string own;
-    std::getline(std::cin, own);
-    EXPECT_EQ("b", own);
-}
-
-TEST(NQ_Stream, WhileMoreInputIsReadableTheWaitIsAsEver) {
-    StandardInput input;
-    const WatchedPolls polls;
-    input.write("a\nb\n");
-    EXPECT_EQ("a", lineFromInput());
-    input.write("c\n");
-    EXPECT_EQ("b", lineFromInput());
-    EXPECT_EQ("c", lineFromInput());
-    EXPECT_EQ(3, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(1));
-    for (const Poll& poll : polls.all())
-        EXPECT_EQ(1000, poll.milliseconds);
-}
-
-TEST(NQ_Stream, APartOfALineThatWasReadAheadDoesNotHideTheStopFlag) {
-    StandardInput input;
-    bool stop = false;
-    input.write("a\nbe");
-    EXPECT_EQ("a", NQ_Stream::readOneLineStream(std::cin, stop));
-    {
-        const WatchedPolls polls([&](int) {
-            stop = true;
-            return 0;
-        });
-        EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
-        EXPECT_EQ(1, polls.count());
-        EXPECT_THAT(polls.looks(), IsEmpty());
-    }
-    input.write("gun\n");
-    EXPECT_EQ("begun", lineFromInput());
-}
-
-TEST(NQ_Stream, TheStopFlagTakesPrecedenceOverALineThatWasReadAhead) {
-    StandardInput input;
-    input.write("a\nkept\n");
-    EXPECT_EQ("a", lineFromInput());
-    bool stop = true;
-    const WatchedPolls polls;
-    EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
-    EXPECT_EQ(0, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(0));
-    EXPECT_EQ("kept", lineFromInput());
-}
-
-TEST(NQ_Stream, AFailedStreamIsWaitedForThoughALineWasReadAhead) {
-    StandardInput input;
-    input.write("a\nb\n");
-    EXPECT_EQ("a", lineFromInput());
-    std::cin.setstate(std::ios::failbit);
-    bool stop = false;
-    const WatchedPolls polls([&](int) {
-        stop = true;
-        return 0;
-    });
-    EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
-    EXPECT_EQ(1, polls.count());
-    EXPECT_THAT(polls.looks(), IsEmpty());
-}
-
-TEST(NQ_Stream, TheEndOfALineThatWasReadAheadIsThatOfTheStreamsLocale) {
-    StandardInput input;
-    const std::locale before =
-        std::cin.imbue(std::locale(std::cin.getloc(), new SemicolonForNewline));
-    const WatchedPolls polls;
-    input.write("a;b;");
-    EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ("b", lineFromInput());
-    EXPECT_EQ(1, polls.count());
-    std::cin.imbue(before);
-}
-
-TEST(NQ_Stream, ABurstIsAnnouncedWithoutAWaitAlsoFromABufferOfTheStreamsOwn) {
-    const support::ForkedChild child = support::inForkedChild([] {
-        StandardInput input;
-        std::ios::sync_with_stdio(false);
-        const WatchedPolls polls;
-        input.write("a\nb\nc\n");
-        EXPECT_EQ("a", lineFromInput());
-        EXPECT_EQ(0, input.unread());
-        EXPECT_EQ("b", lineFromInput());
-        EXPECT_EQ("c", lineFromInput());
-        EXPECT_EQ(1, polls.count());
-    });
-    EXPECT_EQ(0, child.status) << child.output;
-}
-
-TEST(NQ_Stream, APartOfALineInABufferOfTheStreamsOwnDoesNotHideTheStopFlag) {
-    const support::ForkedChild child = support::inForkedChild([] {
-        alarm(60); // ends the test if the call blocks for the rest
-        StandardInput input;
-        std::ios::sync_with_stdio(false);
-        bool stop = false;
-        input.write("a\nbe");
-        EXPECT_EQ("a", NQ_Stream::readOneLineStream(std::cin, stop));
-        EXPECT_EQ(0, input.unread());
-        {
-            const WatchedPolls polls([&](int) {
-                stop = true;
-                return 0;
-            });
-            EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
-            EXPECT_EQ(1, polls.count());
-            EXPECT_THAT(polls.looks(), IsEmpty());
-        }
-        input.write("gun\n");
-        EXPECT_EQ("begun", lineFromInput());
-    });
-    EXPECT_EQ(0, child.status) << child.output;
-}
-
-#if defined(__GLIBCXX__) // libc++'s std::cin always reads from the C library's buffer
-TEST(NQ_Stream, ALineInABufferThatTheStreamDoesNotReadFromDoesNotHideTheStopFlag) {
-    const support::ForkedChild child = support::inForkedChild([] {
-        alarm(60); // should the call block
-        StandardInput input;
-        std::ios::sync_with_stdio(false);
-        input.write("a\nfor the C library\n");
-        EXPECT_EQ('a', std::getchar());
-        EXPECT_EQ(0, input.unread());
-        bool stop = false;
-        const WatchedPolls polls([&](int) {
-            stop = true;
-            return 0;
-        });
-        EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
-        EXPECT_EQ(1, polls.count());
-        EXPECT_THAT(polls.looks(), IsEmpty());
-    });
-    EXPECT_EQ(0, child.status) << child.output;
-}
-#endif
-
-TEST(NQ_Stream, AClosedPipeIsWaitedForBeforeEveryLine) {
-    StandardInput input;
-    const WatchedPolls polls;
-    input.write("a\nb\n\nc\n");
-    input.close();
-    EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ("b", lineFromInput());
-    EXPECT_EQ("c", lineFromInput());
-    EXPECT_EQ(4, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(1, 1, 1));
-}
-
-TEST(NQ_Stream, AFileIsWaitedForBeforeEveryLine) {
-    const support::TempDir directory;
-    support::writeFile(directory / "lines", "a\nb\nc\n");
-    const int file = open((directory / "lines").c_str(), O_RDONLY | O_CLOEXEC);
-    StandardInput input;
-    input.replace(file);
-    close(file);
-    const WatchedPolls polls;
-    EXPECT_EQ("a", lineFromInput());
-    EXPECT_EQ("b", lineFromInput());
-    EXPECT_EQ("c", lineFromInput());
-    EXPECT_EQ(3, polls.count());
-}
-
-TEST(NQ_Stream, ATerminalIsWaitedForBeforeEveryLine) {
-    const int user = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_TRUE(user >= 0 && grantpt(user) == 0 && unlockpt(user) == 0);
-    const int terminal = open(ptsname(user), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(terminal, 0);
-    {
-        StandardInput input;
-        input.replace(terminal);
-        const WatchedPolls polls;
-        ASSERT_EQ(6, write(user, "a\nb\nc\n", 6));
-        EXPECT_EQ("a", lineFromInput());
-        EXPECT_EQ("b", lineFromInput());
-        EXPECT_EQ("c", lineFromInput());
-        EXPECT_EQ(3, polls.count());
-        EXPECT_THAT(polls.looks(), IsEmpty()); // a terminal delivers one line per read
-    }
-    close(terminal);
-    close(user);
 }
 
 // waiting -----------------------------------------------------------------------------------------

@@ -12,6 +12,10 @@
 
 namespace {
 
+using support::Poll;
+using support::StandardInput;
+using support::WatchedPolls;
+
 TEST(NQ_Stream_unbuffered, NothingIsReadAheadSoThatEveryLineIsSeenByPoll) {
     StandardInput input;
     const WatchedPolls polls;

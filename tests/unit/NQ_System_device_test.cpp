@@ -9,6 +9,7 @@
 #include "PrivateMounts.h"
 #include "ScriptedCalls.h"
 #include "TempDir.h"
+#include "ThrownBy.h"
 
 #include <cerrno>
 #include <functional>
@@ -34,6 +35,7 @@ using support::openDescriptors;
 using support::openedSince;
 using support::printedBy;
 using support::TempDir;
+using support::thrownBy;
 using support::writeFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -178,15 +180,6 @@ std::string settingPrintedAs(const std::string& script) {
     return NQ_System::get_uboot_env_setting("sn");
 }
 
-std::string outOfRangeText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const std::out_of_range& error) {
-        return error.what();
-    }
-    return "no std::out_of_range";
-}
-
 TEST(NQ_System, TheSettingIsWhatFollowsTheEqualsSign) {
     EXPECT_EQ("ABC123", settingPrintedAs("echo sn=ABC123"));
     EXPECT_EQ(" a b ", settingPrintedAs("echo 'sn= a b '"));
@@ -227,25 +220,26 @@ TEST(NQ_System, TheSerialNumberIsTheSettingSn) {
 
 TEST(NQ_System, OutputWithoutAnEqualsSignIsOutOfRange) {
     EXPECT_EQ("vector::_M_range_check: __n (which is 1) >= this->size() (which is 1)",
-              outOfRangeText([] { settingPrintedAs("echo '## Error: not defined' >&2; exit 1"); }));
+              thrownBy<std::out_of_range>(
+                  [] { settingPrintedAs("echo '## Error: not defined' >&2; exit 1"); }));
     EXPECT_EQ("vector::_M_range_check: __n (which is 1) >= this->size() (which is 1)",
-              outOfRangeText([] { settingPrintedAs("printf ="); }));
+              thrownBy<std::out_of_range>([] { settingPrintedAs("printf ="); }));
     EXPECT_EQ("vector::_M_range_check: __n (which is 1) >= this->size() (which is 0)",
-              outOfRangeText([] { settingPrintedAs(""); }));
+              thrownBy<std::out_of_range>([] { settingPrintedAs(""); }));
 }
 
 TEST(NQ_System, ASerialNumberThatIsNotSetIsOutOfRange) {
     FakePrograms programs;
     programs.add("fw_printenv", "echo 'not defined'");
     EXPECT_EQ("vector::_M_range_check: __n (which is 1) >= this->size() (which is 1)",
-              outOfRangeText([] { NQ_System::getDeviceSerialNumber(); }));
+              thrownBy<std::out_of_range>([] { NQ_System::getDeviceSerialNumber(); }));
 }
 
 TEST(NQ_System, WithoutTheToolTheSettingIsOutOfRange) {
     const TempDir empty;
     const std::string path = getenv("PATH");
     setenv("PATH", empty.path().c_str(), 1);
-    EXPECT_THAT(outOfRangeText([] { NQ_System::get_uboot_env_setting("sn"); }),
+    EXPECT_THAT(thrownBy<std::out_of_range>([] { NQ_System::get_uboot_env_setting("sn"); }),
                 testing::StartsWith("vector::_M_range_check: "));
     setenv("PATH", path.c_str(), 1);
 }

@@ -21,17 +21,17 @@ namespace {
 
 using kvr::api::mng::NQ_UBUS;
 using support::CapturedCommands;
+using support::configured;
+using support::kLan;
+using support::kUnparsable;
+using support::named;
 using support::printedBy;
+using support::UciTools;
+using support::UciToolsWithSection;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-using uci::configured;
-using uci::kLan;
-using uci::kUnparsable;
-using uci::named;
-using uci::Tools;
-using uci::ToolsWithSection;
 
 // applyConfig with arguments ----------------------------------------------------------------------
 
@@ -46,7 +46,7 @@ TEST(NQ_UBUS, ApplyConfigPrintsAndRunsTheCommandAndACommit) {
 }
 
 TEST(NQ_UBUS, ApplyConfigRunsItsCommandsInTheShell) {
-    const Tools tools("echo 'from the tool'");
+    const UciTools tools("echo 'from the tool'");
     NQ_UBUS ubus = named("network", "lan");
     EXPECT_EQ("Calling: ubus call uci get '{ \"a b\": 1 }' $((1+1)); uci commit network\n"
               "from the tool\n",
@@ -59,7 +59,7 @@ TEST(NQ_UBUS, ApplyConfigRunsItsCommandsInTheShell) {
 TEST(NQ_UBUS, FailedCommandsAreNotReported) {
     for (const int status : {-1, 252 << 8, 127 << 8}) {
         const CapturedCommands commands(CapturedCommands::runNothing, status);
-        const ToolsWithSection tools;
+        const UciToolsWithSection tools;
         NQ_UBUS ubus = configured(kLan);
         bool all = false;
         printedBy([&] {
@@ -83,14 +83,14 @@ TEST(NQ_UBUS, ACommitFollowsAFailedCommand) {
 TEST(NQ_UBUS, ASingleQuoteBreaksTheLineAndIsNotRepaired) {
     const std::string text = R"({"config":"system","section":"main","values":{"hostname":"it's"}})";
     {
-        const ToolsWithSection tools;
+        const UciToolsWithSection tools;
         const CapturedCommands commands;
         NQ_UBUS ubus = configured(text);
         printedBy([&] { ubus.applyConfig(); });
         EXPECT_THAT(commands.lines(),
                     ElementsAre("ubus call uci set '" + text + "'; uci commit system"));
     }
-    const ToolsWithSection tools;
+    const UciToolsWithSection tools;
     NQ_UBUS ubus = configured(text);
     bool result = false;
     const std::string errors = support::errorsOf([&] {
@@ -107,9 +107,10 @@ TEST(NQ_UBUS, ASingleQuoteBreaksTheLineAndIsNotRepaired) {
 // applyConfig -------------------------------------------------------------------------------------
 
 TEST(NQ_UBUS, AMissingSectionIsAddedAndThenSet) {
-    const Tools tools;
+    const UciTools tools;
     NQ_UBUS ubus = configured(kLan);
     bool result = false;
+    // Deliberate: the spelling "does't" is part of the printed text.
     EXPECT_EQ(
         std::string("network/lan does't exist yet, create it!\n"
                     "Calling: ubus call uci add '{ \"config\": \"network\", \"name\": \"lan\", "
@@ -128,7 +129,7 @@ TEST(NQ_UBUS, AMissingSectionIsAddedAndThenSet) {
 }
 
 TEST(NQ_UBUS, AnExistingSectionIsOnlySet) {
-    const ToolsWithSection tools;
+    const UciToolsWithSection tools;
     NQ_UBUS ubus = configured(kLan);
     bool result = false;
     EXPECT_EQ("Calling: ubus call uci set '" + std::string(kLan) + "'; uci commit network\n",
@@ -142,7 +143,7 @@ TEST(NQ_UBUS, AnExistingSectionIsOnlySet) {
 
 TEST(NQ_UBUS, AnyTextFromGetCountsAsAnExistingSection) {
     for (const char* script : {"echo", "echo 'Command failed: Not found' >&2; exit 4"}) {
-        const Tools tools(script);
+        const UciTools tools(script);
         const CapturedCommands commands;
         NQ_UBUS ubus = configured(kLan);
         printedBy([&] { ubus.applyConfig(); });
@@ -162,7 +163,7 @@ TEST(NQ_UBUS, AToolThatIsNotInstalledCountsAsAnExistingSection) {
 }
 
 TEST(NQ_UBUS, TheStatusOfGetIsIgnored) {
-    const Tools tools("exit 252");
+    const UciTools tools("exit 252");
     const CapturedCommands commands;
     NQ_UBUS ubus = configured(kLan);
     printedBy([&] { ubus.applyConfig(); });
@@ -171,7 +172,7 @@ TEST(NQ_UBUS, TheStatusOfGetIsIgnored) {
 }
 
 TEST(NQ_UBUS, EmptyValuesDeleteTheWholeSection) {
-    const Tools tools;
+    const UciTools tools;
     NQ_UBUS ubus = configured(R"({"config":"network","section":"lan","values":{}})");
     bool result = false;
     EXPECT_EQ("Calling: ubus call uci delete '{ \"config\": \"network\", \"section\": \"lan\" }'; "
@@ -186,7 +187,7 @@ TEST(NQ_UBUS, EmptyValuesDeleteTheWholeSection) {
 }
 
 TEST(NQ_UBUS, AbsentValuesAreAddedAndSet) {
-    const Tools tools;
+    const UciTools tools;
     const CapturedCommands commands;
     NQ_UBUS ubus = named("network", "lan");
     printedBy([&] { ubus.applyConfig(); });
@@ -199,7 +200,7 @@ TEST(NQ_UBUS, AbsentValuesAreAddedAndSet) {
 
 TEST(NQ_UBUS, SetGetsTheWholeTextUnparsed) {
     const std::string text = "{ \"unknown\":[ 1.50 ],  \"config\":\"c\",\"section\":\"s\"} rest";
-    const ToolsWithSection tools;
+    const UciToolsWithSection tools;
     const CapturedCommands commands;
     NQ_UBUS ubus = configured(text);
     printedBy([&] { ubus.applyConfig(); });
@@ -207,7 +208,7 @@ TEST(NQ_UBUS, SetGetsTheWholeTextUnparsed) {
 }
 
 TEST(NQ_UBUS, ApplyConfigChecksNothing) {
-    const Tools tools;
+    const UciTools tools;
     const CapturedCommands commands;
     NQ_UBUS ubus = configured(kLan);
     printedBy([&] {
@@ -221,7 +222,7 @@ TEST(NQ_UBUS, ApplyConfigChecksNothing) {
 // checkConfig -------------------------------------------------------------------------------------
 
 TEST(NQ_UBUS, CheckConfigPrintsTheFieldsAndDeletesEmptyOptions) {
-    const Tools tools;
+    const UciTools tools;
     NQ_UBUS ubus = configured(kLan);
     bool result = false;
     EXPECT_EQ("config:network\n"
@@ -241,7 +242,7 @@ TEST(NQ_UBUS, CheckConfigPrintsTheFieldsAndDeletesEmptyOptions) {
 }
 
 TEST(NQ_UBUS, CheckConfigRunsNothingWhenEveryOptionHasAValue) {
-    const Tools tools;
+    const UciTools tools;
     const CapturedCommands commands;
     NQ_UBUS ubus = configured(
         R"({"config":"network","section":"lan","values":{"mtu":1400,"auto":true,"dns":["1.1.1.1","8.8.8.8"],"path":"/a"}})");

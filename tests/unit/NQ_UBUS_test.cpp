@@ -16,15 +16,15 @@ namespace {
 
 using kvr::api::mng::NQ_UBUS;
 using support::CapturedCommands;
+using support::configured;
+using support::kLan;
+using support::kUnparsable;
+using support::named;
 using support::printedBy;
+using support::UciTools;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using uci::configured;
-using uci::kLan;
-using uci::kUnparsable;
-using uci::named;
-using uci::Tools;
 
 // init and the readers ----------------------------------------------------------------------------
 
@@ -160,7 +160,7 @@ TEST(NQ_UBUS, DeletingASectionNamesPackageAndSection) {
 }
 
 TEST(NQ_UBUS, DeletingOptionsComesWithVerbAndQuotes) {
-    const Tools tools;
+    const UciTools tools;
     NQ_UBUS ubus = configured(
         R"({"config":"network","section":"lan","values":{"z":"","a":"1","b":"","y":""}})");
     EXPECT_EQ(R"(delete '{ "config": "network", "section": "lan", "options": [ ] }')",
@@ -182,7 +182,7 @@ TEST(NQ_UBUS, ArgumentsAreEscapedAsJsonOnly) {
 // getSystemCfg ------------------------------------------------------------------------------------
 
 TEST(NQ_UBUS, GetPassesOneArgumentWithoutAShell) {
-    const Tools tools;
+    const UciTools tools;
     const CapturedCommands commands;
     const NQ_UBUS ubus = named("network", "lan");
     EXPECT_EQ("", ubus.getSystemCfg());
@@ -192,7 +192,7 @@ TEST(NQ_UBUS, GetPassesOneArgumentWithoutAShell) {
 }
 
 TEST(NQ_UBUS, GetEscapesNothing) {
-    const Tools tools;
+    const UciTools tools;
     configured(R"({"config":"it's $HOME","section":"a\"b\\c"})").getSystemCfg();
     EXPECT_THAT(
         tools.calls(),
@@ -200,7 +200,7 @@ TEST(NQ_UBUS, GetEscapesNothing) {
 }
 
 TEST(NQ_UBUS, GetReturnsAllThatTheToolPrints) {
-    const Tools tools(
+    const UciTools tools(
         "printf '{\\n\\t\"values\": {\\n'; echo 'a message' >&2; printf '\\n  }  \\n';"
         " exit 4");
     EXPECT_EQ("{\n\t\"values\": {\na message\n\n  }  \n", named("c", "s").getSystemCfg());

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+namespace {
+
 using support::Port;
 
 TEST(Port, LiesBelowThePortsThatTheKernelGivesAway) {
@@ -35,3 +37,5 @@ TEST(Port, IsTakenByNobodyElseWhileItLives) {
     }
     EXPECT_TRUE(support::openedSince(before).empty()); // so both are free again
 }
+
+} // namespace

@@ -38,8 +38,6 @@ bool endsWhatIsStartedBy(const std::function<void(int)>& start) {
     return soon;
 }
 
-} // namespace
-
 TEST(RunningProgram, EndsWithTheProcessThatStartedIt) {
     EXPECT_TRUE(endsWhatIsStartedBy([](int descriptor) {
         static support::RunningProgram program(
@@ -58,3 +56,5 @@ TEST(ForkedChild, EndsWithTheProcessThatForkedIt) {
         }
     }));
 }
+
+} // namespace

@@ -20,7 +20,10 @@ namespace {
 
 using kvr::api::iot::Observer;
 using kvr::api::iot::Subject;
+using support::Poll;
 using support::printedBy;
+using support::StandardInput;
+using support::WatchedPolls;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

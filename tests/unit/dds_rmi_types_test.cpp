@@ -14,12 +14,12 @@
 
 #include <gtest/gtest.h>
 
+namespace {
+
 using org::opensplice::DDS_RMI::CRuntime;
 using org::opensplice::DDS_RMI::CRuntime_ref;
 using org::opensplice::DDS_RMI::RefCounted;
 using org::opensplice::DDS_RMI::shared_ptr;
-
-namespace {
 
 class Counted : public virtual RefCounted {
 public:
@@ -76,8 +76,6 @@ void expectRefused(const char* option, const std::string& line) {
     EXPECT_EQ(line + "\n", errors.text());
     EXPECT_FALSE(CRuntime::getDefaultRuntime()->isUsable()) << option;
 }
-
-} // namespace
 
 TEST(RmiSharedPtr, IsEmptyByDefaultAndFromNull) {
     EXPECT_EQ(nullptr, Counted_ref().get());
@@ -296,3 +294,5 @@ TEST(RmiRuntime, FirstBadOptionIsReportedAlone) {
               "seconds, at least 1\n",
               errors.text());
 }
+
+} // namespace

@@ -1,5 +1,6 @@
 // How much stack the library needs on the threads that run callbacks. The rest of a small stack
 // (128 KiB with musl) is left for the callbacks. docs/porting.md has the table.
+
 #include <kvr/api/AsyncWatcherRunner.h>
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/file/NQ_Files.h>
@@ -9,8 +10,8 @@
 #include "CapturedOutput.h"
 #include "FakePrograms.h"
 #include "Interposed.h"
+#include "LoopPasses.h"
 #include "PrivateMounts.h"
-#include "ScriptedInotify.h"
 #include "TempDir.h"
 #include "Waiting.h"
 
@@ -112,6 +113,8 @@ namespace {
 using kvr::api::AutoMount;
 using kvr::api::file::NQ_Popen;
 using support::eventually;
+using support::kDevice;
+using support::kNode;
 
 void expectBelowLimit(const char* what, std::size_t used) {
     std::printf("%s: %zu bytes of stack\n", what, used);
@@ -139,7 +142,7 @@ TEST(ThreadStacks, ProgramThatCannotBeExecutedNeedsLittleStack) {
 
 TEST(ThreadStacks, WatcherLeavesItsCallbacksMostOfTheStack) {
     const support::TempDir directory;
-    LoopSeen loop;
+    support::LoopPasses loop;
     std::atomic<int> events{0};
     AsyncWatcherRunner runner;
     runner.watcher().attachWatcher(Watcher(
@@ -166,7 +169,7 @@ TEST(ThreadStacks, AutoMountLeavesItsCallbacksMostOfTheStack) {
         support::FakePrograms programs;
         programs.add("mount");
         programs.add("umount");
-        LoopSeen loop;
+        support::LoopPasses loop;
         std::atomic<int> inserted{0};
         std::atomic<int> ejected{0};
         (void)support::printedBy([&] {

@@ -6,6 +6,7 @@
 
 #include <MQTTClient.h>
 
+namespace support {
 namespace {
 
 FakePaho* fake = nullptr;
@@ -29,7 +30,7 @@ std::string handle(MQTTClient client) {
 } // namespace
 
 FakePaho::FakePaho()
-    : pause_([this](const timespec* pause, timespec*) {
+    : nanosleep_(interposedNanosleep, [this](const timespec* pause, timespec*) {
           calls.push_back("pause " + std::to_string(pause->tv_sec) + "s " +
                           std::to_string(pause->tv_nsec) + "ns");
           if (flag != nullptr && count("pause") == pausesUntilStop)
@@ -37,19 +38,22 @@ FakePaho::FakePaho()
           return 0;
       }) {
     fake = this;
-    support::interposedNanosleep.answerBy(&pause_);
 }
 
-FakePaho::~FakePaho() {
-    support::interposedNanosleep.answerBy(nullptr);
-    fake = nullptr;
-}
+FakePaho::~FakePaho() { fake = nullptr; }
 
 int FakePaho::count(const std::string& name) const {
     return static_cast<int>(std::count_if(calls.begin(), calls.end(), [&](const std::string& call) {
         return call.compare(0, name.size(), name) == 0;
     }));
 }
+
+} // namespace support
+
+using support::fake;
+using support::handle;
+using support::shown;
+using support::theClient;
 
 extern "C" {
 

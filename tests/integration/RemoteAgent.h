@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_FAR_AWAY_H
-#define TAVO_TESTS_FAR_AWAY_H
+#ifndef TAVO_TESTS_REMOTE_AGENT_H
+#define TAVO_TESTS_REMOTE_AGENT_H
 
 #include "AgentInSandbox.h"
 #include "Broker.h"
@@ -12,19 +12,14 @@
 
 #include <gtest/gtest.h>
 
+namespace support {
+
 const std::string kDescribe = request("system.describe", "{}");
 const std::string kRequests = "gateways/agent/request/";
 const std::string kResponses = "gateways/agent/response/";
 
-inline std::size_t occurrences(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
-
 /// A broker with TLS that requires client certificates, and a gateway with the matching files.
-class FarAway : public testing::Test {
+class RemoteAgent : public testing::Test {
 protected:
     /// Starts the agent with `more` arguments added.
     AgentInSandbox& start(const std::vector<std::string>& more = {}) {
@@ -45,9 +40,9 @@ protected:
 
     /// Starts a subscriber that prints each response as "topic payload".
     void listen(const std::string& filter = "gateways/+/response/+") {
-        listener_ = std::make_unique<support::RunningProgram>(
+        listener_ = std::make_unique<RunningProgram>(
             client("mosquitto_sub", {"-v", "-q", "1", "-t", filter, "-t", "ready"}));
-        ASSERT_TRUE(support::eventually([&] {
+        ASSERT_TRUE(eventually([&] {
             publish("ready", "yes");
             return heard().find("ready yes\n") != std::string::npos;
         }));
@@ -56,19 +51,18 @@ protected:
     std::string heard() const { return listener_->outSoFar(); }
 
     bool receives(const std::string& expected) const {
-        return support::eventually([&] { return heard().find(expected) != std::string::npos; });
+        return eventually([&] { return heard().find(expected) != std::string::npos; });
     }
 
     bool logs(const std::string& expected, std::size_t times = 1) const {
-        return support::eventually([&] { return occurrences(agent_->log(), expected) >= times; });
+        return eventually([&] { return occurrences(agent_->log(), expected) >= times; });
     }
 
     void publish(const std::string& topic, const std::string& payload,
                  const std::vector<std::string>& more = {}) const {
         std::vector<std::string> arguments = {"-q", "1", "-t", topic, "-s"};
         arguments.insert(arguments.end(), more.begin(), more.end());
-        const support::Ran ran =
-            support::runProgram(client("mosquitto_pub", arguments), {}, payload);
+        const Ran ran = runProgram(client("mosquitto_pub", arguments), {}, payload);
         ASSERT_EQ(0, ran.status) << ran.err;
     }
 
@@ -89,10 +83,12 @@ protected:
         return arguments;
     }
 
-    support::Certificates certificates_;
-    support::Broker broker_{certificates_.settings(true)};
+    Certificates certificates_;
+    Broker broker_{certificates_.settings(true)};
     std::unique_ptr<AgentInSandbox> agent_;
-    std::unique_ptr<support::RunningProgram> listener_;
+    std::unique_ptr<RunningProgram> listener_;
 };
+
+} // namespace support
 
 #endif

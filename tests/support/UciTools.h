@@ -8,28 +8,28 @@
 #include <string>
 #include <vector>
 
-namespace uci {
+namespace support {
 
 const char kLan[] = R"({"config":"network","section":"lan","type":"interface",)"
                     R"("values":{"ipaddr":"192.168.1.1","gateway":""}})";
 const char kUnparsable[] = "Unable to parse json\n";
 
 /// A gateway's tools, first in PATH. The test chooses what `ubus call uci get` prints.
-class Tools {
+class UciTools {
 public:
-    explicit Tools(const std::string& getScript = "") {
+    explicit UciTools(const std::string& getScript = "") {
         programs.add("ubus", "if [ \"$3\" = get ]; then\n:\n" + getScript + "\nfi");
         programs.add("uci");
     }
     std::vector<std::string> calls() const { return programs.calls(); }
 
-    support::FakePrograms programs;
+    FakePrograms programs;
 };
 
 /// Tools that report the section as existing.
-class ToolsWithSection : public Tools {
+class UciToolsWithSection : public UciTools {
 public:
-    ToolsWithSection() : Tools("echo '{ \"values\": { } }'") {}
+    UciToolsWithSection() : UciTools("echo '{ \"values\": { } }'") {}
 };
 
 inline kvr::api::mng::NQ_UBUS configured(const std::string& text) {
@@ -42,6 +42,6 @@ inline kvr::api::mng::NQ_UBUS named(const std::string& config, const std::string
     return configured(R"({"config":")" + config + R"(","section":")" + section + R"("})");
 }
 
-} // namespace uci
+} // namespace support
 
 #endif

@@ -1,6 +1,8 @@
 #ifndef TAVO_TESTS_HELD_THREADS_H
 #define TAVO_TESTS_HELD_THREADS_H
 
+namespace support {
+
 /// Controls when new threads of the process start, and counts joins, while an object exists. A
 /// program with this class replaces the C library's pthread_create() and pthread_join(). Only one
 /// object at a time.
@@ -23,5 +25,7 @@ public:
     /// Waits until pthread_join() has been called `count` times. Returns false after half a minute.
     bool joinsReach(int count) const;
 };
+
+} // namespace support
 
 #endif

@@ -1,7 +1,5 @@
 #include "StandardInput.h"
 
-#include "Interposed.h"
-
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
@@ -12,9 +10,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+namespace support {
 namespace {
-
-WatchedPolls* watching = nullptr;
 
 /// Clears the end-of-file state and discards what was read ahead.
 void beginAnew() {
@@ -65,38 +62,32 @@ void StandardInput::close() {
 }
 
 WatchedPolls::WatchedPolls(Script script)
-    : script_(std::move(script)), answer_([this](pollfd* entries, nfds_t count, int milliseconds) {
-          return use(entries, count, milliseconds);
-      }) {
-    watching = this;
-    support::interposedPoll.answerBy(&answer_);
-}
+    : script_(std::move(script)), poll_(interposedPoll,
+                                        [this](pollfd* entries, nfds_t count, int milliseconds) {
+                                            return poll(entries, count, milliseconds);
+                                        }),
+      ppoll_(interposedPpoll,
+             [this](pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+                 return ppoll(entries, count, timeout, mask);
+             }) {}
 
-WatchedPolls::~WatchedPolls() {
-    support::interposedPoll.answerBy(nullptr);
-    watching = nullptr;
-}
-
-int WatchedPolls::use(pollfd* entries, nfds_t count, int milliseconds) {
+int WatchedPolls::poll(pollfd* entries, nfds_t count, int milliseconds) {
     polls_.push_back({entries->fd, entries->events, count, milliseconds, 0});
     const std::size_t number = polls_.size();
     int result = script_(static_cast<int>(number));
     if (result == kPassOn)
-        result = support::interposedPoll.real(entries, count, milliseconds);
+        result = interposedPoll.real(entries, count, milliseconds);
     polls_[number - 1].result = result;
     return result;
 }
 
-void WatchedPolls::look(const pollfd* entries, nfds_t count, const timespec* timeout, int result) {
-    if (count != 1 || entries->fd != STDIN_FILENO || entries->events != POLLIN ||
-        timeout == nullptr || timeout->tv_sec != 0 || timeout->tv_nsec != 0)
-        result = -1;
-    looks_.push_back(result);
-}
-
-extern "C" int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask) {
-    const int result = support::next<decltype(ppoll)>("ppoll")(entries, count, timeout, mask);
-    if (watching != nullptr)
-        watching->look(entries, count, timeout, result);
+int WatchedPolls::ppoll(pollfd* entries, nfds_t count, const timespec* timeout,
+                        const sigset_t* mask) {
+    const int result = interposedPpoll.real(entries, count, timeout, mask);
+    const bool checks = count == 1 && entries->fd == STDIN_FILENO && entries->events == POLLIN &&
+                        timeout != nullptr && timeout->tv_sec == 0 && timeout->tv_nsec == 0;
+    looks_.push_back(checks ? result : -1);
     return result;
 }
+
+} // namespace support

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace support {
+
 /// Replaces the MQTT client library. A test program that uses this class supplies the library's
 /// functions, and nanosleep(2), so that a hundred attempts take no time. Every call is recorded.
 /// Only one object at a time.
@@ -32,7 +34,9 @@ public:
     int count(const std::string& name) const;
 
 private:
-    support::Interposed<int(const timespec*, timespec*)>::Answer pause_;
+    const Stub<int(const timespec*, timespec*)> nanosleep_;
 };
+
+} // namespace support
 
 #endif

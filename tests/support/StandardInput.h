@@ -1,12 +1,16 @@
 #ifndef TAVO_TESTS_STANDARD_INPUT_H
 #define TAVO_TESTS_STANDARD_INPUT_H
 
+#include "Interposed.h"
+
 #include <functional>
 #include <string>
 #include <vector>
 
 #include <poll.h>
 #include <time.h>
+
+namespace support {
 
 /// Replaces standard input by a pipe while an object exists.
 class StandardInput {
@@ -39,8 +43,7 @@ struct Poll {
     int result;
 };
 
-/// Records every call of poll() and ppoll() while an object exists. The program that uses this
-/// class replaces these functions. Only one object at a time.
+/// Records every call of poll() and ppoll() while an object exists. Only one object at a time.
 class WatchedPolls {
 public:
     /// Runs before the C library's poll() and receives the number of the call (1, 2, ...). Its
@@ -50,26 +53,25 @@ public:
     static constexpr int kPassOn = -2;
 
     explicit WatchedPolls(Script script = [](int) { return kPassOn; });
-    ~WatchedPolls();
-    WatchedPolls(const WatchedPolls&) = delete;
-    WatchedPolls& operator=(const WatchedPolls&) = delete;
 
     const std::vector<Poll>& all() const { return polls_; }
     int count() const { return static_cast<int>(polls_.size()); }
 
-    /// Results of the calls of ppoll(). Each checked standard input without waiting.
+    /// Results of the calls of ppoll(): -1 for a call that did not check standard input, without
+    /// waiting.
     const std::vector<int>& looks() const { return looks_; }
 
-    /// For ppoll(): records one call.
-    void look(const pollfd* entries, nfds_t count, const timespec* timeout, int result);
-
 private:
-    int use(pollfd* entries, nfds_t count, int milliseconds);
+    int poll(pollfd* entries, nfds_t count, int milliseconds);
+    int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask);
 
-    Script script_;
-    std::function<int(pollfd*, nfds_t, int)> answer_;
+    const Script script_;
     std::vector<Poll> polls_;
     std::vector<int> looks_;
+    const Stub<int(pollfd*, nfds_t, int)> poll_;
+    const Stub<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> ppoll_;
 };
+
+} // namespace support
 
 #endif

@@ -21,13 +21,11 @@
 
 #include <gtest/gtest.h>
 
-namespace scene {
+namespace support {
 
 using kvr::api::com::NQ_Sockets;
-using support::Call;
-using support::ScriptedCall;
 
-const std::string kDirectory = "/tmp/socketDDS/";
+const std::string kSocketDirectory = "/tmp/socketDDS/";
 constexpr std::size_t kAddressPath = sizeof sockaddr_un().sun_path; // 108
 
 inline std::string lengthPrefix(std::uint32_t length) {
@@ -41,9 +39,9 @@ inline std::string message(const std::string& payload) {
 }
 
 /// The client's end of a connection.
-class Client {
+class SocketClient {
 public:
-    explicit Client(const std::string& path, int flags = 0)
+    explicit SocketClient(const std::string& path, int flags = 0)
         : descriptor_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0)) {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
@@ -52,9 +50,9 @@ public:
         error_ =
             connect(descriptor_, reinterpret_cast<sockaddr*>(&address), length) == 0 ? 0 : errno;
     }
-    ~Client() { close(); }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
+    ~SocketClient() { close(); }
+    SocketClient(const SocketClient&) = delete;
+    SocketClient& operator=(const SocketClient&) = delete;
 
     int error() const { return error_; }
 
@@ -77,7 +75,7 @@ private:
     int error_;
 };
 
-class Recorder : public kvr::api::iot::Observer<NQ_Sockets> {
+class MessageRecorder : public kvr::api::iot::Observer<NQ_Sockets> {
 public:
     void update(NQ_Sockets* subject) override {
         heard.push_back(subject->getLastMessage());
@@ -94,7 +92,7 @@ public:
     SocketName() {
         static int number = 0;
         name = "tavo-test-" + std::to_string(getpid()) + "-" + std::to_string(++number);
-        path = kDirectory + name;
+        path = kSocketDirectory + name;
     }
     ~SocketName() { support::removeSocketFile(path); }
     SocketName(const SocketName&) = delete;
@@ -106,11 +104,11 @@ public:
 /// A server with one observer, and its visits. Each visit runs on the server's thread just before
 /// an accept(). It returns ScriptedCall::kPassOn, or the error with which accept() must fail. The
 /// last visit sets the stop flag.
-class Scene {
+class SocketScene {
 public:
     using Visit = std::function<int()>;
 
-    Scene() : server(socketName.name.c_str()) { server.attach(&recorder); }
+    SocketScene() : server(socketName.name.c_str()) { server.attach(&recorder); }
 
     /// Runs the server's loop and returns what it printed.
     std::string serve(const std::vector<Visit>& visits) {
@@ -120,13 +118,13 @@ public:
             stop = number >= static_cast<int>(visits.size());
             return index < visits.size() ? visits[index]() : ECANCELED;
         });
-        return support::printedBy([&] { server.loop(stop); });
+        return printedBy([&] { server.loop(stop); });
     }
 
     /// A client that sends these bytes in one call and closes its end.
     Visit sends(const std::string& bytes) {
         return [this, bytes] {
-            Client(path()).send(bytes);
+            SocketClient(path()).send(bytes);
             return ScriptedCall::kPassOn;
         };
     }
@@ -139,10 +137,10 @@ public:
 
     SocketName socketName;
     bool stop = false;
-    Recorder recorder;
+    MessageRecorder recorder;
     NQ_Sockets server;
 };
 
-} // namespace scene
+} // namespace support
 
 #endif

@@ -12,6 +12,7 @@
 
 #include <pthread.h>
 
+namespace support {
 namespace {
 
 std::mutex guard;
@@ -69,17 +70,20 @@ void HeldThreads::refuse(bool refused) { refusing = refused; }
 int HeldThreads::made() const { return creations; }
 
 bool HeldThreads::joinsReach(int count) const {
-    return support::eventually([&] { return joins >= count; });
+    return eventually([&] { return joins >= count; });
 }
+
+} // namespace support
 
 extern "C" {
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                    void* argument) C_LIBRARY_NOEXCEPT {
+    using namespace support;
     if (refusing)
         return EAGAIN;
     auto start = std::make_unique<Start>(Start{body, argument, isHeld()});
-    const int result = support::next<decltype(pthread_create)>("pthread_create")(
+    const int result = next<decltype(pthread_create)>("pthread_create")(
         thread, attributes, beginWhenReleased, start.get());
     if (result == 0) {
         (void)start.release();
@@ -89,7 +93,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 }
 
 int pthread_join(pthread_t thread, void** result) {
-    ++joins;
+    ++support::joins;
     return support::next<decltype(pthread_join)>("pthread_join")(thread, result);
 }
 }
