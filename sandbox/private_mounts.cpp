@@ -1,11 +1,11 @@
 /**
- * Runs a program in a mount namespace of its own, as `unshare --mount` does.
+ * Runs a program in a separate mount namespace, as `unshare --mount` does.
  *
  *     private_mounts PROGRAM [ARGUMENT...]
  *
- * It also works for root in a changed root directory (chroot, schroot, pbuilder). There / is no
- * mount point, so unshare cannot keep the new mounts from the host. The kernel makes mounts private
- * only at a mount point, and the one that holds / lies outside.
+ * Unlike unshare, it also works for root in a chroot (schroot, pbuilder). There / is not a mount
+ * point, so unshare cannot keep the new mounts from the host: the kernel makes mounts private only
+ * at a mount point, and the one that holds / lies outside of the chroot.
  */
 
 #include <cerrno>

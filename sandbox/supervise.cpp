@@ -3,8 +3,8 @@
  *
  *     supervise CLEANUP [ARGUMENT...] -- PROGRAM [ARGUMENT...]
  *
- * Signals that are meant for the program are passed on to it. A shell cannot do this: bash loses
- * the status of a child that ends at the moment when a trapped signal arrives.
+ * Passes signals on to the program. A shell cannot do this: bash loses the status of a child that
+ * ends at the moment when a trapped signal arrives.
  */
 
 #include <cerrno>

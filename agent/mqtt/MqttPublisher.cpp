@@ -15,7 +15,7 @@ constexpr int kTimeoutSeconds = 5; // for connecting and for each message
 constexpr int kRetrySeconds = 10;
 constexpr int kKeepAliveSeconds = 30;
 /// How often the state is published again. The synchronous MQTT client sends no keep-alive, so the
-/// broker would cut off a quiet agent.
+/// broker would disconnect a quiet agent.
 constexpr std::chrono::seconds kHeartbeat(10);
 
 constexpr int kAtLeastOnce = 1;

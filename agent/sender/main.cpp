@@ -52,8 +52,8 @@ void sendAll(const SenderOptions& options, const std::vector<Payload>& payloads)
         transfer(connection, payload, options.timeout);
 }
 
-/// Sends a request on a separate connection, since the agent cuts off one that is silent for too
-/// long. Returns false when the response is an error.
+/// Sends a request on a separate connection, since the agent disconnects a client that is silent
+/// for too long. Returns false when the response is an error.
 bool call(const SenderOptions& options, const Payload& payload) {
     Connection connection(options.name, options.timeout);
     const std::string response = transfer(connection, payload, options.timeout);

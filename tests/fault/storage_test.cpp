@@ -84,7 +84,7 @@ TEST(FullDisk, LoggerKeepsTheLinesThatFitAndLosesTheRestSilently) {
         const std::string kept = readFile(NQ_Logger::kLogFileName);
         EXPECT_EQ(kRoom, kept.size());
         EXPECT_EQ(linesUpTo(kLines).substr(0, kRoom), kept);
-        // The stream has failed for good: it loses later lines even when there is space again.
+        // The stream stays failed: it loses later lines even when there is space again.
         remount(0, "size=1m");
         logLine(kLines);
         EXPECT_EQ(kept, readFile(NQ_Logger::kLogFileName));

@@ -1,4 +1,4 @@
-// More events than the kernel queues, and a device that is plugged and unplugged all day.
+// More events than the kernel queues, and a device that is plugged in and unplugged repeatedly.
 
 #include <kvr/api/FileSystemWatcher.h>
 #include <kvr/api/NQ_AutoMount.h>

@@ -1,5 +1,5 @@
-// The sandbox's runner in a changed root directory, as schroot and pbuilder create it: / is not a
-// mount point there.
+// The sandbox's runner in a chroot, as schroot and pbuilder create it: / is not a mount point
+// there.
 
 #include "RunProgram.h"
 #include "TempDir.h"
