@@ -59,12 +59,11 @@ TEST(OutOfMemory, StandardInput) {
         LineCounter counter(3);
         reader.attach(&counter);
         int polls = 0;
-        const decltype(support::interposedPoll)::Answer stopAtTheTenth =
-            [&](pollfd* descriptors, nfds_t count, int limit) {
+        const support::Stub polling(
+            support::interposedPoll, [&](pollfd* descriptors, nfds_t count, int limit) {
                 counter.stop = ++polls == 10; // with all memory there is one poll, or a few
                 return support::interposedPoll.real(descriptors, count, limit);
-            };
-        support::interposedPoll.answerBy(&stopAtTheTenth);
+            });
         memory.fail();
         try {
             reader.loop(counter.stop);
@@ -73,7 +72,6 @@ TEST(OutOfMemory, StandardInput) {
             return std::string("ends by std::bad_alloc"); // exhaust() would accept the exception
         }
         memory.recover();
-        support::interposedPoll.answerBy(nullptr);
         const std::string printed = memory.printed();
         if (counter.lines == 3 && printed == "first\n" + kLong + "\nlast\n")
             return std::string("three lines");

@@ -35,8 +35,6 @@ TEST(OutOfMemory, Mqtt) {
 // trial does not destroy: disconnecting would take most of the time.
 TEST(OutOfMemory, MqttConnection) {
     const support::Broker broker;
-    const decltype(support::interposedNanosleep)::Answer dontPause = [](const timespec*,
-                                                                        timespec*) { return 0; };
     const std::string kept = " (memory kept)";
     const std::string open = kept + " (1 descriptors kept)";
     exhaust(
@@ -49,12 +47,12 @@ TEST(OutOfMemory, MqttConnection) {
             mqtt.setLwt(kLong, kLong, kLong, 0, 0);
             mqtt.initialise();
             bool keepTrying = false;
-            support::interposedNanosleep.answerBy(&dontPause);
+            const support::Stub sleeping(support::interposedNanosleep,
+                                         [](const timespec*, timespec*) { return 0; });
             memory.fail();
             const bool connected = mqtt.connect(keepTrying);
             const bool sent = connected && mqtt.send(kLong, kLong, 0, 0);
             memory.recover();
-            support::interposedNanosleep.answerBy(nullptr);
             if (!connected)
                 return "not connected";
             return sent ? "connected, sent" : "connected, not sent";

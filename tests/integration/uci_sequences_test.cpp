@@ -65,7 +65,7 @@ std::multiset<std::string> linesOf(const std::string& text) {
 }
 
 /// The tools and the model, which take the same steps.
-class UciSequences : public SandboxUbus, public testing::WithParamInterface<unsigned> {
+class UciSequences : public support::SandboxUbus, public testing::WithParamInterface<unsigned> {
 protected:
     void begin() {
         provide("p", "config t 'a'\n\toption x '1'\n\tlist y '2'\n\tlist y '3'\n");
