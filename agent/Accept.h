@@ -33,8 +33,8 @@ public:
 
     /// Sends a message to the client whose message is being handled: the length in four bytes, host
     /// byte order, then `text`. Never blocks. Returns false when the client does not take all of
-    /// it, and then ends the connection: the client would read the next message as the rest of this
-    /// one. Call it on the loop's thread.
+    /// it. The connection then ends, because the client would read the next message as the rest of
+    /// this one. Call it on the loop's thread.
     bool answer(const std::string& text);
 
     /// Ends the loop after the message in progress. From any thread.

@@ -14,7 +14,7 @@ namespace agent {
 /// The exit status of a usage error.
 constexpr int kUsageStatus = 2;
 
-/// The command line is invalid. what() is one sentence for people, or empty when the reason has been
+/// The command line is invalid. what() is one readable sentence, or empty when the reason has been
 /// printed already.
 class UsageError : public std::runtime_error {
 public:

@@ -13,8 +13,9 @@ bool isUtf8(const std::string& text);
 /// `text` with every byte that belongs to no well-formed character replaced by U+FFFD.
 std::string repairedUtf8(const std::string& text);
 
-/// `text` as one line that is safe to print and to log: control characters and bytes that are not
-/// UTF-8 become escapes such as \n and \x1b. Text beyond `limit` bytes is cut and marked by "...".
+/// Returns `text` as one line that is safe to print and to log. Control characters and bytes that
+/// are not UTF-8 become escapes such as \n and \x1b. Text beyond `limit` bytes is cut and marked by
+/// "...".
 std::string safeLine(const std::string& text, std::size_t limit = 200);
 
 /// True when `text` is not empty and holds only A-Z, a-z, 0-9, '_' and the characters of `extra`.

@@ -13,8 +13,8 @@
 
 namespace agent {
 
-/// Sends one request to many gateways through an MQTT broker, and prints each response when it
-/// arrives: the gateway's name, a blank, and one line of JSON.
+/// Sends one request to many gateways through an MQTT broker. Prints each response when it arrives:
+/// the gateway's name, a blank, and one line of JSON.
 class Fleet {
 public:
     using Clock = std::chrono::steady_clock;

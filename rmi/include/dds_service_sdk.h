@@ -124,8 +124,8 @@ public:
     ///
     /// Returns false, after one line on standard error, when one of the two has another value or
     /// the domain cannot be joined. Returns true without doing anything when the runtime runs
-    /// already. While it joins, Cyclone DDS's log sink is replaced, and the default one is in place
-    /// afterwards: an application that has set a sink must set it again.
+    /// already. While it joins, it replaces Cyclone DDS's log sink, and then restores the default
+    /// one. An application that has set a sink must set it again.
     virtual bool start(int argc, const char* argv[]) = 0;
 
     /// Leaves the domain, which peers notice immediately. Returns false when the runtime does not

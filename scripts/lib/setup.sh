@@ -1,5 +1,5 @@
 # shellcheck shell=bash disable=SC2034 # its variables are for others
-# Shared by the scripts of this folder: where the repository is, and which Debian packages its
+# Shared by the scripts of this folder: the repository's path, and the Debian packages that its
 # builds need. Source it; it only defines functions and variables.
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

@@ -37,9 +37,9 @@ public:
     /// Clears key and vector. encrypt() and decrypt() then use zero bytes.
     void zeroize();
 
-    /// Encrypts `plaintextLen` bytes and returns the number of bytes written to `ciphertext`: the
-    /// length rounded up to the next multiple of 16, with a full block added when it is one
-    /// already. `key` has 32 bytes, `iv` 16.
+    /// Encrypts `plaintextLen` bytes and returns the number of bytes written to `ciphertext`. This
+    /// is the length rounded up to the next multiple of 16. When the length is a multiple already,
+    /// a full block is added. `key` has 32 bytes, `iv` 16.
     int encrypt(unsigned char* plaintext, int plaintextLen, unsigned char* key, unsigned char* iv,
                 unsigned char* ciphertext);
 

@@ -33,8 +33,8 @@
 ///
 /// The child inherits the caller's blocked signals and, for "r", its standard input. The pipe's
 /// descriptors are not close-on-exec: a child started concurrently inherits them. Keep descriptors
-/// 0 to 2 open: where one is closed, an end of the pipe can take its number, and the child loses
-/// that output or its input.
+/// 0 to 2 open. Where one is closed, an end of the pipe can take its number, and the child then
+/// loses that output or its input.
 ///
 /// A user who controls PATH chooses the program.
 TAVO_API FILE* popen2(const std::string& command, const std::vector<std::string>& args,

@@ -23,13 +23,13 @@ namespace log {
 /// Encoding:  bytes as given, without time or quoting. A message with newlines becomes several
 ///            lines.
 /// Threads:   any thread may call instance(), log() and logSysLog() concurrently; one lock keeps
-///            lines whole. Processes that share the file are not locked against each other: between
-///            a message of 1 KiB or more and its newline another process can write.
+///            lines whole. Processes that share the file do not lock each other out. Another
+///            process can write between a message of 1 KiB or more and its newline.
 /// Size:      the file grows without end, and /tmp is often in memory. Truncating it in place is
 ///            safe, as every write appends. Renaming it is not: the process keeps writing to the
 ///            renamed file.
 /// Security:  the name is trusted. A user who creates the file or a link of that name first can
-///            read the log or redirect it: create the file as root when the system starts.
+///            read the log or redirect it. So create the file as root when the system starts.
 class TAVO_API NQ_Logger {
 public:
     /// "/tmp/log.out".
