@@ -24,7 +24,7 @@ public:
 /// Prints the reason and a hint at --help, and ends the process with kUsageStatus.
 [[noreturn]] void endAfter(const UsageError& error, const char* program);
 
-/// Returns the next option as getopt_long() does, -1 after the last. 'h' stands for --help: prints
+/// Returns the next option as getopt_long() does, -1 after the last. For 'h' (--help), prints
 /// `help` and ends the process with status 0. Throws UsageError for an option that is not in
 /// `options`.
 int nextOption(int argc, char** argv, const option* options, const char* help);
@@ -34,13 +34,13 @@ int nextOption(int argc, char** argv, const option* options, const char* help);
 /// Returns the number from 1 to `most` that `text` holds, in digits only; 0 for any other text.
 int parseNumber(const std::string& text, int most);
 
-/// At least one second, at most a day. `name` is the option.
+/// Returns a time of one second to one day. `name` is the option, for the message.
 std::chrono::seconds parseSeconds(const char* name, const std::string& text);
 
-/// HOST:PORT, still without TLS.
+/// Reads HOST:PORT. The result has no TLS directory yet.
 Broker parseBrokerAddress(const std::string& text);
 
-/// What topics begin with.
+/// Returns the beginning of the topics.
 std::string parseBase(const std::string& text);
 
 } // namespace agent

@@ -37,7 +37,7 @@ public:
     DdsPeer(const DdsPeer&) = delete;
     DdsPeer& operator=(const DdsPeer&) = delete;
 
-    /// Returns the next event, "+ ID NAME" or "- ID", or "" after ten seconds.
+    /// Returns the next event, "+ ID NAME" or "- ID", or "" after 30 seconds.
     std::string next();
     /// Waits for the next event, expects an arrival with this name, and returns the ID.
     std::string expectArrival(const std::string& name);

@@ -6,8 +6,7 @@
 
 namespace support {
 
-/// Returns the message of the exception of type `Exception` that `action` throws, or "no
-/// exception".
+/// Returns the message of the `Exception` that `action` throws, or "no exception".
 template <class Exception>
 std::string thrownBy(const std::function<void()>& action) {
     try {
