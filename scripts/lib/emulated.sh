@@ -22,9 +22,9 @@ executes() {
 }
 
 # register_emulator ARCHITECTURE: makes the kernel pass such programs to the emulator until the
-# machine restarts. systemd does the same when the machine starts. The emulator's package brings the
-# entry. The kernel keeps the emulator's file open, so no mount or change of root hides it from a
-# test.
+# machine restarts. systemd does the same when the machine starts. The emulator's package provides
+# the entry. The kernel keeps the emulator's file open, so no mount or change of root hides it from
+# a test.
 register_emulator() {
     local formats=/proc/sys/fs/binfmt_misc name=${emulators[$1]}
     [ -e "$formats/register" ] || as_root mount -t binfmt_misc binfmt_misc "$formats"

@@ -211,7 +211,7 @@ TEST(NoDescriptors, WatcherReportsThatItSeesNothing) {
 }
 
 TEST(NoDescriptors, ServerCannotBeMade) {
-    const support::SocketFile file("tavo-none"); // its directory is made before the failure
+    const support::SocketFile file("tavo-none"); // its directory exists before the failure
     const support::ForkedChild child = inForkedChild([&] {
         dup2(STDOUT_FILENO, STDERR_FILENO);
         const NoDescriptors none;

@@ -154,7 +154,7 @@ TEST(tavo_agent_remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
         eventually([&] { return agent.log().find("taking requests") != std::string::npos; }));
     broker.halt();
     const std::string response = agent.call(request("none", "{}", 7));
-    // More than what else may be unread, the agent's state.
+    // More bytes than the message with the agent's state, which may also be unread.
     ASSERT_TRUE(eventually([&] { return broker.unreadBytes() > topic.size() + response.size(); }));
     broker.kill();
     broker.start();
@@ -211,7 +211,7 @@ TEST_F(tavo_agent_remote, EachRemoteMethodMustBeAllowedByName) {
     EXPECT_TRUE(receives("config.place is not allowed for this sender"));
 }
 
-// tavo_agent_repeated requests
+// Repeated requests
 
 class tavo_agent_repeated : public RemoteAgent {
 protected:

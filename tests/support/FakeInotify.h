@@ -39,7 +39,7 @@ inline std::string record(int watch, unsigned int mask, const std::string& name 
 }
 
 /// Replaces the kernel's inotify while an object exists, for watch numbers, records and errors that
-/// the kernel does not produce on request. A test queues the bytes of the coming read() calls in
+/// the kernel does not produce on request. A test queues the bytes of the next read() calls in
 /// `reads`, lets serve() run the loop until the queue is empty, and compares calls().
 class FakeInotify {
 public:

@@ -28,7 +28,8 @@ inline void expectLines(const std::vector<std::string>& lines) {
         EXPECT_EQ(line, lineFromInput());
 }
 
-/// Expects a call to wait with poll() first, and to return nothing because it is stopped meanwhile.
+/// Expects a call to wait with poll() first, and to return nothing because the flag is set during
+/// the wait.
 inline void expectStoppedWait() {
     bool stop = false;
     const WatchedPolls polls([&](int) {
