@@ -12,7 +12,7 @@ namespace agent {
 /// them. Everything else is redirected to standard error.
 class ResponseOutput {
 public:
-    /// Call first in main(). Also replaces standard input by /dev/null, so that started programs
+    /// Call first in main(). Also replaces standard input with /dev/null, so that started programs
     /// cannot read it. Opens those of the descriptors 0, 1 and 2 that are closed, so that no new
     /// file takes their numbers.
     ResponseOutput();

@@ -43,7 +43,7 @@ constexpr std::chrono::milliseconds kProgramGrace(2000);
 /// How long the last messages may take. A broker that does not answer takes longer.
 constexpr std::chrono::milliseconds kBrokerGrace(3000);
 
-/// Waits for the request in progress. A program that it runs is ended by SIGTERM, then by SIGKILL.
+/// Waits for the request in progress. Ends the request's program with SIGTERM, then with SIGKILL.
 void awaitRequest(RequestHandler& handler, ProcessRun& program) {
     if (handler.waitUntilIdle(kGrace))
         return;

@@ -1,4 +1,4 @@
-# The target `docs` builds the reference by doxygen, in doc/html below the build; the component
+# The target `docs` builds the reference with doxygen, in doc/html below the build; the component
 # `doc` installs it, if it was built. A tree without the guides, such as the copy in OpenWrt's
 # recipe, has neither the target nor the component.
 if(NOT EXISTS ${PROJECT_SOURCE_DIR}/docs/Doxyfile)

@@ -11,7 +11,7 @@
 #include <pthread.h>
 #include <signal.h>
 
-/// What the larger examples share: messages, options and an orderly end by a signal. None of it
+/// What the larger examples share: messages, options and an orderly end after a signal. None of it
 /// uses the library.
 namespace program {
 

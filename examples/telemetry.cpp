@@ -1,4 +1,4 @@
-// Publishes the board's readings once a second by MQTT, and shows the connection by an LED.
+// Publishes the board's readings over MQTT once a second, and shows the connection with an LED.
 
 #include <kvr/api/com/NQ_Mqtt.h>
 #include <kvr/api/datetime/NQ_Time.h>

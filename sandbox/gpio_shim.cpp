@@ -171,7 +171,7 @@ bool copyState(std::FILE* fresh, const char* signal, unsigned value) {
 
 int writeSignal(const char* signal, unsigned value) {
     const StateLock lock;
-    // Replaced by a rename, so that a reader never sees half a file.
+    // Replaced with a rename, so that a reader never sees half a file.
     char fresh[PATH_MAX];
     std::snprintf(fresh, sizeof fresh, "%s.new", stateFile());
     std::FILE* const file = std::fopen(fresh, "we");

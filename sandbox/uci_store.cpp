@@ -44,7 +44,8 @@ void write(const std::string& path, std::ios::openmode mode, const std::string& 
         throw Error(Error::Kind::Io);
 }
 
-// Replaces the file by a rename, so that a reader never sees half of it. A symbolic link stays one.
+// Replaces the file with a rename, so that a reader never sees half of it. A symbolic link stays
+// one.
 void replaceContent(const std::string& path, const std::string& content) {
     std::error_code failure;
     const fs::path target = fs::canonical(path, failure);

@@ -67,7 +67,7 @@ void WordReader::skipSpace() {
         ++at_;
 }
 
-// Replaces the rest of this line by the next line of the text.
+// Replaces the rest of this line with the next line of the text.
 void WordReader::fetchLine() {
     line_.resize(std::min(at_, line_.size()));
     const std::size_t end = text_.find('\n', next_);

@@ -9,7 +9,7 @@
 namespace agent {
 
 /// The longest request that is accepted. A longer one would not arrive whole: the socket server
-/// takes a message by one read, which returns at most what the socket's buffer holds.
+/// takes a message with one read, which returns at most what the socket's buffer holds.
 constexpr std::size_t kLongestRequest = 128 * 1024;
 
 /// A checked message from outside. json-c and the library's dispatcher trust their input. They

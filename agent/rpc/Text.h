@@ -10,7 +10,7 @@ namespace agent {
 /// forms, no surrogates, nothing above U+10FFFF.
 bool isUtf8(const std::string& text);
 
-/// `text` with every byte that belongs to no well-formed character replaced by U+FFFD.
+/// Returns `text` with U+FFFD in place of every byte that belongs to no well-formed character.
 std::string repairedUtf8(const std::string& text);
 
 /// Returns `text` as one line that is safe to print and to log. Control characters and bytes that

@@ -1,4 +1,4 @@
-// Runs programs in three ways: without a shell, on another thread, and by the shell.
+// Runs programs in three ways: without a shell, on another thread, and in the shell.
 
 #include <kvr/api/file/NQ_Files.h>
 

@@ -1,4 +1,4 @@
-// Sends its argument to socket_server.cpp by one call: 4 bytes of length in host byte order, then
+// Sends its argument to socket_server.cpp with one call: 4 bytes of length in host byte order, then
 // the payload.
 
 #include <cstdint>

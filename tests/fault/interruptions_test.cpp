@@ -56,7 +56,7 @@ std::string lines(int count) {
 } // namespace
 
 // Reading ends at the interruption, as a loop of fgets() does. The program's next write then ends
-// it by SIGPIPE.
+// it with SIGPIPE.
 TEST(SignalStorm, ExecuteGivesTheOutputUpToTheInterruption) {
     const std::string whole = lines(300);
     int cut = 0;

@@ -37,7 +37,7 @@ struct LineCounter : kvr::api::iot::Observer<StdInReader> {
     bool stop = false;
 };
 
-/// Replaces standard input by a pipe that holds `text`.
+/// Replaces standard input with a pipe that holds `text`.
 void makeStandardInput(const std::string& text) {
     int ends[2];
     ASSERT_EQ(0, pipe(ends));

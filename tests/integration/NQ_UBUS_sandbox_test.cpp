@@ -37,7 +37,7 @@ protected:
     static std::string original(const std::string& name) {
         return support::readFile(std::string(TAVO_SANDBOX_ROOTFS "/etc/config/") + name);
     }
-    /// Returns the original file with `from` replaced by `to`.
+    /// Returns the original file with `to` in place of `from`.
     static std::string changed(const std::string& name, const std::string& from,
                                const std::string& to) {
         std::string text = original(name);

@@ -1,5 +1,5 @@
-// Remote requests, by MQTT over TLS: absent and wrong brokers, the documented access list, and the
-// agent's options.
+// Remote requests, over MQTT with TLS: absent and wrong brokers, the documented access list, and
+// the agent's options.
 
 #include "RemoteAgent.h"
 

@@ -1,5 +1,5 @@
-// Remote requests, by MQTT over TLS: how the agent handles them. agent_remote_broker_test.cpp tests
-// absent and wrong brokers.
+// Remote requests, over MQTT with TLS: how the agent handles them. agent_remote_broker_test.cpp
+// tests absent and wrong brokers.
 
 #include "RemoteAgent.h"
 

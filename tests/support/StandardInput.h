@@ -12,7 +12,7 @@
 
 namespace support {
 
-/// Replaces standard input by a pipe while an object exists.
+/// Replaces standard input with a pipe while an object exists.
 class StandardInput {
 public:
     StandardInput();
@@ -26,7 +26,7 @@ public:
     int unread() const;
     /// Closes the writing end, which ends the input.
     void close();
-    /// Replaces the pipe by `descriptor`.
+    /// Replaces the pipe with `descriptor`.
     void replace(int descriptor);
 
 private:

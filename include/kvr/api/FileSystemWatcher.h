@@ -42,7 +42,8 @@ TAVO_API bool operator==(const Watcher& a, const Watcher& b);
 /// Registrations differ when their paths differ.
 inline bool operator!=(const Watcher& a, const Watcher& b) { return !(a == b); }
 
-/// Watches files and directories by one inotify(7) instance, and calls a function for every event.
+/// Watches files and directories with one inotify(7) instance, and calls a function for every
+/// event.
 ///
 /// Ownership: registrations are copied. Callbacks and contexts must outlive them.
 /// Failure:   nothing throws. A refused registration and a failing read are printed on standard

@@ -27,7 +27,7 @@ start() {
     children+=("$pid")
 }
 
-# finish PID: ends a program by SIGTERM and shows its exit status in $status.
+# finish PID: ends a program with SIGTERM and stores its exit status in $status.
 finish() {
     local child kept=()
     kill "$1"

@@ -11,7 +11,7 @@ namespace kvr {
 namespace api {
 namespace com {
 
-/// An MQTT publisher over Eclipse Paho's synchronous client, by TCP or TLS.
+/// An MQTT publisher over Eclipse Paho's synchronous client, with TCP or TLS.
 ///
 /// Order:      construct, setters and enableDebug(), initialise(), connect(), send() and
 ///             subscribe(), destroy. The order is not checked: before initialise(), subscribe() and

@@ -48,7 +48,8 @@ public:
     /// A new empty object.
     NQ_JSON();
 
-    /// Parses `text` by one json_tokener_parse_ex() call with json-c's default nesting depth (32).
+    /// Parses `text` with one json_tokener_parse_ex() call, up to json-c's default nesting depth
+    /// (32).
     ///
     /// When that fails, "Unable to parse json" is printed on standard output and the handle holds
     /// no value. The call does not see the end of the text. What json-c completes only there fails
@@ -154,14 +155,14 @@ public:
     /// pass it to a container.
     json_object* newArray();
 
-    /// Replaces the content of `out` by the members' texts under their keys. Raises
+    /// Replaces the content of `out` with the members' texts under their keys. Raises
     /// std::logic_error for a null member.
     void asMap(std::map<std::string, std::string>& out) const;
 
-    /// Replaces the content of `out` by the keys of those members of `object` (not of this handle)
-    /// whose text is empty, in order. Deliberate: prints every other member on standard output as
-    /// one line key=text. When `object` is not a JSON object, `out` is cleared and nothing else
-    /// happens. Raises std::logic_error for a null member.
+    /// Replaces the content of `out` with the keys of those members of `object` (not of this
+    /// handle) whose text is empty, in order. Deliberate: prints every other member on standard
+    /// output as one line key=text. When `object` is not a JSON object, `out` is cleared and
+    /// nothing else happens. Raises std::logic_error for a null member.
     void emptyFields(std::vector<std::string>& out, json_object* object) const;
 
 private:

@@ -21,7 +21,7 @@ public:
     /// Trap: never returns for an empty `from`, which is found at every position.
     static void replaceAll(std::string& str, const std::string& from, const std::string& to);
 
-    /// Replaces every run of blanks by one blank. Nothing is trimmed; tabs and newlines stay.
+    /// Replaces every run of blanks with one blank. Nothing is trimmed; tabs and newlines stay.
     static void reduceSpace(std::string& str);
 
     /// Removes every character for which isspace(3) holds in the current C locale.

@@ -16,7 +16,7 @@ namespace datetime {
 /// Threads: any thread, but sNow() uses the C library's one static time buffer.
 class TAVO_API NQ_Time {
 public:
-    /// Sleeps `ms` milliseconds by one nanosleep(2). A signal ends the pause early, which is not
+    /// Sleeps `ms` milliseconds with one nanosleep(2). A signal ends the pause early, which is not
     /// reported.
     static void delay(int ms);
 

@@ -76,7 +76,7 @@ namespace file {
 /// Threads: no state; any thread, concurrently.
 class TAVO_API NQ_Popen {
 public:
-    /// Runs a command line by the shell, through popen(3), and returns its standard output.
+    /// Runs a command line in the shell, through popen(3), and returns its standard output.
     /// `status` receives only the exit code, 0 to 255. When popen(3) fails, throws
     /// std::runtime_error "popen() failed!" and leaves `status` unchanged. Nothing is quoted: never
     /// pass text from outside. After a read error the call tries again, without end while the error
@@ -130,11 +130,11 @@ public:
     /// The same as getFilesFromDir(path, true).
     static std::vector<std::string> getFilesFromDirRecursive(const std::string& path);
 
-    /// Copies `source` over the beginning of `destination` by one sendfile(2) call, at most about 2
-    /// GiB. A new file gets mode 0644 as reduced by the umask. Deliberate: an existing destination
-    /// is not truncated, so a longer one keeps its tail. Returns what close(2) of the destination
-    /// returned: 0, or -1. No other failure is reported; on a full disk the result is 0 too.
-    /// Compare the sizes where it matters.
+    /// Copies `source` over the beginning of `destination` with one sendfile(2) call, at most about
+    /// 2 GiB. A new file gets mode 0644 as reduced by the umask. Deliberate: an existing
+    /// destination is not truncated, so a longer one keeps its tail. Returns what close(2) of the
+    /// destination returned: 0, or -1. No other failure is reported; on a full disk the result is 0
+    /// too. Compare the sizes where it matters.
     static int Linux_Copy(const char* source, const char* destination);
 };
 
@@ -150,9 +150,9 @@ public:
     std::string third;  ///< for the caller; the library does not use it
 };
 
-/// Replaces a file's content by the texts given to `<<`. The file is complete only after the writer
-/// is destroyed, which closes it. Failures are silent: where the file cannot be opened or written,
-/// also on a full disk, the text is lost.
+/// Replaces a file's content with the texts given to `<<`. The file is complete only after the
+/// writer is destroyed, which closes it. Failures are silent: where the file cannot be opened or
+/// written, also on a full disk, the text is lost.
 class TAVO_API FileWriter {
 public:
     /// Creates the file, or empties it.

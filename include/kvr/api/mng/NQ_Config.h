@@ -35,7 +35,7 @@ public:
         : isBase64(false), appsRoot(rootDirectory) {}
 
     /// Builds the file's path, and prints the identifiers, the content and the directory. Creates
-    /// the directory by `mkdir -p`, which is found along PATH.
+    /// the directory with `mkdir -p`, which is found along PATH.
     ///
     /// The file is ROOT/appID/agents/agentID/subDir/fileName, for an empty `agentID`
     /// ROOT/appID/subDir/fileName, and for an empty `appID` just `fileName`, a full path. The
@@ -49,8 +49,8 @@ public:
     /// "Configuration NOT VALID" when it does not. Not for base64 content.
     bool checkConfig();
 
-    /// Replaces the file's content by the content as given, or by the bytes that its base64 text
-    /// encodes. A reader can see the file half written. Always returns true.
+    /// Replaces the file's content with the content as given, or with the bytes that its base64
+    /// text encodes. A reader can see the file half written. Always returns true.
     bool applyConfig();
 
     /// Runs /opt/components/mng/AG_Config/bin/stopAgent.sh with the agent's identifier when init()

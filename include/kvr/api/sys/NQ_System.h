@@ -18,7 +18,7 @@ namespace sys {
 /// Threads: any thread, concurrently.
 class TAVO_API NQ_System {
 public:
-    /// Sends "Executing..." and the script to the system log (LOG_INFO), runs it by the shell and
+    /// Sends "Executing..." and the script to the system log (LOG_INFO), runs it in the shell and
     /// returns the result of system(3): the raw wait status, or -1. Nothing is quoted, and a
     /// percent sign in the script is interpreted by the log (see NQ_Logger::logSysLog()): never
     /// pass text from outside. Throws what NQ_Logger::instance() throws.
@@ -55,8 +55,8 @@ public:
     /// Whether /opt/apps/NodeRED can be opened.
     static bool hasNodeRedApp();
 
-    /// A process id of a program, by `pidof -s`; 0 when there is none. The shell interprets `name`:
-    /// never pass text from outside.
+    /// A process id of a program, from `pidof -s`; 0 when there is none. The shell interprets
+    /// `name`: never pass text from outside.
     static int getProcIdByName(std::string name);
 
     /// Value of a U-Boot variable, as `fw_printenv` prints it, without newlines. Deliberate: cut at
