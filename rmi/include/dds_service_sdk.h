@@ -59,7 +59,7 @@ public:
     }
 
     /// Releases the share. The pointer is empty before the object can be destroyed, so the object's
-    /// destructor may look at it.
+    /// destructor may read the pointer.
     void reset() {
         T* const released = pointee;
         pointee = nullptr;

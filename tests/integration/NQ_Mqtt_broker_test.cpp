@@ -293,7 +293,7 @@ TEST(NQ_Mqtt_broker, OrderlyEndDeliversNoWill) {
 
 namespace {
 
-/// Plays a broker for one connection: accepts the client and keeps its first packet.
+/// Simulates a broker for one connection: accepts the client and keeps its first packet.
 class PlayedBroker {
 public:
     PlayedBroker() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {

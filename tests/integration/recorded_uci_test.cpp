@@ -1,4 +1,4 @@
-// Plays the cases of recorded_uci.txt, which explains their form, and of further_uci.txt with the
+// Runs the cases of recorded_uci.txt, which explains their form, and of further_uci.txt with the
 // sandbox's tools. Writes what each case does in the same form and compares the texts.
 
 #include "RunProgram.h"

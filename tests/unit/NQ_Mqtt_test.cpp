@@ -38,8 +38,8 @@ std::string connectLine(NQ_Mqtt& mqtt, FakePaho& paho) {
     return "no connect";
 }
 
-/// Lets connects fail with `code`, clears the flag after `attempts` attempts and returns the system
-/// log.
+/// Makes connection attempts fail with `code`, clears the flag after `attempts` of them, and
+/// returns the system log.
 std::vector<std::string> logOfFailures(int code, int attempts) {
     FakePaho paho;
     CapturedSyslog log;

@@ -136,12 +136,12 @@ public:
     /// Appends a new string to an array. Deliberate: an array, despite the name.
     void addStringtoObj(json_object* array, const char* s);
 
-    /// Appends `value` to `array`, which takes over the caller's reference (which is released when
-    /// `array` is not an array).
+    /// Appends `value` to `array`, which takes over the caller's reference. When `array` is not an
+    /// array, the reference is released.
     void addObjtoArray(json_object* array, json_object* value);
 
     /// Stores `value` under `key`, replacing an existing member. `object` takes over the caller's
-    /// reference to `value` (which is released when `object` is not a JSON object).
+    /// reference to `value`. When `object` is not a JSON object, the reference is released.
     void addObjtoObj(json_object* object, const char* key, json_object* value);
 
     /// Stores a new string under `key`, replacing an existing member.

@@ -10,7 +10,7 @@ namespace kvr {
 namespace api {
 namespace data {
 
-/// Helpers for texts. They work on bytes and know no character encoding.
+/// Helpers for texts. They work on bytes, whatever the character encoding.
 /// Threads: no state; any thread.
 class TAVO_API NQ_Strings {
 public:
