@@ -14,7 +14,7 @@
 /// Trap:     an incomplete line ends the wait too. The call then blocks until the rest of the line
 ///           arrives, and does not read `stop`.
 /// Programs: programs that this one starts share descriptor 0. They do not receive what was read
-/// ahead, and they can take lines that are meant for this program. Redirect their input.
+///           ahead, and they can take lines that are meant for this program. Redirect their input.
 /// Threads:  one reader at a time. `stop` is a plain flag that another thread may set
 ///           (docs/threads.md).
 class TAVO_API NQ_Stream {

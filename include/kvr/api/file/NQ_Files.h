@@ -79,8 +79,7 @@ public:
     /// Runs a command line in the shell, through popen(3), and returns its standard output.
     /// `status` receives only the exit code, 0 to 255. When popen(3) fails, throws
     /// std::runtime_error "popen() failed!" and leaves `status` unchanged. Nothing is quoted: never
-    /// pass text from outside. After a read error the call tries again, without end while the error
-    /// lasts.
+    /// pass text from outside. After a read error the call reads again, as long as the error lasts.
     static std::string executeInsecure(const std::string& command, int& status);
     /// The same without the status.
     static std::string executeInsecure(const std::string& command);
@@ -120,8 +119,8 @@ public:
     /// order, without "." and "..".
     ///
     /// A flat list names sub-directories like files. A recursive list has their contents instead.
-    /// Symbolic links are listed and never followed; so are directories on a file system that does
-    /// not report types (DT_UNKNOWN). A directory that cannot be opened contributes nothing;
+    /// Symbolic links are listed and never followed. The same holds for directories on a file system
+    /// that does not report types (DT_UNKNOWN). A directory that cannot be opened adds nothing;
     /// perror() prints "opendir: Path does not exist or could not be read." and the reason.
     static std::vector<std::string> getFilesFromDir(const std::string& path, bool recursive);
     /// The same, flat.
@@ -138,7 +137,7 @@ public:
     static int Linux_Copy(const char* source, const char* destination);
 };
 
-/// A holder of three texts, empty at first.
+/// Holds three texts, empty at first.
 class TAVO_API NQ_Files {
 public:
     /// Three empty texts.
