@@ -37,8 +37,8 @@ public:
 /// Failure:   Process() returns false; only handlers change the response, and nothing is logged. A
 ///            "method" or "params" member that is null, and a null C string, raise
 ///            std::logic_error. Exceptions of handlers pass through.
-/// Threads:   the table must not change while another thread looks up or processes. Concurrent
-///            Process() calls are as safe as the handlers are.
+/// Threads:   the table must not change while another thread calls Lookup() or Process().
+///            Concurrent Process() calls are as safe as the handlers are.
 ///
 /// The dispatcher does not use "id", "result" or "error": handlers and callers build the responses.
 class TAVO_API NQ_RPCHandler {

@@ -17,14 +17,14 @@ namespace mdw {
 ///            nothing.
 /// Output:    system log records of informational priority, failures included; nothing on standard
 ///            output.
-/// Failure:   a return value; exceptions of DDS RMI pass through.
+/// Failure:   the operations return it; exceptions of DDS RMI pass through.
 /// Threads:   one object is used by one thread at a time. Objects on several threads share the one
 ///            runtime. The runtime over Cyclone DDS has a mutex for this; for OpenSplice see its
 ///            own documentation.
 ///
-/// The class is part of the library unless that was built with TAVO_DDS=OFF. The same setting
-/// selects the provider of `<dds_service_sdk.h>`. The CMake target and the pkg-config module name
-/// that header's directory.
+/// The class is part of the library unless the library was built with TAVO_DDS=OFF. The same
+/// setting selects the provider of `<dds_service_sdk.h>`. The CMake target and the pkg-config
+/// module name that header's directory.
 class TAVO_API NQ_DDS_RMI_RUNTIME {
 public:
     /// Fetches the default runtime and starts it. Does not start a runtime that runs already,
