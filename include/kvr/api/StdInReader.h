@@ -22,8 +22,8 @@ public:
 
     /// Reads lines until `stop` is true. While nothing arrives, the call returns within about a
     /// second after the flag is set, and then writes an empty line to standard output. While lines
-    /// arrive, it returns after the next one. At the end of standard input, the call loops at full
-    /// speed until the flag is set.
+    /// arrive, it returns after the next one at the latest. At the end of standard input, the call
+    /// loops at full speed until the flag is set.
     void loop(bool& stop);
 
     /// The same as lastLine.
