@@ -21,9 +21,9 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/time.h>
+#include <sys/ucontext.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <unwind.h>
 
 #include <gtest/gtest.h>
 
@@ -85,9 +85,20 @@ void* malloc(std::size_t size) C_LIBRARY_NOEXCEPT {
     return failsNow() ? nullptr : counted(original(size));
 }
 
+// Not by the C library's calloc(): musl's calls malloc(), and the block would count twice.
 void* calloc(std::size_t count, std::size_t size) C_LIBRARY_NOEXCEPT {
-    static const auto original = replaced<void*(std::size_t, std::size_t)>("calloc");
-    return failsNow() ? nullptr : counted(original(count, size));
+    static const auto original = replaced<void*(std::size_t)>("malloc");
+    std::size_t bytes = 0;
+    if (__builtin_mul_overflow(count, size, &bytes)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    if (failsNow())
+        return nullptr;
+    void* const block = counted(original(bytes));
+    if (block != nullptr)
+        std::memset(block, 0, bytes);
+    return block;
 }
 
 void* realloc(void* block, std::size_t size) C_LIBRARY_NOEXCEPT {
@@ -143,9 +154,16 @@ namespace fault {
 
 const std::string kLong(100, 'x');
 
+#if defined(_LIBCPP_VERSION)
+const std::set<std::string> kNotOpened = {""};
+#else
+const std::set<std::string> kNotOpened;
+#endif
+
 namespace {
 
 int outputFile = -1;
+int stackFile = -1;
 int reportPipe = -1;
 pid_t trialProcess = 0;
 
@@ -192,21 +210,52 @@ const char* libraryAt(void* address) {
     return std::strncmp(name, "lib", 3) == 0 ? name : nullptr;
 }
 
-_Unwind_Reason_Code findLibrary(_Unwind_Context* frame, void* result) {
-    const char*& library = *static_cast<const char**>(result);
-    library = libraryAt(reinterpret_cast<void*>(_Unwind_GetIP(frame)));
-    return library == nullptr ? _URC_NO_REASON : _URC_END_OF_STACK;
+/// What a signal interrupted.
+struct Interrupted {
+    void* code;           ///< the address that was executed
+    void* caller;         ///< where the processor keeps a return address in a register, or null
+    const char* stackTop; ///< the stack grows down to it
+};
+
+Interrupted interrupted(const ucontext_t& context) {
+    const mcontext_t& registers = context.uc_mcontext;
+#if defined(__x86_64__)
+    return {reinterpret_cast<void*>(registers.gregs[REG_RIP]), nullptr,
+            reinterpret_cast<const char*>(registers.gregs[REG_RSP])};
+#elif defined(__aarch64__)
+    return {reinterpret_cast<void*>(registers.pc), reinterpret_cast<void*>(registers.regs[30]),
+            reinterpret_cast<const char*>(registers.sp)};
+#else
+    return {reinterpret_cast<void*>(registers.arm_pc), reinterpret_cast<void*>(registers.arm_lr),
+            reinterpret_cast<const char*>(registers.arm_sp)};
+#endif
 }
 
-extern "C" void reportSignal(int signal) {
-    disarm();
-    const char* library = nullptr;
-    _Unwind_Backtrace(findLibrary, &library);
-    if (library == nullptr)
-        library = "the program";
+/// Returns the library that ran, or called the C library that ran: the first library that an
+/// address on the stack belongs to. A C library without unwind tables allows no backtrace.
+const char* libraryThatRan(const Interrupted& at) {
+    for (void* address : {at.code, at.caller})
+        if (const char* const library = libraryAt(address); library != nullptr)
+            return library;
+    // Words are read through a file: behind the end of the stack, pwrite() fails and nothing else.
+    void* word = nullptr;
+    for (const char* place = at.stackTop; pwrite(stackFile, place, sizeof word, 0) == sizeof word &&
+                                          pread(stackFile, &word, sizeof word, 0) == sizeof word;
+         place += sizeof word)
+        if (const char* const library = libraryAt(word); library != nullptr)
+            return library;
+    return "the program";
+}
+
+[[noreturn]] void sendSignal(int signal, const char* library) {
     std::snprintf(report.outcome, sizeof report.outcome, "signal %d in %.*s", signal,
                   static_cast<int>(std::strcspn(library, ".")), library);
     send();
+}
+
+extern "C" void reportSignal(int signal, siginfo_t*, void* context) {
+    disarm();
+    sendSignal(signal, libraryThatRan(interrupted(*static_cast<const ucontext_t*>(context))));
 }
 
 extern "C" void reportHang(int) {
@@ -229,10 +278,14 @@ void reportExit() {
 
 void prepareProcess() {
     trialProcess = getpid();
+    struct sigaction reporting = {};
+    reporting.sa_sigaction = reportSignal;
+    reporting.sa_flags = SA_SIGINFO;
     for (int signal : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL})
-        std::signal(signal, reportSignal);
+        sigaction(signal, &reporting, nullptr);
     std::set_terminate(reportTerminate);
     std::atexit(reportExit);
+    stackFile = memfd_create("stack", MFD_CLOEXEC);
     outputFile = memfd_create("output", MFD_CLOEXEC);
     dup2(outputFile, STDOUT_FILENO);
     dup2(outputFile, STDERR_FILENO);
@@ -312,6 +365,20 @@ Report attempt(const Trial& trial, bool rehearsed, long number, bool allFollowin
 }
 
 } // namespace
+
+} // namespace fault
+
+/// Replaces the C library's function. Its caller is known exactly here, unlike in a signal handler.
+extern "C" void abort() {
+    fault::disarm();
+    const char* const library = fault::libraryAt(__builtin_return_address(0));
+    if (library != nullptr)
+        fault::sendSignal(SIGABRT, library);
+    std::raise(SIGABRT);
+    _exit(1);
+}
+
+namespace fault {
 
 void Memory::fail() {
     if (plan.rehearsal)

@@ -13,6 +13,10 @@ namespace fault {
 /// A text that is too long to be stored without an allocation.
 extern const std::string kLong;
 
+/// What a trial may return that writes a file and reads it. libc++ opens files by fopen(), which can
+/// run out of memory after it has emptied the file; the stream then fails without an exception.
+extern const std::set<std::string> kNotOpened;
+
 /// A trial's control of the memory.
 class Memory {
 public:

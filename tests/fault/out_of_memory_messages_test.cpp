@@ -84,13 +84,17 @@ TEST(OutOfMemory, StandardInput) {
 }
 
 TEST(OutOfMemory, Streams) {
-    // The stream fails. It is not standard input, so the call does not return.
-    exhaust("NQ_Stream, another stream", kLong + "|" + kLong, {"hangs"}, [](Memory& memory) {
+    // The stream fails. With an empty line the call does not return, as the stream is not standard
+    // input. libc++ keeps the part of the line that it had memory for, and the call returns it.
+    const std::string part = "a part of the line";
+    exhaust("NQ_Stream, another stream", kLong + "|" + kLong, {"hangs", part}, [&](Memory& memory) {
         std::istringstream in("\n" + kLong + "\n");
         memory.giveUpAfter(500);
         memory.fail();
         const std::string line = NQ_Stream::forwardAndCopyInput(in);
         memory.recover();
+        if (!line.empty() && line.size() < kLong.size() && memory.printed() == line + "\n")
+            return part;
         return memory.printed() + line;
     });
 }

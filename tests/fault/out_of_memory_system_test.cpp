@@ -12,6 +12,8 @@
 #include "TempDir.h"
 #include "Threads.h"
 
+#include <cerrno>
+#include <cstring>
 #include <future>
 #include <set>
 #include <string>
@@ -53,8 +55,8 @@ TEST(OutOfMemory, Logger) {
 // could not be started.
 TEST(OutOfMemory, Programs) {
     const std::string printed = "0:" + kLong + "|";
-    const std::set<std::string> others = {
-        "0:", "13:", "32512:", "32512:execvp: Cannot allocate memory|"};
+    const std::string notStarted = std::string("execvp: ") + std::strerror(ENOMEM) + "|";
+    const std::set<std::string> others = {"0:", "13:", "32512:", "32512:" + notStarted};
     exhaust("NQ_Popen::execute", printed, others, [](Memory& memory) {
         int status = -2;
         memory.fail();
@@ -117,7 +119,7 @@ TEST(OutOfMemory, Files) {
                 memory.recover();
                 return std::to_string(count);
             });
-    exhaust("FileWriter", kLong, {}, [&](Memory& memory) {
+    exhaust("FileWriter", kLong, fault::kNotOpened, [&](Memory& memory) {
         const std::string path = directory / "written";
         memory.fail();
         FileWriter(path) << kLong;
