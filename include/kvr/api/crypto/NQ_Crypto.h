@@ -15,7 +15,8 @@ namespace crypto {
 ///
 /// Order:   init(), any number of encrypt() and decrypt(), zeroize().
 /// Failure: every failure of OpenSSL prints its error queue on standard error and ABORTS THE
-///          PROCESS. That includes decrypting with a wrong key or damaged data. Decrypt only data
+///          PROCESS. So does decrypting with a wrong key or damaged data when the last block's
+///          padding is then invalid; otherwise decrypt() returns wrong bytes. Decrypt only data
 ///          that is known to be intact, or decrypt in a forked child.
 /// Limits:  nothing is authenticated, and the vector is the same for every text of one key. Equal
 ///          texts encrypt to equal bytes.
