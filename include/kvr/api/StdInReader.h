@@ -29,8 +29,8 @@ public:
     /// The same as lastLine.
     const std::string& getLastLine() const;
 
-    /// The last line read, without its newline; empty at first and after a wait that `stop` ended.
-    /// For observers, in update(); only loop() changes it.
+    /// The last line read, without its newline; empty at first and after a wait that `stop` or a
+    /// failing poll(2) ended. For observers, in update(); only loop() changes it.
     std::string lastLine;
 };
 

@@ -17,8 +17,8 @@ namespace com {
 ///             subscribe(), destroy. The order is not checked: before initialise(), subscribe() and
 ///             send() pass a null client to Paho and may crash. After a setter, call initialise()
 ///             again before anything else, as Paho holds pointers into the options.
-/// Failure:    every operation returns false on failure; getLastResult() returns Paho's code.
-///             Nothing throws. connect() also reports to the system log.
+/// Failure:    connect(), send() and subscribe() return false on failure; getLastResult() returns
+///             Paho's code. Nothing throws. connect() also reports to the system log.
 /// Keep-alive: the client sends nothing between calls. The broker disconnects a client that is
 ///             silent for 1.5 times `keepAliveInterval`, and publishes its will. So send more
 ///             often, choose a longer interval, or set it to 0, which disables the check.

@@ -41,7 +41,7 @@ public:
 
     /// Writes `tv` as ISO text; the microseconds, 0 to 999999, are cut to milliseconds. Larger
     /// values print more digits, negative ones a minus sign. Empty when gmtime(3) cannot express
-    /// the time or its year has more than ten characters.
+    /// the time, or when its year has more than ten characters or exceeds 2147483647.
     static std::string tvToDateStr(const timeval& tv);
 };
 

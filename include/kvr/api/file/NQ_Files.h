@@ -119,9 +119,10 @@ public:
     /// order, without "." and "..".
     ///
     /// A flat list names sub-directories like files. A recursive list has their contents instead.
-    /// Symbolic links are listed and never followed. The same holds for directories on a file system
-    /// that does not report types (DT_UNKNOWN). A directory that cannot be opened adds nothing;
-    /// perror() prints "opendir: Path does not exist or could not be read." and the reason.
+    /// Symbolic links are listed and never followed. The same holds for directories on a file
+    /// system that does not report types (DT_UNKNOWN). A directory that cannot be opened adds
+    /// nothing; perror() prints "opendir: Path does not exist or could not be read." and the
+    /// reason.
     static std::vector<std::string> getFilesFromDir(const std::string& path, bool recursive);
     /// The same, flat.
     static std::vector<std::string> getFilesFromDir(const std::string& path);
