@@ -52,7 +52,8 @@ public:
     HeldLockGuard& operator=(const HeldLockGuard&) = delete;
 };
 
-/// Identifies the lock on the open file `descriptor`, held by this process.
+/// Returns what appAlreadyRunning() records when this process locks the open file `descriptor`. The
+/// process need not hold that lock.
 HeldLock lockOf(int descriptor) {
     struct stat status = {};
     (void)fstat(descriptor, &status); // it is open, so this does not fail
