@@ -4,6 +4,7 @@
 #include "Waiting.h"
 
 #include <csignal>
+#include <fstream>
 #include <string>
 
 #include <sys/socket.h>
@@ -109,8 +110,19 @@ TEST(tavo_agent_answer, IsNotWaitedForWhenTheClientDoesNotRead) {
 }
 
 TEST(tavo_agent_answer, ToAClientThatHasGoneIsDropped) {
-    AgentInSandbox agent;
-    ASSERT_TRUE(Client(agent.socketPath()).send(asking("none", "{}", 2)));
+    AgentInSandbox agent({"--allow", "sh"});
+    {
+        // Keeps the agent busy until the next client has gone.
+        Client first(agent.socketPath());
+        ASSERT_TRUE(first.send(
+            asking("process.run", R"({"command":"sh","arguments":["-c",)"
+                                  R"("mkfifo /tmp/tavo-test-go; read x </tmp/tavo-test-go"]})")));
+        const std::string fifo = agent.file("/tmp/tavo-test-go");
+        ASSERT_TRUE(support::eventually([&] { return support::exists(fifo); }));
+        ASSERT_TRUE(Client(agent.socketPath()).send(asking("none", "{}", 2)));
+        std::ofstream(fifo) << '\n';
+        EXPECT_THAT(first.receive(), HasSubstr("\"result\""));
+    }
     Client other(agent.socketPath());
     ASSERT_TRUE(other.send(asking("none", "{}")));
     EXPECT_EQ(kNone, other.receive());
