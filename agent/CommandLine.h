@@ -26,10 +26,10 @@ public:
 
 /// Returns the next option as getopt_long() does, -1 after the last. For 'h' (--help), prints
 /// `help` and ends the process with status 0. Throws UsageError for an option that is not in
-/// `options`.
+/// `options` or lacks its argument.
 int nextOption(int argc, char** argv, const option* options, const char* help);
 
-// Each converts the text of an option, or throws UsageError.
+// Each converts the text of an option. All but parseNumber() throw UsageError for invalid text.
 
 /// Returns the number from 1 to `most` that `text` holds, in digits only; 0 for any other text.
 int parseNumber(const std::string& text, int most);
