@@ -2,8 +2,8 @@
 // library builds from it. No command is run: the calls that would run one are replaced, and check
 // their arguments.
 #include "Log.h"
+#include "fake_program.h"
 #include "fuzzing.h"
-#include "played_program.h"
 #include "rpc/Dispatcher.h"
 #include "rpc/RequestHandler.h"
 
@@ -109,7 +109,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static agent::RequestHandler handler(dispatcher());
     const std::string message(reinterpret_cast<const char*>(data), size);
-    const fuzzing::PlayedProgram program(kSection);
+    const fuzzing::FakeProgram program(kSection);
     const agent::Response response = handler.handle(message, "");
     if (!response.text.empty())
         checkResponse(response.text);

@@ -4,8 +4,8 @@
 #include <kvr/api/mng/NQ_UBUS.h>
 #include <kvr/api/sys/NQ_System.h>
 
+#include "fake_program.h"
 #include "fuzzing.h"
-#include "played_program.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -107,7 +107,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     printed = &text;
-    const fuzzing::PlayedProgram program(text);
+    const fuzzing::FakeProgram program(text);
     const std::string output = readByPieces(text, 255);
     readVariable(output);
     applySection(output);

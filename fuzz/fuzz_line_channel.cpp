@@ -44,9 +44,9 @@ struct Pieces {
 
 /// Compares what is announced with what was written. Stops the reader after the last line, since it
 /// never ends at the end of standard input.
-class Follower : public kvr::api::iot::Observer<StdInReader> {
+class LineObserver : public kvr::api::iot::Observer<StdInReader> {
 public:
-    Follower(const Pieces& written, bool together) : written_(written), together_(together) {
+    LineObserver(const Pieces& written, bool together) : written_(written), together_(together) {
         if (together_) {
             std::string all;
             for (const std::string& piece : written_.pieces)
@@ -91,8 +91,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string stream(reinterpret_cast<const char*>(data) + 1, size - 1);
     const Pieces written(stream + "\nthe last line\n");
     StdInReader reader;
-    Follower follower(written, data[0] % 2 == 0);
-    reader.attach(&follower);
-    reader.loop(follower.stop);
+    LineObserver observer(written, data[0] % 2 == 0);
+    reader.attach(&observer);
+    reader.loop(observer.stop);
     return 0;
 }

@@ -38,9 +38,9 @@ private:
     bool result_;
 };
 
-class Unreachable : public CallbackMethod {
+class UncalledMethod : public CallbackMethod {
 public:
-    explicit Unreachable(const char* name) : name_(name) {}
+    explicit UncalledMethod(const char* name) : name_(name) {}
     bool Call(const NQ_JSON&, NQ_JSON&) override {
         fuzzing::require(false, "only the first method of a name that is not empty is called");
         return false;
@@ -58,9 +58,9 @@ public:
     void RegisterMethods() override {
         AddMethod(new Echo("system.describe", true));
         AddMethod(new Echo("ping", true));
-        AddMethod(new Unreachable("ping"));
+        AddMethod(new UncalledMethod("ping"));
         AddMethod(new Echo("7", false));
-        AddMethod(new Unreachable(""));
+        AddMethod(new UncalledMethod(""));
     }
 };
 

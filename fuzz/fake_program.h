@@ -1,5 +1,5 @@
-#ifndef TAVO_FUZZ_PLAYED_PROGRAM_H
-#define TAVO_FUZZ_PLAYED_PROGRAM_H
+#ifndef TAVO_FUZZ_FAKE_PROGRAM_H
+#define TAVO_FUZZ_FAKE_PROGRAM_H
 
 #include <string>
 
@@ -8,13 +8,13 @@ namespace fuzzing {
 /// While it exists, no program is started. A caller that forks one reads `output` from the pipe
 /// made last, and then gets status 0. This replaces `pipe`, `fork` and `waitpid` in a target that
 /// uses it. Only one object may exist.
-class PlayedProgram {
+class FakeProgram {
 public:
     /// `output` must outlive the object, and fit into a pipe.
-    explicit PlayedProgram(const std::string& output);
-    ~PlayedProgram();
-    PlayedProgram(const PlayedProgram&) = delete;
-    PlayedProgram& operator=(const PlayedProgram&) = delete;
+    explicit FakeProgram(const std::string& output);
+    ~FakeProgram();
+    FakeProgram(const FakeProgram&) = delete;
+    FakeProgram& operator=(const FakeProgram&) = delete;
 };
 
 } // namespace fuzzing

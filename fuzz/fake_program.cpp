@@ -1,4 +1,4 @@
-#include "played_program.h"
+#include "fake_program.h"
 
 #include "fuzzing.h"
 
@@ -10,9 +10,9 @@
 
 namespace {
 
-constexpr pid_t kProgram = 1 << 30; // above every process id
+constexpr pid_t kFakeProcess = 1 << 30; // above every process id
 
-const std::string* played = nullptr;
+const std::string* programOutput = nullptr;
 thread_local int pipeEnds[2] = {-1, -1};
 
 template <class Function>
@@ -24,9 +24,9 @@ Function* real(const char* name) {
 
 namespace fuzzing {
 
-PlayedProgram::PlayedProgram(const std::string& output) { played = &output; }
+FakeProgram::FakeProgram(const std::string& output) { programOutput = &output; }
 
-PlayedProgram::~PlayedProgram() { played = nullptr; }
+FakeProgram::~FakeProgram() { programOutput = nullptr; }
 
 } // namespace fuzzing
 
@@ -39,16 +39,16 @@ int pipe(int* ends) noexcept {
 }
 
 pid_t fork() noexcept {
-    if (played == nullptr)
+    if (programOutput == nullptr)
         return real<pid_t()>("fork")();
-    fuzzing::require(write(pipeEnds[1], played->data(), played->size()) ==
-                         static_cast<ssize_t>(played->size()),
+    fuzzing::require(write(pipeEnds[1], programOutput->data(), programOutput->size()) ==
+                         static_cast<ssize_t>(programOutput->size()),
                      "the pipe has room");
-    return kProgram;
+    return kFakeProcess;
 }
 
 pid_t waitpid(pid_t pid, int* status, int options) {
-    if (pid != kProgram)
+    if (pid != kFakeProcess)
         return real<pid_t(pid_t, int*, int)>("waitpid")(pid, status, options);
     *status = 0;
     return pid;
