@@ -8,11 +8,11 @@
 namespace agent {
 namespace {
 
-constexpr int kMostSeconds = 24 * 60 * 60;
+constexpr int kMaxSeconds = 24 * 60 * 60;
 
 } // namespace
 
-void endAfter(const UsageError& error, const char* program) {
+void exitWithUsageError(const UsageError& error, const char* program) {
     if (*error.what() != '\0')
         std::fprintf(stderr, "%s: %s\n", program, error.what());
     std::fprintf(stderr, "Try '%s --help' for more information.\n", program);
@@ -39,10 +39,10 @@ int parseNumber(const std::string& text, int most) {
 }
 
 std::chrono::seconds parseSeconds(const char* name, const std::string& text) {
-    const int seconds = parseNumber(text, kMostSeconds);
+    const int seconds = parseNumber(text, kMaxSeconds);
     if (seconds == 0)
         throw UsageError(std::string(name) + " takes a number of seconds, 1 to " +
-                         std::to_string(kMostSeconds));
+                         std::to_string(kMaxSeconds));
     return std::chrono::seconds(seconds);
 }
 

@@ -22,7 +22,7 @@ public:
 };
 
 /// Prints the reason and a hint at --help, and ends the process with kUsageStatus.
-[[noreturn]] void endAfter(const UsageError& error, const char* program);
+[[noreturn]] void exitWithUsageError(const UsageError& error, const char* program);
 
 /// Returns the next option as getopt_long() does, -1 after the last. For 'h' (--help), prints
 /// `help` and ends the process with status 0. Throws UsageError for an option that is not in

@@ -9,7 +9,7 @@ namespace {
 /// Keeps the path within the 108 bytes of a socket address.
 constexpr std::size_t kLongestName = 64;
 constexpr int kLeastLog = 4096;
-constexpr int kMostLog = 64 * 1024 * 1024;
+constexpr int kMaxLog = 64 * 1024 * 1024;
 
 constexpr char kHelp[] =
     "Usage: tavo-agent [OPTION...] NAME\n"
@@ -73,10 +73,10 @@ std::string checkedName(const std::string& name) {
 }
 
 std::size_t parseLogLimit(const std::string& text) {
-    const int bytes = parseNumber(text, kMostLog);
+    const int bytes = parseNumber(text, kMaxLog);
     if (bytes < kLeastLog)
         throw UsageError("--log-limit takes a number of bytes, " + std::to_string(kLeastLog) +
-                         " to " + std::to_string(kMostLog));
+                         " to " + std::to_string(kMaxLog));
     return static_cast<std::size_t>(bytes);
 }
 
@@ -160,7 +160,7 @@ Options parseOptions(int argc, char** argv) {
     try {
         return parse(argc, argv);
     } catch (const UsageError& error) {
-        endAfter(error, program);
+        exitWithUsageError(error, program);
     }
 }
 

@@ -12,7 +12,7 @@ thread_local bool* ownFlag = nullptr;
 
 // The two handlers. They only do what is allowed in a signal handler.
 
-void passOn(int signal) { pthread_kill(mainThread, signal); }
+void forwardToMainThread(int signal) { pthread_kill(mainThread, signal); }
 
 void clearOwnFlag(int) {
     if (ownFlag != nullptr)
@@ -38,8 +38,8 @@ sigset_t endSignals() {
 
 void prepareSignals() {
     mainThread = pthread_self();
-    handle(SIGTERM, passOn, SA_RESTART);
-    handle(SIGINT, passOn, SA_RESTART);
+    handle(SIGTERM, forwardToMainThread, SA_RESTART);
+    handle(SIGINT, forwardToMainThread, SA_RESTART);
     handle(kStopTrying, clearOwnFlag, SA_RESTART);
     // The process may have inherited an ignored SIGCHLD, with which it would lose the statuses of
     // programs.
@@ -56,12 +56,12 @@ int awaitEndSignal() {
     return signal;
 }
 
-Unblocked::Unblocked() {
+UnblockedSignals::UnblockedSignals() {
     const sigset_t set = endSignals();
     pthread_sigmask(SIG_UNBLOCK, &set, &before_);
 }
 
-Unblocked::~Unblocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+UnblockedSignals::~UnblockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
 KeepTrying::KeepTrying() { ownFlag = &flag_; }
 

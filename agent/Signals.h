@@ -21,12 +21,12 @@ int awaitEndSignal();
 /// While it exists, SIGTERM and SIGINT are unblocked for the programs that the calling thread
 /// starts. Programs inherit blocked signals, so SIGTERM could otherwise not end a restarted
 /// service. A signal that the thread itself receives is passed on to the main thread.
-class Unblocked {
+class UnblockedSignals {
 public:
-    Unblocked();
-    ~Unblocked();
-    Unblocked(const Unblocked&) = delete;
-    Unblocked& operator=(const Unblocked&) = delete;
+    UnblockedSignals();
+    ~UnblockedSignals();
+    UnblockedSignals(const UnblockedSignals&) = delete;
+    UnblockedSignals& operator=(const UnblockedSignals&) = delete;
 
 private:
     sigset_t before_;

@@ -15,7 +15,7 @@ namespace {
 
 /// The most output that an answer carries. A program that prints more keeps running, and the rest
 /// is dropped.
-constexpr std::size_t kMostOutput = 256 * 1024;
+constexpr std::size_t kMaxOutput = 256 * 1024;
 
 Json numberOrNull(bool known, int number) { return known ? newInt(number) : nullptr; }
 
@@ -80,7 +80,7 @@ Json ProcessRun::run(const Params& params) {
         command, arguments,
         [execution](const std::string& piece) {
             const std::lock_guard<std::mutex> lock(execution->mutex);
-            const std::size_t room = kMostOutput - execution->output.size();
+            const std::size_t room = kMaxOutput - execution->output.size();
             execution->output.append(piece, 0, room);
             execution->truncated |= piece.size() > room;
         },

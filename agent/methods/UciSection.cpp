@@ -10,7 +10,7 @@ namespace agent {
 namespace {
 
 /// Enough for any package, and within the range of an int.
-constexpr std::size_t kMostIndexDigits = 6;
+constexpr std::size_t kMaxIndexDigits = 6;
 
 /// TYPE of "@TYPE[INDEX]"; empty when `section` has another form.
 std::string typeOfPosition(const std::string& section) {
@@ -22,7 +22,7 @@ std::string typeOfPosition(const std::string& section) {
     std::string index = section.substr(bracket + 1, section.size() - bracket - 2);
     if (!index.empty() && index[0] == '-') // counts from the end
         index.erase(0, 1);
-    const bool isNumber = !index.empty() && index.size() <= kMostIndexDigits &&
+    const bool isNumber = !index.empty() && index.size() <= kMaxIndexDigits &&
                           index.find_first_not_of("0123456789") == std::string::npos;
     return isName(type, "-") && isNumber ? type : "";
 }

@@ -11,7 +11,7 @@ namespace {
 constexpr int kConnectSeconds = 5;
 constexpr int kKeepAliveSeconds = 30;
 /// Paho sleeps for a tenth of a second while so many messages are not acknowledged.
-constexpr int kMostInFlight = 1000;
+constexpr int kMaxInFlight = 1000;
 constexpr int kAtLeastOnce = 1;
 
 MQTTClient_connectOptions connectionOptions() {
@@ -20,7 +20,7 @@ MQTTClient_connectOptions connectionOptions() {
     options.keepAliveInterval = kKeepAliveSeconds;
     options.cleansession = 1;
     options.reliable = 0;
-    options.maxInflightMessages = kMostInFlight;
+    options.maxInflightMessages = kMaxInFlight;
     options.MQTTVersion = MQTTVERSION_3_1_1; // otherwise Paho tries twice after a failure
     return options;
 }
@@ -88,7 +88,7 @@ int MqttClient::publish(const std::string& topic, const std::string& payload, bo
     return result == MQTTCLIENT_SUCCESS ? token : 0;
 }
 
-bool MqttClient::isTaken(int number) {
+bool MqttClient::isAcknowledged(int number) {
     MQTTClient_deliveryToken* pending = nullptr;
     if (MQTTClient_getPendingDeliveryTokens(client_, &pending) != MQTTCLIENT_SUCCESS)
         return false;

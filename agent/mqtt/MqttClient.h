@@ -50,11 +50,11 @@ public:
     bool subscribe(const std::string& filter);
 
     /// Sends a message with delivery "at least once", and does not wait for the broker. Returns a
-    /// number for isTaken(), or 0 when the connection is lost.
+    /// number for isAcknowledged(), or 0 when the connection is lost.
     int publish(const std::string& topic, const std::string& payload, bool retained = false);
 
     /// True once receive() has read the broker's acknowledgement.
-    bool isTaken(int number);
+    bool isAcknowledged(int number);
 
     enum class Event { Message, Lost, Nothing };
 

@@ -64,7 +64,7 @@ bool MqttPublisher::endsWithin(std::chrono::milliseconds limit) {
 void MqttPublisher::publish(const std::string& response) {
     const std::lock_guard<std::mutex> lock(mutex_);
     queue_.push_back(response);
-    if (queue_.size() > kMostKept)
+    if (queue_.size() > kMaxKept)
         queue_.pop_front();
     changed_.notify_all();
 }

@@ -16,7 +16,7 @@ class Publisher {
 public:
     /// How many responses are kept while the broker is unreachable. When there are more, the oldest
     /// are dropped.
-    static constexpr std::size_t kMostKept = 100;
+    static constexpr std::size_t kMaxKept = 100;
     static constexpr char kOnline[] = "online";
     static constexpr char kOffline[] = "offline";
 

@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 /// Requests that wait while one is in progress.
-constexpr std::size_t kMostWaiting = 64;
+constexpr std::size_t kMaxWaiting = 64;
 /// The pause between two attempts to connect.
 constexpr std::chrono::seconds kRetryPause(2);
 /// How often the thread looks for responses to local requests while the broker sends nothing.
@@ -72,7 +72,7 @@ void RemoteRequests::start() {
 void RemoteRequests::publish(const std::string& response) {
     const std::lock_guard<std::mutex> lock(mutex_);
     queue_.push_back(response);
-    if (queue_.size() > kMostKept)
+    if (queue_.size() > kMaxKept)
         queue_.pop_front();
 }
 
@@ -144,7 +144,7 @@ bool RemoteRequests::receive(milliseconds limit) {
     while ((event = client_.receive(message, limit)) == MqttClient::Event::Message) {
         if (!isWanted(message))
             continue;
-        if (waiting_.size() < kMostWaiting)
+        if (waiting_.size() < kMaxWaiting)
             waiting_.push_back(message);
         else
             ++dropped;
@@ -179,7 +179,7 @@ void RemoteRequests::begin() {
     waiting_.pop_front();
     sender_ = senderOf(message);
     id_ = idOf(message.payload);
-    const std::string* known = id_.empty() ? nullptr : memory_.find(sender_, id_);
+    const std::string* known = id_.empty() ? nullptr : cache_.find(sender_, id_);
     if (known != nullptr) {
         logInfo("request " + safeLine(id_) + " of " + sender_ + " repeated: not run again");
         respond(known->empty() ? tooLateFor(message.payload) : *known);
@@ -200,7 +200,7 @@ void RemoteRequests::finish() {
     if (response.empty())
         return;
     if (!id_.empty())
-        memory_.keep(sender_, id_, response);
+        cache_.keep(sender_, id_, response);
     respond(response);
 }
 
@@ -224,7 +224,7 @@ bool RemoteRequests::publishQueued() {
         connected = number != 0;
         sent_.push_back({std::move(response), number});
     }
-    while (connected && !sent_.empty() && client_.isTaken(sent_.front().number))
+    while (connected && !sent_.empty() && client_.isAcknowledged(sent_.front().number))
         sent_.pop_front();
     return connected;
 }
@@ -233,7 +233,7 @@ bool RemoteRequests::publishQueued() {
 void RemoteRequests::takeBack() {
     const std::lock_guard<std::mutex> lock(mutex_);
     while (!sent_.empty()) {
-        if (queue_.size() < kMostKept)
+        if (queue_.size() < kMaxKept)
             queue_.push_front(std::move(sent_.back().response));
         sent_.pop_back();
     }
@@ -246,7 +246,7 @@ bool RemoteRequests::leave() {
     const auto deadline = steady_clock::now() + kFarewell;
     MqttMessage ignored;
     while (number != 0 && steady_clock::now() < deadline &&
-           !(client_.isTaken(number) && sent_.empty())) {
+           !(client_.isAcknowledged(number) && sent_.empty())) {
         if (client_.receive(ignored, milliseconds(10)) == MqttClient::Event::Lost ||
             !publishQueued())
             break;

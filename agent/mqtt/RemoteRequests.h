@@ -1,9 +1,9 @@
 #ifndef TAVO_AGENT_REMOTE_REQUESTS_H
 #define TAVO_AGENT_REMOTE_REQUESTS_H
 
-#include "mqtt/AnswerMemory.h"
 #include "mqtt/MqttClient.h"
 #include "mqtt/Publisher.h"
+#include "mqtt/ResponseCache.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -71,7 +71,7 @@ private:
     std::string sender_;              ///< of the request in progress
     std::string id_;                  ///< of the same, as JSON; empty when it has none
     std::future<std::string> answer_; ///< to the request in progress, if any
-    AnswerMemory memory_;
+    ResponseCache cache_;
     std::deque<Sent> sent_;
     std::mutex mutex_;
     std::condition_variable changed_;

@@ -112,7 +112,7 @@ Json RequestHandler::dispatch(const Request& request, const std::set<std::string
         if (refused.count(request.method()) != 0)
             throw RpcError(ErrorCode::Failed, request.method() + " is not allowed for this sender");
         NQ_JSON shared(response.get());
-        const Unblocked unblocked;
+        const UnblockedSignals unblocked;
         dispatcher_.Process(NQ_JSON(request.tree()), shared);
     } catch (const RpcError& error) {
         put(response, "error", errorMember(error));

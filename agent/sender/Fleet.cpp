@@ -146,9 +146,12 @@ void Fleet::sendTo(const std::set<std::string>& gateways) {
 /// True when the broker has taken every message in time.
 bool Fleet::awaitTaken() {
     MqttMessage ignored;
-    const auto isTaken = [this](int number) { return number != 0 && client_.isTaken(number); };
+    const auto isAcknowledged = [this](int number) {
+        return number != 0 && client_.isAcknowledged(number);
+    };
     while (!isPast()) {
-        numbers_.erase(std::remove_if(numbers_.begin(), numbers_.end(), isTaken), numbers_.end());
+        numbers_.erase(std::remove_if(numbers_.begin(), numbers_.end(), isAcknowledged),
+                       numbers_.end());
         if (numbers_.empty())
             return true;
         if (client_.receive(ignored, milliseconds(10)) == MqttClient::Event::Lost)

@@ -171,7 +171,7 @@ SenderOptions parseSenderOptions(int argc, char** argv) {
     try {
         return parse(argc, argv);
     } catch (const UsageError& error) {
-        endAfter(error, program);
+        exitWithUsageError(error, program);
     }
 }
 
