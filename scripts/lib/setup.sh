@@ -80,10 +80,10 @@ install_missing() {
     rm -f "$log"
 }
 
-# with_own_tmp PRIVATE_MOUNTS COMMAND...: runs COMMAND with a private, empty /tmp, which is removed
-# afterwards. The library has fixed paths there, and the user may have files of these names.
+# with_private_tmp PRIVATE_MOUNTS COMMAND...: runs COMMAND with a private, empty /tmp, which is
+# removed afterwards. The library has fixed paths there, and the user may have files of these names.
 # PRIVATE_MOUNTS is the sandbox's helper of that name.
-with_own_tmp() (
+with_private_tmp() (
     namespaces=("$1")
     shift
     [ "$(id -u)" -eq 0 ] && "${namespaces[@]}" true 2>/dev/null ||
@@ -108,7 +108,7 @@ with_own_tmp() (
         esac
         exec 9<&-
         cd "$PWD"
-        exec "$@"' with_own_tmp "$own" "$repo" "$@"
+        exec "$@"' with_private_tmp "$own" "$repo" "$@"
 )
 
 # debian_mirror: prints the address of the mirror from which this machine installs packages of

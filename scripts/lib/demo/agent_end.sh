@@ -1,10 +1,10 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # Ends the agent and compares what it published.
 
-step "End the agent" "SIGTERM lets it finish, remove its socket and sign off at the broker."
-logged=$(lines_of /tmp/log.out)
-finish "$agent"
-await "its farewell" holds "$work/subscriber.out" offline
+step "End the agent" "On SIGTERM the agent removes its socket and reports itself offline at the broker."
+log_lines_before=$(lines_of /tmp/log.out)
+terminate "$agent"
+await "its last message" contains "$work/subscriber.out" offline
 compare "exit status" "$status" <<<0
 compare "sockets left" "$(ls -A /tmp/socketDDS)" < <(nothing)
 log_is <<'END'

@@ -14,15 +14,15 @@ for try in 1 2 3 4 5; do
     start broker mosquitto -v -c "$work/broker.conf"
     broker=$pid
     await "the broker" grep -q -e 'running$' -e 'Error' "$work/broker.err"
-    holds "$work/broker.err" Error || break
+    contains "$work/broker.err" Error || break
 done
 start subscriber mosquitto_sub -h 127.0.0.1 -p "$port" -t 'gateways/#' -v
-await "the subscriber" holds "$work/broker.err" "Sending SUBACK"
+await "the subscriber" contains "$work/broker.err" "Sending SUBACK"
 : >/tmp/init.d.log
 start agent "$agent_bin/tavo-agent" --allow uci --mqtt "127.0.0.1:$port" demo
 agent=$pid
-await "the agent" holds "$work/agent.err" "Waiting for a connection..."
-await "the connection" holds "$work/subscriber.out" online
+await "the agent" contains "$work/agent.err" "Waiting for a connection..."
+await "the connection" contains "$work/subscriber.out" online
 compare "socket" "$(stat -c '%A %n' /tmp/socketDDS/demo)" <<'END'
 srwx------ /tmp/socketDDS/demo
 END

@@ -26,7 +26,7 @@ configuration_change_is network <<'END'
 +	option ipaddr '192.168.7.1'
 -	option gateway '192.168.1.254'
 END
-services_asked_are <<'END'
+service_calls_are <<'END'
 network restart
 END
 log_is_done 1 uci.apply 270
@@ -53,7 +53,7 @@ configuration_change_is network <<'END'
 +	list dns '9.9.9.9'
 +
 END
-services_asked_are < <(nothing)
+service_calls_are < <(nothing)
 log_is_done 2 uci.apply 283
 
 step "Delete it again" "A request with no values at all deletes the whole section."
@@ -77,7 +77,7 @@ configuration_change_is network <<'END'
 -	list dns '9.9.9.9'
 -
 END
-services_asked_are < <(nothing)
+service_calls_are < <(nothing)
 log_is_done 3 uci.apply 150
 
 step "Change DHCP" "The package dhcp belongs to the service dnsmasq."
@@ -96,7 +96,7 @@ configuration_change_is dhcp <<'END'
 +	option limit '50'
 +	option leasetime '2h'
 END
-services_asked_are <<'END'
+service_calls_are <<'END'
 dnsmasq restart
 END
 log_is_done 4 uci.apply 232
@@ -116,7 +116,7 @@ configuration_change_is system <<'END'
 -	list server '1.pool.example.net'
 +	list server 'time.example.net'
 END
-services_asked_are <<'END'
+service_calls_are <<'END'
 sysntpd restart
 END
 log_is_done 5 uci.apply 232
@@ -151,7 +151,7 @@ configuration_change_is firewall <<'END'
 -	option dest 'wan'
 -
 END
-services_asked_are <<'END'
+service_calls_are <<'END'
 firewall restart
 END
 request 17-forwarding-delete.json
@@ -160,4 +160,4 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":17,"error":{"code":-32000,"message":"Failed","data":"firewall/@forwarding[0] does not exist"}}
 END
 configuration_is_unchanged
-services_asked_are < <(nothing)
+service_calls_are < <(nothing)

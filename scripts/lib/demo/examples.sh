@@ -35,7 +35,7 @@ where program "telemetry" \
     broker "mosquitto, topics demo/board/..." \
     file "/dev/gpio"
 start listener mosquitto_sub -h 127.0.0.1 -p "$port" -t 'demo/board/#' -v
-await "the listener" holds "$work/broker.err" "demo/board/# (QoS"
+await "the listener" contains "$work/broker.err" "demo/board/# (QoS"
 start telemetry "$bin/telemetry" --broker "127.0.0.1:$port" --topic demo/board
 telemetry=$pid
 await "the readings" has_lines "$work/listener.out" 5
@@ -49,10 +49,10 @@ END
 compare "uplink LED" "$(grep led_wan /tmp/gpio.state)" <<<"led_wan 1"
 show "a door contact closes: bin1 becomes 1 in the state file" </dev/null
 sed -i 's/^bin1 0/bin1 1/' /tmp/gpio.state
-await "the new reading" holds "$work/listener.out" "bin1 1"
+await "the new reading" contains "$work/listener.out" "bin1 1"
 compare "its message" "$(grep 'bin1 1' "$work/listener.out" | head -n 1)" <<<"demo/board/bin1 1"
-finish "$telemetry"
-await "its farewell" holds "$work/listener.out" offline
+terminate "$telemetry"
+await "its last message" contains "$work/listener.out" offline
 compare "exit status, last message and LED after SIGTERM" \
     "$status, $(tail -n 1 "$work/listener.out"), $(grep led_wan /tmp/gpio.state)" \
     <<<"0, demo/board/state offline, led_wan 0"
@@ -64,11 +64,11 @@ where program "file_watch" \
 mkdir "$work/inbox"
 start watch "$bin/file_watch" "$work/inbox"
 watch=$pid
-await "the watch" holds "$work/watch.out" watching
+await "the watch" contains "$work/watch.out" watching
 show "\$ echo 1 >inbox/a; mv inbox/a inbox/b; rm inbox/b; rmdir inbox" </dev/null
 (cd "$work" && echo 1 >inbox/a && mv inbox/a inbox/b && rm inbox/b && rmdir inbox)
-await "the last event" holds "$work/watch.out" gone
-finish "$watch"
+await "the last event" contains "$work/watch.out" gone
+terminate "$watch"
 compare "what it printed" "$(sed "s|$work/||" "$work/watch.out")" <<'END'
 watching
 created inbox a
@@ -80,7 +80,7 @@ gone inbox
 END
 compare "exit status" "$status" <<<0
 
-step "usb_media: a stick is plugged in and pulled out" \
+step "usb_media: a USB stick is plugged in and removed" \
     "A file system image appears as /dev/stick, in the sandbox's private /dev."
 where program "usb_media" \
     library "AutoMount" \
@@ -91,11 +91,11 @@ if private_dev; then
     media=$pid
     await "usb_media" inotify_watches "$media"
     ln /dev/.image /dev/stick
-    await "the files" holds "$work/media.out" photo.jpg
-    await "all of them" holds "$work/media.out" lost+found
+    await "the files" contains "$work/media.out" photo.jpg
+    await "all of them" contains "$work/media.out" lost+found
     rm /dev/stick
-    await "the unmounting" holds "$work/media.out" "is unmounted"
-    finish "$media"
+    await "the unmounting" contains "$work/media.out" "is unmounted"
+    terminate "$media"
     compare "what it and the library printed" "$(sed "s|$work|...|g" "$work/media.out")" <<'END'
 AutoMount(PARS)
 Directory .../stick does not exist, creating it...
@@ -125,7 +125,7 @@ printf 'GW0123456789\n02:00:5e:10:20:31\n' >"$work/wrong_parts"
 echo 'the password is swordfish' >"$work/message"
 "$bin/secret_file" --encrypt --parts "$work/parts" "$work/message" "$work/message.enc"
 compare "can the message be read in the encrypted file?" \
-    "$(holds "$work/message.enc" swordfish && echo yes || echo no)" <<<no
+    "$(contains "$work/message.enc" swordfish && echo yes || echo no)" <<<no
 "$bin/secret_file" --decrypt --parts "$work/parts" "$work/message.enc" "$work/message.dec"
 compare "decrypted" "$(cat "$work/message.dec")" <<<"the password is swordfish"
 status=0
@@ -162,11 +162,11 @@ if [ -x "$bin/dds_node" ]; then
     server=$pid
     start client "$bin/dds_node" --local "$domain" client
     client=$pid
-    await "the server" holds "$work/server.out" "running as server"
-    await "the client" holds "$work/client.out" "running as client"
-    finish "$client"
+    await "the server" contains "$work/server.out" "running as server"
+    await "the client" contains "$work/client.out" "running as client"
+    terminate "$client"
     statuses=$status
-    finish "$server"
+    terminate "$server"
     compare "what both printed" "$(cat "$work/server.out" "$work/client.out")" <<'END'
 running as server
 stopped

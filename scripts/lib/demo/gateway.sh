@@ -14,7 +14,7 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":6,"result":{"methods":[{"name":"system.describe","description":"lists all methods with their descriptions"},{"name":"uci.get","description":"reads a section of the configuration: config, section"},{"name":"uci.apply","description":"changes, creates or deletes (\"values\": {}) a section of the configuration: config, section, type, values, expect, restart"},{"name":"config.place","description":"places a file for an application or one of its agents: application, agent, directory, file, content, base64, restart"},{"name":"process.run","description":"runs one of the allowed programs: command, arguments"},{"name":"system.info","description":"reports the agent's name and directory, serial number, modem, companion applications and serial port of the gateway"},{"name":"gpio.get","description":"reads a signal: name (out0, bin0, bin1, temperature, voltage)"},{"name":"gpio.set","description":"sets a signal: name (led_sim, led_wan, led_usr, led_pwr, out0), value (0 or 1)"}]}}
 END
 configuration_is_unchanged
-services_asked_are < <(nothing)
+service_calls_are < <(nothing)
 log_is_done 6 system.describe 71
 
 step "Run a program" "The answer has its output, the raw wait status (exit code 1 is 256) and the exit code."
@@ -54,7 +54,7 @@ END
 compare "/opt/apps/ZEQ/cfg/ZEQ.json" "$(cat /opt/apps/ZEQ/cfg/ZEQ.json)" <<'END'
 {"portID": "1"}
 END
-services_asked_are <<'END'
+service_calls_are <<'END'
 ZEQ/bin/run.sh restart
 END
 log_is_done 12 config.place 260
@@ -72,7 +72,7 @@ END
 compare "/opt/apps/ZEQ/agents/meter/cfg/token" "$(cat /opt/apps/ZEQ/agents/meter/cfg/token)" <<'END'
 secret token
 END
-services_asked_are <<'END'
+service_calls_are <<'END'
 stopAgent.sh meter
 END
 log_is_done 13 config.place 306

@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034,SC2154 # the files share their variables
 # The demo. Runs in the sandbox: /etc/config, /etc/init.d, /opt and /tmp are those of a simulated
-# gateway that is gone with this shell.
+# gateway that is removed when this shell ends.
 set -euo pipefail
 demo=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 repo=$(cd "$demo/../../.." && pwd)

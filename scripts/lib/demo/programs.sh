@@ -27,8 +27,8 @@ start() {
     children+=("$pid")
 }
 
-# finish PID: ends a program with SIGTERM and stores its exit status in $status.
-finish() {
+# terminate PID: ends a program with SIGTERM and stores its exit status in $status.
+terminate() {
     local child kept=()
     kill "$1"
     status=0
@@ -41,5 +41,5 @@ finish() {
 
 lines_of() { wc -l <"$1"; }
 has_lines() { [ "$(lines_of "$1")" -ge "$2" ]; }
-holds() { grep -qF -- "$2" "$1" 2>/dev/null; }
+contains() { grep -qF -- "$2" "$1" 2>/dev/null; }
 new_lines() { tail -n "+$(($2 + 1))" "$1"; }

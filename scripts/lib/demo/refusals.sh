@@ -14,7 +14,7 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"Parse error","data":"unexpected end of data at byte 72"}}
 END
 configuration_is_unchanged
-services_asked_are < <(nothing)
+service_calls_are < <(nothing)
 log_is <<'END'
 INFO: tavo-agent: message (72 bytes)
 ERROR: tavo-agent: message refused: -32700 Parse error: unexpected end of data at byte 72
@@ -32,7 +32,7 @@ response_is <<'END'
 {"jsonrpc":"2.0","id":8,"error":{"code":-32602,"message":"Invalid params","data":"single quotes are not accepted"}}
 END
 configuration_is_unchanged
-services_asked_are < <(nothing)
+service_calls_are < <(nothing)
 log_is <<'END'
 INFO: tavo-agent: request 8 uci.apply (221 bytes)
 ERROR: tavo-agent: request 8 uci.apply: -32602 Invalid params: single quotes are not accepted

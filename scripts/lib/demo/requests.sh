@@ -8,9 +8,9 @@ requests=$repo/agent/requests
 request() {
     local file=$1
     shift
-    logged=$(lines_of /tmp/log.out)
-    asked=$(lines_of /tmp/init.d.log)
-    diagnosed=$(lines_of "$work/agent.err")
+    log_lines_before=$(lines_of /tmp/log.out)
+    service_lines_before=$(lines_of /tmp/init.d.log)
+    error_lines_before=$(lines_of "$work/agent.err")
     rm -rf "$work/before"
     cp -R /etc/config "$work/before"
     show "\$ tavo-rpc ${*:+$* }demo $file" <"$requests/$file"
@@ -30,15 +30,15 @@ unanswered_request() {
 
 # Each compares one outcome of the request with standard input.
 response_is() { compare "response" "$response"; }
-log_is() { compare "log" "$(new_lines /tmp/log.out "$logged")"; }
+log_is() { compare "log" "$(new_lines /tmp/log.out "$log_lines_before")"; }
 # log_is_done ID METHOD BYTES: compares the log with the two lines of a request without an error.
 log_is_done() {
     printf 'INFO: tavo-agent: request %s\n' "$1 $2 ($3 bytes)" "$1 $2: done" | log_is
 }
-services_asked_are() { compare "calls of service scripts" "$(new_lines /tmp/init.d.log "$asked")"; }
+service_calls_are() { compare "calls of service scripts" "$(new_lines /tmp/init.d.log "$service_lines_before")"; }
 commands_are() {
     compare "commands that the library ran" \
-        "$(new_lines "$work/agent.err" "$diagnosed" | sed -n 's/^Calling: //p')"
+        "$(new_lines "$work/agent.err" "$error_lines_before" | sed -n 's/^Calling: //p')"
 }
 # The lines that were added and removed in all of /etc/config.
 configuration_change_is() {
