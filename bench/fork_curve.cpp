@@ -20,6 +20,7 @@ using kvr::api::file::NQ_Popen;
 
 constexpr int kRounds = 11;
 constexpr std::size_t kMebibyte = 1u << 20;
+constexpr std::size_t kMebibytesInUse[] = {1, 4, 16, 64, 256, 1024};
 
 void execute() { NQ_Popen::execute("true", {}); }
 
@@ -58,8 +59,8 @@ int main() {
     std::printf("{");
     std::vector<char> used;
     const char* separator = "";
-    for (const std::size_t mebibytes : {1, 4, 16, 64, 256, 1024}) {
-        used.resize(mebibytes * kMebibyte, 'm'); // written, so that the process really has it
+    for (const std::size_t mebibytes : kMebibytesInUse) {
+        used.resize(mebibytes * kMebibyte, 'm'); // written, so that the kernel allocates it
         Way ways[] = {{"execute", &execute, {}},
                       {"executeInsecure", &executeInsecure, {}},
                       {"posix_spawn", &spawn, {}}};

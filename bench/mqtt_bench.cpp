@@ -80,20 +80,20 @@ private:
 };
 
 /// Paho used as in its manual.
-class Bare {
+class DirectClient {
 public:
-    explicit Bare(const std::string& uri) {
-        MQTTClient_create(&client_, uri.c_str(), "bare", MQTTCLIENT_PERSISTENCE_NONE, nullptr);
+    explicit DirectClient(const std::string& uri) {
+        MQTTClient_create(&client_, uri.c_str(), "peer", MQTTCLIENT_PERSISTENCE_NONE, nullptr);
         MQTTClient_connectOptions options = MQTTClient_connectOptions_initializer;
         if (MQTTClient_connect(client_, &options) != MQTTCLIENT_SUCCESS)
             std::abort();
     }
-    ~Bare() {
+    ~DirectClient() {
         MQTTClient_disconnect(client_, 1000);
         MQTTClient_destroy(&client_);
     }
-    Bare(const Bare&) = delete;
-    Bare& operator=(const Bare&) = delete;
+    DirectClient(const DirectClient&) = delete;
+    DirectClient& operator=(const DirectClient&) = delete;
 
     void send(int qos) {
         MQTTClient_deliveryToken token = 0;
@@ -138,7 +138,7 @@ void addPublishing(int qos) {
         operation, "Paho, called bare",
         [qos] {
             auto broker = std::make_shared<Broker>();
-            auto client = std::make_shared<Bare>(broker->uri());
+            auto client = std::make_shared<DirectClient>(broker->uri());
             return [broker, client, qos] { client->send(qos); };
         },
         repeat);

@@ -33,7 +33,7 @@ public:
 
 private:
     json_object* tree_;
-    json_object* scratch_;
+    [[maybe_unused]] json_object* scratch_; // NQ_JSON has this field, too
 };
 
 } // namespace bench::floor
