@@ -31,8 +31,8 @@ elseif(TAVO_DDS MATCHES "^(AUTO|CYCLONEDDS)$")
     elseif(TAVO_DDS STREQUAL "CYCLONEDDS")
         message(FATAL_ERROR "TAVO_DDS is CYCLONEDDS, but Eclipse Cyclone DDS was not found (Debian package cyclonedds-dev)")
     else()
-        message(NOTICE "libtavo is built without NQ_DDS_RMI_RUNTIME: no DDS was found. Install the Debian package "
-                       "cyclonedds-dev, or set OSPL_HOME, to have it; set TAVO_DDS=OFF to leave it out without this notice.")
+        message(NOTICE "libtavo is built without NQ_DDS_RMI_RUNTIME: no DDS provider was found. To include the class, "
+                       "install the Debian package cyclonedds-dev or set OSPL_HOME. TAVO_DDS=OFF suppresses this notice.")
     endif()
 endif()
 message(STATUS "DDS RMI runtime: ${TAVO_DDS_PROVIDER}")

@@ -35,19 +35,19 @@ files() { (cd "$1" && find . ! -type d | LC_ALL=C sort); }
 # --- the recipes describe themselves ------------------------------------------------------------
 
 version=$(sed -n 's/^project(tavo VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
-recipe libtavo describe >"$work/said"
-grep -qx "version $version" "$work/said" || fail "its version is not $version"
-grep -q -e '-DTAVO_DDS=OFF' "$work/said" || fail "DDS is not left out by default"
-grep -q -e '-DTAVO_BUILD_AGENT=OFF' "$work/said" || fail "the agent is built although it is not selected"
-grep -qx 'missing ' "$work/said" || fail "$(grep ^missing "$work/said")"
-recipe libtavo CONFIG_LIBTAVO_DDS=y describe >"$work/said"
-grep -q -e '-DTAVO_DDS=CYCLONEDDS' "$work/said" || fail "its option does not enable DDS"
-if recipe libtavo TAVO_SOURCE_DIR="$work" all >/dev/null 2>"$work/said"; then
+recipe libtavo describe >"$work/output"
+grep -qx "version $version" "$work/output" || fail "its version is not $version"
+grep -q -e '-DTAVO_DDS=OFF' "$work/output" || fail "DDS is not left out by default"
+grep -q -e '-DTAVO_BUILD_AGENT=OFF' "$work/output" || fail "the agent is built although it is not selected"
+grep -qx 'missing ' "$work/output" || fail "$(grep ^missing "$work/output")"
+recipe libtavo CONFIG_LIBTAVO_DDS=y describe >"$work/output"
+grep -q -e '-DTAVO_DDS=CYCLONEDDS' "$work/output" || fail "its option does not enable DDS"
+if recipe libtavo TAVO_SOURCE_DIR="$work" all >/dev/null 2>"$work/output"; then
     fail "it builds without sources"
 fi
-grep -q 'does not hold libtavo' "$work/said" || fail "it does not report missing sources"
-recipe libpaho-mqtt-c describe >"$work/said"
-grep -qx 'package libpaho-mqtt-c' "$work/said" || fail "the recipe of Paho cannot be read"
+grep -q 'does not hold libtavo' "$work/output" || fail "it does not report missing sources"
+recipe libpaho-mqtt-c describe >"$work/output"
+grep -qx 'package libpaho-mqtt-c' "$work/output" || fail "the recipe of Paho cannot be read"
 
 # --- libtavo and tavo-agent ---------------------------------------------------------------------
 
@@ -91,9 +91,9 @@ started() {
     printf '%s\n' "$1" >"$work/config/tavo-agent"
     sh "$here/rc.common" "$work/package/tavo-agent/etc/init.d/tavo-agent" "$work/config/tavo-agent"
 }
-expect() { printf '%s\n' "$1" | diff -u - "$work/said" >&2 || fail "$2"; }
+expect() { printf '%s\n' "$1" | diff -u - "$work/output" >&2 || fail "$2"; }
 
-started "$(cat "$work/package/tavo-agent/etc/config/tavo-agent")" >"$work/said"
+started "$(cat "$work/package/tavo-agent/etc/config/tavo-agent")" >"$work/output"
 expect "triggers tavo-agent" "the installed settings start an agent"
 started "config agent 'main'
 	option enabled '1'
@@ -110,7 +110,7 @@ started "config agent 'main'
 config agent 'other'
 	option enabled '1'
 config agent 'off'
-	option name 'off'" >"$work/said"
+	option name 'off'" >"$work/output"
 expect "instance main
 command [/usr/sbin/tavo-agent] [--allow] [/bin/df] [--allow] [/bin/echo] [--idle] [5] [--log-limit] [4096] [--mqtt] [broker:8883] [--tls] [/etc/tavo] [--base] [fleet/gw7] [--requests] [--remote-allow] [process.run] [gw 7]
 respawn [3600] [5] [0]
