@@ -1,5 +1,5 @@
 #!/bin/sh
-# compare_interface.sh ARCHITECTURE SOURCE KEPT: builds the library with debug information and
+# compare_interface.sh ARCHITECTURE SOURCE RECORDED: builds the library with debug information and
 # compares its binary interface, types included, with the recorded one.
 set -eu
 . "$(dirname "$0")/common.sh"

@@ -14,7 +14,7 @@ trap 'rm -rf "$work"' EXIT
 listed() { (cd "$1" && find . ! -type d | sed 's/^\.\///' | LC_ALL=C sort); }
 compare() {
     diff -u --label "$1, expected" "$work/expected" --label "$1, installed" "$work/installed" >&2 || {
-        echo "the component $1 holds other files than it ought to" >&2
+        echo "the component $1 does not contain the expected files" >&2
         exit 1
     }
 }

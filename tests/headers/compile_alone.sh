@@ -19,7 +19,7 @@ esac >"$source"
 failed=0
 for standard in 11 14 17 20; do
     "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror -fsyntax-only "$@" "$source" || {
-        echo "$compiled is refused as C++$standard by $compiler"
+        echo "$compiled does not compile as C++$standard with $compiler"
         failed=1
     }
 done

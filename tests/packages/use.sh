@@ -27,7 +27,7 @@ tavo-sandbox --root /gateway sh -c '
         sleep 0.2
     done
     kill "$agent"
-    wait "$agent"' || fail "the agent did not end well"
+    wait "$agent"' || fail "the agent failed"
 grep -q '"ipaddr":"192.168.7.1"' /gateway/tmp/responses || fail "$(cat /gateway/tmp/responses)"
 grep -qx "	option ipaddr '192.168.7.1'" /gateway/etc/config/network || fail "the file was not changed"
 grep -qx 'network restart' /gateway/tmp/init.d.log || fail "the service was not restarted"
@@ -39,5 +39,5 @@ for page in man1/tavo-rpc.1.gz man1/tavo-sandbox.1.gz man8/tavo-agent.8.gz; do
 done
 dpkg --purge tavo-agent tavo-sandbox libtavo-dev libtavo1 >/dev/null
 left=$(find / -xdev -name '*tavo*' -not -path '/debs/*' -not -path '/proc/*' -not -path '/var/*')
-[ -z "$left" ] || fail "these files stay after the packages were purged: $left"
-echo "packages: purged without a trace"
+[ -z "$left" ] || fail "these files remain after the packages were purged: $left"
+echo "packages: purged, no files remain"
