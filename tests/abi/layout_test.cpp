@@ -45,7 +45,7 @@ constexpr std::size_t at(std::size_t in64Bits, std::size_t in32Bits) {
     EXPECT_EQ(at(size64, size32), sizeof(type));                                                   \
     EXPECT_EQ(at(align64, align32), alignof(type))
 
-TEST(Layout, SizesOfObjectsStay) {
+TEST(Layout, SizesOfObjectsAreUnchanged) {
     EXPECT_LAYOUT(AutoMount, 208, 120, 8, 4);
     EXPECT_LAYOUT(CallbackMethod, 8, 4, 8, 4);
     EXPECT_LAYOUT(NQ_RPCHandler, 32, 16, 8, 4);
@@ -78,7 +78,7 @@ TEST(Layout, PublisherHoldsItsOwnFieldsAndPahosStructures) {
     EXPECT_EQ(at(528, 404), sizeof(com::NQ_Mqtt) - pahos);
 }
 
-TEST(Layout, ClassesOfStaticOperationsHoldNothing) {
+TEST(Layout, ClassesOfStaticOperationsHaveNoFields) {
     EXPECT_EQ(1u, sizeof(NQ_Stream));
     EXPECT_EQ(1u, sizeof(crypto::NQ_Base64));
     EXPECT_EQ(1u, sizeof(data::NQ_Strings));
@@ -92,61 +92,61 @@ TEST(Layout, ClassesOfStaticOperationsHoldNothing) {
 
 // offsetof() only supports simpler types, so this takes the offset from an object.
 template <class Object, class Field>
-std::size_t placeOf(const Object& object, Field Object::*field) {
+std::size_t offsetOf(const Object& object, Field Object::*field) {
     return static_cast<std::size_t>(reinterpret_cast<const char*>(&(object.*field)) -
                                     reinterpret_cast<const char*>(&object));
 }
 
-TEST(Layout, FieldsOfAWatcherStay) {
+TEST(Layout, OffsetsInWatcherAreUnchanged) {
     const Watcher watcher("", 0, nullptr, nullptr);
-    EXPECT_EQ(0u, placeOf(watcher, &Watcher::path));
-    EXPECT_EQ(at(32, 24), placeOf(watcher, &Watcher::mask));
-    EXPECT_EQ(at(40, 28), placeOf(watcher, &Watcher::callback));
-    EXPECT_EQ(at(48, 32), placeOf(watcher, &Watcher::context));
+    EXPECT_EQ(0u, offsetOf(watcher, &Watcher::path));
+    EXPECT_EQ(at(32, 24), offsetOf(watcher, &Watcher::mask));
+    EXPECT_EQ(at(40, 28), offsetOf(watcher, &Watcher::callback));
+    EXPECT_EQ(at(48, 32), offsetOf(watcher, &Watcher::context));
 }
 
-TEST(Layout, FieldsOfTheThreeTextsStay) {
+TEST(Layout, OffsetsInNQ_FilesAreUnchanged) {
     const file::NQ_Files files;
-    EXPECT_EQ(0u, placeOf(files, &file::NQ_Files::first));
-    EXPECT_EQ(at(32, 24), placeOf(files, &file::NQ_Files::second));
-    EXPECT_EQ(at(64, 48), placeOf(files, &file::NQ_Files::third));
+    EXPECT_EQ(0u, offsetOf(files, &file::NQ_Files::first));
+    EXPECT_EQ(at(32, 24), offsetOf(files, &file::NQ_Files::second));
+    EXPECT_EQ(at(64, 48), offsetOf(files, &file::NQ_Files::third));
 }
 
-TEST(Layout, TheLastLineOfAReaderStays) {
+TEST(Layout, OffsetInStdInReaderIsUnchanged) {
     const StdInReader reader;
-    EXPECT_EQ(at(32, 16), placeOf(reader, &StdInReader::lastLine));
+    EXPECT_EQ(at(32, 16), offsetOf(reader, &StdInReader::lastLine));
 }
 
-TEST(Layout, FieldsOfThePublishersOptionsStay) {
+TEST(Layout, OffsetsInTheMqttOptionsAreUnchanged) {
     using Connection = com::NQ_Mqtt::TConnOpts;
     const Connection connection;
-    EXPECT_EQ(0u, placeOf(connection, &Connection::connectTimeout));
-    EXPECT_EQ(4u, placeOf(connection, &Connection::retryInterval));
-    EXPECT_EQ(8u, placeOf(connection, &Connection::keepAliveInterval));
-    EXPECT_EQ(12u, placeOf(connection, &Connection::reliable));
-    EXPECT_EQ(16u, placeOf(connection, &Connection::cleansession));
-    EXPECT_EQ(at(24, 20), placeOf(connection, &Connection::port));
-    EXPECT_EQ(at(56, 44), placeOf(connection, &Connection::username));
-    EXPECT_EQ(at(88, 68), placeOf(connection, &Connection::password));
+    EXPECT_EQ(0u, offsetOf(connection, &Connection::connectTimeout));
+    EXPECT_EQ(4u, offsetOf(connection, &Connection::retryInterval));
+    EXPECT_EQ(8u, offsetOf(connection, &Connection::keepAliveInterval));
+    EXPECT_EQ(12u, offsetOf(connection, &Connection::reliable));
+    EXPECT_EQ(16u, offsetOf(connection, &Connection::cleansession));
+    EXPECT_EQ(at(24, 20), offsetOf(connection, &Connection::port));
+    EXPECT_EQ(at(56, 44), offsetOf(connection, &Connection::username));
+    EXPECT_EQ(at(88, 68), offsetOf(connection, &Connection::password));
 
     using Tls = com::NQ_Mqtt::TSslOpts;
     const Tls tls;
-    EXPECT_EQ(0u, placeOf(tls, &Tls::enableServerCertAuth));
-    EXPECT_EQ(4u, placeOf(tls, &Tls::enableClientCertAuth));
-    EXPECT_EQ(8u, placeOf(tls, &Tls::enabledCipherSuites));
-    EXPECT_EQ(at(40, 32), placeOf(tls, &Tls::privateKeyPassword));
-    EXPECT_EQ(at(72, 56), placeOf(tls, &Tls::certDir));
-    EXPECT_EQ(at(104, 80), placeOf(tls, &Tls::caCertFile));
-    EXPECT_EQ(at(136, 104), placeOf(tls, &Tls::clientCertFile));
-    EXPECT_EQ(at(168, 128), placeOf(tls, &Tls::clientKeyFile));
+    EXPECT_EQ(0u, offsetOf(tls, &Tls::enableServerCertAuth));
+    EXPECT_EQ(4u, offsetOf(tls, &Tls::enableClientCertAuth));
+    EXPECT_EQ(8u, offsetOf(tls, &Tls::enabledCipherSuites));
+    EXPECT_EQ(at(40, 32), offsetOf(tls, &Tls::privateKeyPassword));
+    EXPECT_EQ(at(72, 56), offsetOf(tls, &Tls::certDir));
+    EXPECT_EQ(at(104, 80), offsetOf(tls, &Tls::caCertFile));
+    EXPECT_EQ(at(136, 104), offsetOf(tls, &Tls::clientCertFile));
+    EXPECT_EQ(at(168, 128), offsetOf(tls, &Tls::clientKeyFile));
 
     using Will = com::NQ_Mqtt::TLwt;
     const Will will;
-    EXPECT_EQ(0u, placeOf(will, &Will::qos));
-    EXPECT_EQ(4u, placeOf(will, &Will::retained));
-    EXPECT_EQ(8u, placeOf(will, &Will::topic));
-    EXPECT_EQ(at(40, 32), placeOf(will, &Will::message));
-    EXPECT_EQ(at(72, 56), placeOf(will, &Will::connectMessage));
+    EXPECT_EQ(0u, offsetOf(will, &Will::qos));
+    EXPECT_EQ(4u, offsetOf(will, &Will::retained));
+    EXPECT_EQ(8u, offsetOf(will, &Will::topic));
+    EXPECT_EQ(at(40, 32), offsetOf(will, &Will::message));
+    EXPECT_EQ(at(72, 56), offsetOf(will, &Will::connectMessage));
 }
 
 TEST(Layout, VirtualOperationsKeepTheirSlots) {
@@ -163,7 +163,7 @@ TEST(Layout, VirtualOperationsKeepTheirSlots) {
 #endif
 }
 
-TEST(Layout, TypesOfThePlatformAreThoseOfTheInterface) {
+TEST(Layout, PlatformTypesHaveTheSizesOfTheInterface) {
     // Times cross the interface in the platform's default representation.
     EXPECT_EQ(sizeof(long), sizeof(datetime::NQ_Time::timevaldiffMilli(timeval(), timeval())));
     EXPECT_EQ(at(16, 8), sizeof(timeval));

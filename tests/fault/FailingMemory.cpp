@@ -37,7 +37,7 @@ struct Plan {
     bool allFollowing = false;
     bool allThreads = false;
     bool newOnly = false;
-    bool rehearsal = true;
+    bool warmingUp = true;
     std::atomic<bool> armed{false};
 };
 Plan plan;
@@ -155,9 +155,9 @@ namespace fault {
 const std::string kLong(100, 'x');
 
 #if defined(_LIBCPP_VERSION)
-const std::set<std::string> kNotOpened = {""};
+const std::set<std::string> kEmptyFile = {""};
 #else
-const std::set<std::string> kNotOpened;
+const std::set<std::string> kEmptyFile;
 #endif
 
 namespace {
@@ -177,7 +177,7 @@ struct Report {
 };
 Report report;
 
-void say(const char* text) {
+void setOutcome(const char* text) {
     std::snprintf(report.outcome, sizeof report.outcome, "%s", text);
     std::replace(report.outcome, report.outcome + std::strlen(report.outcome), '\n', '|');
 }
@@ -189,7 +189,7 @@ void disarm() {
 
 [[noreturn]] void send() {
     if (getpid() != trialProcess)
-        say("a forked copy ran on");
+        setOutcome("a forked child continued");
     report.allocations = progress->counted;
     report.reached = progress->reached;
     (void)!write(reportPipe, &report, sizeof report);
@@ -260,19 +260,19 @@ extern "C" void reportSignal(int signal, siginfo_t*, void* context) {
 
 extern "C" void reportHang(int) {
     disarm();
-    say("hangs");
+    setOutcome("hangs");
     send();
 }
 
 [[noreturn]] void reportTerminate() {
     disarm();
-    say("terminate");
+    setOutcome("terminate");
     send();
 }
 
 void reportExit() {
     disarm();
-    say("exit");
+    setOutcome("exit");
     send();
 }
 
@@ -291,24 +291,24 @@ void prepareProcess() {
     dup2(outputFile, STDERR_FILENO);
 }
 
-[[noreturn]] void runTrial(const Trial& trial, bool rehearsed) {
+[[noreturn]] void runTrial(const Trial& trial, bool warmUp) {
     prepareProcess();
     Memory memory;
-    if (rehearsed) {
+    if (warmUp) {
         trial(memory); // allocates what the libraries allocate only once
         (void)!ftruncate(outputFile, 0);
         lseek(outputFile, 0, SEEK_SET);
     }
     const std::set<int> descriptors = support::openDescriptors();
     const long blocks = liveBlocks;
-    plan.rehearsal = false;
+    plan.warmingUp = false;
     try {
         const std::string outcome = trial(memory);
         disarm();
-        say(outcome.c_str());
+        setOutcome(outcome.c_str());
     } catch (const std::bad_alloc&) {
         disarm();
-        say("std::bad_alloc");
+        setOutcome("std::bad_alloc");
     } catch (const std::exception& error) {
         disarm();
         std::snprintf(report.outcome, sizeof report.outcome, "exception: %s", error.what());
@@ -328,7 +328,7 @@ std::string textOf(const Report& got) {
 }
 
 /// Runs the trial and receives its process's report. A process that dies sends none.
-Report attempt(const Trial& trial, bool rehearsed, long number, bool allFollowing) {
+Report attempt(const Trial& trial, bool warmUp, long number, bool allFollowing) {
     int ends[2];
     EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
     progress->counted = 0;
@@ -343,7 +343,7 @@ Report attempt(const Trial& trial, bool rehearsed, long number, bool allFollowin
         reportPipe = ends[1];
         plan.number = number;
         plan.allFollowing = allFollowing;
-        runTrial(trial, rehearsed);
+        runTrial(trial, warmUp);
     }
     close(ends[1]);
     Report got = {};
@@ -381,7 +381,7 @@ extern "C" void abort() {
 namespace fault {
 
 void Memory::fail() {
-    if (plan.rehearsal)
+    if (plan.warmingUp)
         return;
     armedHere = true;
     plan.armed = true;
@@ -393,7 +393,7 @@ void Memory::ofAllThreads() { plan.allThreads = true; }
 
 void Memory::ofNewOnly() { plan.newOnly = true; }
 
-void Memory::giveUpAfter(int milliseconds) {
+void Memory::setDeadline(int milliseconds) {
     std::signal(SIGALRM, reportHang);
     itimerval once = {};
     once.it_value.tv_sec = milliseconds / 1000;
@@ -411,7 +411,7 @@ std::string Memory::printed() const {
 }
 
 void exhaust(const std::string& what, const std::string& whole, const std::set<std::string>& others,
-             const Trial& trial, First first) {
+             const Trial& trial, WarmUp warmUp) {
     void* const shared =
         mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     progress = new (shared) Progress();
@@ -419,14 +419,14 @@ void exhaust(const std::string& what, const std::string& whole, const std::set<s
     long allocations = 0;
     for (const bool allFollowing : {false, true}) {
         for (long number = 1;; ++number) {
-            const Report got = attempt(trial, first == First::rehearsed, number, allFollowing);
+            const Report got = attempt(trial, warmUp == WarmUp::yes, number, allFollowing);
             const std::string outcome = textOf(got);
             if (!got.reached) {
                 allocations = got.allocations;
                 EXPECT_EQ(whole, outcome) << what << ", with all memory";
                 break;
             }
-            if (++outcomes[outcome == whole ? "as ever" : outcome] == 1) {
+            if (++outcomes[outcome == whole ? "unaffected" : outcome] == 1) {
                 EXPECT_TRUE(outcome == whole || outcome == "std::bad_alloc" ||
                             others.count(outcome) == 1)
                     << what << ", allocation " << number

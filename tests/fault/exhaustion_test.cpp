@@ -222,7 +222,7 @@ TEST(NoDescriptors, ServerCannotBeMade) {
     report("no descriptors: NQ_Sockets(): \"socket: Too many open files\", exit status 1");
 }
 
-TEST(NoDescriptors, ServerRefusesUntilThereIsOneAndLosesNoClient) {
+TEST(NoDescriptors, ServerRefusesClientsUntilThereIsOneAndLosesNone) {
     const support::SocketFile file("tavo-exhausted-" + std::to_string(getpid()));
     kvr::api::com::NQ_Sockets server(file.name());
     bool stop = false;

@@ -104,7 +104,7 @@ TEST(SignalStorm, DelayEndsWithTheFirstSignal) {
     report("NQ_Time::delay: each ends with the first signal, as documented");
 }
 
-TEST(SignalStorm, FilesAreWholeAndListed) {
+TEST(SignalStorm, FilesAreCompleteAndListed) {
     const TempDir directory;
     const std::string text = lines(10000);
     const SignalStorm storm;
@@ -259,7 +259,7 @@ TEST(SignalStorm, ServerReportsEachInterruptionAndServesTheNextClient) {
 
 namespace {
 
-struct Follower : kvr::api::iot::Observer<StdInReader> {
+struct LineObserver : kvr::api::iot::Observer<StdInReader> {
     void update(StdInReader* reader) override {
         received.push_back(reader->getLastLine());
         stop = received.size() == wanted;
@@ -278,10 +278,10 @@ TEST(SignalStorm, ReaderAnnouncesEveryLineAndAnEmptyOneForEachInterruption) {
     std::vector<std::string> written;
     for (int i = 1; i <= 200; ++i)
         written.push_back("line " + std::to_string(i));
-    Follower follower;
-    follower.wanted = written.size();
+    LineObserver observer;
+    observer.wanted = written.size();
     StdInReader reader;
-    reader.attach(&follower);
+    reader.attach(&observer);
     std::string echoed;
     long empty = 0;
     long signals = 0;
@@ -295,12 +295,12 @@ TEST(SignalStorm, ReaderAnnouncesEveryLineAndAnEmptyOneForEachInterruption) {
             }
         });
         const SignalStorm storm;
-        reader.loop(follower.stop);
+        reader.loop(observer.stop);
         supervisor.join();
         signals = storm.count();
         echoed = output.text();
     }
-    EXPECT_EQ(written, follower.received);
+    EXPECT_EQ(written, observer.received);
     std::string expected;
     for (const std::string& line : written)
         expected += line + "\n";
@@ -320,7 +320,7 @@ TEST(SignalStorm, ReaderAnnouncesEveryLineAndAnEmptyOneForEachInterruption) {
 
 TEST(SignalStorm, PublisherDeliversEveryMessageOnce) {
     const support::Broker broker;
-    broker.keepFor("storm", "t");
+    broker.createSession("storm", "t");
     kvr::api::com::NQ_Mqtt mqtt("127.0.0.1", "gateway");
     mqtt.setConnOpts(std::to_string(broker.port()), "", "", 10, 1, 20, 1, 1);
     mqtt.initialise();
@@ -334,6 +334,6 @@ TEST(SignalStorm, PublisherDeliversEveryMessageOnce) {
             sent.push_back("t 1 0 " + std::to_string(i));
         }
     }
-    EXPECT_EQ(sent, broker.receiveKept("storm", "t", 30));
+    EXPECT_EQ(sent, broker.receiveQueued("storm", "t", 30));
     report("NQ_Mqtt::send: 30 of 30 messages of QoS 1, each once");
 }

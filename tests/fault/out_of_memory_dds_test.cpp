@@ -14,7 +14,7 @@ using fault::Memory;
 using kvr::api::mdw::NQ_DDS_RMI_RUNTIME;
 
 TEST(OutOfMemory, DdsRuntime) {
-    const support::OwnDomain domain;
+    const support::ReservedDomain domain;
     const auto run = [](Memory& memory) {
         NQ_DDS_RMI_RUNTIME rmi;
         memory.fail();
@@ -28,10 +28,10 @@ TEST(OutOfMemory, DdsRuntime) {
         return run(memory);
     };
     exhaust("NQ_DDS_RMI_RUNTIME, this library's allocations", "0 true" + kept, {}, runByNew,
-            fault::First::asItComes);
+            fault::WarmUp::no);
     exhaust("NQ_DDS_RMI_RUNTIME, all allocations", "0 true" + kept,
             {"1 false", "1 false" + kept, "std::bad_alloc", "signal 6 in libddsc",
              "signal 11 in libddsc",
              "ends without a report, raw status 11"}, // two of its threads crash together
-            run, fault::First::asItComes);
+            run, fault::WarmUp::no);
 }

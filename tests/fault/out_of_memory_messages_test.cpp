@@ -89,7 +89,7 @@ TEST(OutOfMemory, Streams) {
     const std::string part = "a part of the line";
     exhaust("NQ_Stream, another stream", kLong + "|" + kLong, {"hangs", part}, [&](Memory& memory) {
         std::istringstream in("\n" + kLong + "\n");
-        memory.giveUpAfter(500);
+        memory.setDeadline(500);
         memory.fail();
         const std::string line = NQ_Stream::forwardAndCopyInput(in);
         memory.recover();

@@ -57,5 +57,5 @@ TEST(OutOfMemory, MqttConnection) {
                 return "not connected";
             return sent ? "connected, sent" : "connected, not sent";
         },
-        fault::First::asItComes);
+        fault::WarmUp::no);
 }

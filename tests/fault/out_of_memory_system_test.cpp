@@ -119,7 +119,7 @@ TEST(OutOfMemory, Files) {
                 memory.recover();
                 return std::to_string(count);
             });
-    exhaust("FileWriter", kLong, fault::kNotOpened, [&](Memory& memory) {
+    exhaust("FileWriter", kLong, fault::kEmptyFile, [&](Memory& memory) {
         const std::string path = directory / "written";
         memory.fail();
         FileWriter(path) << kLong;

@@ -36,7 +36,7 @@ const std::string kDocument = R"({"config":"network","values":{"ipaddr":"10.0.0.
                               R"("l":[1,2.5,"three",true]})";
 
 /// Describes what json-c parsed: the whole document, or how much of it.
-std::string verdictOn(const NQ_JSON& json, const Memory& memory) {
+std::string parseResult(const NQ_JSON& json, const Memory& memory) {
     static const std::string whole = NQ_JSON(kDocument).asString();
     if (json.getObj() == nullptr)
         return std::string("no value") + (memory.printed().empty() ? "" : ", reported");
@@ -59,7 +59,7 @@ TEST(OutOfMemory, Json) {
         memory.fail();
         const NQ_JSON json(kDocument);
         memory.recover();
-        return verdictOn(json, memory);
+        return parseResult(json, memory);
     });
     const support::TempDir directory;
     support::writeFile(directory / "file", kDocument);
@@ -68,7 +68,7 @@ TEST(OutOfMemory, Json) {
         memory.fail();
         const NQ_JSON json = NQ_JSON::fromFile(path);
         memory.recover();
-        return verdictOn(json, memory);
+        return parseResult(json, memory);
     });
     exhaust("NQ_JSON()", "{ }", {}, [](Memory& memory) {
         memory.fail();
@@ -226,7 +226,7 @@ TEST(OutOfMemory, Config) {
     const support::TempDir root;
     for (const bool isBase64 : {false, true}) {
         const std::string what = isBase64 ? "NQ_Config, base64" : "NQ_Config, plain";
-        std::set<std::string> others = fault::kNotOpened;
+        std::set<std::string> others = fault::kEmptyFile;
         others.insert(kErrorTexts);
         exhaust(what, kLong, others, [&](Memory& memory) {
             const std::string content =

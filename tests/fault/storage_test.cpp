@@ -224,7 +224,7 @@ TEST(ReadOnlyDisk, ServerEndsTheProcess) {
     });
 }
 
-TEST(ReadOnlyDisk, ProgramCountsAsNotRunning) {
+TEST(ReadOnlyDisk, ProgramIsReportedAsNotRunning) {
     inPrivateMounts({"/tmp"}, [] {
         makeReadOnly();
         EXPECT_FALSE(kvr::api::sys::NQ_System::appAlreadyRunning());

@@ -5,7 +5,7 @@
 
 #include "CapturedOutput.h"
 #include "Descriptors.h"
-#include "Stick.h"
+#include "RemovableDevice.h"
 #include "TempDir.h"
 #include "Threads.h"
 #include "Waiting.h"
@@ -148,22 +148,22 @@ TEST(InotifyOverflow, EntryWhoseFileIsGoneReceivesTheKernelsNotice) {
     report("inotify overflow: an entry whose path is gone is called once, with IN_Q_OVERFLOW");
 }
 
-TEST(PlugCycles, EachOfFiveHundredIsMountedAndUnmounted) {
+TEST(PlugCycles, AllFiveHundredAreMountedAndUnmounted) {
     if (geteuid() != 0)
         GTEST_SKIP() << "mounting needs root";
     if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr))
         GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
-    support::Stick stick;
-    if (!stick.problem().empty())
-        GTEST_SKIP() << "no block device here: " << stick.problem();
+    support::RemovableDevice device;
+    if (!device.problem().empty())
+        GTEST_SKIP() << "no block device here: " << device.problem();
     const TempDir directory;
     const std::string mountPoint = directory / "media";
-    stick.plugIn();
+    device.plugIn();
     (void)mkdir(mountPoint.c_str(), 0755);
-    if (mount(stick.node().c_str(), mountPoint.c_str(), "ext2", 0, "") != 0)
+    if (mount(device.node().c_str(), mountPoint.c_str(), "ext2", 0, "") != 0)
         GTEST_SKIP() << "this machine does not mount: " << std::strerror(errno);
     (void)umount(mountPoint.c_str());
-    stick.unplug();
+    device.unplug();
 
     constexpr int kCycles = 500;
     std::atomic<int> inserted{0};
@@ -175,14 +175,14 @@ TEST(PlugCycles, EachOfFiveHundredIsMountedAndUnmounted) {
     {
         const support::CapturedOutput output;
         kvr::api::AutoMount autoMount(
-            stick.name(), mountPoint, [&] { ++inserted; }, [&] { ++ejected; });
+            device.name(), mountPoint, [&] { ++inserted; }, [&] { ++ejected; });
         before = support::openDescriptors();
         threads = support::threadsOfThisProcess();
         for (int cycle = 1; cycle <= kCycles && testing::Test::HasFailure() == false; ++cycle) {
-            stick.plugIn();
+            device.plugIn();
             EXPECT_TRUE(eventually([&] { return inserted == cycle; })) << cycle;
             readable += support::exists(mountPoint + "/hello");
-            stick.unplug();
+            device.unplug();
             EXPECT_TRUE(eventually([&] { return ejected == cycle; })) << cycle;
             readable -= support::exists(mountPoint + "/hello");
         }
@@ -202,10 +202,11 @@ TEST(PlugCycles, EachOfFiveHundredIsMountedAndUnmounted) {
         return count;
     };
     // Deliberate: the spelling "HAPPNED" is part of the printed text.
-    EXPECT_EQ(kCycles, times("SOMETHING HAPPNED: " + stick.name() + "\nWHAT: 256\nRunning: mount " +
-                             stick.node() + " " + mountPoint + "\n"));
+    EXPECT_EQ(kCycles,
+              times("SOMETHING HAPPNED: " + device.name() + "\nWHAT: 256\nRunning: mount " +
+                    device.node() + " " + mountPoint + "\n"));
     EXPECT_EQ(2 * kCycles, times("Running: "));
-    EXPECT_EQ(kCycles, times("SOMETHING HAPPNED: " + stick.name() +
+    EXPECT_EQ(kCycles, times("SOMETHING HAPPNED: " + device.name() +
                              "\nWHAT: 512\nRunning: umount " + mountPoint + "\n"));
     report("plugging: 500 cycles, " + std::to_string(inserted) + " mounted, " +
            std::to_string(ejected) + " unmounted, no descriptor, thread or child left");

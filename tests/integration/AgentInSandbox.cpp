@@ -140,12 +140,12 @@ bool AgentInSandbox::waitUntilIdle(std::size_t times) const {
 
 void AgentInSandbox::signal(int signal) { kill(program_->pid(), signal); }
 
-Ran AgentInSandbox::end(int signalNumber) {
+ProgramResult AgentInSandbox::end(int signalNumber) {
     signal(signalNumber);
     return wait();
 }
 
-Ran runInSandbox(const std::vector<std::string>& arguments) {
+ProgramResult runInSandbox(const std::vector<std::string>& arguments) {
     return runProgram(joined({TAVO_SANDBOX_RUN}, arguments), {kBuild});
 }
 

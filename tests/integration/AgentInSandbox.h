@@ -67,9 +67,9 @@ public:
     std::string log() const { return read("/tmp/log.out"); }
 
     /// Sends a signal, waits for the end and returns exit status and outputs.
-    Ran end(int signal);
+    ProgramResult end(int signal);
     void signal(int signal);
-    Ran wait() { return program_->wait(); }
+    ProgramResult wait() { return program_->wait(); }
 
 private:
     TempDir root_;
@@ -77,7 +77,7 @@ private:
 };
 
 /// Runs a program of this build in its own simulated gateway.
-Ran runInSandbox(const std::vector<std::string>& arguments);
+ProgramResult runInSandbox(const std::vector<std::string>& arguments);
 
 /// Returns a request as JSON text.
 std::string request(const std::string& method, const std::string& params, int id = 1);

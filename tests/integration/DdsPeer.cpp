@@ -42,7 +42,7 @@ int claim(int id) {
 
 } // namespace
 
-OwnDomain::OwnDomain() {
+ReservedDomain::ReservedDomain() {
     for (int i = 0; i < kDomains && reservation_ < 0; ++i) {
         id_ = kFirstDomain + (getpid() + i) % kDomains;
         reservation_ = claim(id_);
@@ -52,12 +52,12 @@ OwnDomain::OwnDomain() {
     useInterface("lo");
 }
 
-OwnDomain::~OwnDomain() {
+ReservedDomain::~ReservedDomain() {
     unsetenv("CYCLONEDDS_URI");
     close(reservation_);
 }
 
-void OwnDomain::useInterface(const std::string& name) {
+void ReservedDomain::useInterface(const std::string& name) {
     const std::string settings = "<Domain Id=\"" + std::to_string(id_) +
                                  "\"><General><Interfaces><NetworkInterface name=\"" + name +
                                  "\"/></Interfaces><AllowMulticast>false</AllowMulticast></General>"

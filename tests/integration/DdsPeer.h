@@ -9,12 +9,12 @@ namespace support {
 
 /// Reserves a DDS domain that no other test on the machine uses, on the loopback interface only.
 /// While the object exists, it is the default domain of this process and its children.
-class OwnDomain {
+class ReservedDomain {
 public:
-    OwnDomain();
-    ~OwnDomain();
-    OwnDomain(const OwnDomain&) = delete;
-    OwnDomain& operator=(const OwnDomain&) = delete;
+    ReservedDomain();
+    ~ReservedDomain();
+    ReservedDomain(const ReservedDomain&) = delete;
+    ReservedDomain& operator=(const ReservedDomain&) = delete;
 
     /// Moves the domain to another network interface. A participant that vanishes silently is only
     /// detected after a minute, longer than every deadline here. A departure seen before that was

@@ -5,7 +5,7 @@
 #include <kvr/api/NQ_AutoMount.h>
 
 #include "CapturedOutput.h"
-#include "Stick.h"
+#include "RemovableDevice.h"
 #include "TempDir.h"
 #include "Waiting.h"
 
@@ -35,7 +35,7 @@ using kvr::api::AutoMount;
 using support::CapturedOutput;
 using support::eventually;
 using support::exists;
-using support::Stick;
+using support::RemovableDevice;
 using support::TempDir;
 using support::writeFile;
 using testing::HasSubstr;
@@ -48,17 +48,17 @@ protected:
             GTEST_SKIP() << "mounting needs root";
         if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr))
             GTEST_SKIP() << "no mount namespace: " << std::strerror(errno);
-        stick = std::make_unique<Stick>();
-        if (!stick->problem().empty())
-            GTEST_SKIP() << "no block device here: " << stick->problem();
+        device = std::make_unique<RemovableDevice>();
+        if (!device->problem().empty())
+            GTEST_SKIP() << "no block device here: " << device->problem();
         directory = std::make_unique<TempDir>();
         mountPoint = *directory / "media";
         std::filesystem::create_directory(mountPoint);
-        stick->plugIn();
-        const int refused = mount(stick->node().c_str(), mountPoint.c_str(), "ext2", 0, "");
+        device->plugIn();
+        const int refused = mount(device->node().c_str(), mountPoint.c_str(), "ext2", 0, "");
         const int reason = errno;
         (void)umount(mountPoint.c_str());
-        stick->unplug();
+        device->unplug();
         if (refused != 0)
             GTEST_SKIP() << "this machine does not mount: " << std::strerror(reason);
         output = std::make_unique<CapturedOutput>();
@@ -71,24 +71,24 @@ protected:
 
     void make() {
         object = std::make_unique<AutoMount>(
-            stick->name(), mountPoint, [this] { ++inserted; }, [this] { ++ejected; });
+            device->name(), mountPoint, [this] { ++inserted; }, [this] { ++ejected; });
         // Destroying an object before its thread receives events may hang.
-        const std::string mark = stick->node() + "-seen";
+        const std::string mark = device->node() + "-seen";
         writeFile(mark, "");
         (void)unlink(mark.c_str());
-        ASSERT_TRUE(output->waitFor(stick->name() + "-seen\nWHAT: 512\n"));
+        ASSERT_TRUE(output->waitFor(device->name() + "-seen\nWHAT: 512\n"));
     }
 
     bool isMounted() const { return exists(mountPoint + "/hello"); }
 
     std::string mountCommand() const {
-        return "Running: mount " + stick->node() + " " + mountPoint + "\n";
+        return "Running: mount " + device->node() + " " + mountPoint + "\n";
     }
     std::string umountCommand() const { return "Running: umount " + mountPoint + "\n"; }
 
     std::string eventLines(unsigned int mask) const {
         // Deliberate, here and below: the spelling "HAPPNED" is part of the printed text.
-        return "SOMETHING HAPPNED: " + stick->name() + "\nWHAT: " + std::to_string(mask) + "\n";
+        return "SOMETHING HAPPNED: " + device->name() + "\nWHAT: " + std::to_string(mask) + "\n";
     }
 
     /// Returns the printed text without the lines about other entries of /dev, which any process
@@ -100,7 +100,7 @@ protected:
         for (std::string line; std::getline(lines, line);) {
             std::string what;
             if (line.compare(0, happened.size(), happened) == 0 &&
-                line.substr(happened.size()) != stick->name())
+                line.substr(happened.size()) != device->name())
                 std::getline(lines, what); // skips its second line, too
             else
                 result += line + '\n';
@@ -108,7 +108,7 @@ protected:
         return result;
     }
 
-    std::unique_ptr<Stick> stick;
+    std::unique_ptr<RemovableDevice> device;
     std::unique_ptr<TempDir> directory;
     std::string mountPoint;
     std::atomic<int> inserted{0};
@@ -117,11 +117,11 @@ protected:
     std::unique_ptr<AutoMount> object;
 };
 
-TEST_F(AutoMount_device, StickThatIsThereIsMountedAtConstructionAndUnmountedAtTheEnd) {
-    stick->plugIn();
+TEST_F(AutoMount_device, PresentDeviceIsMountedAtConstructionAndUnmountedAtTheEnd) {
+    device->plugIn();
     make();
     EXPECT_TRUE(isMounted());
-    EXPECT_EQ("from the stick\n", support::readFile(mountPoint + "/hello"));
+    EXPECT_EQ("from the device\n", support::readFile(mountPoint + "/hello"));
     EXPECT_EQ(1, inserted);
     object.reset();
     EXPECT_FALSE(isMounted());
@@ -129,14 +129,14 @@ TEST_F(AutoMount_device, StickThatIsThereIsMountedAtConstructionAndUnmountedAtTh
     EXPECT_EQ("AutoMount(PARS)\n" + mountCommand() + "~AutoMount()\n" + umountCommand(), printed());
 }
 
-TEST_F(AutoMount_device, StickIsMountedWhenPluggedInAndUnmountedWhenPulledOut) {
+TEST_F(AutoMount_device, DeviceIsMountedWhenPluggedInAndUnmountedWhenUnplugged) {
     make();
     EXPECT_FALSE(isMounted());
     for (int round = 1; round <= 2; ++round) {
-        stick->plugIn();
+        device->plugIn();
         EXPECT_TRUE(eventually([&] { return inserted == round; }));
         EXPECT_TRUE(isMounted());
-        stick->unplug();
+        device->unplug();
         EXPECT_TRUE(eventually([&] { return ejected == round; }));
         EXPECT_FALSE(isMounted());
     }
@@ -145,23 +145,23 @@ TEST_F(AutoMount_device, StickIsMountedWhenPluggedInAndUnmountedWhenPulledOut) {
     EXPECT_EQ("AutoMount(PARS)\n" + once + once + "~AutoMount()\n", printed());
 }
 
-TEST_F(AutoMount_device, StickIsUnmountedAtTheEndWhenItIsStillThere) {
+TEST_F(AutoMount_device, DeviceIsUnmountedAtTheEndWhenItIsStillPresent) {
     make();
-    stick->plugIn();
+    device->plugIn();
     EXPECT_TRUE(eventually([&] { return inserted == 1; }));
     object.reset();
     EXPECT_FALSE(isMounted());
     EXPECT_EQ(1, ejected);
 }
 
-TEST_F(AutoMount_device, BusyStickStaysMountedUntilItCanBeUnmounted) {
+TEST_F(AutoMount_device, BusyDeviceStaysMountedUntilItCanBeUnmounted) {
     const support::CapturedErrors errors;
     make();
-    stick->plugIn();
+    device->plugIn();
     EXPECT_TRUE(eventually([&] { return inserted == 1; }));
     const int inUse = open((mountPoint + "/hello").c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_NE(-1, inUse);
-    stick->unplug();
+    device->unplug();
     EXPECT_TRUE(output->waitFor(umountCommand()));
     EXPECT_TRUE(errors.waitFor("busy")); // umount's message
     EXPECT_TRUE(isMounted());
@@ -175,13 +175,13 @@ TEST_F(AutoMount_device, BusyStickStaysMountedUntilItCanBeUnmounted) {
               printed());
 }
 
-TEST_F(AutoMount_device, WhatCannotBeMountedChangesNothing) {
+TEST_F(AutoMount_device, DeviceThatCannotBeMountedChangesNothing) {
     const support::CapturedErrors errors;
-    writeFile(stick->node(), "no file system");
+    writeFile(device->node(), "no file system");
     make();
     EXPECT_THAT(errors.text(), HasSubstr("mount"));
     EXPECT_EQ(0, inserted);
-    stick->unplug();
+    device->unplug();
     EXPECT_TRUE(output->waitFor(umountCommand())); // even if it is not mounted
     EXPECT_TRUE(errors.waitFor("not mounted"));
     object.reset();
@@ -191,35 +191,35 @@ TEST_F(AutoMount_device, WhatCannotBeMountedChangesNothing) {
               printed());
 }
 
-TEST_F(AutoMount_device, DirectoryOfTheSticksNameIsTakenForIt) {
+TEST_F(AutoMount_device, DirectoryOfTheDevicesNameIsTreatedAsTheDevice) {
     const support::CapturedErrors errors;
     make();
-    ASSERT_EQ(0, mkdir(stick->node().c_str(), 0755));
+    ASSERT_EQ(0, mkdir(device->node().c_str(), 0755));
     EXPECT_TRUE(output->waitFor(eventLines(1073742080u) + mountCommand()));
     EXPECT_TRUE(errors.waitFor("mount: ")); // a directory is not a device
-    ASSERT_EQ(0, rmdir(stick->node().c_str()));
+    ASSERT_EQ(0, rmdir(device->node().c_str()));
     EXPECT_TRUE(output->waitFor(eventLines(1073742336u) + umountCommand()));
     object.reset();
     EXPECT_EQ(0, inserted + ejected);
 }
 
 TEST_F(AutoMount_device, NameWithItsDirectoryNeverMatches) {
-    AutoMount prefixed(stick->node(), mountPoint);
-    stick->plugIn();
-    stick->unplug();
+    AutoMount prefixed(device->node(), mountPoint);
+    device->plugIn();
+    device->unplug();
     EXPECT_TRUE(output->waitFor(eventLines(512)));
     const support::CapturedErrors errors;
     prefixed.onDeviceInserted();
-    EXPECT_THAT(errors.text(), HasSubstr("/dev//dev/" + stick->name()));
+    EXPECT_THAT(errors.text(), HasSubstr("/dev//dev/" + device->name()));
     EXPECT_FALSE(isMounted());
     EXPECT_EQ("AutoMount(PARS)\nAutoMount()\n" + eventLines(256) + eventLines(512) +
-                  "Running: mount /dev//dev/" + stick->name() + " " + mountPoint + "\n",
+                  "Running: mount /dev//dev/" + device->name() + " " + mountPoint + "\n",
               printed());
 }
 
-TEST_F(AutoMount_device, SecondMountOfTheSameStickDoesNoHarm) {
+TEST_F(AutoMount_device, SecondMountOfTheSameDeviceHasNoEffect) {
     const support::CapturedErrors errors;
-    stick->plugIn();
+    device->plugIn();
     make();
     object->onDeviceInserted(); // as when an event arrives during the initial check
     EXPECT_TRUE(isMounted());

@@ -43,7 +43,7 @@ class NQ_DDS_RMI_cyclone : public testing::Test {
 protected:
     ~NQ_DDS_RMI_cyclone() override { CRuntime::getDefaultRuntime()->stop(); }
 
-    support::OwnDomain domain;
+    support::ReservedDomain domain;
     NQ_DDS_RMI_RUNTIME rmi;
 };
 
@@ -66,7 +66,7 @@ void expectOneLine(const std::string& text, const std::string& beginning) {
 
 const char kCannotJoin[] = "DDS RMI runtime: cannot join the DDS domain: ";
 
-TEST_F(NQ_DDS_RMI_cyclone, PeerSeesTheServerComeAndGo) {
+TEST_F(NQ_DDS_RMI_cyclone, PeerSeesTheServerJoinAndLeave) {
     DdsPeer peer;
     ASSERT_EQ(0, rmi.startRUNTIME(false));
     const std::string id = peer.expectArrival("isServer");
@@ -74,7 +74,7 @@ TEST_F(NQ_DDS_RMI_cyclone, PeerSeesTheServerComeAndGo) {
     peer.expectDeparture(id);
 }
 
-TEST_F(NQ_DDS_RMI_cyclone, PeerSeesTheClientComeAndGo) {
+TEST_F(NQ_DDS_RMI_cyclone, PeerSeesTheClientJoinAndLeave) {
     DdsPeer peer;
     ASSERT_EQ(0, rmi.startRUNTIME(true));
     const std::string id = peer.expectArrival("isClient");
@@ -122,7 +122,7 @@ TEST_F(NQ_DDS_RMI_cyclone, StoppedRuntimeStartsAgainAsANewParticipant) {
     peer.expectDeparture(second);
 }
 
-TEST_F(NQ_DDS_RMI_cyclone, SecondStopIsFalse) {
+TEST_F(NQ_DDS_RMI_cyclone, SecondStopReturnsFalse) {
     ASSERT_EQ(0, rmi.startRUNTIME(false));
     EXPECT_TRUE(rmi.stopRUNTIME());
     EXPECT_FALSE(rmi.stopRUNTIME());
@@ -161,7 +161,7 @@ TEST_F(NQ_DDS_RMI_cyclone, CyclonesOwnErrorsGoToStandardErrorAgainAfterTheStart)
     EXPECT_THAT(errors.text(), testing::HasSubstr("nosuchif0"));
 }
 
-TEST_F(NQ_DDS_RMI_cyclone, WarningsOfCycloneAreNotHeldBack) {
+TEST_F(NQ_DDS_RMI_cyclone, WarningsOfCycloneAreNotSuppressed) {
     // Cyclone warns about loopback interfaces, because it expects no multicast there.
     const std::string settings = getenv("CYCLONEDDS_URI");
     const std::string forbidden = "<AllowMulticast>false</AllowMulticast>";
@@ -244,7 +244,7 @@ TEST_F(NQ_DDS_RMI_cyclone, StartOfARunningRuntimeIsTrueAndChangesNothing) {
     EXPECT_EQ("", peer.remaining());
 }
 
-TEST_F(NQ_DDS_RMI_cyclone, StopGivesBackEveryDescriptorAndThread) {
+TEST_F(NQ_DDS_RMI_cyclone, StopReleasesEveryDescriptorAndThread) {
     const std::size_t threads = support::threadsAfterAFirst();
     const std::set<int> descriptors = support::openDescriptors();
     for (int i = 0; i < 3; ++i) {
@@ -280,7 +280,7 @@ TEST_F(NQ_DDS_RMI_cyclone, ThreadsThatStartConcurrentlyJoinOnce) {
     EXPECT_EQ("", peer.remaining());
 }
 
-TEST_F(NQ_DDS_RMI_cyclone, ThreadsMayStartAndStopAtWill) {
+TEST_F(NQ_DDS_RMI_cyclone, ThreadsMayStartAndStopConcurrently) {
     std::atomic<int> failures{0};
     onThreads(4, [&failures] {
         NQ_DDS_RMI_RUNTIME own;

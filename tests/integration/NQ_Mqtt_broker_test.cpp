@@ -67,7 +67,7 @@ std::unique_ptr<NQ_Mqtt> tlsClientOf(const Broker& broker, const std::string& ce
 
 } // namespace
 
-TEST(NQ_Mqtt_broker, ConnectsPlainlyAndPublishes) {
+TEST(NQ_Mqtt_broker, ConnectsWithoutTlsAndPublishes) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
     ASSERT_TRUE(connects(*mqtt));
@@ -78,13 +78,13 @@ TEST(NQ_Mqtt_broker, ConnectsPlainlyAndPublishes) {
 
 TEST(NQ_Mqtt_broker, PublishesWithEveryQualityOfService) {
     const Broker broker("allow_anonymous true\nqueue_qos0_messages true\n");
-    broker.keepFor("watcher", "t/#");
+    broker.createSession("watcher", "t/#");
     const auto mqtt = clientOf(broker.port());
     ASSERT_TRUE(connects(*mqtt));
     EXPECT_TRUE(mqtt->send("t/0", "zero", 0, 0));
     EXPECT_TRUE(mqtt->send("t/1", "one", 1, 0));
     EXPECT_TRUE(mqtt->send("t/2", "two", 2, 0));
-    EXPECT_THAT(broker.receiveKept("watcher", "t/#", 3),
+    EXPECT_THAT(broker.receiveQueued("watcher", "t/#", 3),
                 ElementsAre("t/0 0 0 zero", "t/1 1 0 one", "t/2 2 0 two"));
 }
 
@@ -96,7 +96,7 @@ TEST(NQ_Mqtt_broker, PayloadEndsAtItsFirstNul) {
     EXPECT_THAT(broker.receive("t", 1), ElementsAre("t 1 1 cut"));
 }
 
-TEST(NQ_Mqtt_broker, AMessageThatTheClientRefusesCountsAsCompletedWhileConnected) {
+TEST(NQ_Mqtt_broker, AMessageThatTheClientRefusesCountsAsDeliveredWhileConnected) {
     const Broker broker;
     const auto mqtt = clientOf(broker.port());
     mqtt->initialise();
@@ -117,7 +117,7 @@ TEST(NQ_Mqtt_broker, SubscribeIsAnsweredByTheBroker) {
     EXPECT_FALSE(mqtt->subscribe("a/#/b", 1)); // not a valid filter
 }
 
-TEST(NQ_Mqtt_broker, UserAndPasswordAreAcceptedOrRefusedWithTheirText) {
+TEST(NQ_Mqtt_broker, UserAndPasswordAreAcceptedOrRefusedWithAMessage) {
     TempDir secrets;
     const std::string file = secrets / "passwords";
     ASSERT_EQ(0,
@@ -158,7 +158,7 @@ TEST(NQ_Mqtt_broker, ServerCertificateIsNotCheckedWithoutTheFlag) {
     EXPECT_TRUE(connects(*tlsClientOf(broker, "/nowhere", 0, 0)));
 }
 
-TEST(NQ_Mqtt_broker, ClientCertificateIsShownWithTheFlagOnly) {
+TEST(NQ_Mqtt_broker, ClientCertificateIsSentWithTheFlagOnly) {
     const Certificates certificates;
     const Broker broker(certificates.settings(true));
     const auto known = tlsClientOf(broker, certificates.directory.path(), 1, 1);
@@ -251,7 +251,7 @@ TEST(NQ_Mqtt_broker, ConnectedMessageIsRetained) {
 
 TEST(NQ_Mqtt_broker, WillIsDeliveredWhenTheProcessIsKilled) {
     const Broker broker;
-    broker.keepFor("watcher", "state");
+    broker.createSession("watcher", "state");
     int ready[2];
     ASSERT_EQ(0, pipe(ready));
     const pid_t parent = getpid();
@@ -272,13 +272,13 @@ TEST(NQ_Mqtt_broker, WillIsDeliveredWhenTheProcessIsKilled) {
     waitpid(child, nullptr, 0);
     close(ready[0]);
     close(ready[1]);
-    EXPECT_THAT(broker.receiveKept("watcher", "state", 2),
+    EXPECT_THAT(broker.receiveQueued("watcher", "state", 2),
                 ElementsAre("state 1 0 here", "state 1 0 gone"));
 }
 
 TEST(NQ_Mqtt_broker, OrderlyEndDeliversNoWill) {
     const Broker broker;
-    broker.keepFor("watcher", "state");
+    broker.createSession("watcher", "state");
     {
         const auto mqtt = clientOf(broker.port());
         mqtt->setLwt("state", "gone", "here", 1, 0);
@@ -287,16 +287,16 @@ TEST(NQ_Mqtt_broker, OrderlyEndDeliversNoWill) {
     const auto other = clientOf(broker.port(), {}, "other");
     ASSERT_TRUE(connects(*other));
     ASSERT_TRUE(other->send("state", "last", 1, 0));
-    EXPECT_THAT(broker.receiveKept("watcher", "state", 2),
+    EXPECT_THAT(broker.receiveQueued("watcher", "state", 2),
                 ElementsAre("state 1 0 here", "state 1 0 last"));
 }
 
 namespace {
 
 /// Simulates a broker for one connection: accepts the client and keeps its first packet.
-class PlayedBroker {
+class FakeBroker {
 public:
-    PlayedBroker() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
+    FakeBroker() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<std::uint16_t>(port.number()));
@@ -307,7 +307,7 @@ public:
         EXPECT_EQ(0, listen(listener_, 1));
         thread_ = std::thread([this] { serve(); });
     }
-    ~PlayedBroker() {
+    ~FakeBroker() {
         if (thread_.joinable())
             thread_.join();
         close(listener_);
@@ -344,7 +344,7 @@ std::string bytes(const char* literal, std::size_t size) { return std::string(li
 } // namespace
 
 TEST(NQ_Mqtt_wire, ConnectAsksToKeepTheSessionByDefault) {
-    PlayedBroker broker;
+    FakeBroker broker;
     {
         NQ_Mqtt mqtt("127.0.0.1", "gw");
         mqtt.setConnOpts(std::to_string(broker.port.number()), "", "", 5, 10, 60, 1, 0);
@@ -356,7 +356,7 @@ TEST(NQ_Mqtt_wire, ConnectAsksToKeepTheSessionByDefault) {
 }
 
 TEST(NQ_Mqtt_wire, ConnectCarriesWillUserAndPassword) {
-    PlayedBroker broker;
+    FakeBroker broker;
     {
         NQ_Mqtt mqtt("127.0.0.1", "gw");
         mqtt.setConnOpts(std::to_string(broker.port.number()), "me", "pw", 5, 10, 20, 1, 1);

@@ -25,7 +25,7 @@ namespace {
 using kvr::api::sys::NQ_System;
 using support::eventually;
 using support::inPrivateMounts;
-using support::Ran;
+using support::ProgramResult;
 using support::RunningProgram;
 using support::runProgram;
 using support::TempDir;
@@ -62,7 +62,7 @@ public:
 
 TEST(NQ_System_tools, AProgramKnowsItsNameDirectoryAndLockFile) {
     const Copy copy;
-    const Ran ran = runProgram({copy.path});
+    const ProgramResult ran = runProgram({copy.path});
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ(copy.aboutItself + "0\n", ran.out);
     EXPECT_EQ("", ran.err);
@@ -90,7 +90,7 @@ TEST(NQ_System_tools, ASecondProcessFindsTheFirstWhileItLives) {
     EXPECT_EQ(copy.aboutItself + "0\n", runProgram({copy.path}).out);
 }
 
-TEST(NQ_System_tools, AProcessThatIsKilledGivesTheLockUp) {
+TEST(NQ_System_tools, AProcessThatIsKilledReleasesTheLock) {
     const Copy copy;
     {
         RunningProgram first({copy.path, "hold"});
@@ -195,7 +195,7 @@ TEST(NQ_System_tools, AVariablesValueIsCutAtItsEqualsSign) {
 
 TEST(NQ_System_tools, AVariableThatIsNotSetIsEmptyOrOutOfRangeAsTheToolHasIt) {
     withEnvironment(environmentOf({"bootdelay=3"}), [] {
-        const Ran tool = runProgram({"fw_printenv", "other"});
+        const ProgramResult tool = runProgram({"fw_printenv", "other"});
         if (tool.out == "other=\n") { // libubootenv's tool
             EXPECT_EQ("", NQ_System::get_uboot_env_setting("other"));
             EXPECT_EQ("", NQ_System::getDeviceSerialNumber());

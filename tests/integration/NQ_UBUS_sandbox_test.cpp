@@ -12,7 +12,7 @@
 
 namespace {
 
-using support::Ran;
+using support::ProgramResult;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -27,7 +27,7 @@ protected:
 
     /// Passes the texts to init, checkConfig and applyConfig. If --restart is among them, also
     /// calls restartService.
-    Ran apply(std::vector<std::string> texts) const {
+    ProgramResult apply(std::vector<std::string> texts) const {
         texts.insert(texts.begin(), {TAVO_SANDBOX_RUN, "--root", root_.path(), TAVO_UCI_APPLY});
         return support::runProgram(texts, {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
     }
@@ -52,7 +52,7 @@ protected:
 TEST_F(NQ_UBUS_sandbox, ExistingSectionGetsTheValues) {
     const std::string text =
         R"({"config":"network","section":"lan","type":"interface","values":{"ipaddr":"10.9.8.7"}})";
-    const Ran ran = apply({text});
+    const ProgramResult ran = apply({text});
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("", ran.err);
     EXPECT_EQ("config:network\n"
@@ -69,7 +69,7 @@ TEST_F(NQ_UBUS_sandbox, ExistingSectionGetsTheValues) {
 TEST_F(NQ_UBUS_sandbox, MissingSectionWithATypeIsCreated) {
     const std::string text =
         R"({"config":"network","section":"guest","type":"interface","values":{"proto":"static","dns":["9.9.9.9","8.8.4.4"]}})";
-    const Ran ran = apply({text});
+    const ProgramResult ran = apply({text});
     EXPECT_EQ("", ran.err);
     // Deliberate: the spelling "does't" is part of the printed text.
     EXPECT_THAT(
@@ -89,7 +89,7 @@ TEST_F(NQ_UBUS_sandbox, MissingSectionWithATypeIsCreated) {
 }
 
 TEST_F(NQ_UBUS_sandbox, MissingSectionWithoutATypeIsNotCreated) {
-    const Ran ran =
+    const ProgramResult ran =
         apply({R"({"config":"network","section":"guest","values":{"proto":"static"}})"});
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(ran.err,
@@ -99,7 +99,8 @@ TEST_F(NQ_UBUS_sandbox, MissingSectionWithoutATypeIsNotCreated) {
 }
 
 TEST_F(NQ_UBUS_sandbox, MissingPackageLooksLikeAnExistingSection) {
-    const Ran ran = apply({R"({"config":"nopkg","section":"a","type":"b","values":{"c":"d"}})"});
+    const ProgramResult ran =
+        apply({R"({"config":"nopkg","section":"a","type":"b","values":{"c":"d"}})"});
     EXPECT_THAT(ran.out, Not(HasSubstr("create it!")));
     EXPECT_THAT(ran.err,
                 HasSubstr("\"values\":{\"c\":\"d\"}} (Not found)\nuci: Entry not found\n"));
@@ -107,7 +108,7 @@ TEST_F(NQ_UBUS_sandbox, MissingPackageLooksLikeAnExistingSection) {
 }
 
 TEST_F(NQ_UBUS_sandbox, EmptyValuesDeleteTheSection) {
-    const Ran ran = apply({R"({"config":"network","section":"wan6","values":{}})"});
+    const ProgramResult ran = apply({R"({"config":"network","section":"wan6","values":{}})"});
     EXPECT_EQ("", ran.err);
     EXPECT_EQ(
         changed("network",
@@ -116,7 +117,7 @@ TEST_F(NQ_UBUS_sandbox, EmptyValuesDeleteTheSection) {
 }
 
 TEST_F(NQ_UBUS_sandbox, EmptyOptionIsDroppedAndTheOthersAreSet) {
-    const Ran ran = apply(
+    const ProgramResult ran = apply(
         {R"({"config":"network","section":"lan","type":"interface","values":{"gateway":"","ipaddr":"10.0.0.1"}})"});
     EXPECT_EQ("", ran.err);
     EXPECT_THAT(ran.out, HasSubstr("Calling: ubus call uci delete '{ \"config\": \"network\", "
@@ -128,21 +129,22 @@ TEST_F(NQ_UBUS_sandbox, EmptyOptionIsDroppedAndTheOthersAreSet) {
 }
 
 TEST_F(NQ_UBUS_sandbox, EmptyOptionThatDoesNotExistChangesNothingElse) {
-    const Ran ran =
+    const ProgramResult ran =
         apply({R"({"config":"network","section":"lan","values":{"never":"","metric":5}})"});
     EXPECT_THAT(ran.err, HasSubstr("\"options\": [ \"never\" ] } (Not found)\n"));
     EXPECT_THAT(package("network"), HasSubstr("\tlist dns '8.8.8.8'\n\toption metric '5'\n\n"));
 }
 
-TEST_F(NQ_UBUS_sandbox, QuoteInTheTextKeepsEverythingFromRunning) {
-    const Ran ran = apply({R"({"config":"network","section":"lan","values":{"ipaddr":"it's"}})"});
+TEST_F(NQ_UBUS_sandbox, QuoteInTheTextPreventsAllCommands) {
+    const ProgramResult ran =
+        apply({R"({"config":"network","section":"lan","values":{"ipaddr":"it's"}})"});
     EXPECT_EQ(0, ran.status);
     EXPECT_NE("", ran.err);
     EXPECT_EQ(original("network"), package("network"));
 }
 
 TEST_F(NQ_UBUS_sandbox, CreatedSectionIsThereForTheNextRequest) {
-    const Ran ran =
+    const ProgramResult ran =
         apply({R"({"config":"dhcp","section":"guest","type":"dhcp","values":{"start":"10"}})",
                R"({"config":"dhcp","section":"guest","values":{"start":"20"}})",
                R"({"config":"dhcp","section":"guest","values":{}})"});
@@ -151,7 +153,7 @@ TEST_F(NQ_UBUS_sandbox, CreatedSectionIsThereForTheNextRequest) {
 }
 
 TEST_F(NQ_UBUS_sandbox, RestartReachesTheServiceOfThePackageOrSection) {
-    const Ran ran =
+    const ProgramResult ran =
         apply({"--restart", R"({"config":"network","section":"lan","values":{"mtu":"1"}})",
                R"({"config":"dhcp","section":"lan","values":{"limit":"9"}})",
                R"({"config":"system","section":"ntp","values":{"enabled":"0"}})"});

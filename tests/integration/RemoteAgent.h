@@ -44,14 +44,14 @@ protected:
             client("mosquitto_sub", {"-v", "-q", "1", "-t", filter, "-t", "ready"}));
         ASSERT_TRUE(eventually([&] {
             publish("ready", "yes");
-            return heard().find("ready yes\n") != std::string::npos;
+            return received().find("ready yes\n") != std::string::npos;
         }));
     }
 
-    std::string heard() const { return listener_->outSoFar(); }
+    std::string received() const { return listener_->outSoFar(); }
 
     bool receives(const std::string& expected) const {
-        return eventually([&] { return heard().find(expected) != std::string::npos; });
+        return eventually([&] { return received().find(expected) != std::string::npos; });
     }
 
     bool logs(const std::string& expected, std::size_t times = 1) const {
@@ -62,7 +62,7 @@ protected:
                  const std::vector<std::string>& more = {}) const {
         std::vector<std::string> arguments = {"-q", "1", "-t", topic, "-s"};
         arguments.insert(arguments.end(), more.begin(), more.end());
-        const Ran ran = runProgram(client("mosquitto_pub", arguments), {}, payload);
+        const ProgramResult ran = runProgram(client("mosquitto_pub", arguments), {}, payload);
         ASSERT_EQ(0, ran.status) << ran.err;
     }
 

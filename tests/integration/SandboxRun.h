@@ -49,10 +49,10 @@ protected:
     static Arguments sandbox(const Arguments& arguments) {
         return Arguments{TAVO_SANDBOX_RUN} + arguments;
     }
-    static Ran run(const Arguments& arguments, const std::string& input = "") {
+    static ProgramResult run(const Arguments& arguments, const std::string& input = "") {
         return runProgram(sandbox(arguments), {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR}, input);
     }
-    static Ran shell(const std::string& script, const std::string& input = "") {
+    static ProgramResult shell(const std::string& script, const std::string& input = "") {
         return run({"sh", "-c", script}, input);
     }
 

@@ -47,14 +47,14 @@ protected:
         return {"TAVO_UCI_CONFIG_DIR=" + config(), "TAVO_UCI_PENDING_DIR=" + directory_ / "pending",
                 std::string("PATH=") + TAVO_SANDBOX_BIN + ":" + std::getenv("PATH")};
     }
-    Ran tool(const std::string& name, std::vector<std::string> arguments) const {
+    ProgramResult tool(const std::string& name, std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), name);
         return runProgram(arguments, environment());
     }
-    Ran call(const std::string& method, const std::string& json) const {
+    ProgramResult call(const std::string& method, const std::string& json) const {
         return tool("ubus", {"call", "uci", method, json});
     }
-    Ran uci(std::vector<std::string> arguments) const { return tool("uci", arguments); }
+    ProgramResult uci(std::vector<std::string> arguments) const { return tool("uci", arguments); }
 
     /// Commits and returns the file of the package network.
     std::string committed() const {
@@ -62,7 +62,7 @@ protected:
         return network();
     }
 
-    static void expectSilent(const Ran& ran) {
+    static void expectSilent(const ProgramResult& ran) {
         EXPECT_EQ(0, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_EQ("", ran.err);
@@ -71,7 +71,7 @@ protected:
     /// Expects a refusal: this status and message, nothing on standard output, no pending change.
     void expectRefused(const std::string& method, const std::string& json, int status,
                        const std::string& text) const {
-        const Ran ran = call(method, json);
+        const ProgramResult ran = call(method, json);
         EXPECT_EQ(status, ran.status) << json;
         EXPECT_EQ("", ran.out) << json;
         EXPECT_EQ("Command failed: ubus call uci " + method + " " + json + " (" + text + ")\n",

@@ -167,17 +167,17 @@ TEST(tavo_agent_connections, WaitWithoutBusyLoopWhileTheSystemIsShortOfDescripto
 
 class tavo_agent_silent_clients : public testing::TestWithParam<int> {};
 
-TEST_P(tavo_agent_silent_clients, DoesNotKeepTheAgentFromEnding) {
+TEST_P(tavo_agent_silent_clients, DoNotPreventTheAgentFromEnding) {
     AgentInSandbox agent({"--idle", "1000"});
     const SilentClients clients(agent, GetParam());
     const auto begin = Clock::now();
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(2));
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_FALSE(support::exists(agent.socketPath()));
 }
 
-TEST_P(tavo_agent_silent_clients, DoesNotKeepASecondStartFromSayingThatTheNameIsServed) {
+TEST_P(tavo_agent_silent_clients, DoNotPreventASecondStartFromReportingThatTheNameIsServed) {
     AgentInSandbox agent("(until [ -e /tmp/tavo-test-go ]; do sleep 0.01; done\n"
                          "\"$@\" 2>/tmp/second.err; echo status $? >/tmp/second.status) &\n"
                          "exec \"$@\"",

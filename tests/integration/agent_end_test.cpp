@@ -26,7 +26,7 @@ class tavo_agent_end : public testing::TestWithParam<int> {};
 
 std::string nameOf(int signal) { return signal == SIGTERM ? "SIGTERM" : "SIGINT"; }
 
-void expectCleanEnd(AgentInSandbox& agent, const support::Ran& ran, int signal) {
+void expectCleanEnd(AgentInSandbox& agent, const support::ProgramResult& ran, int signal) {
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_FALSE(support::exists(agent.socketPath()));
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by " + nameOf(signal) + "\n"));
@@ -34,7 +34,7 @@ void expectCleanEnd(AgentInSandbox& agent, const support::Ran& ran, int signal) 
 
 TEST_P(tavo_agent_end, IsCleanWhileNobodyIsConnected) {
     AgentInSandbox agent;
-    const support::Ran ran = agent.end(GetParam());
+    const support::ProgramResult ran = agent.end(GetParam());
     expectCleanEnd(agent, ran, GetParam());
     // No connection was broken off.
     EXPECT_THAT(ran.err, EndsWith("Connected.\nReceiving: 0 bytes\nReceive result:0\n"));
@@ -63,7 +63,7 @@ TEST_P(tavo_agent_end, WaitsForARequestInProgress) {
         R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-begun; sleep 0.3; echo finished"]})"));
     ASSERT_TRUE(
         support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
-    const support::Ran ran = agent.end(GetParam());
+    const support::ProgramResult ran = agent.end(GetParam());
     EXPECT_THAT(ran.out, HasSubstr(R"("output":"finished\n")"));
     expectCleanEnd(agent, ran, GetParam());
 }
@@ -80,7 +80,7 @@ TEST_P(tavo_agent_end, DoesNotDisturbACommandOfTheLibrary) {
     client.send(request("uci.apply", R"({"config":"x","section":"y","values":{"a":"1"}})"));
     ASSERT_TRUE(
         support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
-    const support::Ran ran = agent.end(GetParam());
+    const support::ProgramResult ran = agent.end(GetParam());
     EXPECT_EQ(result(R"({"config":"x","section":"y","existed":true,"exists":true,)"
                      R"("values":{"a":"1"},"restarted":false})") +
                   "\n",
@@ -96,7 +96,7 @@ TEST_P(tavo_agent_end, EndsAProgramThatStillRuns) {
         R"({"command":"sh","arguments":["-c","echo >/tmp/tavo-test-begun; exec sleep 100"]})"));
     ASSERT_TRUE(
         support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
-    const support::Ran ran = agent.end(GetParam());
+    const support::ProgramResult ran = agent.end(GetParam());
     EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":15,"exit_code":null,"signal":15)"));
     expectCleanEnd(agent, ran, GetParam());
 }
@@ -104,7 +104,7 @@ TEST_P(tavo_agent_end, EndsAProgramThatStillRuns) {
 INSTANTIATE_TEST_SUITE_P(signals, tavo_agent_end, testing::Values(SIGTERM, SIGINT),
                          [](const auto& signal) { return nameOf(signal.param); });
 
-TEST(tavo_agent, KillsAProgramThatIgnoresBeingEnded) {
+TEST(tavo_agent, KillsAProgramThatIgnoresSigterm) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     client.send(request(
@@ -113,7 +113,7 @@ TEST(tavo_agent, KillsAProgramThatIgnoresBeingEnded) {
         R"("ulimit -t 20; trap '' TERM; echo >/tmp/tavo-test-begun; while :; do :; done"]})"));
     ASSERT_TRUE(
         support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_THAT(ran.out, HasSubstr(R"("raw_status":9,"exit_code":null,"signal":9)"));
     expectCleanEnd(agent, ran, SIGTERM);
 }
@@ -128,7 +128,7 @@ TEST(tavo_agent, DoesNotWaitForAProcessThatKeepsAProgramsOutputOpen) {
     ASSERT_TRUE(
         support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
     const auto begin = Clock::now();
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(8));
     EXPECT_THAT(ran.out,
                 HasSubstr(R"("code":-32000,"message":"Failed",)"
@@ -136,7 +136,7 @@ TEST(tavo_agent, DoesNotWaitForAProcessThatKeepsAProgramsOutputOpen) {
     expectCleanEnd(agent, ran, SIGTERM);
 }
 
-TEST(tavo_agent, BeginsNoRequestOnceItIsEnding) {
+TEST(tavo_agent, StartsNoRequestWhileItIsEnding) {
     AgentInSandbox agent({"--allow", "sh"});
     Client client(agent.socketPath());
     client.send(
@@ -145,14 +145,14 @@ TEST(tavo_agent, BeginsNoRequestOnceItIsEnding) {
     client.send(kDescribe);
     ASSERT_TRUE(
         support::eventually([&] { return support::exists(agent.file("/tmp/tavo-test-begun")); }));
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_THAT(ran.out, Not(HasSubstr("methods")));
     EXPECT_THAT(agent.log(),
                 HasSubstr("ERROR: tavo-agent: request dropped: the agent is ending\n"));
     expectCleanEnd(agent, ran, SIGTERM);
 }
 
-TEST(tavo_agent, LetsProgramsBeginWithNoSignalBlockedOrIgnored) {
+TEST(tavo_agent, StartsProgramsWithNoSignalBlockedOrIgnored) {
     AgentInSandbox agent({"--allow", "grep"});
     EXPECT_THAT(
         agent.call(request("process.run",

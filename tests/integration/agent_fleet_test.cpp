@@ -62,7 +62,8 @@ protected:
         return arguments;
     }
 
-    support::Ran send(const std::vector<std::string>& more, const std::string& message) const {
+    support::ProgramResult send(const std::vector<std::string>& more,
+                                const std::string& message) const {
         return support::runProgram(command(more), {}, message);
     }
 
@@ -84,10 +85,10 @@ std::string notFound(const std::string& id) {
     return error(id, -32601, "Method not found", "there is no method \\\"none\\\"");
 }
 
-TEST_F(tavo_rpc_gateways, AnswerInTheirNamesAndWithTheIdOfTheRequest) {
+TEST_F(tavo_rpc_gateways, AnswerUnderTheirNamesWithTheIdOfTheRequest) {
     start("gw1");
     start("gw2");
-    const support::Ran ran =
+    const support::ProgramResult ran =
         send({"--to", "gw1", "gw2", "-"}, R"({"jsonrpc":"2.0","id":"seven","method":"none"})");
     EXPECT_EQ(
         std::vector<std::string>({"gw1 " + notFound("\"seven\""), "gw2 " + notFound("\"seven\"")}),
@@ -96,19 +97,19 @@ TEST_F(tavo_rpc_gateways, AnswerInTheirNamesAndWithTheIdOfTheRequest) {
     EXPECT_EQ(1, ran.status) << "responses are errors";
 }
 
-TEST_F(tavo_rpc_gateways, AreThoseNamedOrAllThatAreConnected) {
+TEST_F(tavo_rpc_gateways, AreSelectedByNameOrAllTogether) {
     start("gw1");
     start("gw2");
-    const support::Ran one = send({"--to", "gw2", "-"}, kDescribe);
+    const support::ProgramResult one = send({"--to", "gw2", "-"}, kDescribe);
     EXPECT_THAT(one.out, StartsWith("gw2 {\"jsonrpc\":\"2.0\",\"id\":1,\"result\":{\"methods\":"));
     EXPECT_EQ(0, one.status) << one.err;
 
-    const support::Ran all = send({"--all", "-"}, kDescribe);
+    const support::ProgramResult all = send({"--all", "-"}, kDescribe);
     EXPECT_EQ(2u, sortedLines(all.out).size());
     EXPECT_EQ(0, all.status) << all.err;
 
     agents_[0]->end(SIGTERM);
-    const support::Ran left = send({"--all", "-"}, kDescribe);
+    const support::ProgramResult left = send({"--all", "-"}, kDescribe);
     EXPECT_THAT(left.out, StartsWith("gw2 {"));
     EXPECT_EQ(1u, sortedLines(left.out).size());
     EXPECT_EQ(0, left.status) << left.err;
@@ -116,7 +117,7 @@ TEST_F(tavo_rpc_gateways, AreThoseNamedOrAllThatAreConnected) {
 
 TEST_F(tavo_rpc_gateways, ThatDoNotAnswerAreNamed) {
     start("gw2");
-    const support::Ran ran =
+    const support::ProgramResult ran =
         send({"--timeout", "1", "--to", "gw1", "--to", "gw2", "gw3", "-"}, kDescribe);
     EXPECT_THAT(ran.out, StartsWith("gw2 {"));
     EXPECT_EQ("tavo-rpc: no response within 1 s from gw1 gw3\n", ran.err);
@@ -124,7 +125,7 @@ TEST_F(tavo_rpc_gateways, ThatDoNotAnswerAreNamed) {
 }
 
 TEST_F(tavo_rpc_gateways, ThatAreAllAbsentAreReported) {
-    const support::Ran ran = send({"--all", "-"}, kDescribe);
+    const support::ProgramResult ran = send({"--all", "-"}, kDescribe);
     EXPECT_EQ("tavo-rpc: no gateway is connected to the broker\n", ran.err);
     EXPECT_EQ(2, ran.status);
 }
@@ -148,7 +149,7 @@ TEST_F(tavo_rpc_gateways, GetARequestAgainWhenTheyDoNotAnswer) {
                             "gateways/gw2/request/+"});
     ASSERT_EQ(0, watcher.wait().status) << "a repeated request";
     start("gw2");
-    const support::Ran ran = sender.wait();
+    const support::ProgramResult ran = sender.wait();
     EXPECT_EQ("gw2 " + notFound("5") + "\n", ran.out);
     EXPECT_EQ(1, ran.status);
 }
@@ -162,7 +163,7 @@ TEST_F(tavo_rpc_gateways, AnswerARequestThatWasSentWhileTheBrokerWasAway) {
                std::string::npos;
     }));
     broker_.start();
-    const support::Ran ran = sender.wait();
+    const support::ProgramResult ran = sender.wait();
     EXPECT_THAT(ran.out, StartsWith("gw1 {"));
     EXPECT_EQ(0, ran.status) << ran.err;
 }
@@ -182,7 +183,7 @@ TEST_F(tavo_rpc_gateways, AnswerThoughTheBrokerStopsMeanwhile) {
     ASSERT_TRUE(eventually(
         [&] { return agents_[0]->log().find("process.run: done") != std::string::npos; }));
     broker_.start();
-    const support::Ran ran = sender.wait();
+    const support::ProgramResult ran = sender.wait();
     EXPECT_THAT(ran.out, HasSubstr("\"exit_code\":0"));
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ("\n", agents_[0]->read("/tmp/tavo-test-count"));
@@ -190,7 +191,7 @@ TEST_F(tavo_rpc_gateways, AnswerThoughTheBrokerStopsMeanwhile) {
 
 TEST_F(tavo_rpc_gateways, AreNotWaitedForAfterANotification) {
     start("gw1");
-    const support::Ran ran =
+    const support::ProgramResult ran =
         send({"--to", "gw1", "-"},
              R"({"jsonrpc":"2.0","method":"process.run",)"
              R"("params":{"command":"sh","arguments":["-c","echo >/tmp/tavo-test-here"]}})");
@@ -212,7 +213,7 @@ TEST_F(tavo_rpc_gateways, ShowProgressOnATerminal) {
     for (const std::string& word : command({"--to", "gw1", "-"}))
         line += word + " ";
     support::writeFile(certificates_.directory / "request.json", kDescribe);
-    const support::Ran ran = support::runProgram(
+    const support::ProgramResult ran = support::runProgram(
         {"script", "-qec", line + "<" + (certificates_.directory / "request.json"), "/dev/null"});
     EXPECT_THAT(ran.out, HasSubstr("\r0 of 1 answered"));
     EXPECT_THAT(ran.out, HasSubstr("\r1 of 1 answered"));
@@ -225,7 +226,7 @@ TEST_F(tavo_rpc_gateways, AreNotReachedThroughABrokerOfAnotherAuthority) {
     const Certificates others;
     const Broker impostor(others.settings(false));
     const std::string address = "127.0.0.1:" + std::to_string(impostor.port());
-    const support::Ran ran =
+    const support::ProgramResult ran =
         support::runProgram({TAVO_RPC, "--mqtt", address, "--tls", certificates_.directory.path(),
                              "--timeout", "1", "--to", "gw1", "-"},
                             {}, kDescribe);
@@ -237,7 +238,7 @@ TEST_F(tavo_rpc_gateways, AreNotReachedThroughABrokerForAnotherHost) {
     certificates_.issue("elsewhere", "broker", "DNS:broker.example");
     const Broker impostor(certificates_.settings(false, "elsewhere"));
     const std::string address = "127.0.0.1:" + std::to_string(impostor.port());
-    const support::Ran ran =
+    const support::ProgramResult ran =
         support::runProgram({TAVO_RPC, "--mqtt", address, "--tls", certificates_.directory.path(),
                              "--timeout", "1", "--to", "gw1", "-"},
                             {}, kDescribe);
@@ -249,10 +250,10 @@ TEST_F(tavo_rpc_gateways, AreNotReachedThroughABrokerForAnotherHost) {
 
 // The command line
 
-TEST(tavo_rpc_fleet_options, RefuseWhatDoesNotFit) {
+TEST(tavo_rpc_fleet_options, RefuseInvalidCombinations) {
     const auto expectRefusal = [](std::vector<std::string> arguments, const std::string& why) {
         arguments.insert(arguments.begin(), TAVO_RPC);
-        const support::Ran ran = support::runProgram(arguments);
+        const support::ProgramResult ran = support::runProgram(arguments);
         EXPECT_EQ(2, ran.status);
         EXPECT_EQ("tavo-rpc: " + why + "\nTry 'tavo-rpc --help' for more information.\n", ran.err);
     };
@@ -286,9 +287,9 @@ TEST(tavo_rpc_fleet_options, RefuseWhatDoesNotFit) {
                   "'+' is not a valid sender name: use up to 64 letters, digits, _, - and .");
 }
 
-TEST(tavo_rpc_fleet_options, SendNothingThatIsNoRequest) {
+TEST(tavo_rpc_fleet_options, SendNothingThatIsNotARequest) {
     const Broker broker;
-    const support::Ran ran =
+    const support::ProgramResult ran =
         support::runProgram({TAVO_RPC, "--mqtt", "127.0.0.1:" + std::to_string(broker.port()),
                              "--insecure", "--to", "gw1", "-"},
                             {}, "hello");

@@ -16,7 +16,7 @@ namespace {
 
 using support::AgentInSandbox;
 using support::Client;
-using support::Ran;
+using support::ProgramResult;
 using support::request;
 using support::runInSandbox;
 using testing::EndsWith;
@@ -25,12 +25,12 @@ using testing::StartsWith;
 const std::string kServing = "INFO: tavo-agent: serving /tmp/socketDDS/agent\n";
 
 /// Runs the shell commands `before`, then the agent, which must fail.
-Ran startAfter(const std::string& before) {
+ProgramResult startAfter(const std::string& before) {
     return runInSandbox({"sh", "-c", before + "; exec \"$@\"", "sh", TAVO_AGENT, "agent"});
 }
 
 void expectRefusal(const std::string& before, const std::string& why) {
-    const Ran ran = startAfter(before);
+    const ProgramResult ran = startAfter(before);
     EXPECT_EQ(1, ran.status) << before;
     EXPECT_EQ("tavo-agent: " + why + "\n", ran.err) << before;
 }
@@ -57,7 +57,7 @@ TEST(tavo_agent_log_file, MayBeALinkOfItsOwnUser) {
     EXPECT_THAT(toNothing.call(request("none", "{}")), testing::HasSubstr("-32601"));
 }
 
-TEST(tavo_agent_log_file, MayBeOneOfAnotherUsersPrograms) {
+TEST(tavo_agent_log_file, MayBelongToAnotherUser) {
     const std::string foreign = "echo first >/tmp/log.out && chown 12345 /tmp/log.out";
     if (runInSandbox({"sh", "-c", foreign}).status != 0)
         GTEST_SKIP() << "files of another user take root";
@@ -98,7 +98,7 @@ TEST(tavo_agent_log_file, StaysAsItIsUpToItsLimit) {
     EXPECT_TRUE(support::exists(agent.file("/tmp/log.out.1")));
 }
 
-TEST(tavo_agent_log_file, IsCutInPlaceForThoseWhoHaveItOpen) {
+TEST(tavo_agent_log_file, IsCutInPlaceForProgramsThatHaveItOpen) {
     AgentInSandbox agent(kFill + "exec 3>>/tmp/log.out; exec \"$@\"",
                          {"--log-limit", "8192", "--allow", "sh"});
     EXPECT_EQ(kCut, agent.log());
@@ -124,7 +124,7 @@ TEST(tavo_agent_log_file, IsCutAgainAndAgain) {
     EXPECT_THAT(agent.log(), EndsWith("ended by SIGTERM\n"));
 }
 
-TEST(tavo_agent_log_file, ReplacesWhatStandsInTheWayOfItsCopy) {
+TEST(tavo_agent_log_file, ReplacesAnExistingFileByItsCopy) {
     AgentInSandbox agent("echo keep >/tmp/target; ln -s target /tmp/log.out.1; " + kFill +
                              "exec \"$@\"",
                          {"--log-limit", "8192"});

@@ -39,7 +39,7 @@ TEST(tavo_agent_process_run, AnswersOutputAndBothReadingsOfTheStatus) {
               agent.call(script("kill -KILL $$")));
 }
 
-TEST(tavo_agent_process_run, KnowsTheStatusAlsoWhenItsOwnParentIgnoredChildren) {
+TEST(tavo_agent_process_run, ReportsTheStatusAlsoWhenItsParentIgnoredSigchld) {
     AgentInSandbox agent("exec env --ignore-signal=CHLD \"$@\"", {"--allow", "sh"});
     EXPECT_THAT(agent.call(script("exit 3")), HasSubstr(R"("raw_status":768,"exit_code":3)"));
 }
@@ -51,7 +51,7 @@ TEST(tavo_agent_process_run, PassesArgumentsAsTheyAre) {
               agent.call(run(R"({"command":"printf","arguments":["[%s]","a b","'$x;`y`",""]})")));
 }
 
-TEST(tavo_agent_process_run, RunsNothingThatIsNotAllowedByItsVeryName) {
+TEST(tavo_agent_process_run, RunsOnlyProgramsThatAreAllowedByTheExactName) {
     AgentInSandbox none;
     EXPECT_EQ(invalidParams("program \\\"sh\\\" is not allowed"),
               none.call(script("echo >/tmp/tavo-test-broken_in")));
@@ -133,7 +133,7 @@ TEST(tavo_agent_config_place, PlacesAnAgentsFileAndStopsIt) {
     EXPECT_EQ("stopAgent.sh meter-1\n", agent.read("/tmp/init.d.log"));
 }
 
-TEST(tavo_agent_config_place, RestartsNothingUnasked) {
+TEST(tavo_agent_config_place, RestartsNothingUnlessRequested) {
     AgentInSandbox agent;
     EXPECT_EQ(result(R"({"file":"/opt/apps/ZEQ//notes.txt","bytes":0,"agent_stopped":false,)"
                      R"("application_restarted":false})"),
@@ -226,7 +226,7 @@ TEST(tavo_agent_system_info, DescribesTheGateway) {
                   R"("port":{"id":"2","name":"RS232"}}})"));
 }
 
-TEST(tavo_agent_system_info, DoesWithoutABootEnvironmentAndAPortFile) {
+TEST(tavo_agent_system_info, WorksWithoutABootEnvironmentAndAPortFile) {
     AgentInSandbox agent;
     support::runProgram(
         {"rm", agent.file("/etc/uboot.env"), agent.file("/opt/apps/ZEQ/cfg/ZEQ.json")});

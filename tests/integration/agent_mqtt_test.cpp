@@ -51,7 +51,7 @@ TEST(tavo_agent_mqtt, PublishesEveryResponseAndItsState) {
                 HasSubstr("INFO: tavo-agent: publishing to tcp://" + addressOf(broker) + "\n"));
 }
 
-TEST(tavo_agent_mqtt, LeavesAWillForWhenItIsKilled) {
+TEST(tavo_agent_mqtt, LeavesAWillThatIsPublishedWhenItIsKilled) {
     const Broker broker;
     AgentInSandbox agent("echo $$ >/tmp/agent.number; exec \"$@\"", {"--mqtt", addressOf(broker)});
     support::RunningProgram subscriber(subscribe(broker));
@@ -62,19 +62,19 @@ TEST(tavo_agent_mqtt, LeavesAWillForWhenItIsKilled) {
 
 TEST(tavo_agent_mqtt, AnswersWithoutABrokerAndPublishesWhenItComes) {
     Broker broker;
-    broker.keepFor("watcher", kResponses);
+    broker.createSession("watcher", kResponses);
     broker.stop();
     AgentInSandbox agent({"--mqtt", addressOf(broker)});
     const std::string response = agent.call(request("none", "{}", 1));
     EXPECT_THAT(response, HasSubstr("\"code\":-32601"));
     broker.start();
-    EXPECT_THAT(broker.receiveKept("watcher", kResponses, 1),
+    EXPECT_THAT(broker.receiveQueued("watcher", kResponses, 1),
                 ElementsAre(kResponses + " 1 0 " + response));
 }
 
 TEST(tavo_agent_mqtt, ConnectsAgainAfterTheBrokerWasAway) {
     Broker broker;
-    broker.keepFor("watcher", kResponses);
+    broker.createSession("watcher", kResponses);
     AgentInSandbox agent({"--mqtt", addressOf(broker)});
     ASSERT_TRUE(
         eventually([&] { return agent.log().find("publishing to tcp://") != std::string::npos; }));
@@ -83,25 +83,25 @@ TEST(tavo_agent_mqtt, ConnectsAgainAfterTheBrokerWasAway) {
     ASSERT_TRUE(eventually(
         [&] { return agent.log().find("ERROR: tavo-agent: lost tcp://") != std::string::npos; }));
     broker.start();
-    EXPECT_THAT(broker.receiveKept("watcher", kResponses, 1),
+    EXPECT_THAT(broker.receiveQueued("watcher", kResponses, 1),
                 ElementsAre(kResponses + " 1 0 " + response));
 }
 
 TEST(tavo_agent_mqtt, EndsWhileItTriesToConnect) {
     const support::Port silent;
     AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(silent.number())});
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));
 }
 
-TEST(tavo_agent_mqtt, EndsInTimeWhileTheBrokerTakesConnectionsAndStaysSilent) {
+TEST(tavo_agent_mqtt, EndsInTimeWhileTheBrokerAcceptsConnectionsAndStaysSilent) {
     const support::Listener broker;
     AgentInSandbox agent({"--mqtt", "127.0.0.1:" + std::to_string(broker.port())});
     ASSERT_TRUE(broker.holdClient());
     agent.call(request("none", "{}", 1));
     const auto begin = std::chrono::steady_clock::now();
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));

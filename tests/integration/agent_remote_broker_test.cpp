@@ -31,7 +31,7 @@ using tavo_agent_remote = RemoteAgent;
 
 // The broker
 
-TEST_F(tavo_agent_remote, RequestsAreTakenAgainWhenTheBrokerIsBack) {
+TEST_F(tavo_agent_remote, RequestsAreAcceptedAgainWhenTheBrokerIsBack) {
     startAndWait();
     listener_.reset();
     broker_.stop();
@@ -47,7 +47,7 @@ TEST_F(tavo_agent_remote, RequestsAreTakenAgainWhenTheBrokerIsBack) {
     EXPECT_TRUE(receives("\"methods\""));
 }
 
-TEST_F(tavo_agent_remote, AResponseThatFoundNoBrokerIsGivenAgain) {
+TEST_F(tavo_agent_remote, ARepeatedRequestGetsTheResponseThatCouldNotBePublished) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     const std::string slow = request(
         "process.run",
@@ -73,7 +73,7 @@ TEST_F(tavo_agent_remote, TheAgentEndsInTimeWhileTheBrokerStaysSilent) {
                           "--tls", certificates_.directory.path()});
     ASSERT_TRUE(silent.holdClient());
     const auto begin = std::chrono::steady_clock::now();
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(agent.log(), EndsWith("INFO: tavo-agent: ended by SIGTERM\n"));
@@ -213,10 +213,10 @@ TEST_F(tavo_agent_access_list, AGatewayCannotSendRequests) {
 
 // The command line
 
-TEST(tavo_agent_remote_options, RefuseWhatDoesNotFit) {
+TEST(tavo_agent_remote_options, RefuseInvalidCombinations) {
     const auto expectRefusal = [](std::vector<std::string> arguments, const std::string& why) {
         arguments.insert(arguments.begin(), TAVO_AGENT);
-        const support::Ran ran = support::runProgram(arguments);
+        const support::ProgramResult ran = support::runProgram(arguments);
         EXPECT_EQ(2, ran.status);
         EXPECT_EQ("tavo-agent: " + why + "\nTry 'tavo-agent --help' for more information.\n",
                   ran.err);
@@ -242,7 +242,7 @@ TEST(tavo_agent_remote_options, RefuseWhatDoesNotFit) {
 }
 
 TEST(tavo_agent_remote_options, NameTheFileForTlsThatIsMissing) {
-    const support::Ran ran = runInSandbox(
+    const support::ProgramResult ran = runInSandbox(
         {TAVO_AGENT, "--mqtt", "h:1", "--requests", "--tls", "/tmp/tavo-test-nowhere", "agent"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("tavo-agent: /tmp/tavo-test-nowhere/mqtt_ca-cert.crt: No such file or directory\n",

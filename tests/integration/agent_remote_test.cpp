@@ -67,10 +67,10 @@ TEST_F(tavo_agent_remote, NotificationsAreCarriedOutAndNotAnswered) {
     publish(kRequests + "cloud", kDescribe);
     ASSERT_TRUE(receives("\"methods\""));
     EXPECT_THAT(agent.read("/etc/config/network"), HasSubstr("option ipaddr '10.9.8.6'\n"));
-    EXPECT_EQ(1u, occurrences(heard(), kResponses));
+    EXPECT_EQ(1u, occurrences(received(), kResponses));
 }
 
-TEST_F(tavo_agent_remote, RequestsOfBothWaysTakeTurns) {
+TEST_F(tavo_agent_remote, LocalAndRemoteRequestsTakeTurns) {
     AgentInSandbox& agent = startAndWait({"--allow", "sh", "--remote-allow", "process.run"});
     const std::string slow =
         R"({"command":"sh","arguments":["-c",)"
@@ -81,8 +81,8 @@ TEST_F(tavo_agent_remote, RequestsOfBothWaysTakeTurns) {
         local.send(request("process.run", slow, id));
     }
     ASSERT_TRUE(agent.waitForResponses(3));
-    ASSERT_TRUE(eventually([&] { return occurrences(heard(), kResponses) == 3; }));
-    EXPECT_EQ(3u, occurrences(heard(), "\"output\":\"alone\\n\""));
+    ASSERT_TRUE(eventually([&] { return occurrences(received(), kResponses) == 3; }));
+    EXPECT_EQ(3u, occurrences(received(), "\"output\":\"alone\\n\""));
     for (const std::string& response : agent.responses())
         EXPECT_THAT(response, HasSubstr("\"output\":\"alone\\n\""));
 }
@@ -113,21 +113,21 @@ TEST_F(tavo_agent_remote, LocalResponsesAndTheStateArePublishedAsWithoutRequests
     EXPECT_TRUE(receives("\ngateways/agent/state offline\n"));
 }
 
-TEST_F(tavo_agent_remote, TheBrokerSaysWhenTheAgentHasVanished) {
+TEST_F(tavo_agent_remote, TheBrokerPublishesThatTheAgentWasKilled) {
     agent_ = std::make_unique<AgentInSandbox>(
-        "echo $$ >/tmp/agent.number; exec \"$@\"",
+        "echo $$ >/tmp/agent.pid; exec \"$@\"",
         std::vector<std::string>{"--mqtt", "127.0.0.1:" + std::to_string(broker_.port()), "--tls",
                                  certificates_.directory.path(), "--requests"});
     listen("gateways/agent/#");
     ASSERT_TRUE(receives("gateways/agent/state online\n"));
-    kill(std::stoi(agent_->read("/tmp/agent.number")), SIGKILL);
+    kill(std::stoi(agent_->read("/tmp/agent.pid")), SIGKILL);
     EXPECT_TRUE(receives("gateways/agent/state offline\n"));
 }
 
 TEST(tavo_agent_remote_publishing, KeepsLocalResponsesWhileTheBrokerIsAway) {
     Broker broker;
     const std::string topic = "gateways/agent/response";
-    broker.keepFor("watcher", topic);
+    broker.createSession("watcher", topic);
     AgentInSandbox agent(
         {"--mqtt", "127.0.0.1:" + std::to_string(broker.port()), "--requests", "--insecure"});
     const auto logs = [&](const std::string& text) {
@@ -138,27 +138,27 @@ TEST(tavo_agent_remote_publishing, KeepsLocalResponsesWhileTheBrokerIsAway) {
     const std::string response = agent.call(request("none", "{}", 7));
     ASSERT_TRUE(logs("ERROR: tavo-agent: lost tcp://"));
     broker.start();
-    EXPECT_THAT(broker.receiveKept("watcher", topic, 1),
+    EXPECT_THAT(broker.receiveQueued("watcher", topic, 1),
                 testing::ElementsAre(topic + " 1 0 " + response));
 }
 
-TEST(tavo_agent_remote_publishing, GivesTheBrokerAgainWhatItHadNotTaken) {
+TEST(tavo_agent_remote_publishing, PublishesUnacknowledgedResponsesAgain) {
     Broker broker;
     const std::string topic = "gateways/agent/response";
-    broker.keepFor("watcher", topic);
+    broker.createSession("watcher", topic);
     broker.stop(); // saves the session
     broker.start();
     AgentInSandbox agent(
         {"--mqtt", "127.0.0.1:" + std::to_string(broker.port()), "--requests", "--insecure"});
     ASSERT_TRUE(
         eventually([&] { return agent.log().find("taking requests") != std::string::npos; }));
-    broker.halt();
+    broker.suspend();
     const std::string response = agent.call(request("none", "{}", 7));
     // More bytes than the message with the agent's state, which may also be unread.
     ASSERT_TRUE(eventually([&] { return broker.unreadBytes() > topic.size() + response.size(); }));
     broker.kill();
     broker.start();
-    EXPECT_THAT(broker.receiveKept("watcher", topic, 1),
+    EXPECT_THAT(broker.receiveQueued("watcher", topic, 1),
                 testing::ElementsAre(topic + " 1 0 " + response));
 }
 
@@ -170,7 +170,7 @@ TEST_F(tavo_agent_remote, RetainedRequestsAreIgnoredAndLogged) {
     EXPECT_TRUE(logs("ERROR: tavo-agent: retained request of cloud ignored\n"));
     publish(kRequests + "cloud", request("none", "{}", 2));
     ASSERT_TRUE(receives("\"id\":2,"));
-    EXPECT_THAT(heard(), Not(HasSubstr("methods")));
+    EXPECT_THAT(received(), Not(HasSubstr("methods")));
     EXPECT_THAT(agent.log(), Not(HasSubstr("system.describe")));
 }
 
@@ -182,7 +182,7 @@ TEST_F(tavo_agent_remote, SendersMustHavePlainNames) {
     EXPECT_TRUE(logs("ERROR: tavo-agent: request ignored: ", 2));
     publish(kRequests + std::string(64, 'n'), kDescribe);
     EXPECT_TRUE(receives(kResponses + std::string(64, 'n') + " {"));
-    EXPECT_EQ(1u, occurrences(heard(), kResponses));
+    EXPECT_EQ(1u, occurrences(received(), kResponses));
 }
 
 TEST_F(tavo_agent_remote, ProgramsAndFilesNeedPermission) {
@@ -229,8 +229,8 @@ protected:
     std::string responseTo(const std::string& sender, const std::string& message,
                            std::size_t times) {
         publish(kRequests + sender, message);
-        EXPECT_TRUE(eventually([&] { return occurrences(heard(), kResponses) == times; }));
-        const std::string all = heard();
+        EXPECT_TRUE(eventually([&] { return occurrences(received(), kResponses) == times; }));
+        const std::string all = received();
         const std::size_t begin = all.rfind(kResponses);
         return all.substr(all.find(' ', begin) + 1);
     }
@@ -245,14 +245,14 @@ TEST_F(tavo_agent_repeated, RequestsAreAnsweredFromMemoryAndNotRunAgain) {
                 HasSubstr("INFO: tavo-agent: request 1 of cloud repeated: not run again\n"));
 }
 
-TEST_F(tavo_agent_repeated, IdsOfTwoSendersNeverMeet) {
+TEST_F(tavo_agent_repeated, IdsOfDifferentSendersAreDistinct) {
     startCounting();
     const std::string first = responseTo("cloud", counting(1), 1);
     EXPECT_NE(first, responseTo("office", counting(1), 2));
     EXPECT_EQ(2u, count());
 }
 
-TEST_F(tavo_agent_repeated, IdsOfTwoTypesNeverMeet) {
+TEST_F(tavo_agent_repeated, IdsOfDifferentTypesAreDistinct) {
     startCounting();
     responseTo("cloud", counting(1), 1);
     std::string text = counting(1);
@@ -274,7 +274,7 @@ TEST_F(tavo_agent_repeated, TheLatestSixtyFourAreRemembered) {
     EXPECT_EQ(2u, count());
 }
 
-TEST_F(tavo_agent_repeated, ThoseWhoseResponsesAreTooMuchToKeepAreNotRunAgainEither) {
+TEST_F(tavo_agent_repeated, WithResponsesTooLargeToKeepAreNotRunAgainEither) {
     startCounting();
     const auto large = [](int id) {
         return request(

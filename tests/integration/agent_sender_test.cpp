@@ -20,7 +20,7 @@
 namespace {
 
 using support::error;
-using support::Ran;
+using support::ProgramResult;
 using support::readFile;
 using support::request;
 using support::result;
@@ -37,7 +37,7 @@ std::string notFound(const std::string& id) {
 /// Runs a shell script beside an agent that has the name "agent" and may run sh. The script's
 /// directory holds the requests 1.json and 2.json ("none"), describe.json and notification.json.
 /// The file "out" there receives the agent's standard output.
-Ran besideAgent(const std::string& script) {
+ProgramResult besideAgent(const std::string& script) {
     return runInSandbox(
         {"sh", "-c",
          "mkdir /tmp/tavo-test-work && cd /tmp/tavo-test-work || exit 99\n"
@@ -58,10 +58,10 @@ Ran besideAgent(const std::string& script) {
 }
 
 /// The same for a command line of tavo-rpc.
-Ran rpc(const std::string& arguments) { return besideAgent(TAVO_RPC " " + arguments); }
+ProgramResult rpc(const std::string& arguments) { return besideAgent(TAVO_RPC " " + arguments); }
 
 TEST(tavo_rpc, PrintsTheResponseToEachRequest) {
-    const Ran ran = rpc("agent describe.json - <describe.json");
+    const ProgramResult ran = rpc("agent describe.json - <describe.json");
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(ran.out,
                 testing::MatchesRegex("(\\{\"jsonrpc\":\"2.0\",\"id\":3,\"result\":.*\\}\n){2}"));
@@ -69,7 +69,7 @@ TEST(tavo_rpc, PrintsTheResponseToEachRequest) {
 }
 
 TEST(tavo_rpc, ReportsAnErrorResponseByItsStatusAndSendsTheRest) {
-    const Ran ran = rpc("agent 1.json describe.json 2.json");
+    const ProgramResult ran = rpc("agent 1.json describe.json 2.json");
     EXPECT_EQ(1, ran.status);
     EXPECT_THAT(ran.out, StartsWith(notFound("1") + "{\"jsonrpc\":\"2.0\",\"id\":3,\"result\":"));
     EXPECT_THAT(ran.out, testing::EndsWith("\n" + notFound("2")));
@@ -77,20 +77,20 @@ TEST(tavo_rpc, ReportsAnErrorResponseByItsStatusAndSendsTheRest) {
 }
 
 TEST(tavo_rpc, AddsOnlyTheAnswerMemberToARequest) {
-    const Ran ran = besideAgent(
+    const ProgramResult ran = besideAgent(
         "printf ' \\n{ \"id\" : 1e400, \"jsonrpc\":\"2.0\", \"method\":\"none\"}' |" TAVO_RPC
         " agent; cat /tmp/log.out | sed -n 2p");
     EXPECT_EQ(notFound("1e400") + "INFO: tavo-agent: request 1e400 none (65 bytes)\n", ran.out);
 }
 
 TEST(tavo_rpc, WaitsForNoResponseToANotification) {
-    const Ran ran = rpc("--timeout 86400 agent notification.json");
+    const ProgramResult ran = rpc("--timeout 86400 agent notification.json");
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("", ran.out + ran.err);
 }
 
 TEST(tavo_rpc, KeepsARequestsOwnAnswerMember) {
-    const Ran ran = besideAgent(
+    const ProgramResult ran = besideAgent(
         R"(echo '{"jsonrpc":"2.0","id":1,"method":"none","answer":false}' >quiet.json; )"
         R"(echo '{"jsonrpc":"2.0","id":2,"method":"none","answer":true}' >loud.json; )" TAVO_RPC
         " --timeout 86400 agent quiet.json loud.json; echo $?; grep -o '2 none (.*' /tmp/log.out");
@@ -99,7 +99,7 @@ TEST(tavo_rpc, KeepsARequestsOwnAnswerMember) {
 
 TEST(tavo_rpc, SendsNothingWhenOneTextCannotAskForAnAnswer) {
     const auto expectRefusal = [](const std::string& text, const std::string& why) {
-        const Ran ran =
+        const ProgramResult ran =
             besideAgent("printf '" + text + "' >x; " TAVO_RPC " agent 1.json x; echo $?; cat out");
         EXPECT_EQ("1\n", ran.out) << text;
         EXPECT_EQ("tavo-rpc: x: " + why + " (--no-answer sends it nevertheless)\n", ran.err);
@@ -112,9 +112,10 @@ TEST(tavo_rpc, SendsNothingWhenOneTextCannotAskForAnAnswer) {
 }
 
 TEST(tavo_rpc, SendsAnyBytesAsTheyAreWhenItAsksForNoAnswer) {
-    const Ran ran = besideAgent("printf '{\"id\":' >x; " TAVO_RPC
-                                " --no-answer agent 1.json x 2.json && echo sent $?\n" TAVO_RPC
-                                " agent describe.json >/dev/null; head -n 3 out");
+    const ProgramResult ran =
+        besideAgent("printf '{\"id\":' >x; " TAVO_RPC
+                    " --no-answer agent 1.json x 2.json && echo sent $?\n" TAVO_RPC
+                    " agent describe.json >/dev/null; head -n 3 out");
     EXPECT_EQ("sent 0\n" + notFound("1") +
                   error("null", -32700, "Parse error", "unexpected end of data at byte 6") + "\n" +
                   notFound("2"),
@@ -122,7 +123,7 @@ TEST(tavo_rpc, SendsAnyBytesAsTheyAreWhenItAsksForNoAnswer) {
 }
 
 TEST(tavo_rpc, GivesUpWhenNoResponseComesInTime) {
-    const Ran ran = besideAgent(
+    const ProgramResult ran = besideAgent(
         R"(echo '{"jsonrpc":"2.0","id":1,"method":"process.run","params":{"command":"sh",)"
         R"("arguments":["-c","read x <fifo"]}}' >slow.json; mkfifo fifo; )" TAVO_RPC
         " --timeout 1 agent slow.json; echo $?; echo >fifo");
@@ -163,7 +164,7 @@ public:
         });
     }
     /// Sends the server a request from inside its gateway.
-    Ran call() const {
+    ProgramResult call() const {
         return support::runProgram({TAVO_SANDBOX_RUN, "--root", root_.path(), "sh", "-c",
                                     R"(echo '{"jsonrpc":"2.0","id":1,"method":"a"}' | )" TAVO_RPC
                                     " --timeout 1 server"},
@@ -190,17 +191,17 @@ TEST(tavo_rpc, PutsAnAnswerInPiecesTogether) {
         for (const char byte : framed(answer))
             send(client, &byte, 1, MSG_NOSIGNAL);
     });
-    const Ran ran = server.call();
+    const ProgramResult ran = server.call();
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ(answer + "\n", ran.out);
 }
 
-TEST(tavo_rpc, SaysWhenTheServerClosesTheConnection) {
+TEST(tavo_rpc, ReportsWhenTheServerClosesTheConnection) {
     for (const std::string& sent :
          {std::string(), std::string("\x10\0", 2), framed("{\"jsonrpc\"").substr(0, 9)}) {
         Server server;
         server.serveOnce([&](int client) { send(client, sent.data(), sent.size(), MSG_NOSIGNAL); });
-        const Ran ran = server.call();
+        const ProgramResult ran = server.call();
         EXPECT_EQ(2, ran.status);
         EXPECT_EQ(
             "tavo-rpc: standard input: the server has closed the connection without an answer\n",
@@ -209,22 +210,22 @@ TEST(tavo_rpc, SaysWhenTheServerClosesTheConnection) {
     }
 }
 
-TEST(tavo_rpc, TakesAnAnswerThatIsNoResultForAnError) {
+TEST(tavo_rpc, TreatsAnAnswerThatIsNoResultAsAnError) {
     for (const char* answer : {"[]", "no JSON", "{\"error\":{}}"}) {
         Server server;
         server.serveOnce([&](int client) {
             const std::string bytes = framed(answer);
             send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         });
-        const Ran ran = server.call();
+        const ProgramResult ran = server.call();
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ(std::string(answer) + "\n", ran.out);
     }
 }
 
-TEST(tavo_rpc, SaysWhenNobodyListens) {
+TEST(tavo_rpc, ReportsWhenNobodyListens) {
     Server server;
-    const Ran ran = server.call();
+    const ProgramResult ran = server.call();
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("tavo-rpc: /tmp/socketDDS/server: Connection refused\n", ran.err);
 }
@@ -234,7 +235,7 @@ TEST(tavo_rpc, DoesNotWaitForEverForAServerThatIsBusy) {
     server.listen(0);
     ASSERT_EQ("tavo-rpc: standard input: no answer came in time\n",
               server.call().err); // this request stays in the queue
-    const Ran ran = server.call();
+    const ProgramResult ran = server.call();
     EXPECT_EQ(2, ran.status);
     EXPECT_EQ("tavo-rpc: /tmp/socketDDS/server: the server accepts no further connections\n",
               ran.err);
@@ -247,14 +248,14 @@ TEST(tavo_rpc, SendsNothingToAnotherUsersServer) {
     ASSERT_EQ(0, seteuid(12345)); // the caller of listen() counts as the server's user
     server.listen(1);
     ASSERT_EQ(0, seteuid(0));
-    const Ran ran = server.call();
+    const ProgramResult ran = server.call();
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("tavo-rpc: /tmp/socketDDS/server is served by another user\n", ran.err);
 }
 
-TEST(tavo_rpc, SaysWhatItCannotSend) {
+TEST(tavo_rpc, ReportsWhatItCannotSend) {
     const auto expectFailure = [](const std::string& arguments, const std::string& why) {
-        const Ran ran = runInSandbox(
+        const ProgramResult ran = runInSandbox(
             {"sh", "-c",
              "mkdir /tmp/tavo-test-d; : >/tmp/tavo-test-empty; echo {} >/tmp/tavo-test-a; " TAVO_RPC
              " " +
@@ -275,7 +276,7 @@ TEST(tavo_rpc, SaysWhatItCannotSend) {
 
 TEST(tavo_rpc, SendsNothingToADirectoryThatOthersControl) {
     const auto expectRefusal = [](const std::string& directory, const std::string& why) {
-        const Ran ran = runInSandbox(
+        const ProgramResult ran = runInSandbox(
             {"sh", "-c", "mkdir /tmp/socketDDS; " + directory + "; echo {} | " TAVO_RPC " agent"});
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ("tavo-rpc: /tmp/socketDDS" + why + "\n", ran.err);
@@ -289,8 +290,8 @@ TEST(tavo_rpc, SendsNothingToADirectoryThatOthersControl) {
     expectRefusal(foreign, " belongs to another user");
 }
 
-TEST(tavo_rpc, WarnsOfWhatMayArriveCutAndGivesUpWhenItIsNotTaken) {
-    const Ran ran = besideAgent(
+TEST(tavo_rpc, WarnsOfMessagesThatMayBeCutAndGivesUpWhenTheServerDoesNotRead) {
+    const ProgramResult ran = besideAgent(
         R"(head -c 40000 /dev/zero | tr '\0' ' ' >large; head -c 1048576 /dev/zero | tr '\0' a >huge; )"
         "for f in large huge; do " TAVO_RPC " --no-answer agent $f; echo status $? >&2; done");
     EXPECT_EQ("tavo-rpc: large: 40000 bytes may not arrive in one piece\n"
@@ -301,12 +302,12 @@ TEST(tavo_rpc, WarnsOfWhatMayArriveCutAndGivesUpWhenItIsNotTaken) {
               ran.err);
 }
 
-TEST(tavo_rpc, ExplainsItselfAndRefusesWrongCommandLines) {
+TEST(tavo_rpc, PrintsItsHelpAndRefusesWrongCommandLines) {
     EXPECT_THAT(support::runProgram({TAVO_RPC, "--help"}).out,
                 StartsWith("Usage: tavo-rpc [OPTION...] NAME [FILE...]\n"));
     const auto expectRefusal = [](std::vector<std::string> arguments, const std::string& why) {
         arguments.insert(arguments.begin(), TAVO_RPC);
-        const Ran ran = support::runProgram(arguments);
+        const ProgramResult ran = support::runProgram(arguments);
         EXPECT_EQ(2, ran.status);
         EXPECT_EQ("tavo-rpc: " + why + "\n" + kTry, ran.err);
     };

@@ -115,7 +115,7 @@ TEST(tavo_agent, RefusesTextThatIsNoJson) {
     EXPECT_EQ(parseError("quoted object property name expected at byte 1"), agent.call("{/**/}"));
 }
 
-TEST(tavo_agent, RefusesWhatOnlyALaxReaderTakes) {
+TEST(tavo_agent, RefusesWhatOnlyALenientParserAccepts) {
     AgentInSandbox agent;
     const std::string head = R"({"jsonrpc":"2.0","method":"none","id":)";
     const auto refusedAt = [&](std::size_t offset) {
@@ -150,7 +150,7 @@ TEST(tavo_agent, RefusesTextThatIsNotUtf8) {
         EXPECT_EQ(parseError("not UTF-8"), agent.call(std::string("{\"id\":\"") + bytes + "\"}"));
 }
 
-TEST(tavo_agent, TakesEveryCharacterOfUnicode) {
+TEST(tavo_agent, AcceptsEveryCharacterOfUnicode) {
     AgentInSandbox agent;
     const std::string id =
         "\"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBF\xF0\x90\x80\x80"
@@ -201,7 +201,7 @@ TEST(tavo_agent, RefusesWhatIsNoRequestOfTheStandard) {
         EXPECT_EQ(invalidRequest(params, "1"), agent.call(request("system.describe", value)));
 }
 
-TEST(tavo_agent, TakesParametersByNameOnly) {
+TEST(tavo_agent, AcceptsParametersByNameOnly) {
     AgentInSandbox agent;
     EXPECT_EQ(invalidParams("\\\"params\\\" must be an object, with parameters by name"),
               agent.call(request("uci.apply", "[\"network\"]")));
@@ -234,7 +234,7 @@ TEST(tavo_agent, RefusesLongRequests) {
 
 // Broken streams
 
-TEST(tavo_agent, SurvivesOneMebibyteAndWhatFollowsItsCut) {
+TEST(tavo_agent, SurvivesAMessageOfOneMebibyteAndItsRemainder) {
     AgentInSandbox agent;
     {
         Client client(agent.socketPath());
@@ -257,7 +257,7 @@ TEST(tavo_agent, SurvivesTheLargestLength) {
     EXPECT_THAT(agent.call(kDescribe), HasSubstr("\"result\":"));
 }
 
-TEST(tavo_agent, AnswersAMessageInTwoPiecesAsCut) {
+TEST(tavo_agent, ReportsAMessageThatArrivesInTwoPieces) {
     AgentInSandbox agent;
     Client client(agent.socketPath());
     const std::uint32_t length = 60;
@@ -284,7 +284,7 @@ TEST(tavo_agent, AnswersAllMessagesOfAConnectionInOrder) {
 TEST(tavo_agent, PrintsNothingButResponsesOnStandardOutput) {
     AgentInSandbox agent({"--allow", "echo"});
     agent.call(request("process.run", R"({"command":"echo","arguments":["hello"]})"));
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     EXPECT_EQ(result(R"({"output":"hello\n","truncated":false,"raw_status":0,"exit_code":0,)"
                      R"("signal":null})") +
                   "\n",
@@ -318,7 +318,7 @@ TEST(tavo_agent, LogsEachRequestAndItsOutcome) {
               agent.log());
 }
 
-TEST(tavo_agent, KeepsTextFromOutsideOnOneSafeAndShortLineOfTheLog) {
+TEST(tavo_agent, LogsUntrustedTextOnOneSafeAndShortLine) {
     AgentInSandbox agent;
     agent.call(
         R"({"jsonrpc":"2.0","id":1,"method":"a\nERROR: forged\r\t\u001b[31m%s\u009b\u007f"})");
@@ -386,8 +386,8 @@ TEST(tavo_agent, DoesNotServeANameThatAnotherAgentServes) {
 
 constexpr char kAgentTry[] = "Try 'tavo-agent --help' for more information.\n";
 
-TEST(tavo_agent, ExplainsItself) {
-    const support::Ran ran = support::runProgram({TAVO_AGENT, "--help"});
+TEST(tavo_agent, PrintsItsHelp) {
+    const support::ProgramResult ran = support::runProgram({TAVO_AGENT, "--help"});
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(ran.out, testing::StartsWith("Usage: tavo-agent [OPTION...] NAME\n"));
     EXPECT_EQ("", ran.err);
@@ -396,7 +396,7 @@ TEST(tavo_agent, ExplainsItself) {
 TEST(tavo_agent, RefusesWrongCommandLines) {
     const auto expectRefusal = [](std::vector<std::string> arguments, const std::string& why) {
         arguments.insert(arguments.begin(), TAVO_AGENT);
-        const support::Ran ran = support::runProgram(arguments);
+        const support::ProgramResult ran = support::runProgram(arguments);
         EXPECT_EQ(2, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_EQ("tavo-agent: " + why + "\n" + kAgentTry, ran.err);
@@ -424,7 +424,7 @@ TEST(tavo_agent, RefusesWrongCommandLines) {
 
 TEST(tavo_agent, ServesInNoDirectoryThatOthersControl) {
     const auto expectRefusal = [](const std::string& before, const std::string& why) {
-        const support::Ran ran =
+        const support::ProgramResult ran =
             runInSandbox({"sh", "-c", before + "; exec \"$@\"", "sh", TAVO_AGENT, "agent"});
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ("", ran.out);

@@ -132,7 +132,7 @@ TEST(tavo_agent_uci_apply, ComparesASingleQuoteInASectionThatItDeletes) {
     EXPECT_THAT(agent.read("/etc/config/rules"), Not(HasSubstr("rule")));
 }
 
-TEST(tavo_agent_uci_apply, SaysWhenASectionAtAPositionIsStillThere) {
+TEST(tavo_agent_uci_apply, ReportsWhenASectionAtAPositionStillExists) {
     AgentInSandbox agent("PATH=/tmp/tavo-test-bin:$PATH exec \"$@\"", {});
     writeRules(agent);
     support::runProgram({"mkdir", agent.file("/tmp/tavo-test-bin")});

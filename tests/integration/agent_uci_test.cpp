@@ -163,7 +163,7 @@ TEST(tavo_agent_uci_apply, RefusesMissingAndWronglyTypedParameters) {
     EXPECT_THAT(agent.commands(), testing::IsEmpty());
 }
 
-TEST(tavo_agent_uci_apply, SaysWhatTheToolSaysWhenThereIsNoSuchPackage) {
+TEST(tavo_agent_uci_apply, ReportsTheToolsMessageAboutAMissingPackage) {
     AgentInSandbox agent;
     EXPECT_EQ(failed("the configuration cannot be read: Command failed: ubus call uci get { "
                      "\\\"config\\\":\\\"nothing\\\",\\\"section\\\":\\\"lan\\\"} (Not found)"),
@@ -243,7 +243,7 @@ TEST(tavo_agent_uci_apply, ChangesANamedSectionOnlyWhileItIsAsExpected) {
                                R"({"ignore":"0"},"expect":{}})")));
 }
 
-TEST(tavo_agent_uci_apply, LetsServicesBeginWithNoSignalBlocked) {
+TEST(tavo_agent_uci_apply, StartsServicesWithNoSignalBlocked) {
     AgentInSandbox agent;
     // Looks at signals 1 to 28 only; those from 32 up belong to the C library.
     writeFile(agent.file("/etc/init.d/custom"),

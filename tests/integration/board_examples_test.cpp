@@ -22,7 +22,7 @@ namespace {
 using support::Broker;
 using support::eventually;
 using support::FakePrograms;
-using support::Ran;
+using support::ProgramResult;
 using support::RunningProgram;
 using support::runProgram;
 using support::TempDir;
@@ -35,7 +35,7 @@ bool says(const RunningProgram& program, const std::string& text) {
     return eventually([&] { return program.outSoFar().find(text) != std::string::npos; });
 }
 
-Ran end(RunningProgram& program, int signal = SIGTERM) {
+ProgramResult end(RunningProgram& program, int signal = SIGTERM) {
     kill(program.pid(), signal);
     return program.wait();
 }
@@ -44,7 +44,7 @@ void expectUsage(const std::string& path, const std::string& name,
                  const std::vector<std::string>& arguments, const std::string& problem) {
     std::vector<std::string> command = {path};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    const Ran ran = runProgram(command);
+    const ProgramResult ran = runProgram(command);
     EXPECT_EQ(2, ran.status);
     EXPECT_EQ("", ran.out);
     EXPECT_EQ(name + ": " + problem + "\nTry '" + name + " --help' for more information.\n",
@@ -52,13 +52,13 @@ void expectUsage(const std::string& path, const std::string& name,
 }
 
 void expectHelp(const std::string& path, const std::string& name) {
-    const Ran ran = runProgram({path, "--help"});
+    const ProgramResult ran = runProgram({path, "--help"});
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(ran.out, StartsWith("Usage: " + name + " "));
     EXPECT_EQ("", ran.err);
 }
 
-TEST(telemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+TEST(telemetry, PrintsItsHelpAndRefusesUnknownOptions) {
     const std::string path = TAVO_TELEMETRY;
     expectHelp(path, "telemetry");
     expectUsage(path, "telemetry", {"extra"}, "unknown argument 'extra'");
@@ -71,12 +71,12 @@ TEST(telemetry, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
 
 TEST(telemetry, PublishesTheBoardsReadingsAndLightsTheLed) {
     const Broker broker("allow_anonymous true\nqueue_qos0_messages true\n");
-    broker.keepFor("watcher", "board/#");
+    broker.createSession("watcher", "board/#");
     TempDir root;
     RunningProgram telemetry({TAVO_SANDBOX_RUN, "--root", root / "root", TAVO_TELEMETRY, "--broker",
                               "127.0.0.1:" + std::to_string(broker.port()), "--topic", "board"},
                              {std::string("TAVO_BUILD_DIR=") + TAVO_BUILD_DIR});
-    EXPECT_THAT(broker.receiveKept("watcher", "board/#", 5),
+    EXPECT_THAT(broker.receiveQueued("watcher", "board/#", 5),
                 ElementsAre("board/state 1 0 online", "board/temperature 0 0 41",
                             "board/voltage 0 0 12050", "board/bin0 0 0 0", "board/bin1 0 0 0"));
     const std::string state = root / "root/tmp/gpio.state";
@@ -121,12 +121,12 @@ TEST(telemetry, EndsWhileItWaitsForABroker) {
     RunningProgram telemetry(
         {TAVO_TELEMETRY, "--broker", "127.0.0.1:" + std::to_string(listener.port())});
     ASSERT_TRUE(listener.waitForClient());
-    const Ran ran = end(telemetry, SIGINT);
+    const ProgramResult ran = end(telemetry, SIGINT);
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("", ran.out + ran.err);
 }
 
-TEST(file_watch, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+TEST(file_watch, PrintsItsHelpAndRefusesUnknownOptions) {
     const std::string path = TAVO_FILE_WATCH;
     expectHelp(path, "file_watch");
     expectUsage(path, "file_watch", {}, "at least one PATH is needed");
@@ -134,7 +134,7 @@ TEST(file_watch, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
 }
 
 TEST(file_watch, ReportsAPathThatCannotBeWatched) {
-    const Ran ran = runProgram({TAVO_FILE_WATCH, "/nowhere"});
+    const ProgramResult ran = runProgram({TAVO_FILE_WATCH, "/nowhere"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("Couldn't add watch to /nowhere ERROR: No such file or directory\n", ran.out);
 }
@@ -148,7 +148,7 @@ TEST(file_watch, PrintsWhatHappens) {
     ASSERT_EQ(0, unlink((directory / "b").c_str()));
     const std::string path = directory.path();
     EXPECT_TRUE(says(watch, "deleted"));
-    const Ran ran = end(watch);
+    const ProgramResult ran = end(watch);
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("watching\n"
               "created " +
@@ -169,7 +169,7 @@ TEST(file_watch, PrintsWhatHappens) {
     EXPECT_EQ("", ran.err);
 }
 
-TEST(usb_media, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
+TEST(usb_media, PrintsItsHelpAndRefusesUnknownOptions) {
     const std::string path = TAVO_USB_MEDIA;
     expectHelp(path, "usb_media");
     expectUsage(path, "usb_media", {"sda1"}, "a DEVICE and a DIRECTORY are needed");
@@ -181,7 +181,7 @@ TEST(usb_media, ExplainsItselfAndRefusesWhatItDoesNotKnow) {
 }
 
 TEST(usb_media, ReportsADirectoryThatCannotBeMade) {
-    const Ran ran = runProgram({TAVO_USB_MEDIA, "sda1", "/nowhere/below"});
+    const ProgramResult ran = runProgram({TAVO_USB_MEDIA, "sda1", "/nowhere/below"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("usb_media: Error creating directory '/nowhere/below'\n", ran.err);
 }
@@ -196,7 +196,7 @@ TEST(usb_media, ListsTheMediumAndUnmountsItAtTheEnd) {
     // mounted.
     RunningProgram media({TAVO_USB_MEDIA, "null", directory.path()});
     ASSERT_TRUE(says(media, "usb_media: " + directory / "song" + "\n"));
-    const Ran ran = end(media);
+    const ProgramResult ran = end(media);
     EXPECT_EQ(0, ran.status);
     // These lines must appear in this order; lines about other nodes under /dev may appear between
     // them.

@@ -11,7 +11,7 @@
 
 namespace {
 
-using support::Ran;
+using support::ProgramResult;
 using support::runProgram;
 using testing::HasSubstr;
 using testing::Not;
@@ -50,7 +50,7 @@ private:
 class dds_choice : public testing::Test {
 protected:
     /// Configures with these options and with OSPL_HOME=`home` in the environment.
-    Ran configure(const std::vector<std::string>& options, const std::string& home = "") {
+    ProgramResult configure(const std::vector<std::string>& options, const std::string& home = "") {
         std::vector<std::string> command = {TAVO_CMAKE,
                                             "-S",
                                             TAVO_DDS_CHOICE,
@@ -65,7 +65,7 @@ protected:
     std::string chosen() const { return support::readFile(build_ / "chosen.txt"); }
 
     /// Compiles the chosen sources.
-    Ran build() const { return runProgram({TAVO_CMAKE, "--build", build_.path()}); }
+    ProgramResult build() const { return runProgram({TAVO_CMAKE, "--build", build_.path()}); }
 
 private:
     support::TempDir build_;
@@ -73,7 +73,7 @@ private:
 
 TEST_F(dds_choice, UnknownValueIsAnError) {
     for (const char* value : {"BOGUS", "auto", "ON", ""}) {
-        const Ran ran = configure({std::string("-DTAVO_DDS=") + value});
+        const ProgramResult ran = configure({std::string("-DTAVO_DDS=") + value});
         EXPECT_NE(0, ran.status) << value;
         EXPECT_THAT(ran.err, HasSubstr("TAVO_DDS is \"" + std::string(value) +
                                        "\"; it must be AUTO, OPENSPLICE, CYCLONEDDS or OFF"));
@@ -82,23 +82,23 @@ TEST_F(dds_choice, UnknownValueIsAnError) {
 
 TEST_F(dds_choice, AutoPrefersOpenSpliceAndItsInterfaceIsEnough) {
     const OpenSplice vendor;
-    const Ran ran = configure({}, vendor.home());
+    const ProgramResult ran = configure({}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseOpenSplice, chosen());
-    const Ran built = build();
+    const ProgramResult built = build();
     EXPECT_EQ(0, built.status) << built.out << built.err;
 }
 
-TEST_F(dds_choice, AutoTakesCycloneWithoutOpenSplice) {
-    const Ran ran = configure({});
+TEST_F(dds_choice, AutoUsesCycloneWithoutOpenSplice) {
+    const ProgramResult ran = configure({});
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseCyclone, chosen());
-    const Ran built = build();
+    const ProgramResult built = build();
     EXPECT_EQ(0, built.status) << built.out << built.err;
 }
 
 TEST_F(dds_choice, AutoWithoutAnyLeavesTheClassOutAndNamesThePackage) {
-    const Ran ran = configure({kWithoutCyclone});
+    const ProgramResult ran = configure({kWithoutCyclone});
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseNone, chosen());
     EXPECT_THAT(ran.out + ran.err, HasSubstr("cyclonedds-dev"));
@@ -106,34 +106,34 @@ TEST_F(dds_choice, AutoWithoutAnyLeavesTheClassOutAndNamesThePackage) {
 
 TEST_F(dds_choice, OffLeavesTheClassOutSilentlyEvenWithAProvider) {
     const OpenSplice vendor;
-    const Ran ran = configure({"-DTAVO_DDS=OFF"}, vendor.home());
+    const ProgramResult ran = configure({"-DTAVO_DDS=OFF"}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseNone, chosen());
     EXPECT_THAT(ran.out + ran.err, Not(HasSubstr("cyclonedds-dev")));
 }
 
-TEST_F(dds_choice, CycloneIsTakenWhenAskedForAlthoughOpenSpliceIsThere) {
+TEST_F(dds_choice, CycloneIsUsedWhenRequestedAlthoughOpenSpliceIsPresent) {
     const OpenSplice vendor;
-    const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS"}, vendor.home());
+    const ProgramResult ran = configure({"-DTAVO_DDS=CYCLONEDDS"}, vendor.home());
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseCyclone, chosen());
 }
 
-TEST_F(dds_choice, CycloneAskedForButMissingIsAnErrorThatNamesThePackage) {
-    const Ran ran = configure({"-DTAVO_DDS=CYCLONEDDS", kWithoutCyclone});
+TEST_F(dds_choice, CycloneRequestedButMissingIsAnErrorThatNamesThePackage) {
+    const ProgramResult ran = configure({"-DTAVO_DDS=CYCLONEDDS", kWithoutCyclone});
     EXPECT_NE(0, ran.status);
     EXPECT_THAT(ran.err, HasSubstr("cyclonedds-dev"));
 }
 
 TEST_F(dds_choice, OpenSpliceIsFoundByACMakeVariableToo) {
     const OpenSplice vendor;
-    const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE", "-DOSPL_HOME=" + vendor.home()});
+    const ProgramResult ran = configure({"-DTAVO_DDS=OPENSPLICE", "-DOSPL_HOME=" + vendor.home()});
     ASSERT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(kChoseOpenSplice, chosen());
 }
 
-TEST_F(dds_choice, OpenSpliceAskedForButMissingIsAnErrorThatNamesTheVariable) {
-    const Ran ran = configure({"-DTAVO_DDS=OPENSPLICE"});
+TEST_F(dds_choice, OpenSpliceRequestedButMissingIsAnErrorThatNamesTheVariable) {
+    const ProgramResult ran = configure({"-DTAVO_DDS=OPENSPLICE"});
     EXPECT_NE(0, ran.status);
     EXPECT_THAT(ran.err, HasSubstr("OSPL_HOME"));
 }

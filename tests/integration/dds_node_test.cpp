@@ -14,7 +14,7 @@
 namespace {
 
 using support::DdsPeer;
-using support::Ran;
+using support::ProgramResult;
 using support::RunningProgram;
 
 const char kTryHelp[] = "Try 'dds_node --help' for more information.\n";
@@ -22,19 +22,19 @@ const char kTryHelp[] = "Try 'dds_node --help' for more information.\n";
 void expectUsageError(const std::vector<std::string>& arguments, const std::string& problem) {
     std::vector<std::string> command = {TAVO_DDS_NODE};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    const Ran ran = support::runProgram(command);
+    const ProgramResult ran = support::runProgram(command);
     EXPECT_EQ(2, ran.status);
     EXPECT_EQ("", ran.out);
     EXPECT_EQ("dds_node: " + problem + "\n" + kTryHelp, ran.err);
 }
 
 void expectCleanEndOn(int signal, const std::string& role, const std::string& participant) {
-    const support::OwnDomain domain;
+    const support::ReservedDomain domain;
     DdsPeer peer;
     RunningProgram node({TAVO_DDS_NODE, role});
     const std::string id = peer.expectArrival(participant);
     kill(node.pid(), signal);
-    const Ran ran = node.wait();
+    const ProgramResult ran = node.wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("running as " + role + "\nstopped\n", ran.out);
     EXPECT_EQ("", ran.err);
@@ -46,7 +46,7 @@ TEST(dds_node, ServerJoinsAndLeavesOnSigterm) { expectCleanEndOn(SIGTERM, "serve
 TEST(dds_node, ClientJoinsAndLeavesOnSigint) { expectCleanEndOn(SIGINT, "client", "isClient"); }
 
 TEST(dds_node, LocalOptionJoinsTheDomainGivenWhateverTheEnvironmentSays) {
-    const support::OwnDomain domain;
+    const support::ReservedDomain domain;
     DdsPeer peer;
     RunningProgram node({TAVO_DDS_NODE, "--local", std::to_string(domain.id()), "server"},
                         {"CYCLONEDDS_URI=<no settings>"});
@@ -56,9 +56,9 @@ TEST(dds_node, LocalOptionJoinsTheDomainGivenWhateverTheEnvironmentSays) {
 }
 
 TEST(dds_node, FailedStartIsReportedWithStatusOne) {
-    support::OwnDomain domain;
+    support::ReservedDomain domain;
     domain.useInterface("nosuchif0");
-    const Ran ran = support::runProgram({TAVO_DDS_NODE, "server"});
+    const ProgramResult ran = support::runProgram({TAVO_DDS_NODE, "server"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("", ran.out);
     const std::string end = "\ndds_node: the DDS RMI runtime did not start\n";
@@ -77,7 +77,7 @@ TEST(dds_node, WrongUseIsStatusTwo) {
 }
 
 TEST(dds_node, HelpIsPrintedWithStatusZero) {
-    const Ran ran = support::runProgram({TAVO_DDS_NODE, "--help"});
+    const ProgramResult ran = support::runProgram({TAVO_DDS_NODE, "--help"});
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("Usage: dds_node ", ran.out.substr(0, 16));
     EXPECT_EQ("", ran.err);

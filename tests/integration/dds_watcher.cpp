@@ -49,7 +49,7 @@ void report(const dds_builtintopic_participant_t& participant, const dds_sample_
 }
 
 // Printed before the first event, which may arrive during the creation of the reader.
-void sayReady() {
+void printReady() {
     static std::once_flag said;
     std::call_once(said, [] { std::puts("ready"); });
     std::fflush(stdout);
@@ -57,7 +57,7 @@ void sayReady() {
 
 // Runs on one of Cyclone's threads.
 void onData(dds_entity_t reader, void*) {
-    sayReady();
+    printReady();
     for (;;) {
         void* sample = nullptr;
         dds_sample_info_t info;
@@ -87,7 +87,7 @@ int main() {
         std::fprintf(stderr, "dds_watcher: cannot read the builtin topic\n");
         return 1;
     }
-    sayReady();
+    printReady();
     char byte;
     while (read(STDIN_FILENO, &byte, 1) > 0) {
     }

@@ -21,7 +21,7 @@ namespace {
 using support::Broker;
 using support::eventually;
 using support::exists;
-using support::Ran;
+using support::ProgramResult;
 using support::readFile;
 using support::RunningProgram;
 using support::runProgram;
@@ -35,7 +35,7 @@ std::string program(const std::string& name) { return std::string(TAVO_MINIMAL) 
 
 /// Returns the standard output of a program that must succeed and print no errors.
 std::string outputOf(const std::vector<std::string>& command, const std::string& input = "") {
-    const Ran ran = runProgram(command, {}, input);
+    const ProgramResult ran = runProgram(command, {}, input);
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ("", ran.err);
     return ran.out;
@@ -44,7 +44,7 @@ std::string outputOf(const std::vector<std::string>& command, const std::string&
 /// Runs programs on a simulated gateway and keeps its files for inspection.
 class MinimalOnAGateway : public testing::Test {
 protected:
-    Ran run(const std::string& name) const {
+    ProgramResult run(const std::string& name) const {
         return runProgram({TAVO_SANDBOX_RUN, "--root", directory_ / "root", program(name)},
                           {std::string("TAVO_BUILD_DIR=") + TAVO_BUILD_DIR});
     }
@@ -93,7 +93,7 @@ TEST(MinimalSocket, ServerReceivesWhatTheSenderSends) {
         waitForServer();
         EXPECT_EQ("", outputOf({program("socket_sender"), "hello"}));
         EXPECT_EQ("", outputOf({program("socket_sender")}));
-        const Ran ran = server.wait();
+        const ProgramResult ran = server.wait();
         EXPECT_EQ(0, ran.status);
         EXPECT_THAT(ran.out, HasSubstr("got \"hello\"\n"));
         EXPECT_THAT(ran.out, HasSubstr("got \"stop\"\n"));
@@ -102,7 +102,7 @@ TEST(MinimalSocket, ServerReceivesWhatTheSenderSends) {
 
 TEST(MinimalSocket, SenderReportsAMissingServer) {
     support::inPrivateMounts({"/tmp"}, [] {
-        const Ran ran = runProgram({program("socket_sender"), "hello"});
+        const ProgramResult ran = runProgram({program("socket_sender"), "hello"});
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ("socket_sender: No such file or directory\n", ran.err);
     });
@@ -110,7 +110,7 @@ TEST(MinimalSocket, SenderReportsAMissingServer) {
 
 TEST(MinimalAnswer, AnswersOverMqttUnderTheRequestsIdentifier) {
     const Broker broker;
-    broker.keepFor("caller", "minimal/answers");
+    broker.createSession("caller", "minimal/answers");
     support::inPrivateMounts({"/tmp"}, [&] {
         RunningProgram answerer({program("answer"), std::to_string(broker.port())});
         waitForServer();
@@ -118,12 +118,12 @@ TEST(MinimalAnswer, AnswersOverMqttUnderTheRequestsIdentifier) {
         EXPECT_EQ("", outputOf({program("socket_sender"), R"({"id":"7","method":"stop"})"}));
         EXPECT_EQ(0, answerer.wait().status);
     });
-    EXPECT_THAT(broker.receiveKept("caller", "minimal/answers", 1),
+    EXPECT_THAT(broker.receiveQueued("caller", "minimal/answers", 1),
                 ElementsAre(R"(minimal/answers 1 0 { "id": "7", "result": "done" })"));
 }
 
 TEST_F(MinimalOnAGateway, UciChangesASectionAndReadsItBack) {
-    const Ran ran = run("uci");
+    const ProgramResult ran = run("uci");
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_THAT(ran.out, HasSubstr("lan is 192.168.7.1\n"));
     EXPECT_THAT(file("/etc/config/network"), HasSubstr("\toption mtu '1400'\n"));
@@ -131,14 +131,14 @@ TEST_F(MinimalOnAGateway, UciChangesASectionAndReadsItBack) {
 }
 
 TEST_F(MinimalOnAGateway, PlaceFileWritesTheFileAndRestartsTheApplication) {
-    const Ran ran = run("place_file");
+    const ProgramResult ran = run("place_file");
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(R"({"portID":"2"})", file("/opt/apps/ZEQ/cfg/ZEQ.json"));
     EXPECT_THAT(file("/tmp/init.d.log"), HasSubstr("ZEQ"));
 }
 
 TEST_F(MinimalOnAGateway, DeviceInfoFindsTheGateway) {
-    const Ran ran = run("device_info");
+    const ProgramResult ran = run("device_info");
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_THAT(ran.out, HasSubstr("device_info in " + std::string(TAVO_MINIMAL) + "\n"));
     EXPECT_THAT(ran.out, HasSubstr("\nserial number "));
@@ -147,7 +147,7 @@ TEST_F(MinimalOnAGateway, DeviceInfoFindsTheGateway) {
 }
 
 TEST_F(MinimalOnAGateway, BoardSetsTheLed) {
-    const Ran ran = run("board");
+    const ProgramResult ran = run("board");
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ("temperature 41\n", ran.out);
     EXPECT_THAT(file("/tmp/gpio.state"), HasSubstr("led_usr 0\n"));
@@ -155,7 +155,7 @@ TEST_F(MinimalOnAGateway, BoardSetsTheLed) {
 
 TEST(MinimalBoard, ReportsAMissingBoard) {
     support::inPrivateMounts({"/dev"}, [] {
-        const Ran ran = runProgram({program("board")});
+        const ProgramResult ran = runProgram({program("board")});
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ("no LED: No such file or directory\n", ran.err);
     });
@@ -199,19 +199,19 @@ TEST(MinimalPublish, PublishesOverTlsAndLeavesItsState) {
 TEST(MinimalPublish, NamesABrokerThatDoesNotAnswer) {
     const support::Port unused;
     const std::string port = std::to_string(unused.number());
-    const Ran ran = runProgram({program("publish"), "127.0.0.1", port, "/nowhere"});
+    const ProgramResult ran = runProgram({program("publish"), "127.0.0.1", port, "/nowhere"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("cannot connect to ssl://127.0.0.1:" + port + "\n", ran.err);
 }
 
-TEST(MinimalEncrypt, CarriesATextAndGetsItBack) {
+TEST(MinimalEncrypt, EncryptsAndDecryptsAText) {
     const std::string out = outputOf({program("encrypt")});
     EXPECT_THAT(out, testing::MatchesRegex("[A-Za-z0-9+/=]{24}\nthe port is 502\n"));
 }
 
 TEST(MinimalLineChannel, EchoesCommandsUntilStop) {
     RunningProgram channel({program("line_channel")}, {}, "hello\nstop\n");
-    const Ran ran = channel.wait();
+    const ProgramResult ran = channel.wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("hello\nunknown command\nstop\n", ran.out);
 }

@@ -16,7 +16,7 @@ namespace {
 
 using kvr::api::crypto::NQ_Base64;
 using kvr::api::crypto::NQ_Crypto;
-using support::Ran;
+using support::ProgramResult;
 using support::readFile;
 using support::runProgram;
 using support::TempDir;
@@ -46,10 +46,11 @@ std::vector<std::string> madeByOpenssl(const std::string& arguments,
     const TempDir directory;
     for (std::size_t i = 0; i < inputs.size(); ++i)
         writeFile(directory / (std::to_string(i) + ".in"), inputs[i]);
-    const Ran ran = runProgram({"sh", "-euc",
-                                "cd \"$1\"; i=0; while [ $i -lt $2 ]; do openssl $3 -in $i.in -out "
-                                "$i.out; i=$((i+1)); done",
-                                "sh", directory.path(), std::to_string(inputs.size()), arguments});
+    const ProgramResult ran =
+        runProgram({"sh", "-euc",
+                    "cd \"$1\"; i=0; while [ $i -lt $2 ]; do openssl $3 -in $i.in -out "
+                    "$i.out; i=$((i+1)); done",
+                    "sh", directory.path(), std::to_string(inputs.size()), arguments});
     EXPECT_EQ(0, ran.status) << ran.err;
     std::vector<std::string> outputs;
     for (std::size_t i = 0; i < inputs.size(); ++i)
@@ -70,7 +71,7 @@ std::string hexOf(const std::string& bytes) {
 
 /// Returns the first `digits` of the digest of `text` as the program prints it.
 std::string digestByOpenssl(const std::string& text, std::size_t digits) {
-    const Ran ran = runProgram({"openssl", "dgst", "-sha1", "-r"}, {}, text);
+    const ProgramResult ran = runProgram({"openssl", "dgst", "-sha1", "-r"}, {}, text);
     EXPECT_EQ(0, ran.status) << ran.err;
     return ran.out.substr(0, digits);
 }

@@ -101,22 +101,22 @@ std::string difference(const std::string& name, const Lines& before, const Lines
                                        : std::max(common[i][j + 1], common[i + 1][j]);
     // Backwards, so that a removed section begins with the empty line before it.
     std::string result;
-    std::string gone;
-    std::string come;
+    std::string removed;
+    std::string added;
     std::size_t i = before.size();
     std::size_t j = after.size();
     while (i > 0 || j > 0) {
         if (i > 0 && j > 0 && before[i - 1] == after[j - 1]) {
-            result = std::exchange(gone, "") + std::exchange(come, "") + result;
+            result = std::exchange(removed, "") + std::exchange(added, "") + result;
             --i;
             --j;
         } else if (j == 0 || (i > 0 && common[i - 1][j] >= common[i][j - 1])) {
-            gone = name + " -" + before[--i] + "\n" + gone;
+            removed = name + " -" + before[--i] + "\n" + removed;
         } else {
-            come = name + " +" + after[--j] + "\n" + come;
+            added = name + " +" + after[--j] + "\n" + added;
         }
     }
-    return gone + come + result;
+    return removed + added + result;
 }
 
 /// A separate gateway for each case. The commands run in its root directory.
@@ -130,7 +130,7 @@ public:
     }
 
     std::string run(const std::string& command) {
-        const support::Ran ran = support::runProgram(
+        const support::ProgramResult ran = support::runProgram(
             {"sh", "-c", "cd \"$GATEWAY\"\n" + command},
             {"GATEWAY=" + root_.path(), "TAVO_UCI_CONFIG_DIR=" + config_,
              "TAVO_UCI_PENDING_DIR=" + pending_,

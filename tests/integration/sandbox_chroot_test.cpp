@@ -13,7 +13,7 @@
 
 namespace {
 
-using support::Ran;
+using support::ProgramResult;
 using Arguments = std::vector<std::string>;
 
 // Runs a command in a root directory made of this machine's programs. A mount that escapes it
@@ -42,7 +42,7 @@ cp /etc/group /etc/ld.so.cache /etc/passwd "$root/etc/"
 before=$(cat /proc/self/mountinfo)
 status=0
 TAVO_BUILD_DIR=$build chroot "$root" "$source/sandbox/run" "$@" || status=$?
-[ "$before" = "$(cat /proc/self/mountinfo)" ] || { echo "mounts came out" >&2; exit 91; }
+[ "$before" = "$(cat /proc/self/mountinfo)" ] || { echo "mounts escaped the chroot" >&2; exit 91; }
 exit "$status"
 )SH";
 
@@ -55,7 +55,7 @@ protected:
             GTEST_SKIP() << "this machine allows no mounts";
     }
 
-    Ran run(const Arguments& command) const {
+    ProgramResult run(const Arguments& command) const {
         Arguments arguments = {"unshare",    "--mount",       "sh",          "-c", kScript, "sh",
                                root_.path(), TAVO_SOURCE_DIR, TAVO_BUILD_DIR};
         arguments.insert(arguments.end(), command.begin(), command.end());
@@ -66,15 +66,16 @@ protected:
 };
 
 TEST_F(SandboxChroot, RunsAProgramOnTheGatewaysFiles) {
-    const Ran ran = run({"sh", "-c", "uci get network.lan; cat /etc/passwd; exit 7"});
+    const ProgramResult ran = run({"sh", "-c", "uci get network.lan; cat /etc/passwd; exit 7"});
     EXPECT_EQ("interface\n" + support::readFile("/etc/passwd"), ran.out);
     EXPECT_EQ("", ran.err);
     EXPECT_EQ(7, ran.status);
 }
 
 TEST_F(SandboxChroot, KeepsARootForALaterRun) {
-    const Ran ran = run({"--root", "/tmp/kept", "sh", "-c",
-                         "uci set network.lan.mtu=1400 && uci commit && echo x > /tmp/new"});
+    const ProgramResult ran =
+        run({"--root", "/tmp/kept", "sh", "-c",
+             "uci set network.lan.mtu=1400 && uci commit && echo x > /tmp/new"});
     EXPECT_EQ("", ran.out + ran.err);
     EXPECT_EQ(0, ran.status);
     EXPECT_NE(

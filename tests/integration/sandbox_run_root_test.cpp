@@ -25,7 +25,7 @@ namespace {
 
 using support::operator+;
 using support::Arguments;
-using support::Ran;
+using support::ProgramResult;
 using support::RunningProgram;
 using support::SandboxRun;
 using testing::HasSubstr;
@@ -114,7 +114,7 @@ protected:
 };
 
 TEST_F(SandboxRunRoot, KeepsWhatTheProgramDid) {
-    const Ran ran =
+    const ProgramResult ran =
         run(withRoot({"sh", "-c",
                       "ubus call uci set '{\"config\":\"network\",\"section\":\"lan\",\"values\":"
                       "{\"ipaddr\":\"10.1.1.1\"}}'; uci commit network; echo x > /etc/new; "
@@ -155,7 +155,7 @@ TEST_F(SandboxRunRoot, PassesSignalsOnAndTidiesUp) {
             {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
         ASSERT_TRUE(support::eventually([&] { return program.outSoFar() == "ready\n"; }));
         kill(program.pid(), signal);
-        const Ran ran = program.wait();
+        const ProgramResult ran = program.wait();
         EXPECT_EQ(5, ran.status) << signal;
         EXPECT_EQ("ready\ncaught\n", ran.out) << signal;
         EXPECT_EQ("", support::runProgram({"find", root(), "-lname", "/opt/.host/*"}).out);
@@ -204,9 +204,9 @@ TEST_F(SandboxRunRoot, ProgramDoesNotStartWhenItsRunnerIsGoneAlready) {
     Arguments command = {"unshare", "--mount"};
     if (support::runProgram(command + Arguments{"true"}).status != 0)
         command = {"unshare", "--user", "--map-root-user", "--mount"};
-    const Ran ran = support::runProgram(command + Arguments{TAVO_SANDBOX_RUN, "--inside-of", "1",
-                                                            TAVO_BUILD_DIR "/sandbox/bin", root(),
-                                                            "/", "echo", "started"});
+    const ProgramResult ran = support::runProgram(
+        command + Arguments{TAVO_SANDBOX_RUN, "--inside-of", "1", TAVO_BUILD_DIR "/sandbox/bin",
+                            root(), "/", "echo", "started"});
     EXPECT_EQ(125, ran.status);
     EXPECT_EQ("", ran.out + ran.err);
     EXPECT_FALSE(support::exists(root()));
@@ -216,7 +216,7 @@ TEST_F(SandboxRunRoot, BelongsToOneRunAtATime) {
     RunningProgram first(sandbox(withRoot({"sh", "-c", "echo ready; exec sleep 60"})),
                          {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
     ASSERT_TRUE(support::eventually([&] { return first.outSoFar() == "ready\n"; }));
-    const Ran second = run(withRoot({"true"}));
+    const ProgramResult second = run(withRoot({"true"}));
     EXPECT_EQ(125, second.status);
     EXPECT_EQ("sandbox: " + root() + " is in use by another run\n", second.err);
     kill(first.pid(), SIGTERM);

@@ -23,7 +23,7 @@ using support::operator+;
 using support::Arguments;
 using support::kAsNobody;
 using support::kTryNamespaces;
-using support::Ran;
+using support::ProgramResult;
 using support::RunningProgram;
 using support::SandboxRun;
 using testing::AnyOf;
@@ -43,7 +43,7 @@ TEST_F(SandboxRun, PassesTheExitStatusOn) {
 }
 
 TEST_F(SandboxRun, PassesInputOutputAndErrorsThrough) {
-    const Ran ran = shell("cat; echo wrong >&2", "some input\n");
+    const ProgramResult ran = shell("cat; echo wrong >&2", "some input\n");
     EXPECT_EQ("some input\n", ran.out);
     EXPECT_EQ("wrong\n", ran.err);
 }
@@ -53,13 +53,13 @@ TEST_F(SandboxRun, PassesArgumentsUnchanged) {
               run({"printf", "[%s]", "a b", "", "$x'\"", "-n", "--root"}).out);
 }
 
-TEST_F(SandboxRun, BecomesTheProgram) {
+TEST_F(SandboxRun, IsReplacedByTheProgram) {
     RunningProgram program(sandbox({"sh", "-c", "echo $$"}), {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
     const std::string pid = std::to_string(program.pid());
     EXPECT_EQ(pid + "\n", program.wait().out);
 }
 
-TEST_F(SandboxRun, HandsSignalsToTheProgram) {
+TEST_F(SandboxRun, PassesSignalsToTheProgram) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         RunningProgram program(sandbox({"sh", "-c",
                                         "trap 'echo caught; exit 5' INT TERM HUP; echo ready; "
@@ -67,7 +67,7 @@ TEST_F(SandboxRun, HandsSignalsToTheProgram) {
                                {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
         ASSERT_TRUE(support::eventually([&] { return program.outSoFar() == "ready\n"; }));
         kill(program.pid(), signal);
-        const Ran ran = program.wait();
+        const ProgramResult ran = program.wait();
         EXPECT_EQ(5, ran.status) << signal;
         EXPECT_EQ("ready\ncaught\n", ran.out) << signal;
     }
@@ -85,10 +85,10 @@ TEST_F(SandboxRun, LeavesNothingWhenItIsInterrupted) {
     }
 }
 
-TEST_F(SandboxRun, RefusesCallsItDoesNotUnderstand) {
+TEST_F(SandboxRun, RefusesWrongCommandLines) {
     for (const Arguments& arguments :
-         {Arguments{}, Arguments{"--frob", "true"}, Arguments{"--root"}}) {
-        const Ran ran = run(arguments);
+         {Arguments{}, Arguments{"--unknown", "true"}, Arguments{"--root"}}) {
+        const ProgramResult ran = run(arguments);
         EXPECT_EQ(2, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_THAT(ran.err, StartsWith("Usage: sandbox/run "));
@@ -96,9 +96,10 @@ TEST_F(SandboxRun, RefusesCallsItDoesNotUnderstand) {
     EXPECT_THAT(run({"--help"}).out, StartsWith("Usage: sandbox/run "));
 }
 
-TEST_F(SandboxRun, SaysWhichBuildItMisses) {
+TEST_F(SandboxRun, NamesTheMissingBuild) {
     const support::TempDir empty;
-    const Ran ran = support::runProgram(sandbox({"true"}), {"TAVO_BUILD_DIR=" + empty.path()});
+    const ProgramResult ran =
+        support::runProgram(sandbox({"true"}), {"TAVO_BUILD_DIR=" + empty.path()});
     EXPECT_EQ(125, ran.status);
     EXPECT_THAT(ran.err, StartsWith("sandbox: no sandbox/bin in " + empty.path()));
 }
@@ -132,7 +133,7 @@ TEST_F(SandboxRun, FindsTheSimulatedToolsFirst) {
     EXPECT_EQ(bin.substr(0, bin.size() - 1) + "/uci\n", shell("command -v uci").out);
 }
 
-TEST_F(SandboxRun, ServiceScriptsNoteWhatTheyWereAsked) {
+TEST_F(SandboxRun, ServiceScriptsRecordTheirArguments) {
     EXPECT_EQ("network restart\n"
               "dnsmasq restart\n"
               "sysntpd restart\n"
@@ -152,7 +153,7 @@ TEST_F(SandboxRun, BootEnvironmentIsReadByTheRealTool) {
     if (shell("command -v fw_printenv").status != 0)
         GTEST_SKIP() << "fw_printenv is not installed";
     EXPECT_EQ("sn=GW0123456789\n", run({"fw_printenv", "sn"}).out);
-    const Ran all = run({"fw_printenv"});
+    const ProgramResult all = run({"fw_printenv"});
     EXPECT_EQ(0, all.status);
     EXPECT_EQ("", all.err); // the tool would report a wrong checksum here
     EXPECT_THAT(all.out, HasSubstr("ethaddr=02:00:5e:10:20:30\n"));
@@ -185,7 +186,7 @@ TEST_F(SandboxRun, NewFilesInEtcOptAndTmpStayInside) {
         EXPECT_FALSE(support::exists(std::string(directory) + "/tavo-test-file"));
 }
 
-TEST_F(SandboxRun, LockDirectoryIsItsOwn) {
+TEST_F(SandboxRun, HasASeparateLockDirectory) {
     if (!support::exists("/var/lock"))
         GTEST_SKIP() << "this machine has no /var/lock";
     EXPECT_EQ("", shell("ls -A /var/lock; echo x > /var/lock/tavo-test-file").out);
@@ -195,7 +196,7 @@ TEST_F(SandboxRun, LockDirectoryIsItsOwn) {
 TEST_F(SandboxRun, StaysInTheWorkingDirectoryUnderItsOwnName) {
     const support::TempDir directory; // under /tmp, which the sandbox replaces
     support::writeFile(directory / "input", "from outside\n");
-    const Ran ran = support::runProgram(
+    const ProgramResult ran = support::runProgram(
         {"sh", "-c", R"(cd "$1" && exec "$2" sh -c 'pwd -P; cat input; echo back > output')", "sh",
          directory.path(), TAVO_SANDBOX_RUN},
         {"TAVO_BUILD_DIR=" TAVO_BUILD_DIR});
@@ -222,8 +223,8 @@ TEST_F(SandboxRun, DoesNotShowTheHostsLockFilesAndLogs) {
     unlink(lock.c_str());
 }
 
-TEST_F(SandboxRun, WorksInsideItself) {
-    const Ran ran = run({TAVO_SANDBOX_RUN, "uci", "get", "network.lan"});
+TEST_F(SandboxRun, RunsInsideAnotherSandbox) {
+    const ProgramResult ran = run({TAVO_SANDBOX_RUN, "uci", "get", "network.lan"});
     EXPECT_EQ("interface\n", ran.out);
     EXPECT_EQ(0, ran.status) << ran.err;
 }
@@ -297,7 +298,7 @@ TEST_F(SandboxRun, WorksForAnOrdinaryUser) {
         GTEST_SKIP() << "other users may not read " TAVO_BUILD_DIR;
     const support::TempDir directory;
     ASSERT_EQ(0, chmod(directory.path().c_str(), 0777));
-    const Ran ran = support::runProgram(
+    const ProgramResult ran = support::runProgram(
         kAsNobody +
             sandbox({"--root", directory / "root", "sh", "-c",
                      "ubus call uci add '{\"config\":\"network\",\"name\":\"g\",\"type\":\"t\"}'; "

@@ -12,7 +12,7 @@ namespace {
 
 using support::kNetwork;
 using support::kUsageLine;
-using support::Ran;
+using support::ProgramResult;
 using support::SandboxUbus;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -20,7 +20,7 @@ using testing::StartsWith;
 // --- get -----------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, GetPrintsASectionInFileOrder) {
-    const Ran ran = call("get", R"({ "config":"network","section":"lan"})");
+    const ProgramResult ran = call("get", R"({ "config":"network","section":"lan"})");
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("", ran.err);
     EXPECT_EQ("{\n"
@@ -62,7 +62,7 @@ TEST_F(SandboxUbus, GetOfAPackageNestsSectionsWithTheirIndex) {
 }
 
 TEST_F(SandboxUbus, GetNamesAnonymousSections) {
-    const Ran package = call("get", R"({"config":"network"})");
+    const ProgramResult package = call("get", R"({"config":"network"})");
     const std::size_t name = package.out.find("\"cfg02");
     ASSERT_NE(std::string::npos, name) << package.out;
     const std::string section = package.out.substr(name + 1, 9);
@@ -92,7 +92,7 @@ TEST_F(SandboxUbus, GetOfAMissingSectionIsSilent) {
 }
 
 TEST_F(SandboxUbus, GetOfAMissingPackageIsNotFound) {
-    const Ran ran = call("get", R"({ "config":"nopkg","section":"lan"})");
+    const ProgramResult ran = call("get", R"({ "config":"nopkg","section":"lan"})");
     EXPECT_EQ(252, ran.status);
     EXPECT_EQ("", ran.out);
     EXPECT_EQ("Command failed: ubus call uci get { \"config\":\"nopkg\",\"section\":\"lan\"} "
@@ -110,7 +110,7 @@ TEST_F(SandboxUbus, GetSeesPendingChanges) {
 // --- refusals of the tool itself -----------------------------------------------------------------
 
 TEST_F(SandboxUbus, InvalidArgumentIsFollowedByTheUsage) {
-    const Ran ran = call("get", "{}");
+    const ProgramResult ran = call("get", "{}");
     EXPECT_EQ(254, ran.status);
     EXPECT_THAT(ran.err, StartsWith(std::string("Command failed: ubus call uci get {} (Invalid "
                                                 "argument)\n") +
@@ -127,13 +127,13 @@ TEST_F(SandboxUbus, ConfigMustBeAPackageName) {
     }
 }
 
-TEST_F(SandboxUbus, PathsAreNoPackages) {
+TEST_F(SandboxUbus, PathsAreNotAcceptedAsPackageNames) {
     for (const char* path : {"../config/network", "./network", "/etc/config/network", "x/y"})
         expectNotFound("get", R"({"config":")" + std::string(path) + R"("})");
 }
 
 TEST_F(SandboxUbus, UnknownMethodIsNotFoundByItsName) {
-    expectRefused("frob", "{}", 253, "Method not found");
+    expectRefused("nosuch", "{}", 253, "Method not found");
 }
 
 TEST_F(SandboxUbus, ArgumentThatIsNoJsonObjectIsNotParsed) {
@@ -143,14 +143,14 @@ TEST_F(SandboxUbus, ArgumentThatIsNoJsonObjectIsNotParsed) {
 }
 
 TEST_F(SandboxUbus, UnknownObjectFailsInTheOlderForm) {
-    const Ran ran = tool("ubus", {"call", "nodaemon", "get", "{}"});
+    const ProgramResult ran = tool("ubus", {"call", "nodaemon", "get", "{}"});
     EXPECT_EQ(4, ran.status);
     EXPECT_EQ("", ran.out);
     EXPECT_EQ("Command failed: Not found\n", ran.err);
 }
 
 TEST_F(SandboxUbus, WithoutAGatewayThereIsNoBus) {
-    const Ran ran =
+    const ProgramResult ran =
         support::runProgram({std::string(TAVO_SANDBOX_BIN) + "/ubus", "call", "uci", "get", "{}"},
                             {"TAVO_UCI_CONFIG_DIR=" + directory_ / "none"});
     EXPECT_EQ(255, ran.status);
@@ -162,11 +162,11 @@ TEST_F(SandboxUbus, WrongUsageOfTheToolIsAnsweredWithTheUsage) {
     const std::vector<std::pair<std::vector<std::string>, int>> calls = {
         {{}, 1},
         {{"-Z", "call"}, 1},
-        {{"frob"}, 254},
+        {{"nosuch"}, 254},
         {{"call", "uci"}, 254},
         {{"call", "uci", "get", "{}", "{}"}, 254}};
     for (const auto& [arguments, status] : calls) {
-        const Ran ran = tool("ubus", arguments);
+        const ProgramResult ran = tool("ubus", arguments);
         EXPECT_EQ(status, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_THAT(ran.err, HasSubstr(kUsageLine));
@@ -185,13 +185,13 @@ TEST_F(SandboxUbus, SimplifiedOutputIsOneLineAndHasNoMessages) {
         "{\"values\":{\".anonymous\":false,\".type\":\"interface\",\".name\":\"lan\","
         "\"device\":\"br-lan\",\"gateway\":\"10.0.0.1\",\"dns\":[\"1.1.1.1\",\"8.8.8.8\"]}}\n",
         withMessage(R"({"config":"network","section":"lan"})").out);
-    const Ran missing = withMessage(R"({"config":"nopkg"})");
+    const ProgramResult missing = withMessage(R"({"config":"nopkg"})");
     EXPECT_EQ(4, missing.status);
     EXPECT_EQ("", missing.out + missing.err);
 }
 
 TEST_F(SandboxUbus, MessageIsReadBeforeTheObjectIsLookedUp) {
-    const Ran ran = tool("ubus", {"call", "nodaemon", "get", "{broken"});
+    const ProgramResult ran = tool("ubus", {"call", "nodaemon", "get", "{broken"});
     EXPECT_EQ(244, ran.status);
     EXPECT_EQ("Command failed: ubus call nodaemon get {broken (Parsing message data failed)\n",
               ran.err);
@@ -205,7 +205,8 @@ TEST_F(SandboxUbus, BrokenPackageFileIsAnUnknownError) {
 // --- add -----------------------------------------------------------------------------------------
 
 TEST_F(SandboxUbus, AddMakesASection) {
-    const Ran ran = call("add", R"({ "config": "network", "name": "guest", "type": "interface" })");
+    const ProgramResult ran =
+        call("add", R"({ "config": "network", "name": "guest", "type": "interface" })");
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("{\n\t\"section\": \"guest\"\n}\n", ran.out);
     EXPECT_EQ("", ran.err);
@@ -241,7 +242,7 @@ TEST_F(SandboxUbus, AddAcceptsADashInTypesOnly) {
 }
 
 TEST_F(SandboxUbus, AddWithoutANameMakesAnAnonymousSection) {
-    const Ran ran = call("add", R"({"config":"network","type":"route"})");
+    const ProgramResult ran = call("add", R"({"config":"network","type":"route"})");
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(ran.out, testing::MatchesRegex("\\{\n\t\"section\": \"cfg03[0-9a-f]{4}\"\n\\}\n"));
     const std::string name = ran.out.substr(ran.out.find("cfg"), 9);

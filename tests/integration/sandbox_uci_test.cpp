@@ -18,7 +18,7 @@
 
 namespace {
 
-using support::Ran;
+using support::ProgramResult;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -68,7 +68,7 @@ TEST_F(SandboxUci, CommitOfOnePackageLeavesTheOthersPending) {
 }
 
 TEST_F(SandboxUci, CommitOfAMissingPackageIsAnError) {
-    const Ran ran = uci({"commit", "nopkg"});
+    const ProgramResult ran = uci({"commit", "nopkg"});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("", ran.out);
     EXPECT_EQ("uci: Entry not found\n", ran.err);
@@ -92,7 +92,7 @@ TEST_F(SandboxUci, ShowGetAndChangesPrintTheUsualForms) {
     EXPECT_EQ("1.1.1.1 8.8.8.8\n", uci({"get", "network.lan.dns"}).out);
     EXPECT_EQ("interface\n", uci({"get", "network.lan"}).out);
     for (const char* missing : {"network.lan.no", "network.no", "no.lan.dns"}) {
-        const Ran ran = uci({"get", missing});
+        const ProgramResult ran = uci({"get", missing});
         EXPECT_EQ(1, ran.status) << missing;
         EXPECT_EQ("uci: Entry not found\n", ran.err) << missing;
     }
@@ -114,12 +114,12 @@ TEST_F(SandboxUci, UnknownUciCommandIsAnsweredWithTheUsage) {
         {{}, 0},
         {{"help"}, 0},
         {{"-Z"}, 0},
-        {{"frob"}, 255},
+        {{"nosuch"}, 255},
         {{"get"}, 255},
         {{"commit", "a", "b"}, 255},
         {{"add", "network"}, 255}};
     for (const auto& [arguments, status] : calls) {
-        const Ran ran = uci(arguments);
+        const ProgramResult ran = uci(arguments);
         EXPECT_EQ(status, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_THAT(ran.err, HasSubstr("Usage: uci [<options>] <command> [<arguments>]\n"));
@@ -220,10 +220,10 @@ TEST_F(SandboxUci, ReaderMergesSectionsOfOneName) {
               uci({"show", "twice"}).out);
 }
 
-TEST_F(SandboxUci, ReaderSaysWhereAFileIsBroken) {
+TEST_F(SandboxUci, ReaderReportsWhereAFileIsBroken) {
     const std::vector<std::pair<std::string, std::string>> files = {
         {"config a 'x'\nfrob\n", "invalid command) at line 2, byte 0"},
-        {"config a 'x'\n  frob k v\n", "invalid command) at line 2, byte 2"},
+        {"config a 'x'\n  nosuch k v\n", "invalid command) at line 2, byte 2"},
         {"config\n", "invalid command) at line 1, byte 0"},
         {"config", "config without name) at line 0, byte 0"},
         {"config \n", "insufficient arguments) at line 1, byte 8"},
@@ -243,7 +243,7 @@ TEST_F(SandboxUci, ReaderSaysWhereAFileIsBroken) {
     };
     for (const auto& [content, message] : files) {
         provide("broken", content);
-        const Ran ran = uci({"show", "broken"});
+        const ProgramResult ran = uci({"show", "broken"});
         EXPECT_EQ(1, ran.status) << content;
         EXPECT_EQ("uci: Parse error (" + message + "\n", ran.err) << content;
     }

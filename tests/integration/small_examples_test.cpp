@@ -22,7 +22,7 @@ namespace {
 
 using support::eventually;
 using support::exists;
-using support::Ran;
+using support::ProgramResult;
 using support::readFile;
 using support::RunningProgram;
 using support::runProgram;
@@ -40,29 +40,29 @@ protected:
         writeFile(wrongParts, "serial ABC124\nagent\n");
     }
 
-    static Ran run(std::vector<std::string> arguments) {
+    static ProgramResult run(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), TAVO_SECRET_FILE);
         return runProgram(arguments);
     }
 
-    Ran encrypt(const std::string& from, const std::string& to) const {
+    ProgramResult encrypt(const std::string& from, const std::string& to) const {
         return run({"--encrypt", "--parts", parts, from, to});
     }
 
-    Ran decrypt(const std::string& from, const std::string& to) const {
+    ProgramResult decrypt(const std::string& from, const std::string& to) const {
         return run({"--decrypt", "--parts", parts, from, to});
     }
 
     /// Encrypts `content` to the file `secret`.
     void encryptContent(const std::string& content) const {
         writeFile(plain, content);
-        const Ran ran = encrypt(plain, secret);
+        const ProgramResult ran = encrypt(plain, secret);
         EXPECT_EQ(0, ran.status) << ran.err;
         EXPECT_EQ("", ran.out + ran.err);
     }
 
     /// Expects this error message and no output file.
-    void expectRefused(const Ran& ran, const std::string& reason) const {
+    void expectRefused(const ProgramResult& ran, const std::string& reason) const {
         EXPECT_EQ(1, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_EQ("secret_file: " + reason + "\n", ran.err);
@@ -84,7 +84,7 @@ TEST_F(secret_file, WhatItEncryptsItDecrypts) {
                                        std::string(100000, '\0'), std::string("\xff\0\n\r", 4)}) {
         encryptContent(content);
         EXPECT_EQ(std::string::npos, readFile(secret).find("text"));
-        const Ran ran = decrypt(secret, back);
+        const ProgramResult ran = decrypt(secret, back);
         EXPECT_EQ(0, ran.status) << ran.err;
         EXPECT_EQ("", ran.out + ran.err);
         EXPECT_EQ(content, readFile(back));
@@ -173,7 +173,7 @@ TEST_F(secret_file, ASignalEndsItAndLeavesNothingBehind) {
 }
 
 TEST_F(secret_file, HelpAndUsageErrors) {
-    const Ran help = run({"--help"});
+    const ProgramResult help = run({"--help"});
     EXPECT_EQ(0, help.status);
     EXPECT_THAT(help.out, StartsWith("Usage: secret_file "));
     EXPECT_EQ("", help.err);
@@ -190,12 +190,12 @@ TEST_F(secret_file, HelpAndUsageErrors) {
          "secret_file: exactly two files are needed: INPUT and OUTPUT\n"},
     };
     for (const auto& mistake : mistakes) {
-        const Ran ran = run(mistake.first);
+        const ProgramResult ran = run(mistake.first);
         EXPECT_EQ(2, ran.status);
         EXPECT_EQ("", ran.out);
         EXPECT_EQ(mistake.second + hint, ran.err);
     }
-    const Ran unknown = run({"--unknown"});
+    const ProgramResult unknown = run({"--unknown"});
     EXPECT_EQ(2, unknown.status);
     EXPECT_EQ("secret_file: " + support::unknownOption("unknown") + "\n" + hint, unknown.err);
 }
@@ -249,7 +249,7 @@ TEST(supervised, EveryLineIsEchoedAndAnswered) {
     EXPECT_TRUE(supervised.hasWritten("ping\n= pong\nname\n= supervised\n"
                                       "nonsense\r\n= unknown command: nonsense\n"));
     supervised.write("quit\nping\n");
-    const Ran ran = supervised.program.wait();
+    const ProgramResult ran = supervised.program.wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("ping\n= pong\nname\n= supervised\nnonsense\r\n= unknown command: nonsense\n"
               "quit\n= bye\n",
@@ -274,17 +274,17 @@ TEST(supervised, TheEndOfItsInputEndsItWhenAllIsAnswered) {
     }
     supervised.write("ping"); // the last line lacks its newline
     supervised.hangUp();
-    const Ran ran = supervised.program.wait();
+    const ProgramResult ran = supervised.program.wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(ran.out, StartsWith(expected + "ping\n= pong\n"));
     EXPECT_EQ("", ran.err);
 }
 
-TEST(supervised, LinesBehindTheLastCommandDoNotHoldItBack) {
+TEST(supervised, LinesAfterTheLastCommandAreIgnored) {
     Supervised supervised;
     supervised.write("quit\nping\n");
     supervised.hangUp();
-    const Ran ran = supervised.program.wait();
+    const ProgramResult ran = supervised.program.wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("quit\n= bye\n", ran.out);
 }
@@ -295,7 +295,7 @@ TEST(supervised, SignalsEndIt) {
         supervised.write("ping\n");
         ASSERT_TRUE(supervised.hasWritten("ping\n= pong\n"));
         kill(supervised.program.pid(), signal);
-        const Ran ran = supervised.program.wait();
+        const ProgramResult ran = supervised.program.wait();
         EXPECT_EQ(0, ran.status);
         EXPECT_EQ("ping\n= pong\n\n", ran.out);
         EXPECT_EQ("", ran.err);
@@ -303,7 +303,8 @@ TEST(supervised, SignalsEndIt) {
 }
 
 TEST(supervised, InputThatIsNoPipeIsRefused) {
-    const Ran ran = runProgram({"sh", "-c", "exec \"$1\" < /dev/null", "sh", TAVO_SUPERVISED});
+    const ProgramResult ran =
+        runProgram({"sh", "-c", "exec \"$1\" < /dev/null", "sh", TAVO_SUPERVISED});
     EXPECT_EQ(1, ran.status);
     EXPECT_EQ("", ran.out);
     EXPECT_EQ("supervised: standard input is neither a pipe nor a socket (by hand: cat | "
@@ -312,10 +313,10 @@ TEST(supervised, InputThatIsNoPipeIsRefused) {
 }
 
 TEST(supervised, HelpAndUsageErrors) {
-    const Ran help = runProgram({TAVO_SUPERVISED, "--help"});
+    const ProgramResult help = runProgram({TAVO_SUPERVISED, "--help"});
     EXPECT_EQ(0, help.status);
     EXPECT_THAT(help.out, StartsWith("Usage: supervised\n"));
-    const Ran extra = runProgram({TAVO_SUPERVISED, "extra"});
+    const ProgramResult extra = runProgram({TAVO_SUPERVISED, "extra"});
     EXPECT_EQ(2, extra.status);
     EXPECT_EQ("supervised: unexpected argument 'extra'\n"
               "Try 'supervised --help' for more information.\n",

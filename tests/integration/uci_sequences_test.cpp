@@ -109,7 +109,7 @@ private:
         return pick({"1", "2", "two words", "it's", "#", "a\"b", "back\\slash", "=", ""});
     }
 
-    void note(const std::string& what, const support::Ran& ran, int expected) {
+    void note(const std::string& what, const support::ProgramResult& ran, int expected) {
         steps_ += what + "\n";
         EXPECT_EQ(expected, ran.status) << steps_ << ran.err;
     }
@@ -175,7 +175,7 @@ private:
     Sections pending_;
 };
 
-TEST_P(UciSequences, EndAsTheModelDoes) {
+TEST_P(UciSequences, EndInTheStateOfTheModel) {
     for (int sequence = 0; sequence < kSequences && !HasFailure(); ++sequence) {
         steps_.clear();
         begin();

@@ -24,7 +24,7 @@
 namespace {
 
 using support::eventually;
-using support::Ran;
+using support::ProgramResult;
 using support::RunningProgram;
 using support::runProgram;
 using support::TempDir;
@@ -77,7 +77,7 @@ TEST(RecipeEndCleanly, EndsOnSigtermAfterItsWorkAndStartsProgramsWithoutBlockedS
         return holds(running.outSoFar(), "new in ");
     }));
     kill(running.pid(), SIGTERM);
-    const Ran ran = running.wait();
+    const ProgramResult ran = running.wait();
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_THAT(ran.out, HasSubstr("SigBlk:\t0000000000000000\n"));
     EXPECT_THAT(ran.out, EndsWith("ended\n"));
@@ -100,16 +100,16 @@ TEST_F(RecipeEndSocketLoop, EndsWhileASilentClientIsConnected) {
 TEST(RecipeSurviveAbsence, NoReadingIsLostWhenTheBrokerIsAbsentInBetween) {
     support::Broker broker;
     broker.start();
-    broker.keepFor("recipes", "recipe/reading");
+    broker.createSession("recipes", "recipe/reading");
     RunningProgram running({program("survive_absence"), std::to_string(broker.port())});
     ASSERT_EQ(1u, broker.receive("recipe/reading", 1).size()); // it publishes
     broker.stop();
     broker.start();
-    const Ran ran = running.wait();
+    const ProgramResult ran = running.wait();
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ("0 readings are left\n", ran.out);
     // A reading may arrive twice.
-    const std::vector<std::string> received = broker.receiveKept("recipes", "recipe/reading", 40);
+    const std::vector<std::string> received = broker.receiveQueued("recipes", "recipe/reading", 40);
     const std::set<std::string> different(received.begin(), received.end());
     EXPECT_EQ(20u, different.size());
 }
@@ -130,7 +130,7 @@ TEST(RecipeJsonNumbers, AreBuiltAndReadInAllSizes) {
 }
 
 TEST(RecipeLineChannel, AnswersItsCommandsAndEndsOnQuit) {
-    const Ran ran = runProgram({program("line_channel")}, {}, "uptime\nuptime\nquit\n");
+    const ProgramResult ran = runProgram({program("line_channel")}, {}, "uptime\nuptime\nquit\n");
     EXPECT_EQ(0, ran.status) << ran.err;
     EXPECT_EQ(0u, ran.out.find("uptime\n"));
     EXPECT_THAT(ran.out, EndsWith("\nquit\n"));

@@ -59,7 +59,7 @@ void sendAndWait(const Kind& kind, const AgentInSandbox& agent, Tally& tally) {
     Client client(agent.socketPath());
     client.send(requestOf(kind, id));
     client.receive();
-    tally.leftAlone(id);
+    tally.sentWithoutWaiting(id);
     if (restarts(kind))
         tally.serviceRestarted();
 }
@@ -78,7 +78,7 @@ void Tally::unanswered(const std::string& why) {
     failures_.push_back(why);
 }
 
-void Tally::leftAlone(int id) {
+void Tally::sentWithoutWaiting(int id) {
     const std::lock_guard<std::mutex> lock(guard_);
     expected_.insert(id);
 }
@@ -90,10 +90,10 @@ std::string Tally::line() const {
     for (const auto& [code, count] : codes_)
         text += ", " + std::to_string(count) + "x " +
                 (code == 0 ? std::string("result") : std::to_string(code));
-    return text + "; " + std::to_string(refused_) + " refused, " + std::to_string(brokenOff_) +
-           " broken off, " + std::to_string(silent_) + " silent; broker killed " +
-           std::to_string(kills_) + " times, services restarted " + std::to_string(restarts_) +
-           " times";
+    return text + "; " + std::to_string(refused_) + " refused, " +
+           std::to_string(disconnectedEarly_) + " broken off, " + std::to_string(silent_) +
+           " silent; broker killed " + std::to_string(kills_) + " times, services restarted " +
+           std::to_string(restarts_) + " times";
 }
 
 std::vector<std::string> Tally::failures() const {
@@ -131,7 +131,7 @@ void sendEachKind(const AgentInSandbox& agent, Tally& tally) {
 Load::Load(const AgentInSandbox& agent, Tally& tally) : path_(agent.socketPath()), tally_(tally) {
     for (unsigned seed = 1; seed <= 3; ++seed)
         start([this, seed] { sendRequests(seed); });
-    start([this] { breakOff(); });
+    start([this] { disconnectEarly(); });
     start([this] { staySilent(); });
 }
 
@@ -185,22 +185,22 @@ void Load::sendRequests(unsigned seed) {
     }
 }
 
-void Load::breakOff() {
+void Load::disconnectEarly() {
     pause(milliseconds(300));
     if (const auto client = connected()) {
         client->sendRaw("\1\2"); // half of the length field
-        tally_.brokenOff();
+        tally_.disconnectedEarly();
     }
     if (const auto client = connected()) {
-        tally_.halfSent();
+        tally_.incompleteSent();
         client->sendRaw(std::string("\x40\0\0\0{\"jsonrpc\":\"2.0\",\"id\"", 23));
-        tally_.brokenOff();
+        tally_.disconnectedEarly();
     }
     if (const auto client = connected()) {
         const int id = tally_.newId();
         client->send(requestOf(kKinds[0], id));
-        tally_.leftAlone(id);
-        tally_.brokenOff();
+        tally_.sentWithoutWaiting(id);
+        tally_.disconnectedEarly();
     }
 }
 

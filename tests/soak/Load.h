@@ -21,17 +21,17 @@ class Tally {
 public:
     int newId() { return ++ids_; }
     /// The most responses that there can be so far.
-    int due() const { return ids_ + halves_; }
+    int due() const { return ids_ + incomplete_; }
 
     /// `code` is 0 for a result, otherwise the error's.
     void answered(int id, int code);
     void unanswered(const std::string& why);
     /// For a complete request whose client did not wait for the response.
-    void leftAlone(int id);
+    void sentWithoutWaiting(int id);
     void refused() { ++refused_; }
-    void brokenOff() { ++brokenOff_; }
+    void disconnectedEarly() { ++disconnectedEarly_; }
     /// For half a request, which has a response without an id.
-    void halfSent() { ++halves_; }
+    void incompleteSent() { ++incomplete_; }
     void silent() { ++silent_; }
     void brokerKilled() { ++kills_; }
     void serviceRestarted() { ++restarts_; }
@@ -47,9 +47,9 @@ public:
 private:
     mutable std::mutex guard_;
     std::atomic<int> ids_{0};
-    std::atomic<int> halves_{0};
+    std::atomic<int> incomplete_{0};
     std::atomic<int> refused_{0};
-    std::atomic<int> brokenOff_{0};
+    std::atomic<int> disconnectedEarly_{0};
     std::atomic<int> silent_{0};
     std::atomic<int> kills_{0};
     std::atomic<int> restarts_{0};
@@ -81,7 +81,7 @@ private:
     void pause(std::chrono::milliseconds time);
     std::unique_ptr<support::Client> connected();
     void sendRequests(unsigned seed);
-    void breakOff();
+    void disconnectEarly();
     void staySilent();
 
     const std::string path_;

@@ -1,4 +1,4 @@
-#include "Reception.h"
+#include "ResponseReceiver.h"
 
 #include "Waiting.h"
 
@@ -16,7 +16,7 @@ bool hasId(const std::string& response) {
 
 } // namespace
 
-Reception::Reception(const Tally& tally)
+ResponseReceiver::ResponseReceiver(const Tally& tally)
     : tally_(tally),
       broker_("allow_anonymous true\nqueue_qos0_messages true\nmax_queued_messages 0\n") {
     listen();
@@ -25,21 +25,21 @@ Reception::Reception(const Tally& tally)
     restartBroker();
 }
 
-Reception::~Reception() { leave(); }
+ResponseReceiver::~ResponseReceiver() { leave(); }
 
-void Reception::killBroker() {
+void ResponseReceiver::killBroker() {
     broker_.kill();
     thread_.join(); // it receives what the broker has still sent
 }
 
-void Reception::restartBroker() {
+void ResponseReceiver::restartBroker() {
     broker_.start();
     listen();
 }
 
-void Reception::listen() {
-    subscriber_ =
-        std::make_unique<support::Subscriber>(port(), kTopic, support::Subscriber::Session::kept);
+void ResponseReceiver::listen() {
+    subscriber_ = std::make_unique<support::Subscriber>(port(), kTopic,
+                                                        support::Subscriber::Session::persistent);
     thread_ = std::thread([this] {
         for (std::string text; subscriber_->next(text);) {
             const std::lock_guard<std::mutex> lock(guard_);
@@ -48,13 +48,13 @@ void Reception::listen() {
     });
 }
 
-void Reception::leave() {
+void ResponseReceiver::leave() {
     subscriber_->disconnect();
     if (thread_.joinable())
         thread_.join();
 }
 
-bool Reception::waitFor(const std::string& response) const {
+bool ResponseReceiver::waitFor(const std::string& response) const {
     return support::eventually(
         [&] {
             const std::lock_guard<std::mutex> lock(guard_);
@@ -64,7 +64,7 @@ bool Reception::waitFor(const std::string& response) const {
         std::chrono::minutes(1));
 }
 
-Comparison Reception::compareWith(const std::vector<std::string>& printed) const {
+Comparison ResponseReceiver::compareWith(const std::vector<std::string>& printed) const {
     std::map<std::string, int> numbers;
     for (std::size_t i = 0; i < printed.size(); ++i)
         numbers[printed[i]] = static_cast<int>(i);
@@ -80,7 +80,7 @@ Comparison Reception::compareWith(const std::vector<std::string>& printed) const
             continue;
         const auto found = numbers.find(message.text);
         if (found == numbers.end() || found->second < next - 1) {
-            ++result.foreign;
+            ++result.unexpected;
         } else if (found->second == next - 1) {
             ++result.twice;
         } else {
@@ -96,17 +96,17 @@ Comparison Reception::compareWith(const std::vector<std::string>& printed) const
 
 BrokerKiller::~BrokerKiller() {
     if (!runs_)
-        reception_.restartBroker();
+        receiver_.restartBroker();
 }
 
 void BrokerKiller::tick(Clock::time_point now) {
     if (now < next_)
         return;
     if (runs_) {
-        reception_.killBroker();
+        receiver_.killBroker();
         tally_.brokerKilled();
     } else {
-        reception_.restartBroker();
+        receiver_.restartBroker();
     }
     runs_ = !runs_;
     next_ = now + std::chrono::seconds(runs_ ? 4 : 2);

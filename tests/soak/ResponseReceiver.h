@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_SOAK_RECEPTION_H
-#define TAVO_TESTS_SOAK_RECEPTION_H
+#ifndef TAVO_TESTS_SOAK_RESPONSE_RECEIVER_H
+#define TAVO_TESTS_SOAK_RESPONSE_RECEIVER_H
 
 #include "Broker.h"
 #include "Load.h"
@@ -21,19 +21,19 @@ struct Comparison {
     int twice = 0;
     /// Missing, while the agent had 100 newer ones to publish. It keeps no more for the broker.
     int dropped = 0;
-    int lost = 0;    ///< missing for no such reason
-    int foreign = 0; ///< not on standard output, or in another order
+    int lost = 0;       ///< missing for no such reason
+    int unexpected = 0; ///< not on standard output, or in another order
 };
 
 /// Receives the agent's responses from a broker that is killed and restarted. All calls must come
 /// from the main thread: the kernel ends a broker together with the thread that started it.
-class Reception {
+class ResponseReceiver {
 public:
     /// The broker keeps a session for the subscriber, also when it is killed.
-    explicit Reception(const Tally& tally);
-    ~Reception();
-    Reception(const Reception&) = delete;
-    Reception& operator=(const Reception&) = delete;
+    explicit ResponseReceiver(const Tally& tally);
+    ~ResponseReceiver();
+    ResponseReceiver(const ResponseReceiver&) = delete;
+    ResponseReceiver& operator=(const ResponseReceiver&) = delete;
 
     int port() const { return broker_.port(); }
     void killBroker();
@@ -68,7 +68,7 @@ class BrokerKiller {
 public:
     using Clock = std::chrono::steady_clock;
 
-    BrokerKiller(Reception& reception, Tally& tally) : reception_(reception), tally_(tally) {}
+    BrokerKiller(ResponseReceiver& receiver, Tally& tally) : receiver_(receiver), tally_(tally) {}
     /// The broker runs again afterwards.
     ~BrokerKiller();
     BrokerKiller(const BrokerKiller&) = delete;
@@ -78,7 +78,7 @@ public:
     void tick(Clock::time_point now);
 
 private:
-    Reception& reception_;
+    ResponseReceiver& receiver_;
     Tally& tally_;
     bool runs_ = true;
     Clock::time_point next_ = Clock::now() + std::chrono::seconds(4);

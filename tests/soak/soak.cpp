@@ -9,7 +9,7 @@
 #include "AgentInSandbox.h"
 #include "AgentProcess.h"
 #include "Load.h"
-#include "Reception.h"
+#include "ResponseReceiver.h"
 #include "Waiting.h"
 
 #include <algorithm>
@@ -108,35 +108,35 @@ soak::Usage idleUsage(pid_t process) {
 }
 
 /// With no other load: the broker runs, then it is away for more responses than the agent keeps.
-void checkBroker(const AgentInSandbox& agent, soak::Reception& reception, Tally& tally) {
+void checkBroker(const AgentInSandbox& agent, soak::ResponseReceiver& receiver, Tally& tally) {
     const auto send = [&](int count) {
         for (int i = 0; i < count; ++i)
             soak::sendSimple(agent, tally);
     };
     const auto lastArrives = [&] {
         return agent.waitForResponses(tally.expected().size()) &&
-               reception.waitFor(agent.responses().back());
+               receiver.waitFor(agent.responses().back());
     };
     send(1);
     check(lastArrives(), "responses reach the broker again");
     send(50);
     check(lastArrives(), "50 responses reach the broker");
     for (const int count : {50, 150}) {
-        reception.killBroker();
+        receiver.killBroker();
         tally.brokerKilled();
         send(count);
-        reception.restartBroker();
+        receiver.restartBroker();
         check(lastArrives(), "the last of " + std::to_string(count) +
                                  " responses reaches the broker, which was away");
     }
     const std::vector<std::string> printed = agent.responses();
-    const soak::Comparison found = reception.compareWith(printed);
-    check(found.lost == 0 && found.foreign == 0 && found.twice <= tally.kills(),
+    const soak::Comparison found = receiver.compareWith(printed);
+    check(found.lost == 0 && found.unexpected == 0 && found.twice <= tally.kills(),
           "nothing else is missing at the broker: " + std::to_string(printed.size()) +
               " responses, " + std::to_string(found.received) + " received, " +
               std::to_string(found.dropped) + " dropped while 100 newer ones waited, " +
               std::to_string(found.lost) + " lost otherwise, " + std::to_string(found.twice) +
-              " received twice, " + std::to_string(found.foreign) + " foreign or out of order");
+              " received twice, " + std::to_string(found.unexpected) + " foreign or out of order");
 }
 
 /// Each restart that a request has requested must have run.
@@ -162,8 +162,8 @@ int main(int argc, char** argv) {
     const bool terminal = isatty(STDERR_FILENO) != 0;
 
     Tally tally;
-    soak::Reception reception(tally);
-    const std::string port = "127.0.0.1:" + std::to_string(reception.port());
+    soak::ResponseReceiver receiver(tally);
+    const std::string port = "127.0.0.1:" + std::to_string(receiver.port());
     AgentInSandbox agent({"--mqtt", port, "--allow", "echo", "--idle", "1", "--log-limit",
                           std::to_string(kLogLimit)});
     const pid_t process = soak::find(TAVO_AGENT, port);
@@ -171,14 +171,14 @@ int main(int argc, char** argv) {
     Mean late;
     soak::sendEachKind(agent,
                        tally); // some allocate what they keep, such as the board's descriptor
-    check(reception.waitFor(agent.responses().back()), "responses reach the broker");
+    check(receiver.waitFor(agent.responses().back()), "responses reach the broker");
     const soak::Usage before = idleUsage(process);
     std::cout << "at first: " << textOf(before) << std::endl;
 
     const auto start = Clock::now();
     {
         const soak::Load load(agent, tally);
-        soak::BrokerKiller killer(reception, tally);
+        soak::BrokerKiller killer(receiver, tally);
         auto nextLine = start + seconds(10);
         for (auto now = start; now < start + length && endedBy == 0; now = Clock::now()) {
             std::this_thread::sleep_for(milliseconds(100));
@@ -210,7 +210,7 @@ int main(int argc, char** argv) {
     for (const std::string& failure : tally.failures())
         std::cout << failure << '\n';
     check(tally.failures().empty(), "every request was answered or refused: " + tally.line());
-    checkBroker(agent, reception, tally);
+    checkBroker(agent, receiver, tally);
     checkRestarts(agent, tally);
     checkOutput(agent, tally);
     const soak::Usage after = idleUsage(process);
@@ -226,7 +226,7 @@ int main(int argc, char** argv) {
     check(hasLog && log.st_size > 0 && log.st_size <= kLogLimit + 1024 &&
               support::exists(agent.file("/tmp/log.out.1")),
           "the log reached its limit and stayed there: " + std::to_string(log.st_size) + " bytes");
-    const support::Ran ran = agent.end(SIGTERM);
+    const support::ProgramResult ran = agent.end(SIGTERM);
     check(ran.status == 0, "the agent ends on SIGTERM with status " + std::to_string(ran.status));
     check(ran.err.find("Sanitizer") == std::string::npos &&
               ran.err.find("runtime error") == std::string::npos,

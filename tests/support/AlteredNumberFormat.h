@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_ALTERED_NUMBERS_H
-#define TAVO_TESTS_ALTERED_NUMBERS_H
+#ifndef TAVO_TESTS_ALTERED_NUMBER_FORMAT_H
+#define TAVO_TESTS_ALTERED_NUMBER_FORMAT_H
 
 #include <iomanip>
 #include <ios>
@@ -11,18 +11,18 @@ namespace support {
 
 /// While an object of this class exists, std::cout prints numbers as an application may have
 /// configured it: hexadecimal, with base prefix and sign, digits grouped.
-class AlteredNumbers {
+class AlteredNumberFormat {
 public:
-    AlteredNumbers() {
+    AlteredNumberFormat() {
         std::cout << std::hex << std::showbase << std::showpos << std::uppercase;
         std::cout.imbue(std::locale(locale_, new Groups));
     }
-    ~AlteredNumbers() {
+    ~AlteredNumberFormat() {
         std::cout.flags(flags_);
         std::cout.imbue(locale_);
     }
-    AlteredNumbers(const AlteredNumbers&) = delete;
-    AlteredNumbers& operator=(const AlteredNumbers&) = delete;
+    AlteredNumberFormat(const AlteredNumberFormat&) = delete;
+    AlteredNumberFormat& operator=(const AlteredNumberFormat&) = delete;
 
 private:
     class Groups : public std::numpunct<char> {

@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_AUTO_MOUNT_SCENE_H
-#define TAVO_TESTS_AUTO_MOUNT_SCENE_H
+#ifndef TAVO_TESTS_AUTO_MOUNT_FIXTURE_H
+#define TAVO_TESTS_AUTO_MOUNT_FIXTURE_H
 
 #include "Interposed.h"
 #include "LoopPasses.h"
@@ -10,7 +10,7 @@
 
 namespace support {
 
-const std::string kDevice = "tavo-stick1";
+const std::string kDevice = "tavo-device1";
 const std::string kNode = "/dev/" + kDevice;
 
 inline void callNothing() {}

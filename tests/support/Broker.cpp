@@ -98,7 +98,7 @@ void Broker::kill() {
     program_.reset();
 }
 
-void Broker::halt() { ::kill(program_->pid(), SIGSTOP); }
+void Broker::suspend() { ::kill(program_->pid(), SIGSTOP); }
 
 std::size_t Broker::unreadBytes() const {
     char server[32]; // as the kernel prints the address, on a little-endian machine
@@ -128,12 +128,12 @@ std::vector<std::string> Broker::receive(const std::string& filter, int count) c
         {"-q", "2", "-t", filter, "-C", std::to_string(count), "-W", "10", "-F", "%t %q %r %p"});
 }
 
-void Broker::keepFor(const std::string& subscriber, const std::string& filter) const {
+void Broker::createSession(const std::string& subscriber, const std::string& filter) const {
     client({"-q", "2", "-t", filter, "-i", subscriber, "-c", "-E"});
 }
 
-std::vector<std::string> Broker::receiveKept(const std::string& subscriber,
-                                             const std::string& filter, int count) const {
+std::vector<std::string> Broker::receiveQueued(const std::string& subscriber,
+                                               const std::string& filter, int count) const {
     return client({"-q", "2", "-t", filter, "-i", subscriber, "-c", "-C", std::to_string(count),
                    "-W", "10", "-F", "%t %q %r %p"});
 }

@@ -52,7 +52,7 @@ public:
 
     /// Suspends the broker until kill(): the kernel still accepts connections and data, but the
     /// broker reads none.
-    void halt();
+    void suspend();
 
     /// Returns how many bytes clients have sent that the broker has not read.
     std::size_t unreadBytes() const;
@@ -61,14 +61,14 @@ public:
     /// message. Stops after `count` messages, or after 10 seconds.
     std::vector<std::string> receive(const std::string& filter, int count) const;
 
-    /// Creates a persistent session named `subscriber`. receiveKept() with the same name returns
+    /// Creates a persistent session named `subscriber`. receiveQueued() with the same name returns
     /// what is published in between with a quality of service above 0. The broker setting
     /// queue_qos0_messages adds messages of quality 0.
-    void keepFor(const std::string& subscriber, const std::string& filter) const;
+    void createSession(const std::string& subscriber, const std::string& filter) const;
 
     /// Returns the messages kept for `subscriber`, in the format of receive().
-    std::vector<std::string> receiveKept(const std::string& subscriber, const std::string& filter,
-                                         int count) const;
+    std::vector<std::string> receiveQueued(const std::string& subscriber, const std::string& filter,
+                                           int count) const;
 
     /// The directory of the broker's configuration file.
     const TempDir& directory() const { return directory_; }

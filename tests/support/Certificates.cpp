@@ -14,7 +14,7 @@ const char kCurve[] = "ec_paramgen_curve:P-256"; // fast; generating RSA keys ta
 void openssl(const std::vector<std::string>& arguments) {
     std::vector<std::string> command = {"openssl"};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    const Ran ran = runProgram(command);
+    const ProgramResult ran = runProgram(command);
     ASSERT_EQ(0, ran.status) << ran.err;
 }
 

@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_FILE_SYSTEM_WATCHER_SCENE_H
-#define TAVO_TESTS_FILE_SYSTEM_WATCHER_SCENE_H
+#ifndef TAVO_TESTS_FILE_SYSTEM_WATCHER_FIXTURE_H
+#define TAVO_TESTS_FILE_SYSTEM_WATCHER_FIXTURE_H
 
 #include <kvr/api/FileSystemWatcher.h>
 
@@ -29,7 +29,8 @@ struct RecordedEvents {
     std::vector<std::string> seen;
     std::function<void(const std::string& name)> action; ///< runs after the event is recorded
 
-    static void note(const Watcher&, const std::string& name, unsigned int mask, void* context) {
+    static void recordEvent(const Watcher&, const std::string& name, unsigned int mask,
+                            void* context) {
         auto* const self = static_cast<RecordedEvents*>(context);
         std::ostringstream line;
         line << name << ' ' << std::hex << mask;
@@ -39,20 +40,20 @@ struct RecordedEvents {
     }
 
     /// For watches on a file itself: their events have no name.
-    static void noteMask(const Watcher&, const std::string&, unsigned int mask, void* context) {
+    static void recordMask(const Watcher&, const std::string&, unsigned int mask, void* context) {
         std::ostringstream line;
         line << std::hex << mask;
         static_cast<RecordedEvents*>(context)->seen.push_back(line.str());
     }
 
-    Watcher of(const std::string& path, unsigned int mask = IN_CREATE | IN_DELETE) {
-        return Watcher(path, mask, note, this);
+    Watcher watcherOn(const std::string& path, unsigned int mask = IN_CREATE | IN_DELETE) {
+        return Watcher(path, mask, recordEvent, this);
     }
-    Watcher ofItself(const std::string& path, unsigned int mask) {
-        return Watcher(path, mask, noteMask, this);
+    Watcher watcherOnFile(const std::string& path, unsigned int mask) {
+        return Watcher(path, mask, recordMask, this);
     }
 
-    std::vector<std::string> taken() {
+    std::vector<std::string> take() {
         std::vector<std::string> result;
         result.swap(seen);
         return result;
@@ -98,7 +99,7 @@ inline int maxQueuedEvents() {
 }
 
 /// A watcher on the real kernel, and a new directory for it.
-class FileSystemWatcherScene : public testing::Test {
+class FileSystemWatcherFixture : public testing::Test {
 protected:
     TempDir directory;
     FileSystemWatcher watcher;

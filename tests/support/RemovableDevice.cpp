@@ -1,4 +1,4 @@
-#include "Stick.h"
+#include "RemovableDevice.h"
 
 #include "RunProgram.h"
 
@@ -13,20 +13,20 @@
 
 namespace support {
 
-Stick::Stick() : name_("tavo" + std::to_string(getpid())) {
+RemovableDevice::RemovableDevice() : name_("tavo" + std::to_string(getpid())) {
     const std::string image = directory_ / "image";
     std::filesystem::create_directory(directory_ / "content");
-    writeFile(directory_ / "content/hello", "from the stick\n");
+    writeFile(directory_ / "content/hello", "from the device\n");
     writeFile(image, "");
     std::filesystem::resize_file(image, 1024 * 1024);
     if (!run({"mke2fs", "-q", "-F", "-d", directory_ / "content", image}))
         return;
     if (!run({"losetup", "--find", "--show", image}))
         return;
-    loop_ = said_.substr(0, said_.find('\n'));
+    loop_ = output_.substr(0, output_.find('\n'));
     struct stat status = {};
     if (stat(loop_.c_str(), &status) != 0 || !S_ISBLK(status.st_mode)) {
-        problem_ = "losetup names no device: " + said_;
+        problem_ = "losetup names no device: " + output_;
         return;
     }
     number_ = status.st_rdev;
@@ -39,24 +39,24 @@ Stick::Stick() : name_("tavo" + std::to_string(getpid())) {
         unplug();
 }
 
-Stick::~Stick() {
+RemovableDevice::~RemovableDevice() {
     unplug();
     if (inUse_ >= 0)
         close(inUse_);
 }
 
-void Stick::plugIn() {
+void RemovableDevice::plugIn() {
     if (mknod(node().c_str(), S_IFBLK | 0600, number_) != 0)
         problem_ = "mknod " + node() + ": " + std::strerror(errno);
 }
 
-void Stick::unplug() { (void)unlink(node().c_str()); }
+void RemovableDevice::unplug() { (void)unlink(node().c_str()); }
 
-bool Stick::run(const std::vector<std::string>& command) {
+bool RemovableDevice::run(const std::vector<std::string>& command) {
     const char* const path = std::getenv("PATH");
-    const support::Ran ran =
+    const support::ProgramResult ran =
         runProgram(command, {std::string("PATH=") + (path ? path : "") + ":/usr/sbin:/sbin"});
-    said_ = ran.out;
+    output_ = ran.out;
     if (ran.status != 0)
         problem_ = command[0] + ": " + ran.err;
     return ran.status == 0;

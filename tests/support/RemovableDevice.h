@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_STICK_H
-#define TAVO_TESTS_STICK_H
+#ifndef TAVO_TESTS_REMOVABLE_DEVICE_H
+#define TAVO_TESTS_REMOVABLE_DEVICE_H
 
 #include "TempDir.h"
 
@@ -13,13 +13,13 @@ namespace support {
 /// A removable device: a loop device with a small file system and its own node under /dev, which
 /// plugging in creates and unplugging removes. The file system holds one file, "hello". Not plugged
 /// in at first. Needs root.
-class Stick {
+class RemovableDevice {
 public:
     /// On failure, problem() names what this machine does not permit.
-    Stick();
-    ~Stick();
-    Stick(const Stick&) = delete;
-    Stick& operator=(const Stick&) = delete;
+    RemovableDevice();
+    ~RemovableDevice();
+    RemovableDevice(const RemovableDevice&) = delete;
+    RemovableDevice& operator=(const RemovableDevice&) = delete;
 
     /// Empty on success.
     const std::string& problem() const { return problem_; }
@@ -38,7 +38,7 @@ private:
     std::string loop_;
     int inUse_ = -1;
     dev_t number_ = 0;
-    std::string said_;
+    std::string output_;
     std::string problem_;
 };
 

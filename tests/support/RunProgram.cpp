@@ -73,7 +73,7 @@ std::string RunningProgram::outSoFar() const { return contentOf(out_); }
 
 std::string RunningProgram::errSoFar() const { return contentOf(err_); }
 
-Ran RunningProgram::wait() {
+ProgramResult RunningProgram::wait() {
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR)
         continue;
@@ -82,8 +82,8 @@ Ran RunningProgram::wait() {
             contentOf(err_)};
 }
 
-Ran runProgram(const std::vector<std::string>& arguments,
-               const std::vector<std::string>& environment, const std::string& input) {
+ProgramResult runProgram(const std::vector<std::string>& arguments,
+                         const std::vector<std::string>& environment, const std::string& input) {
     return RunningProgram(arguments, environment, input).wait();
 }
 

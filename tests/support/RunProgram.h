@@ -9,7 +9,7 @@
 namespace support {
 
 /// The result of a program.
-struct Ran {
+struct ProgramResult {
     int status;      ///< exit status, or 128 plus the signal's number as in a shell
     std::string out; ///< all of its standard output
     std::string err; ///< all of its standard error
@@ -34,7 +34,7 @@ public:
     /// Returns its standard error so far.
     std::string errSoFar() const;
     /// Waits for the end of the program. Call it only once.
-    Ran wait();
+    ProgramResult wait();
 
 private:
     pid_t pid_ = -1;
@@ -44,8 +44,9 @@ private:
 };
 
 /// Starts a program and waits for its end.
-Ran runProgram(const std::vector<std::string>& arguments,
-               const std::vector<std::string>& environment = {}, const std::string& input = "");
+ProgramResult runProgram(const std::vector<std::string>& arguments,
+                         const std::vector<std::string>& environment = {},
+                         const std::string& input = "");
 
 } // namespace support
 

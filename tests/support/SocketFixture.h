@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_SOCKET_SCENE_H
-#define TAVO_TESTS_SOCKET_SCENE_H
+#ifndef TAVO_TESTS_SOCKET_FIXTURE_H
+#define TAVO_TESTS_SOCKET_FIXTURE_H
 
 #include <kvr/api/com/NQ_Sockets.h>
 
@@ -78,12 +78,12 @@ private:
 class MessageRecorder : public kvr::api::iot::Observer<NQ_Sockets> {
 public:
     void update(NQ_Sockets* subject) override {
-        heard.push_back(subject->getLastMessage());
-        if (alsoDo)
-            alsoDo();
+        messages.push_back(subject->getLastMessage());
+        if (onUpdate)
+            onUpdate();
     }
-    std::vector<std::string> heard;
-    std::function<void()> alsoDo;
+    std::vector<std::string> messages;
+    std::function<void()> onUpdate;
 };
 
 /// The path of a socket file that no other test uses. The destructor removes the file.
@@ -101,35 +101,35 @@ public:
     std::string path;
 };
 
-/// A server with one observer, and its visits. Each visit runs on the server's thread just before
+/// A server with one observer, and its actions. Each action runs on the server's thread just before
 /// an accept(). It returns ScriptedCall::kPassOn, or the error with which accept() must fail. The
-/// last visit sets the stop flag.
-class SocketScene {
+/// last action sets the stop flag.
+class SocketFixture {
 public:
-    using Visit = std::function<int()>;
+    using AcceptAction = std::function<int()>;
 
-    SocketScene() : server(socketName.name.c_str()) { server.attach(&recorder); }
+    SocketFixture() : server(socketName.name.c_str()) { server.attach(&recorder); }
 
     /// Runs the server's loop and returns what it printed.
-    std::string serve(const std::vector<Visit>& visits) {
-        stop = visits.empty();
+    std::string serve(const std::vector<AcceptAction>& actions) {
+        stop = actions.empty();
         const ScriptedCall accepting(Call::accept, [&](int number) {
             const auto index = static_cast<std::size_t>(number) - 1;
-            stop = number >= static_cast<int>(visits.size());
-            return index < visits.size() ? visits[index]() : ECANCELED;
+            stop = number >= static_cast<int>(actions.size());
+            return index < actions.size() ? actions[index]() : ECANCELED;
         });
         return printedBy([&] { server.loop(stop); });
     }
 
     /// A client that sends these bytes in one call and closes its end.
-    Visit sends(const std::string& bytes) {
+    AcceptAction sends(const std::string& bytes) {
         return [this, bytes] {
             SocketClient(path()).send(bytes);
             return ScriptedCall::kPassOn;
         };
     }
 
-    static Visit failsWith(int error) {
+    static AcceptAction failsWith(int error) {
         return [error] { return error; };
     }
 

@@ -14,7 +14,7 @@ namespace support {
 namespace {
 
 /// Clears the end-of-file state and discards what was read ahead.
-void beginAnew() {
+void resetStreams() {
     std::cin.clear();
     std::clearerr(stdin);
     __fpurge(stdin);
@@ -29,14 +29,14 @@ StandardInput::StandardInput() {
         throw std::runtime_error("cannot replace standard input");
     ::close(ends[0]);
     writer_ = ends[1];
-    beginAnew();
+    resetStreams();
 }
 
 StandardInput::~StandardInput() {
     close();
     dup2(saved_, STDIN_FILENO);
     ::close(saved_);
-    beginAnew();
+    resetStreams();
 }
 
 void StandardInput::write(const std::string& text) {
@@ -61,7 +61,7 @@ void StandardInput::close() {
     writer_ = -1;
 }
 
-WatchedPolls::WatchedPolls(Script script)
+RecordedPolls::RecordedPolls(Script script)
     : script_(std::move(script)), poll_(interposedPoll,
                                         [this](pollfd* entries, nfds_t count, int milliseconds) {
                                             return poll(entries, count, milliseconds);
@@ -71,7 +71,7 @@ WatchedPolls::WatchedPolls(Script script)
                  return ppoll(entries, count, timeout, mask);
              }) {}
 
-int WatchedPolls::poll(pollfd* entries, nfds_t count, int milliseconds) {
+int RecordedPolls::poll(pollfd* entries, nfds_t count, int milliseconds) {
     polls_.push_back({entries->fd, entries->events, count, milliseconds, 0});
     const std::size_t number = polls_.size();
     int result = script_(static_cast<int>(number));
@@ -81,12 +81,12 @@ int WatchedPolls::poll(pollfd* entries, nfds_t count, int milliseconds) {
     return result;
 }
 
-int WatchedPolls::ppoll(pollfd* entries, nfds_t count, const timespec* timeout,
-                        const sigset_t* mask) {
+int RecordedPolls::ppoll(pollfd* entries, nfds_t count, const timespec* timeout,
+                         const sigset_t* mask) {
     const int result = interposedPpoll.real(entries, count, timeout, mask);
     const bool checks = count == 1 && entries->fd == STDIN_FILENO && entries->events == POLLIN &&
                         timeout != nullptr && timeout->tv_sec == 0 && timeout->tv_nsec == 0;
-    looks_.push_back(checks ? result : -1);
+    ppollResults_.push_back(checks ? result : -1);
     return result;
 }
 

@@ -44,7 +44,7 @@ struct Poll {
 };
 
 /// Records every call of poll() and ppoll() while an object exists. Only one object at a time.
-class WatchedPolls {
+class RecordedPolls {
 public:
     /// Runs before the C library's poll() and receives the number of the call (1, 2, ...). Its
     /// result replaces that of poll().
@@ -52,14 +52,14 @@ public:
     /// Makes the C library's poll() decide.
     static constexpr int kPassOn = -2;
 
-    explicit WatchedPolls(Script script = [](int) { return kPassOn; });
+    explicit RecordedPolls(Script script = [](int) { return kPassOn; });
 
     const std::vector<Poll>& all() const { return polls_; }
     int count() const { return static_cast<int>(polls_.size()); }
 
     /// Results of the calls of ppoll(): -1 for a call that did not check standard input, without
     /// waiting.
-    const std::vector<int>& looks() const { return looks_; }
+    const std::vector<int>& ppollResults() const { return ppollResults_; }
 
 private:
     int poll(pollfd* entries, nfds_t count, int milliseconds);
@@ -67,7 +67,7 @@ private:
 
     const Script script_;
     std::vector<Poll> polls_;
-    std::vector<int> looks_;
+    std::vector<int> ppollResults_;
     const Stub<int(pollfd*, nfds_t, int)> poll_;
     const Stub<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> ppoll_;
 };

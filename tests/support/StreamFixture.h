@@ -1,5 +1,5 @@
-#ifndef TAVO_TESTS_STREAM_SCENE_H
-#define TAVO_TESTS_STREAM_SCENE_H
+#ifndef TAVO_TESTS_STREAM_FIXTURE_H
+#define TAVO_TESTS_STREAM_FIXTURE_H
 
 #include <kvr/api/NQ_Stream.h>
 
@@ -32,13 +32,13 @@ inline void expectLines(const std::vector<std::string>& lines) {
 /// the wait.
 inline void expectStoppedWait() {
     bool stop = false;
-    const WatchedPolls polls([&](int) {
+    const RecordedPolls polls([&](int) {
         stop = true;
         return 0;
     });
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
     EXPECT_EQ(1, polls.count());
-    EXPECT_TRUE(polls.looks().empty());
+    EXPECT_TRUE(polls.ppollResults().empty());
 }
 
 /// Makes widen() return a semicolon for a newline.

@@ -45,7 +45,7 @@ Subscriber::Subscriber(int port, const std::string& filter, Session session)
 Subscriber::~Subscriber() { close(socket_); }
 
 void Subscriber::writeConnect(Session session) {
-    const std::string flags = {session == Session::newOne ? '\2' : '\0', 0, 0}; // no keep-alive
+    const std::string flags = {session == Session::clean ? '\2' : '\0', 0, 0}; // no keep-alive
     const std::string body = field("MQTT") + '\4' + flags + field("eye");
     write(std::string{'\x10', static_cast<char>(body.size())} + body);
 }

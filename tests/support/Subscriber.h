@@ -12,10 +12,10 @@ namespace support {
 class Subscriber {
 public:
     /// Whether the broker keeps the session when the subscriber is gone.
-    enum class Session { newOne, kept };
+    enum class Session { clean, persistent };
 
     /// Returns after the broker has acknowledged the subscription.
-    Subscriber(int port, const std::string& filter, Session session = Session::newOne);
+    Subscriber(int port, const std::string& filter, Session session = Session::clean);
     ~Subscriber();
     Subscriber(const Subscriber&) = delete;
     Subscriber& operator=(const Subscriber&) = delete;

@@ -5,7 +5,7 @@
 
 #include "CapturedOutput.h"
 #include "FakeInotify.h"
-#include "FileSystemWatcherScene.h"
+#include "FileSystemWatcherFixture.h"
 
 #include <cerrno>
 #include <cstring>
@@ -40,7 +40,7 @@ TEST(FileSystemWatcher_calls, RemovesEveryWatchInListOrderWhenDestroyed) {
     {
         FileSystemWatcher watcher;
         for (const char* path : {"/a", "/b", "/a"})
-            watcher.attachWatcher(events.of(path));
+            watcher.attachWatcher(events.watcherOn(path));
         (void)kernel.calls();
     }
     EXPECT_THAT(kernel.calls(),
@@ -52,8 +52,9 @@ TEST(FileSystemWatcher_calls, PassesPathAndMaskUnchanged) {
     FileSystemWatcher watcher;
     RecordedEvents events;
     (void)kernel.calls();
-    watcher.attachWatcher(Watcher("rel/../path//", 0xf2345678u, RecordedEvents::note, &events));
-    watcher.attachWatcher(Watcher("", 0, RecordedEvents::note, &events));
+    watcher.attachWatcher(
+        Watcher("rel/../path//", 0xf2345678u, RecordedEvents::recordEvent, &events));
+    watcher.attachWatcher(Watcher("", 0, RecordedEvents::recordEvent, &events));
     EXPECT_THAT(kernel.calls(),
                 ElementsAre("add 1000 rel/../path// f2345678 = 1", "add 1000  0 = 2"));
 }
@@ -76,7 +77,7 @@ TEST(FileSystemWatcher_calls, WithoutAnInstanceNothingAttachesAndTheLoopWaits) {
     (void)errorsOf([&] { watcher = std::make_unique<FileSystemWatcher>(); });
     RecordedEvents events;
     EXPECT_EQ(std::string("Couldn't add watch to /a ERROR: ") + std::strerror(EBADF) + "\n",
-              printedBy([&] { watcher->attachWatcher(events.of("/a")); }));
+              printedBy([&] { watcher->attachWatcher(events.watcherOn("/a")); }));
     EXPECT_FALSE(watcher->watcherExists("/a"));
     (void)kernel.calls();
     kernel.pollResults = {0, 0};
@@ -93,7 +94,7 @@ TEST(FileSystemWatcher_calls, RefusedWatchIsPrintedAndNotListed) {
     RecordedEvents events;
     (void)kernel.calls();
     EXPECT_EQ("Couldn't add watch to /full ERROR: No space left on device\n",
-              printedBy([&] { watcher.attachWatcher(events.of("/full")); }));
+              printedBy([&] { watcher.attachWatcher(events.watcherOn("/full")); }));
     EXPECT_FALSE(watcher.watcherExists("/full"));
     watcher.resetState(); // would add the watch again
     EXPECT_THAT(kernel.calls(),
@@ -134,7 +135,7 @@ TEST(FileSystemWatcher_calls, FailedReadIsPrintedAndTheLoopContinues) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     kernel.reads = {FakeInotify::kReadFails, FakeInotify::kReadFails,
                     record(1, IN_CREATE, "still")};
     EXPECT_EQ("read: -1\nread: -1\n", printedBy([&] { kernel.serve(watcher); }));
@@ -151,7 +152,7 @@ TEST(FileSystemWatcher_calls, LinesArePrintedImmediately) {
     std::string afterReading;
     {
         const CapturedOutput output;
-        watcher.attachWatcher(events.of("/missing"));
+        watcher.attachWatcher(events.watcherOn("/missing"));
         afterAttaching = output.written();
         kernel.serve(watcher);
         afterReading = output.written();
@@ -164,7 +165,7 @@ TEST(FileSystemWatcher_calls, EmptyReadIsIgnored) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     kernel.reads = {"", record(1, IN_CREATE, "next")};
     EXPECT_EQ("", printedBy([&] { kernel.serve(watcher); }));
     EXPECT_THAT(events.seen, ElementsAre("next 100"));

@@ -3,7 +3,7 @@
 #include <kvr/api/FileSystemWatcher.h>
 
 #include "CapturedOutput.h"
-#include "FileSystemWatcherScene.h"
+#include "FileSystemWatcherFixture.h"
 #include "Interposed.h"
 #include "TempDir.h"
 
@@ -32,7 +32,7 @@ public:
             const std::string path = pathOf(letter);
             if (!support::exists(path))
                 makeDirectory(path);
-            watcher.attachWatcher(attached.emplace_back().of(path));
+            watcher.attachWatcher(attached.emplace_back().watcherOn(path));
         }
     }
 
@@ -55,7 +55,7 @@ public:
         drain(watcher);
         std::string positions;
         for (std::size_t i = 0; i < attached.size(); ++i) {
-            if (!attached[i].taken().empty())
+            if (!attached[i].take().empty())
                 positions += std::to_string(i);
         }
         return positions;
@@ -114,7 +114,7 @@ TEST(FileSystemWatcher_detach, KeepsALaterEntryOfThePathOnceAnotherMovedUp) {
     EXPECT_EQ("12", leftWithoutA("ABAB"));
 }
 
-TEST(FileSystemWatcher_detach, LeavesEntriesInFrontAlone) {
+TEST(FileSystemWatcher_detach, LeavesEarlierEntriesUnchanged) {
     EXPECT_EQ("02", leftWithoutA("CABB"));
     EXPECT_EQ("01", leftWithoutA("BBA"));
     EXPECT_EQ("013", leftWithoutA("BBAB"));

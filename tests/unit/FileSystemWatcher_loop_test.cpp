@@ -3,7 +3,7 @@
 #include <kvr/api/FileSystemWatcher.h>
 
 #include "CapturedOutput.h"
-#include "FileSystemWatcherScene.h"
+#include "FileSystemWatcherFixture.h"
 #include "Interposed.h"
 #include "TempDir.h"
 
@@ -33,13 +33,13 @@ using support::writeFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using FileSystemWatcher_loop = support::FileSystemWatcherScene;
+using FileSystemWatcher_loop = support::FileSystemWatcherFixture;
 
 TEST_F(FileSystemWatcher_loop, BurstOfTenThousandLosesNothing) {
     constexpr int kEvents = 10000;
     if (maxQueuedEvents() < kEvents)
         GTEST_SKIP() << "this machine queues only " << maxQueuedEvents() << " events";
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE | IN_DELETE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE | IN_DELETE));
     std::vector<std::string> expected;
     for (int i = 0; i < kEvents / 2; ++i) {
         const std::string name = "f" + std::to_string(i);
@@ -58,8 +58,8 @@ TEST_F(FileSystemWatcher_loop, OverflowIsReportedOnlyToEntriesWithoutAWatch) {
     RecordedEvents gone;
     makeDirectory(directory / "gone");
     makeDirectory(directory / "kept");
-    watcher.attachWatcher(gone.ofItself(directory / "gone", IN_CREATE));
-    watcher.attachWatcher(events.of(directory / "kept", IN_CREATE | IN_DELETE));
+    watcher.attachWatcher(gone.watcherOnFile(directory / "gone", IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(directory / "kept", IN_CREATE | IN_DELETE));
     removePath(directory / "gone");
     drain(watcher); // the entry now has the number -1
 
@@ -70,7 +70,7 @@ TEST_F(FileSystemWatcher_loop, OverflowIsReportedOnlyToEntriesWithoutAWatch) {
     EXPECT_EQ("f0 100", events.seen.front());
     EXPECT_THAT(gone.seen, ElementsAre("4000"));
 
-    (void)events.taken();
+    (void)events.take();
     writeFile(directory / "kept/after", "");
     drain(watcher);
     EXPECT_THAT(events.seen, ElementsAre("after 100"));
@@ -80,7 +80,7 @@ TEST_F(FileSystemWatcher_loop, OverflowIsSilentWhileEveryEntryHasAWatch) {
     const int limit = maxQueuedEvents();
     if (limit <= 0 || limit > 200000)
         GTEST_SKIP() << "a queue of " << limit << " events is too long to fill";
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE | IN_DELETE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE | IN_DELETE));
     for (int i = 0; i < limit / 2 + 10; ++i)
         touchAndRemove(directory / "f" + std::to_string(i));
     EXPECT_EQ("", printedBy([&] { drain(watcher); }));
@@ -88,31 +88,31 @@ TEST_F(FileSystemWatcher_loop, OverflowIsSilentWhileEveryEntryHasAWatch) {
 }
 
 TEST_F(FileSystemWatcher_loop, CallbackMayAttachAndDetach) {
-    struct Scene {
+    struct CallbackData {
         FileSystemWatcher* watcher;
         std::string path;
         RecordedEvents events;
-    } scene = {&watcher, directory / "sub", {}};
-    makeDirectory(scene.path);
+    } data = {&watcher, directory / "sub", {}};
+    makeDirectory(data.path);
     const auto follow = [](const Watcher& self, const std::string&, unsigned int, void* context) {
-        auto* const what = static_cast<Scene*>(context);
+        auto* const what = static_cast<CallbackData*>(context);
         const std::string own = self.path; // the first change invalidates `self`
-        what->watcher->attachWatcher(what->events.of(what->path, IN_CREATE));
+        what->watcher->attachWatcher(what->events.watcherOn(what->path, IN_CREATE));
         what->watcher->detachWatcher(own);
     };
-    watcher.attachWatcher(Watcher(directory.path(), IN_CREATE, follow, &scene));
+    watcher.attachWatcher(Watcher(directory.path(), IN_CREATE, follow, &data));
     writeFile(directory / "a", "");
     drain(watcher);
     EXPECT_FALSE(watcher.watcherExists(directory.path()));
-    EXPECT_TRUE(watcher.watcherExists(scene.path));
+    EXPECT_TRUE(watcher.watcherExists(data.path));
     writeFile(directory / "b", "");
-    writeFile(scene.path + "/c", "");
+    writeFile(data.path + "/c", "");
     drain(watcher);
-    EXPECT_THAT(scene.events.seen, ElementsAre("c 100"));
+    EXPECT_THAT(data.events.seen, ElementsAre("c 100"));
 }
 
 TEST_F(FileSystemWatcher_loop, FlagSetBeforehandReturnsImmediately) {
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
     writeFile(directory / "a", "");
     bool stop = true;
     watcher.run(stop);
@@ -168,7 +168,7 @@ TEST_F(FileSystemWatcher_loop, EventsAreServedInOrderAndEntriesInListOrder) {
         recorded[i].action = [&order, i](const std::string& name) {
             order.push_back(name + std::to_string(i));
         };
-        watcher.attachWatcher(recorded[i].of(directory / names[i]));
+        watcher.attachWatcher(recorded[i].watcherOn(directory / names[i]));
     }
     for (const char* file : {"b/x", "a/y", "detached/nobody's", "b/z"})
         writeFile(directory / file, "");
@@ -183,7 +183,7 @@ TEST_F(FileSystemWatcher_loop, StopWithinAPassLetsThePassFinish) {
         stop = true;
         writeFile(directory / ("unread after " + name), "");
     };
-    watcher.attachWatcher(events.of(directory.path()));
+    watcher.attachWatcher(events.watcherOn(directory.path()));
     writeFile(directory / "x", "");
     writeFile(directory / "y", "");
     watcher.run(stop);
@@ -192,7 +192,7 @@ TEST_F(FileSystemWatcher_loop, StopWithinAPassLetsThePassFinish) {
 
 TEST_F(FileSystemWatcher_loop, EarlierStopIsForgottenByRun) {
     events.action = [&](const std::string&) { watcher.stop(); };
-    watcher.attachWatcher(events.of(directory.path()));
+    watcher.attachWatcher(events.watcherOn(directory.path()));
     for (const char* name : {"x", "y"}) {
         watcher.stop();
         writeFile(directory / name, "");
@@ -207,10 +207,10 @@ TEST_F(FileSystemWatcher_loop, RegistrationMadeByACallbackSeesTheSameEvent) {
     events.action = [&](const std::string&) {
         if (!watcher.watcherExists(samePath)) {
             for (int i = 0; i < 20; ++i) // moves the list's elements to other memory
-                watcher.attachWatcher(added.of(samePath));
+                watcher.attachWatcher(added.watcherOn(samePath));
         }
     };
-    watcher.attachWatcher(events.of(directory.path()));
+    watcher.attachWatcher(events.watcherOn(directory.path()));
     writeFile(directory / "x", "");
     drain(watcher);
     EXPECT_THAT(events.seen, ElementsAre("x 100"));
@@ -221,9 +221,10 @@ TEST_F(FileSystemWatcher_loop, EntryThatMovesUpDuringItsEventIsPassedOver) {
     RecordedEvents second;
     RecordedEvents third;
     events.action = [&](const std::string&) { watcher.detachWatcher(directory.path()); };
-    watcher.attachWatcher(events.of(directory.path()));
-    watcher.attachWatcher(second.of(directory.path() + "/")); // the kernel has one watch for all
-    watcher.attachWatcher(third.of(directory.path() + "/."));
+    watcher.attachWatcher(events.watcherOn(directory.path()));
+    watcher.attachWatcher(
+        second.watcherOn(directory.path() + "/")); // the kernel has one watch for all
+    watcher.attachWatcher(third.watcherOn(directory.path() + "/."));
     writeFile(directory / "x", "");
     writeFile(directory / "y", "");
     drain(watcher);
@@ -239,8 +240,8 @@ TEST_F(FileSystemWatcher_loop, CallbackMayDetachEverything) {
         watcher.detachWatcher(directory / "a");
         watcher.detachWatcher(directory / "b");
     };
-    watcher.attachWatcher(events.of(directory / "a"));
-    watcher.attachWatcher(events.of(directory / "b"));
+    watcher.attachWatcher(events.watcherOn(directory / "a"));
+    watcher.attachWatcher(events.watcherOn(directory / "b"));
     writeFile(directory / "a/x", "");
     writeFile(directory / "b/y", "");
     drain(watcher);
@@ -250,7 +251,7 @@ TEST_F(FileSystemWatcher_loop, CallbackMayDetachEverything) {
 
 TEST_F(FileSystemWatcher_loop, ExceptionOfACallbackLeavesTheLoop) {
     events.action = [](const std::string&) { throw std::runtime_error("from the callback"); };
-    watcher.attachWatcher(events.of(directory.path()));
+    watcher.attachWatcher(events.watcherOn(directory.path()));
     writeFile(directory / "x", "");
     EXPECT_THROW(drain(watcher), std::runtime_error);
     EXPECT_TRUE(watcher.watcherExists(directory.path()));

@@ -4,7 +4,7 @@
 
 #include "CapturedOutput.h"
 #include "FakeInotify.h"
-#include "FileSystemWatcherScene.h"
+#include "FileSystemWatcherFixture.h"
 
 #include <cstddef>
 #include <string>
@@ -42,7 +42,7 @@ TEST(FileSystemWatcher_records, WholeMaskReachesTheCallback) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     kernel.reads = {record(1, IN_CREATE | IN_ISDIR, "dir") + record(1, 0xffff7fffu, "all")};
     kernel.serve(watcher);
     EXPECT_THAT(events.seen, ElementsAre("dir 40000100", "all ffff7fff"));
@@ -52,7 +52,7 @@ TEST(FileSystemWatcher_records, NameEndsAtItsFirstNul) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     kernel.reads = {rawRecord(1, IN_CREATE, std::string("cut\0here", 8), 16)};
     kernel.serve(watcher);
     EXPECT_THAT(events.seen, ElementsAre("cut 100"));
@@ -62,7 +62,7 @@ TEST(FileSystemWatcher_records, NameIsNotBoundedByTheRecordsLength) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     // The name has no NUL, so it continues into the next header, which begins with the byte 1.
     kernel.reads = {rawRecord(1, IN_CREATE, std::string(16, 'n'), 16) + record(1, IN_DELETE, "x")};
     kernel.serve(watcher);
@@ -73,9 +73,9 @@ TEST(FileSystemWatcher_records, RecordWithoutANameReadsWhatFollows) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     kernel.numbers["/b"] = 0x00434241; // "ABC" in the next header, on a little-endian machine
-    watcher.attachWatcher(events.of("/b"));
+    watcher.attachWatcher(events.watcherOn("/b"));
     kernel.reads = {record(1, IN_MODIFY) + record(0x00434241, IN_MODIFY)};
     kernel.serve(watcher);
     EXPECT_THAT(events.seen, ElementsAre("ABC 2", " 2"));
@@ -85,7 +85,7 @@ TEST(FileSystemWatcher_records, NameThatFillsTheBufferEndsWithIt) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     const std::string name(kBufferSize - sizeof(inotify_event), 'n');
     kernel.reads = {rawRecord(1, IN_CREATE, name, name.size())};
     kernel.serve(watcher);
@@ -96,7 +96,7 @@ TEST(FileSystemWatcher_records, NamelessRecordAtTheBuffersEndHasAnEmptyName) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     const std::size_t filler = kBufferSize - 2 * sizeof(inotify_event);
     kernel.reads = {std::string(kBufferSize, 'j'), // as if left by an earlier iteration
                     rawRecord(9, IN_MODIFY, std::string(filler, 'f'), filler) +
@@ -110,7 +110,7 @@ TEST(FileSystemWatcher_records, DroppedWatchRebuildsEveryWatchOnAFreshInstance) 
     FileSystemWatcher watcher;
     RecordedEvents events;
     for (const char* path : {"/a", "/b", "/a"})
-        watcher.attachWatcher(events.of(path));
+        watcher.attachWatcher(events.watcherOn(path));
     kernel.numbers = {{"/a", 8}, {"/b", 9}}; // the numbers on the new instance
     kernel.reads = {record(1, IN_IGNORED | IN_ISDIR)};
     (void)kernel.calls();
@@ -130,7 +130,7 @@ TEST(FileSystemWatcher_records, DroppedWatchOfNobodyIsIgnored) {
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     kernel.reads = {record(5, IN_IGNORED)};
     (void)kernel.calls();
     kernel.serve(watcher);
@@ -145,7 +145,7 @@ TEST(FileSystemWatcher_records, EntriesBehindTheDroppedOneAreComparedByTheirNewN
     FileSystemWatcher watcher;
     RecordedEvents events;
     for (const char* path : {"/gone", "/b", "/c"})
-        watcher.attachWatcher(events.of(path));
+        watcher.attachWatcher(events.watcherOn(path));
     // The new instance counts from 1 again. Now /b has the number in the current record, so it also
     // counts as dropped, and a third instance follows.
     kernel.numbers = {{"/gone", -1}, {"/b", 1}, {"/c", 2}};
@@ -168,8 +168,8 @@ TEST(FileSystemWatcher_records, RecordsBehindAResetAreMatchedByNumberAgainstTheN
     FileSystemWatcher watcher;
     RecordedEvents a;
     RecordedEvents b;
-    watcher.attachWatcher(a.of("/a"));
-    watcher.attachWatcher(b.of("/b"));
+    watcher.attachWatcher(a.watcherOn("/a"));
+    watcher.attachWatcher(b.watcherOn("/b"));
     kernel.numbers = {{"/a", 2}, {"/b", 3}};
     kernel.reads = {record(1, IN_CREATE, "before") + record(1, IN_IGNORED) +
                     record(2, IN_CREATE, "written for b")};
@@ -183,8 +183,8 @@ TEST(FileSystemWatcher_records, EntryThatCouldNotBeRebuiltGetsTheNoticeOfLostEve
     FileSystemWatcher watcher;
     RecordedEvents gone;
     RecordedEvents kept;
-    watcher.attachWatcher(gone.of("/gone"));
-    watcher.attachWatcher(kept.of("/kept"));
+    watcher.attachWatcher(gone.watcherOn("/gone"));
+    watcher.attachWatcher(kept.watcherOn("/kept"));
     kernel.reads = {record(-1, IN_Q_OVERFLOW)};
     kernel.serve(watcher);
     EXPECT_THAT(gone.seen, IsEmpty());
@@ -202,7 +202,7 @@ TEST(FileSystemWatcher_records, ResetWithoutAnInstanceIsSilentAndKeepsTheEntries
     FakeInotify kernel;
     FileSystemWatcher watcher;
     RecordedEvents events;
-    watcher.attachWatcher(events.of("/a"));
+    watcher.attachWatcher(events.watcherOn("/a"));
     kernel.initFails = true;
     (void)kernel.calls();
     std::string printed;

@@ -3,7 +3,7 @@
 #include <kvr/api/FileSystemWatcher.h>
 
 #include "CapturedOutput.h"
-#include "FileSystemWatcherScene.h"
+#include "FileSystemWatcherFixture.h"
 #include "PrivateMounts.h"
 #include "TempDir.h"
 
@@ -30,12 +30,12 @@ using support::writeFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using FileSystemWatcher_reset = support::FileSystemWatcherScene;
+using FileSystemWatcher_reset = support::FileSystemWatcherFixture;
 
 TEST_F(FileSystemWatcher_reset, DirectoryDeletedAndMadeAgainIsWatchedAgain) {
     const std::string path = directory / "watched";
     makeDirectory(path);
-    watcher.attachWatcher(events.of(path, IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(path, IN_CREATE));
     removePath(path);
     makeDirectory(path); // before the loop reads the deletion's event
     drain(watcher);
@@ -49,8 +49,8 @@ TEST_F(FileSystemWatcher_reset, DirectoryMadeAgainTooLateIsFoundByTheNextReset) 
     const std::string other = directory / "other";
     makeDirectory(path);
     makeDirectory(other);
-    watcher.attachWatcher(events.of(path, IN_CREATE));
-    watcher.attachWatcher(events.of(other, IN_DELETE));
+    watcher.attachWatcher(events.watcherOn(path, IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(other, IN_DELETE));
     removePath(path);
     EXPECT_EQ("", printedBy([&] { drain(watcher); }));
     EXPECT_TRUE(watcher.watcherExists(path));
@@ -70,14 +70,14 @@ TEST_F(FileSystemWatcher_reset, DirectoryMadeAgainTooLateIsFoundByTheNextReset) 
 TEST_F(FileSystemWatcher_reset, DeletionItselfIsReportedBeforeTheReset) {
     const std::string path = directory / "file";
     writeFile(path, "");
-    watcher.attachWatcher(events.ofItself(path, IN_DELETE_SELF));
+    watcher.attachWatcher(events.watcherOnFile(path, IN_DELETE_SELF));
     removePath(path);
     drain(watcher);
     EXPECT_THAT(events.seen, ElementsAre("400")); // IN_IGNORED is not forwarded
 }
 
 TEST_F(FileSystemWatcher_reset, OneShotWatchIsRenewedByTheReset) {
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE | IN_ONESHOT));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE | IN_ONESHOT));
     writeFile(directory / "a", "");
     writeFile(directory / "lost", "");
     drain(watcher);
@@ -92,14 +92,14 @@ TEST_F(FileSystemWatcher_reset, UnmountIsReportedAndTheDirectoryBelowWatchedOn) 
         makeDirectory(path);
         ASSERT_EQ(0, mount("tavo-test", path.c_str(), "tmpfs", 0, "")) << std::strerror(errno);
         FileSystemWatcher inside;
-        inside.attachWatcher(events.of(path, IN_CREATE));
+        inside.attachWatcher(events.watcherOn(path, IN_CREATE));
         writeFile(path + "/above", "");
         drain(inside);
-        ASSERT_THAT(events.taken(), ElementsAre("above 100"));
+        ASSERT_THAT(events.take(), ElementsAre("above 100"));
         ASSERT_EQ(0, umount(path.c_str())) << std::strerror(errno);
         drain(inside);
         ASSERT_EQ(1u, events.seen.size()); // the event has no name
-        EXPECT_THAT(events.taken()[0], testing::EndsWith("2000"));
+        EXPECT_THAT(events.take()[0], testing::EndsWith("2000"));
         writeFile(path + "/below", "");
         drain(inside);
         EXPECT_THAT(events.seen, ElementsAre("below 100"));
@@ -110,8 +110,8 @@ TEST_F(FileSystemWatcher_reset, WatchRemovedThroughOnePathIsRestoredForTheOther)
     writeFile(directory / "file", "");
     ASSERT_EQ(0, link((directory / "file").c_str(), (directory / "same").c_str()));
     RecordedEvents same;
-    watcher.attachWatcher(events.ofItself(directory / "file", IN_MODIFY));
-    watcher.attachWatcher(same.ofItself(directory / "same", IN_MODIFY));
+    watcher.attachWatcher(events.watcherOnFile(directory / "file", IN_MODIFY));
+    watcher.attachWatcher(same.watcherOnFile(directory / "same", IN_MODIFY));
     watcher.detachWatcher(directory / "file"); // the kernel has one watch for both paths
     drain(watcher);                            // the loop sees here that it was removed
     std::ofstream(directory / "file") << "text";

@@ -4,7 +4,7 @@
 
 #include "CapturedOutput.h"
 #include "Descriptors.h"
-#include "FileSystemWatcherScene.h"
+#include "FileSystemWatcherFixture.h"
 #include "TempDir.h"
 
 #include <fstream>
@@ -38,37 +38,38 @@ static_assert(std::has_virtual_destructor<FileSystemWatcher>::value, "applicatio
 static_assert(!std::is_polymorphic<Watcher>::value, "a plain value");
 static_assert(!std::is_copy_constructible<FileSystemWatcher>::value, "it owns a descriptor");
 
-using FileSystemWatcher_events = support::FileSystemWatcherScene;
+using FileSystemWatcher_events = support::FileSystemWatcherFixture;
 
 TEST(Watcher, KeepsWhatItIsGiven) {
     int context = 0;
-    const Watcher registration("/some/path", 0x80000001u, RecordedEvents::note, &context);
+    const Watcher registration("/some/path", 0x80000001u, RecordedEvents::recordEvent, &context);
     EXPECT_EQ("/some/path", registration.path);
     EXPECT_EQ(0x80000001u, registration.mask);
-    EXPECT_EQ(&RecordedEvents::note, registration.callback);
+    EXPECT_EQ(&RecordedEvents::recordEvent, registration.callback);
     EXPECT_EQ(&context, registration.context);
 }
 
-TEST(Watcher, EqualityLooksAtThePathAlone) {
+TEST(Watcher, EqualityComparesThePathOnly) {
     int context = 0;
-    const Watcher a("/a", IN_CREATE, RecordedEvents::note, &context);
+    const Watcher a("/a", IN_CREATE, RecordedEvents::recordEvent, &context);
     EXPECT_TRUE(a == Watcher("/a", IN_DELETE, nullptr, nullptr));
-    EXPECT_FALSE(a == Watcher("/b", IN_CREATE, RecordedEvents::note, &context));
-    EXPECT_FALSE(a == Watcher("/a/", IN_CREATE, RecordedEvents::note, &context));
-    EXPECT_FALSE(a == Watcher(std::string("/a\0", 3), IN_CREATE, RecordedEvents::note, &context));
+    EXPECT_FALSE(a == Watcher("/b", IN_CREATE, RecordedEvents::recordEvent, &context));
+    EXPECT_FALSE(a == Watcher("/a/", IN_CREATE, RecordedEvents::recordEvent, &context));
+    EXPECT_FALSE(a ==
+                 Watcher(std::string("/a\0", 3), IN_CREATE, RecordedEvents::recordEvent, &context));
 }
 
 TEST(Watcher, InequalityIsTheOpposite) {
     int context = 0;
-    const Watcher a("/a", IN_CREATE, RecordedEvents::note, &context);
+    const Watcher a("/a", IN_CREATE, RecordedEvents::recordEvent, &context);
     EXPECT_FALSE(a != Watcher("/a", IN_DELETE, nullptr, nullptr));
-    EXPECT_TRUE(a != Watcher("/b", IN_CREATE, RecordedEvents::note, &context));
+    EXPECT_TRUE(a != Watcher("/b", IN_CREATE, RecordedEvents::recordEvent, &context));
     EXPECT_FALSE(std::make_pair(1, a) != std::make_pair(1, Watcher("/a", 0, nullptr, nullptr)));
     EXPECT_TRUE(std::make_pair(1, a) != std::make_pair(2, a));
 }
 
 TEST_F(FileSystemWatcher_events, ReportsCreatedAndDeletedEntries) {
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE | IN_DELETE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE | IN_DELETE));
     writeFile(directory / "file", "");
     makeDirectory(directory / "sub");
     removePath(directory / "file");
@@ -82,8 +83,8 @@ TEST_F(FileSystemWatcher_events, ReportsMovedEntries) {
     makeDirectory(directory / "to");
     writeFile(directory / "from/old", "");
     RecordedEvents target;
-    watcher.attachWatcher(events.of(directory / "from", IN_MOVED_FROM | IN_MOVED_TO));
-    watcher.attachWatcher(target.of(directory / "to", IN_MOVED_FROM | IN_MOVED_TO));
+    watcher.attachWatcher(events.watcherOn(directory / "from", IN_MOVED_FROM | IN_MOVED_TO));
+    watcher.attachWatcher(target.watcherOn(directory / "to", IN_MOVED_FROM | IN_MOVED_TO));
     moveTo(directory / "from/old", directory / "to/new");
     drain(watcher);
     EXPECT_THAT(events.seen, ElementsAre("old 40"));
@@ -92,7 +93,8 @@ TEST_F(FileSystemWatcher_events, ReportsMovedEntries) {
 
 TEST_F(FileSystemWatcher_events, ReportsModifiedEntries) {
     writeFile(directory / "file", "");
-    watcher.attachWatcher(events.of(directory.path(), IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB));
+    watcher.attachWatcher(
+        events.watcherOn(directory.path(), IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB));
     std::ofstream(directory / "file") << "changed";
     ASSERT_EQ(0, chmod((directory / "file").c_str(), 0600));
     drain(watcher);
@@ -100,7 +102,7 @@ TEST_F(FileSystemWatcher_events, ReportsModifiedEntries) {
 }
 
 TEST_F(FileSystemWatcher_events, ReportsOnlyWhatTheMaskSelects) {
-    watcher.attachWatcher(events.of(directory.path(), IN_DELETE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_DELETE));
     writeFile(directory / "file", "text");
     removePath(directory / "file");
     drain(watcher);
@@ -109,14 +111,14 @@ TEST_F(FileSystemWatcher_events, ReportsOnlyWhatTheMaskSelects) {
 
 TEST_F(FileSystemWatcher_events, ReportsEventsOfAWatchedFileItself) {
     writeFile(directory / "file", "");
-    watcher.attachWatcher(events.ofItself(directory / "file", IN_MODIFY | IN_OPEN));
+    watcher.attachWatcher(events.watcherOnFile(directory / "file", IN_MODIFY | IN_OPEN));
     std::ofstream(directory / "file", std::ios::app) << "more";
     drain(watcher);
     EXPECT_THAT(events.seen, ElementsAre("20", "2"));
 }
 
 TEST_F(FileSystemWatcher_events, ReportsNamesOfEveryLength) {
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
     std::vector<std::string> expected;
     for (std::size_t length = 1; length <= 255; ++length) {
         const std::string name(length, static_cast<char>('a' + length % 26));
@@ -130,20 +132,21 @@ TEST_F(FileSystemWatcher_events, ReportsNamesOfEveryLength) {
 TEST_F(FileSystemWatcher_events, MissingPathIsPrintedAndNotRegistered) {
     const std::string path = directory / "missing";
     EXPECT_EQ("Couldn't add watch to " + path + " ERROR: No such file or directory\n",
-              printedBy([&] { watcher.attachWatcher(events.of(path, IN_CREATE)); }));
+              printedBy([&] { watcher.attachWatcher(events.watcherOn(path, IN_CREATE)); }));
     EXPECT_FALSE(watcher.watcherExists(path));
 }
 
 TEST_F(FileSystemWatcher_events, EmptyMaskIsPrintedAndNotRegistered) {
     EXPECT_EQ("Couldn't add watch to " + directory.path() + " ERROR: Invalid argument\n",
-              printedBy([&] { watcher.attachWatcher(events.of(directory.path(), 0)); }));
+              printedBy([&] { watcher.attachWatcher(events.watcherOn(directory.path(), 0)); }));
     EXPECT_FALSE(watcher.watcherExists(directory.path()));
 }
 
-TEST_F(FileSystemWatcher_events, KnowsRegisteredPathsByTheirExactText) {
+TEST_F(FileSystemWatcher_events, FindsRegisteredPathsByTheirExactText) {
     EXPECT_FALSE(watcher.watcherExists(directory.path()));
-    EXPECT_EQ("",
-              printedBy([&] { watcher.attachWatcher(events.of(directory.path(), IN_CREATE)); }));
+    EXPECT_EQ("", printedBy([&] {
+                  watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
+              }));
     EXPECT_TRUE(watcher.watcherExists(directory.path()));
     EXPECT_FALSE(watcher.watcherExists(directory.path() + "/"));
     EXPECT_FALSE(watcher.watcherExists(""));
@@ -169,7 +172,7 @@ TEST_F(FileSystemWatcher_events, PathAttachedTwiceCallsBothInOrder) {
 
 TEST_F(FileSystemWatcher_events, DetachingAPathAttachedTwiceEndsBoth) {
     for (int i = 0; i < 2; ++i)
-        watcher.attachWatcher(events.of(directory.path(), IN_CREATE));
+        watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
     watcher.detachWatcher(directory.path());
     EXPECT_FALSE(watcher.watcherExists(directory.path()));
     writeFile(directory / "a", "");
@@ -177,18 +180,18 @@ TEST_F(FileSystemWatcher_events, DetachingAPathAttachedTwiceEndsBoth) {
     EXPECT_THAT(events.seen, IsEmpty());
 }
 
-TEST_F(FileSystemWatcher_events, DetachingByRegistrationLooksAtThePathAlone) {
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE));
-    watcher.detachWatcher(Watcher("/elsewhere", IN_CREATE, RecordedEvents::note, &events));
+TEST_F(FileSystemWatcher_events, DetachingByRegistrationComparesThePathOnly) {
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
+    watcher.detachWatcher(Watcher("/elsewhere", IN_CREATE, RecordedEvents::recordEvent, &events));
     EXPECT_TRUE(watcher.watcherExists(directory.path()));
     watcher.detachWatcher(Watcher(directory.path(), IN_ACCESS, nullptr, nullptr));
     EXPECT_FALSE(watcher.watcherExists(directory.path()));
 }
 
 TEST_F(FileSystemWatcher_events, DetachedPathCanBeAttachedAgain) {
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
     watcher.detachWatcher(directory.path());
-    watcher.attachWatcher(events.of(directory.path(), IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
     writeFile(directory / "a", "");
     drain(watcher);
     EXPECT_THAT(events.seen, ElementsAre("a 100"));
@@ -198,10 +201,10 @@ TEST_F(FileSystemWatcher_events, PathWhoseDirectoryWasReplacedIsWatchedTwiceUnde
     const std::string path = directory / "watched";
     RecordedEvents replaced;
     makeDirectory(path);
-    watcher.attachWatcher(events.of(path, IN_CREATE));
+    watcher.attachWatcher(events.watcherOn(path, IN_CREATE));
     moveTo(path, directory / "aside");
     makeDirectory(path);
-    watcher.attachWatcher(replaced.of(path, IN_CREATE));
+    watcher.attachWatcher(replaced.watcherOn(path, IN_CREATE));
     watcher.detachWatcher(path); // the first only
     EXPECT_TRUE(watcher.watcherExists(path));
     writeFile(directory / "aside/old", "");
@@ -218,8 +221,8 @@ TEST_F(FileSystemWatcher_events, HoldsOneDescriptorAndLeavesNone) {
     {
         FileSystemWatcher own;
         EXPECT_EQ(1u, openedSince(before).size());
-        own.attachWatcher(events.of(path, IN_CREATE));
-        own.attachWatcher(events.of(directory.path(), IN_CREATE));
+        own.attachWatcher(events.watcherOn(path, IN_CREATE));
+        own.attachWatcher(events.watcherOn(directory.path(), IN_CREATE));
         for (int i = 0; i < 3; ++i)
             own.resetState();
         removePath(path);

@@ -2,7 +2,7 @@
 
 #include <kvr/api/NQ_AutoMount.h>
 
-#include "AutoMountScene.h"
+#include "AutoMountFixture.h"
 #include "CapturedCommands.h"
 #include "CapturedOutput.h"
 #include "Descriptors.h"

@@ -4,8 +4,8 @@
 
 #include <kvr/api/NQ_AutoMount.h>
 
-#include "AlteredNumbers.h"
-#include "AutoMountScene.h"
+#include "AlteredNumberFormat.h"
+#include "AutoMountFixture.h"
 #include "CapturedCommands.h"
 #include "CapturedOutput.h"
 #include "Descriptors.h"
@@ -195,7 +195,7 @@ TEST_F(AutoMount_operations, WatchesCreationsAndDeletionsUnderDev) {
 
 TEST_F(AutoMount_operations, PrintsTheMaskInDecimalWhateverTheApplicationAskedOfItsStream) {
     make(0);
-    const support::AlteredNumbers altered;
+    const support::AlteredNumberFormat altered;
     EXPECT_EQ(event("other", 0x40000100u), onEvent("other", 0x40000100u));
 }
 
@@ -213,13 +213,13 @@ TEST_F(AutoMount_operations, DeletionOfTheDeviceUnmounts) {
     EXPECT_EQ("ejected ", calls);
 }
 
-TEST_F(AutoMount_operations, CreationIsLookedAtFirst) {
+TEST_F(AutoMount_operations, CreationIsCheckedFirst) {
     make(0);
     EXPECT_EQ(event(kDevice, 768) + running(mountLine()), onEvent(kDevice, IN_CREATE | IN_DELETE));
     EXPECT_EQ("inserted ", calls);
 }
 
-TEST_F(AutoMount_operations, DirectoryOfTheDevicesNameIsTakenForIt) {
+TEST_F(AutoMount_operations, DirectoryOfTheDevicesNameIsTreatedAsTheDevice) {
     make(0);
     EXPECT_EQ(event(kDevice, 1073742080u) + running(mountLine()),
               onEvent(kDevice, IN_CREATE | IN_ISDIR));
@@ -244,7 +244,7 @@ TEST_F(AutoMount_operations, EventsOfOtherDevicesArePrintedOnly) {
     EXPECT_THAT(commands->lines(), IsEmpty());
 }
 
-TEST_F(AutoMount_operations, FailedMountCallsNobodyAndLeavesNothingToUnmount) {
+TEST_F(AutoMount_operations, FailedMountRunsNoCallbackAndLeavesNothingToUnmount) {
     for (const int status : {256, 1, -1, 32512, 9}) {
         make(status);
         EXPECT_EQ(running(mountLine()), printedBy([&] { object->onDeviceInserted(); }));
@@ -255,7 +255,7 @@ TEST_F(AutoMount_operations, FailedMountCallsNobodyAndLeavesNothingToUnmount) {
     EXPECT_EQ("", calls);
 }
 
-TEST_F(AutoMount_operations, FailedUnmountCallsNobodyAndIsTriedAgainAtTheEnd) {
+TEST_F(AutoMount_operations, FailedUnmountRunsNoCallbackAndIsTriedAgainAtTheEnd) {
     make(0);
     EXPECT_EQ(running(mountLine()), printedBy([&] { object->onDeviceInserted(); }));
     changeStatus(256);
@@ -288,7 +288,7 @@ TEST_F(AutoMount_operations, DestructionUnmountsWhatIsMounted) {
     EXPECT_EQ("inserted ejected ", calls);
 }
 
-TEST_F(AutoMount_operations, FailedUnmountAtTheEndCallsNobody) {
+TEST_F(AutoMount_operations, FailedUnmountAtTheEndRunsNoCallback) {
     make(0);
     (void)printedBy([&] { object->onDeviceInserted(); });
     changeStatus(8192);
@@ -331,7 +331,7 @@ TEST_F(AutoMount_operations, DestructionUnmountsAfterTheOwnThreadHasEnded) {
     EXPECT_TRUE(ended);
 }
 
-TEST_F(AutoMount_operations, NamesReachTheShellAsTheyAre) {
+TEST_F(AutoMount_operations, NamesAreNotQuotedForTheShell) {
     FakePrograms programs;
     programs.add("mount");
     std::unique_ptr<AutoMount> mine;
@@ -363,7 +363,7 @@ TEST_F(AutoMount_operations, IgnoredChildSignalMeansThatNothingCountsAsMounted) 
     EXPECT_EQ("~AutoMount()\n", onDestruction());
 }
 
-TEST_F(AutoMount_operations, ShortConstructorPrintsItsLineLastAndCallsNobody) {
+TEST_F(AutoMount_operations, ShortConstructorPrintsItsLineLastAndRunsNoCallback) {
     commands = std::make_unique<CapturedCommands>(CapturedCommands::runNothing, 0);
     EXPECT_EQ("AutoMount(PARS)\nAutoMount()\n", printedBy([&] {
                   object = std::make_unique<AutoMount>(kDevice, directory.path());
@@ -416,7 +416,7 @@ TEST_F(AutoMount_operations, MissingDirectoryIsMadeWithItsMode) {
     EXPECT_TRUE(exists(path));
 }
 
-TEST_F(AutoMount_operations, LinkToADirectoryIsGoodEnough) {
+TEST_F(AutoMount_operations, LinkToADirectoryIsAccepted) {
     ASSERT_EQ(0, symlink(directory.path().c_str(), (directory / "link").c_str()));
     EXPECT_EQ("AutoMount(PARS)\n", printedBy([&] {
                   object = std::make_unique<AutoMount>(kDevice, directory / "link", callNothing,

@@ -97,7 +97,7 @@ std::string randomBytes(std::size_t size, unsigned int seed) {
 }
 
 /// A simple reference encoder, six bits at a time.
-std::string encodedByHand(const std::string& data) {
+std::string referenceEncoding(const std::string& data) {
     const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
     for (std::size_t i = 0; i < data.size(); i += 3) {
@@ -155,7 +155,7 @@ TEST(NQ_Base64, PublishedExamplesAreEncodedAndDecoded) {
     }
 }
 
-TEST(NQ_Base64, NothingIsEncodedAsNothing) {
+TEST(NQ_Base64, EmptyDataIsEncodedAsAnEmptyText) {
     EXPECT_EQ("", NQ_Base64::base64_encode(""));
     EXPECT_EQ("", NQ_Base64::base64_decode(""));
 }
@@ -164,12 +164,12 @@ TEST(NQ_Base64, EveryLengthAndByteValueComesBackExact) {
     std::string all;
     for (int byte = 0; byte < 256; ++byte)
         all += static_cast<char>(byte);
-    EXPECT_EQ(encodedByHand(all), NQ_Base64::base64_encode(all));
+    EXPECT_EQ(referenceEncoding(all), NQ_Base64::base64_encode(all));
     EXPECT_EQ(all, NQ_Base64::base64_decode(NQ_Base64::base64_encode(all)));
     for (std::size_t size = 0; size <= 300; ++size) {
         const std::string data = randomBytes(size, static_cast<unsigned int>(size));
         const std::string text = NQ_Base64::base64_encode(data);
-        ASSERT_EQ(encodedByHand(data), text) << size;
+        ASSERT_EQ(referenceEncoding(data), text) << size;
         ASSERT_EQ(data, NQ_Base64::base64_decode(text)) << size;
     }
 }
@@ -186,7 +186,7 @@ TEST(NQ_Base64, LongDataIsOneLineToo) {
         const std::string text = NQ_Base64::base64_encode(data);
         ASSERT_EQ((size + 2) / 3 * 4, text.size());
         EXPECT_EQ(std::string::npos, text.find_first_of("\r\n"));
-        EXPECT_TRUE(text == encodedByHand(data)) << size;
+        EXPECT_TRUE(text == referenceEncoding(data)) << size;
         EXPECT_TRUE(data == NQ_Base64::base64_decode(text)) << size;
     }
 }
@@ -194,7 +194,7 @@ TEST(NQ_Base64, LongDataIsOneLineToo) {
 TEST(NQ_Base64, EncodingIntoABufferWritesTheTextAndATerminator) {
     for (unsigned int size = 0; size <= 10; ++size) {
         const std::string data = randomBytes(size, size);
-        const std::string expected = encodedByHand(data);
+        const std::string expected = referenceEncoding(data);
         std::string buffer(expected.size() + 8, '#');
         EXPECT_EQ(0, NQ_Base64::Base64Encode(data.data(), size, &buffer[0]));
         EXPECT_EQ(expected + zeros(1) + "#######", buffer) << size;
@@ -207,7 +207,7 @@ TEST(NQ_Base64, EncodingIntoABufferWritesTheTextAndATerminator) {
 TEST(NQ_Base64, DecodingIntoABufferWritesAndCountsTheBytes) {
     for (unsigned int size = 1; size <= 10; ++size) {
         const std::string data = randomBytes(size, size);
-        const std::string text = encodedByHand(data);
+        const std::string text = referenceEncoding(data);
         std::string buffer(size + 8, '#');
         unsigned int count = 99;
         EXPECT_EQ(0, NQ_Base64::Base64Decode(text.c_str(), &buffer[0], &count));

@@ -157,7 +157,7 @@ TEST(NQ_Config, NoDirectoryIsMadeForAFileOfTheRootDirectory) {
     EXPECT_THAT(pathsOf({"", "", "", ""}), ElementsAre("", ""));
 }
 
-TEST(NQ_Config, NoPartOfThePathIsTidiedOrQuoted) {
+TEST(NQ_Config, NoPartOfThePathIsNormalizedOrQuoted) {
     EXPECT_THAT(pathsOf({"app1", "", "", "app.json"}),
                 ElementsAre("R/app1/", "R/app1//app.json", "mkdir -p R/app1/"));
     EXPECT_THAT(pathsOf({"../app 1", "a;b", "c/../d", "$x"}),
@@ -209,7 +209,7 @@ TEST(NQ_Config, InitPrintsWhatItGotAndTheDirectory) {
               }));
 }
 
-TEST(NQ_Config, InitPrintsTheSameFourLinesForNothing) {
+TEST(NQ_Config, InitPrintsTheSameFourLinesForEmptyTexts) {
     NQ_Config config("R");
     EXPECT_EQ("AppID:\n"
               "AgentID:\n"
@@ -275,7 +275,7 @@ TEST(NQ_Config, InitLeavesADirectoryThatIsThereAlone) {
     EXPECT_EQ("old", readFile(first.file));
 }
 
-TEST(NQ_Config, TheShellTakesTheDirectoryApart) {
+TEST(NQ_Config, TheShellInterpretsTheDirectory) {
     TempDir root;
     NQ_Config config(root.path());
     printedBy([&] { init(config, {"a$((1+1))", "", "cfg", "f"}); });

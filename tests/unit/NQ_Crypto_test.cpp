@@ -242,7 +242,7 @@ TEST(NQ_Crypto, PartsAreJoinedInOrderWithoutSeparators) {
     EXPECT_NE(whole, fieldsOf(initialised({"bc", "a"})));
 }
 
-TEST(NQ_Crypto, PartsStayAsTheyWere) {
+TEST(NQ_Crypto, PartsAreNotChanged) {
     std::vector<std::string> parts = {"a", "bc"};
     NQ_Crypto().init(parts);
     EXPECT_EQ((std::vector<std::string>{"a", "bc"}), parts);

@@ -1,4 +1,4 @@
-// The class compiled against the commercial product's bare interface (vendor_interface/), with
+// The class compiled against the declarations of the commercial product (vendor_interface/), with
 // scripted runtimes.
 #include <kvr/api/mdw/NQ_DDS_RMI.h>
 
@@ -30,7 +30,7 @@ static_assert(std::is_same<decltype(std::declval<NQ_DDS_RMI_RUNTIME>().stopRUNTI
               "follows the runtime's own stop");
 
 /// What the runtimes must return, and the calls that they received.
-struct Scene {
+struct RuntimeState {
     bool usable = false;
     bool startResult = true;
     bool startThrows = false;
@@ -41,29 +41,29 @@ struct Scene {
 
 class StubRuntime : public CRuntime {
 public:
-    explicit StubRuntime(Scene& shared) : scene(shared) { ++scene.alive; }
-    ~StubRuntime() override { --scene.alive; }
+    explicit StubRuntime(RuntimeState& shared) : state(shared) { ++state.alive; }
+    ~StubRuntime() override { --state.alive; }
 
     bool start(int argc, const char* argv[]) override {
         std::string call = "start";
         for (int i = 0; i < argc; ++i)
             call += " [" + std::string(argv[i]) + "]";
-        scene.calls.push_back(call);
-        if (scene.startThrows)
+        state.calls.push_back(call);
+        if (state.startThrows)
             throw std::runtime_error("no licence");
-        return scene.startResult;
+        return state.startResult;
     }
     bool stop() override {
-        scene.calls.push_back("stop");
-        return scene.stopResult;
+        state.calls.push_back("stop");
+        return state.stopResult;
     }
     bool isUsable() override {
-        scene.calls.push_back("isUsable");
-        return scene.usable;
+        state.calls.push_back("isUsable");
+        return state.usable;
     }
 
 private:
-    Scene& scene;
+    RuntimeState& state;
 };
 
 CRuntime_ref defaultRuntime;
@@ -72,10 +72,10 @@ int fetched = 0;
 /// The class under test, with a default runtime.
 class NQ_DDS_RMI : public testing::Test {
 protected:
-    NQ_DDS_RMI() { defaultRuntime.reset(new StubRuntime(scene)); }
+    NQ_DDS_RMI() { defaultRuntime.reset(new StubRuntime(state)); }
     ~NQ_DDS_RMI() override { defaultRuntime.reset(); }
 
-    Scene scene;
+    RuntimeState state;
     CapturedSyslog log;
     NQ_DDS_RMI_RUNTIME rmi;
 };
@@ -91,14 +91,14 @@ namespace {
 
 TEST_F(NQ_DDS_RMI, ClientIsStartedWithDiscoveryTimeoutAndThreadingModel) {
     EXPECT_EQ(0, rmi.startRUNTIME(true));
-    EXPECT_THAT(scene.calls,
+    EXPECT_THAT(state.calls,
                 ElementsAre("isUsable", "start [isClient] [--RMIServiceDiscoveryTimeout=20] "
                                         "[--RMIClientThreadingModel=MT]"));
 }
 
 TEST_F(NQ_DDS_RMI, ServerIsStartedWithThreadingModelAlone) {
     EXPECT_EQ(0, rmi.startRUNTIME(false));
-    EXPECT_THAT(scene.calls,
+    EXPECT_THAT(state.calls,
                 ElementsAre("isUsable", "start [isServer] [--RMIClientThreadingModel=MT]"));
 }
 
@@ -108,7 +108,7 @@ TEST_F(NQ_DDS_RMI, SuccessfulStartLogsStartAndStarted) {
 }
 
 TEST_F(NQ_DDS_RMI, FailedStartGivesOneAndLogsStartedBeforeTheFailure) {
-    scene.startResult = false;
+    state.startResult = false;
     EXPECT_EQ(1, rmi.startRUNTIME(true));
     EXPECT_THAT(log.lines(), ElementsAre("<6> === Runtime start", "<6> === Runtime started",
                                          "<6> Failed to start the Runtime "));
@@ -118,19 +118,19 @@ TEST_F(NQ_DDS_RMI, MissingDefaultRuntimeGivesOneAndLogsNothingElse) {
     defaultRuntime.reset();
     EXPECT_EQ(1, rmi.startRUNTIME(true));
     EXPECT_THAT(log.lines(), ElementsAre("<6> Failed to get the default Runtime "));
-    EXPECT_THAT(scene.calls, IsEmpty());
+    EXPECT_THAT(state.calls, IsEmpty());
 }
 
 TEST_F(NQ_DDS_RMI, UsableRuntimeIsNotStartedAgain) {
-    scene.usable = true;
+    state.usable = true;
     EXPECT_EQ(0, rmi.startRUNTIME(true));
-    EXPECT_THAT(scene.calls, ElementsAre("isUsable"));
+    EXPECT_THAT(state.calls, ElementsAre("isUsable"));
     EXPECT_THAT(log.lines(),
                 ElementsAre("<6> === Runtime start", "<6> === Great! Runtime is usable"));
 }
 
 TEST_F(NQ_DDS_RMI, RecordsAreInformational) {
-    scene.startResult = false;
+    state.startResult = false;
     rmi.startRUNTIME(true);
     defaultRuntime.reset();
     rmi.startRUNTIME(true);
@@ -142,7 +142,7 @@ TEST_F(NQ_DDS_RMI, RecordsAreInformational) {
 TEST_F(NQ_DDS_RMI, NothingIsWrittenToStandardOutputOrError) {
     const support::CapturedOutput output;
     const support::CapturedErrors errors;
-    scene.startResult = false;
+    state.startResult = false;
     rmi.startRUNTIME(false);
     rmi.stopRUNTIME();
     EXPECT_EQ("", output.text());
@@ -151,20 +151,20 @@ TEST_F(NQ_DDS_RMI, NothingIsWrittenToStandardOutputOrError) {
 
 TEST_F(NQ_DDS_RMI, StopReturnsTheRuntimesResultAndLogsNothing) {
     rmi.startRUNTIME(false);
-    scene.calls.clear();
+    state.calls.clear();
     const std::size_t logged = log.lines().size();
     EXPECT_TRUE(rmi.stopRUNTIME());
-    scene.stopResult = false;
+    state.stopResult = false;
     EXPECT_FALSE(rmi.stopRUNTIME());
-    EXPECT_THAT(scene.calls, ElementsAre("stop", "stop"));
+    EXPECT_THAT(state.calls, ElementsAre("stop", "stop"));
     EXPECT_EQ(logged, log.lines().size());
 }
 
 TEST_F(NQ_DDS_RMI, RuntimeCanBeStoppedAfterAFailedStart) {
-    scene.startResult = false;
+    state.startResult = false;
     rmi.startRUNTIME(false);
     EXPECT_TRUE(rmi.stopRUNTIME());
-    EXPECT_EQ("stop", scene.calls.back());
+    EXPECT_EQ("stop", state.calls.back());
 }
 
 TEST_F(NQ_DDS_RMI, EachStartFetchesTheDefaultRuntimeAgain) {
@@ -174,16 +174,16 @@ TEST_F(NQ_DDS_RMI, EachStartFetchesTheDefaultRuntimeAgain) {
     rmi.startRUNTIME(true);
     EXPECT_EQ(2, fetched);
     EXPECT_EQ("start [isClient] [--RMIServiceDiscoveryTimeout=20] [--RMIClientThreadingModel=MT]",
-              scene.calls.back());
+              state.calls.back());
 }
 
 TEST_F(NQ_DDS_RMI, StartReleasesTheRuntimeFetchedEarlier) {
     rmi.startRUNTIME(false);
-    Scene second;
+    RuntimeState second;
     defaultRuntime.reset(new StubRuntime(second));
-    EXPECT_EQ(1, scene.alive) << "held by the object alone";
+    EXPECT_EQ(1, state.alive) << "held by the object alone";
     rmi.startRUNTIME(false);
-    EXPECT_EQ(0, scene.alive);
+    EXPECT_EQ(0, state.alive);
     EXPECT_EQ(1, second.alive);
     rmi.stopRUNTIME();
     EXPECT_EQ("stop", second.calls.back());
@@ -196,7 +196,7 @@ TEST_F(NQ_DDS_RMI, StopKeepsTheRuntime) {
     rmi.startRUNTIME(false);
     defaultRuntime.reset();
     rmi.stopRUNTIME();
-    EXPECT_EQ(1, scene.alive);
+    EXPECT_EQ(1, state.alive);
 }
 
 TEST_F(NQ_DDS_RMI, DestructionReleasesTheRuntimeWithoutStoppingIt) {
@@ -204,21 +204,21 @@ TEST_F(NQ_DDS_RMI, DestructionReleasesTheRuntimeWithoutStoppingIt) {
         NQ_DDS_RMI_RUNTIME shortLived;
         shortLived.startRUNTIME(false);
         defaultRuntime.reset();
-        EXPECT_EQ(1, scene.alive);
+        EXPECT_EQ(1, state.alive);
     }
-    EXPECT_EQ(0, scene.alive);
-    EXPECT_THAT(scene.calls, ElementsAre("isUsable", testing::StartsWith("start ")));
+    EXPECT_EQ(0, state.alive);
+    EXPECT_THAT(state.calls, ElementsAre("isUsable", testing::StartsWith("start ")));
 }
 
 TEST_F(NQ_DDS_RMI, ConstructionFetchesNothing) {
     fetched = 0;
     const NQ_DDS_RMI_RUNTIME unused;
     EXPECT_EQ(0, fetched);
-    EXPECT_THAT(scene.calls, IsEmpty());
+    EXPECT_THAT(state.calls, IsEmpty());
 }
 
 TEST_F(NQ_DDS_RMI, ExceptionsOfTheRuntimePassThrough) {
-    scene.startThrows = true;
+    state.startThrows = true;
     EXPECT_THROW(rmi.startRUNTIME(true), std::runtime_error);
     EXPECT_THAT(log.lines(), ElementsAre("<6> === Runtime start"));
 }

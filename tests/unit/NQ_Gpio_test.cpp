@@ -290,7 +290,7 @@ TEST(NQ_Gpio, NegativeResultsReadAsALowLevelButPassThroughForMeasurements) {
     });
 }
 
-TEST(NQ_Gpio, ARefusalLeavesItsReasonAndTheDeviceOpen) {
+TEST(NQ_Gpio, ARefusalSetsErrnoAndLeavesTheDeviceOpen) {
     inFreshProcess([] {
         FakeBoard board;
         board.driver = [](unsigned long) {
@@ -354,7 +354,7 @@ TEST(NQ_Gpio, WithoutADeviceOperationsFailAndEachTriesAgain) {
     });
 }
 
-TEST(NQ_Gpio, ADeviceThatAppearsLaterIsTakenAndKept) {
+TEST(NQ_Gpio, ADeviceThatAppearsLaterIsOpenedAndKept) {
     inFreshProcess([] {
         FakeBoard board;
         board.openError = EACCES;

@@ -19,7 +19,7 @@ const char* const kDocument = R"({"text":"abc","digits":"12","empty":"","number"
     "yes":true,"no":false,"nothing":null,"object":{"a":1,"b":[true]},"list":["x",2,null,{"k":"v"}]})";
 
 /// Handles that have no keys.
-struct Keyless {
+struct KeylessHandles {
     NQ_JSON emptyObject;
     NQ_JSON array{"[1]"};
     NQ_JSON string{"\"text\""};
@@ -100,7 +100,7 @@ TEST(NQ_JSON_readers, GetJsonObjectSharesTheMember) {
 }
 
 TEST(NQ_JSON_readers, ReadersGiveFixedDefaultsForAMissingKey) {
-    const Keyless keyless;
+    const KeylessHandles keyless;
     for (const NQ_JSON* json : keyless.all) {
         EXPECT_EQ("", json->get_json_string("key"));
         EXPECT_EQ("", json->get_json_obj_as_string("key"));
@@ -155,7 +155,7 @@ TEST(NQ_JSON_readers, ArrayLengthsCountElements) {
 }
 
 TEST(NQ_JSON_readers, ArrayLengthsAreZeroWithoutAnArray) {
-    const Keyless keyless;
+    const KeylessHandles keyless;
     for (const NQ_JSON* json : {&keyless.emptyObject, &keyless.string, &keyless.nothing}) {
         EXPECT_EQ(0, json->json_object_array_len());
         EXPECT_EQ(0, json->getArraySize());

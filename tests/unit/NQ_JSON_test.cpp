@@ -23,7 +23,7 @@ using support::JsonLifetime;
 static_assert(std::has_virtual_destructor<NQ_JSON>::value, "applications may derive");
 static_assert(sizeof(NQ_JSON) == 3 * sizeof(void*), "virtual table, document, scratch handle");
 
-const char* const kComplaint = "Unable to parse json\n";
+const char* const kParseError = "Unable to parse json\n";
 
 std::string nestedArrays(int depth) {
     return std::string(static_cast<std::size_t>(depth), '[') +
@@ -50,7 +50,7 @@ TEST(NQ_JSON, TextThatIsNotCompleteJsonIsReportedOnceAndHoldsNoValue) {
                              "]", "}", "{\"a\" 1}", "{\"a\":tru}", "{1:2}", "[1 2]", "\xff"}) {
         CapturedOutput output;
         const NQ_JSON json{std::string(text)};
-        EXPECT_EQ(kComplaint, output.text()) << text;
+        EXPECT_EQ(kParseError, output.text()) << text;
         EXPECT_EQ(nullptr, json.getObj()) << text;
     }
 }
@@ -59,7 +59,7 @@ TEST(NQ_JSON, BareWordsAndNumbersNeedAFollowingCharacterToClose) {
     for (const char* text : {"true", "false", "null", "42"}) {
         CapturedOutput output;
         EXPECT_EQ(nullptr, NQ_JSON{std::string(text)}.getObj()) << text;
-        EXPECT_EQ(kComplaint, output.text()) << text;
+        EXPECT_EQ(kParseError, output.text()) << text;
     }
     CapturedOutput output;
     EXPECT_EQ("true", NQ_JSON("true ").asString());
@@ -96,7 +96,7 @@ TEST(NQ_JSON, NestingIsLimitedToThirtyTwoLevels) {
     }
     CapturedOutput output;
     EXPECT_EQ(nullptr, NQ_JSON(nestedArrays(33)).getObj());
-    EXPECT_EQ(kComplaint, output.text());
+    EXPECT_EQ(kParseError, output.text());
 }
 
 TEST(NQ_JSON, TheParserIsAsLenientAsJsonCIsByDefault) {
@@ -106,12 +106,12 @@ TEST(NQ_JSON, TheParserIsAsLenientAsJsonCIsByDefault) {
     EXPECT_EQ("", output.text());
 }
 
-TEST(NQ_JSON, TheComplaintIsFlushed) {
+TEST(NQ_JSON, TheParsersMessageIsFlushed) {
     const support::ForkedChild child = support::inForkedChild([] {
         NQ_JSON("");
         _exit(0); // does not flush buffers
     });
-    EXPECT_EQ(kComplaint, child.output);
+    EXPECT_EQ(kParseError, child.output);
 }
 
 TEST(NQ_JSON, AMemberThatAppearsTwiceKeepsItsLastValue) {
@@ -164,7 +164,7 @@ TEST(NQ_JSON, ACopySharesTheTree) {
     EXPECT_TRUE(original.keyExists("added"));
 }
 
-TEST(NQ_JSON, TheTreeLivesAsLongAsItsLastHandle) {
+TEST(NQ_JSON, TheTreeExistsAsLongAsItsLastHandle) {
     auto* first = new NQ_JSON;
     const JsonLifetime lifetime(first->getObj());
     {
@@ -304,9 +304,9 @@ TEST(NQ_JSON, FromFileTrimsNothing) {
     support::writeFile(dir / "line", "42\n");
     CapturedOutput output;
     EXPECT_EQ(nullptr, NQ_JSON::fromFile(dir / "number").getObj());
-    EXPECT_EQ(kComplaint, output.text());
+    EXPECT_EQ(kParseError, output.text());
     EXPECT_EQ("42", NQ_JSON::fromFile(dir / "line").asString());
-    EXPECT_EQ(kComplaint, output.text());
+    EXPECT_EQ(kParseError, output.text());
 }
 
 TEST(NQ_JSON, FromFileTreatsAFileThatCannotBeReadAsAnEmptyText) {
@@ -315,7 +315,7 @@ TEST(NQ_JSON, FromFileTreatsAFileThatCannotBeReadAsAnEmptyText) {
     for (const std::string& path : {dir / "missing", dir / "empty", dir.path(), std::string()}) {
         CapturedOutput output;
         EXPECT_EQ(nullptr, NQ_JSON::fromFile(path).getObj()) << path;
-        EXPECT_EQ(kComplaint, output.text()) << path;
+        EXPECT_EQ(kParseError, output.text()) << path;
     }
 }
 

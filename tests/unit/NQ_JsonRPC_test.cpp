@@ -170,7 +170,7 @@ TEST_F(NQ_JsonRPC, LookupGivesTheFirstRegisteredOfAName) {
     EXPECT_EQ(first, dispatcher->Lookup("same"));
 }
 
-TEST_F(NQ_JsonRPC, LookupAsksEachNameAfreshUntilTheFirstMatch) {
+TEST_F(NQ_JsonRPC, LookupAsksForEachNameUntilTheFirstMatchEveryTime) {
     Recorder* a = add("a");
     Recorder* b = add("b");
     Recorder* c = add("c");

@@ -278,7 +278,7 @@ TEST_F(NQ_LoggerTest, ALaterCallTriesAgain) {
     EXPECT_EQ("INFO: at last\n", content());
 }
 
-TEST_F(NQ_LoggerTest, LinesOfThreadsNeverMix) {
+TEST_F(NQ_LoggerTest, LinesOfConcurrentThreadsAreNotInterleaved) {
     constexpr int kThreads = 8;
     constexpr int kRounds = 200;
     inChild([] {

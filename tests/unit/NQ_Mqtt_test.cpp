@@ -258,7 +258,7 @@ TEST(NQ_Mqtt, FailurePairIsLoggedOnTheFirstAndEveryThirtiethAttemptAfter) {
     EXPECT_EQ(6u, logOfFailures(3, 90).size());
 }
 
-TEST(NQ_Mqtt, AttemptsAreCountedAfreshByEveryConnect) {
+TEST(NQ_Mqtt, EveryConnectCountsItsAttemptsFromZero) {
     FakePaho paho;
     CapturedSyslog log;
     bool keepTrying = false;
@@ -300,7 +300,7 @@ TEST(NQ_Mqtt, RetriesOnceASecondUntilItSucceeds) {
     EXPECT_EQ(0, mqtt.getLastResult());
 }
 
-TEST(NQ_Mqtt, EmptyHostPausesWithoutAnAttemptOrAWordUntilTheFlagIsCleared) {
+TEST(NQ_Mqtt, EmptyHostPausesWithoutAnAttemptOrARecordUntilTheFlagIsCleared) {
     FakePaho paho;
     CapturedSyslog log;
     CapturedOutput output;

@@ -80,7 +80,7 @@ private:
 };
 
 /// Waits while another thread ends the process.
-[[noreturn]] void waitForTheEnd() {
+[[noreturn]] void waitForTheProcessToEnd() {
     support::eventually([] { return false; }, std::chrono::seconds(20));
     _exit(99);
 }
@@ -251,7 +251,7 @@ TEST(NQ_Popen, ExecuteNonblockEndsTheProcessByAnEmptyOutputCallback) {
         {
             NQ_Popen::executeNonblock("echo", {"text"}, std::function<void(const std::string&)>(),
                                       [](int) {});
-            waitForTheEnd();
+            waitForTheProcessToEnd();
         },
         KilledBySignal(SIGABRT), HasSubstr("bad_function_call"));
 }
@@ -261,7 +261,7 @@ TEST(NQ_Popen, ExecuteNonblockEndsTheProcessByAnEmptyExitCallback) {
         {
             NQ_Popen::executeNonblock(
                 "true", {}, [](const std::string&) {}, std::function<void(int)>());
-            waitForTheEnd();
+            waitForTheProcessToEnd();
         },
         KilledBySignal(SIGABRT), HasSubstr("bad_function_call"));
 }
@@ -272,7 +272,7 @@ TEST(NQ_Popen, ExecuteNonblockEndsTheProcessByACallbacksException) {
             NQ_Popen::executeNonblock(
                 "true", {}, [](const std::string&) {},
                 [](int) { throw std::runtime_error("from the callback"); });
-            waitForTheEnd();
+            waitForTheProcessToEnd();
         },
         KilledBySignal(SIGABRT), HasSubstr("from the callback"));
 }
@@ -283,7 +283,7 @@ TEST(NQ_Popen, ExecuteNonblockEndsTheProcessWhenForkFails) {
             const ScriptedCall fails(Call::fork, EAGAIN);
             NQ_Popen::executeNonblock(
                 "true", {}, [](const std::string&) {}, [](int) {});
-            waitForTheEnd();
+            waitForTheProcessToEnd();
         },
         ExitedWithCode(1), Eq("fork: Resource temporarily unavailable\n"));
 }

@@ -206,35 +206,35 @@ TEST(NQ_Popen, AFailedExecutionWritesTheCallersBuffersOnce) {
 }
 
 /// Appends to a file without buffering, so that lines from all copies of the process appear.
-void note(const std::string& path, const std::string& line) {
+void appendLine(const std::string& path, const std::string& line) {
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     const std::string text = line + "\n";
     ASSERT_EQ(static_cast<ssize_t>(text.size()), write(file, text.data(), text.size()));
     close(file);
 }
 
-std::string notesPath;
+std::string recordPath;
 
-struct Farewell {
-    ~Farewell() { note(notesPath, "destroyed"); }
+struct RecordedDestruction {
+    ~RecordedDestruction() { appendLine(recordPath, "destroyed"); }
 };
 
 TEST(NQ_Popen, AFailedExecutionContinuesOneProcessOnly) {
     const TempDir directory;
-    notesPath = directory / "notes";
+    recordPath = directory / "notes";
     EXPECT_EXIT(
         {
-            static const Farewell farewell;
-            std::atexit([] { note(notesPath, "exit handler"); });
+            static const RecordedDestruction global;
+            std::atexit([] { appendLine(recordPath, "exit handler"); });
             {
-                const Farewell local;
+                const RecordedDestruction local;
                 NQ_Popen::execute("/no/such/program", {});
-                note(notesPath, "continued");
+                appendLine(recordPath, "continued");
             }
             std::exit(6);
         },
         ExitedWithCode(6), Eq(""));
-    EXPECT_EQ("continued\ndestroyed\nexit handler\ndestroyed\n", readFile(notesPath));
+    EXPECT_EQ("continued\ndestroyed\nexit handler\ndestroyed\n", readFile(recordPath));
 }
 
 // When calls fail ---------------------------------------------------------------------------------
@@ -249,7 +249,7 @@ TEST(NQ_Popen, AFailingForkEndsTheProcessByExit) {
         ExitedWithCode(1), Eq("fork: Resource temporarily unavailable\nexit handler\n"));
 }
 
-TEST(NQ_Popen, InterruptedWaitingContinues) {
+TEST(NQ_Popen, WaitingContinuesAfterAnInterruption) {
     const ScriptedCall waiting(
         Call::waitpid, [](int number) { return number <= 3 ? EINTR : ScriptedCall::kPassOn; });
     int status = kUntouched;

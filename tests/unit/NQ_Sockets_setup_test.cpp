@@ -5,7 +5,7 @@
 #include "Descriptors.h"
 #include "PrivateMounts.h"
 #include "ScriptedCalls.h"
-#include "SocketScene.h"
+#include "SocketFixture.h"
 #include "TempDir.h"
 
 #include <cerrno>
@@ -40,8 +40,8 @@ using support::openedSince;
 using support::printedBy;
 using support::ScriptedCall;
 using support::SocketClient;
+using support::SocketFixture;
 using support::SocketName;
-using support::SocketScene;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::Eq;
@@ -74,7 +74,7 @@ TEST(NQ_Sockets, AMissingDirectoryIsMade) {
     });
 }
 
-TEST(NQ_Sockets, ADirectoryThatCannotBeMadeShowsInBind) {
+TEST(NQ_Sockets, ADirectoryThatCannotBeCreatedMakesBindFail) {
     support::inPrivateMounts({"/tmp"}, [] {
         support::writeFile("/tmp/socketDDS", "in the way");
         EXPECT_EXIT(NQ_Sockets("abc"), ExitedWithCode(1), EndsWith("bind: Not a directory\n"));
@@ -124,7 +124,7 @@ TEST(NQ_Sockets, TheLoopsSocketTakesThePlaceOfTheConstructors) {
     });
     printedBy([&] { server.loop(stop); });
 
-    EXPECT_THAT(recorder.heard, ElementsAre("in time"));
+    EXPECT_THAT(recorder.messages, ElementsAre("in time"));
     int listening = 0;
     socklen_t size = sizeof listening;
     ASSERT_EQ(0,
@@ -135,21 +135,21 @@ TEST(NQ_Sockets, TheLoopsSocketTakesThePlaceOfTheConstructors) {
 TEST(NQ_Sockets, NoDescriptorIsEverClosed) {
     const auto before = openDescriptors();
     {
-        SocketScene scene;
+        SocketFixture fixture;
         EXPECT_THAT(openedSince(before), SizeIs(1));
-        // Five visits: a complete one, one with an invalid length, one whose observer throws, and
+        // Five connections: a complete one, one with an invalid length, one whose observer throws, and
         // two with a failing recv(). The first of those fails for the length, the second for the
         // payload.
         const ScriptedCall receiving(Call::recv, [](int number) {
             return number == 8 || number == 10 ? ECONNRESET : ScriptedCall::kPassOn;
         });
-        scene.recorder.alsoDo = [&] {
-            if (scene.recorder.heard.back() == "bad")
+        fixture.recorder.onUpdate = [&] {
+            if (fixture.recorder.messages.back() == "bad")
                 throw std::runtime_error("bad");
         };
-        scene.serve({scene.sends(message("one")), scene.sends(lengthPrefix(UINT32_MAX)),
-                     scene.sends(message("bad")), scene.sends(message("lost")),
-                     scene.sends(message("lost"))});
+        fixture.serve({fixture.sends(message("one")), fixture.sends(lengthPrefix(UINT32_MAX)),
+                       fixture.sends(message("bad")), fixture.sends(message("lost")),
+                       fixture.sends(message("lost"))});
         EXPECT_EQ(10, receiving.count());
         EXPECT_THAT(openedSince(before), SizeIs(1 + 1 + 5));
     }
@@ -264,22 +264,22 @@ TEST(NQ_Sockets, AFailingListenEndsTheProcess) {
 }
 
 TEST(NQ_Sockets, ALoopThatCannotListenEndsTheProcessToo) {
-    SocketScene scene;
-    scene.stop = true;
+    SocketFixture fixture;
+    fixture.stop = true;
     EXPECT_EXIT(
         {
             const ScriptedCall fails(Call::socket, ENOBUFS);
-            scene.server.loop(scene.stop);
+            fixture.server.loop(fixture.stop);
         },
         ExitedWithCode(1), Eq("socket: No buffer space available\n"));
 }
 
 TEST(NQ_Sockets, InitSocketSrvMakesAFreshSocket) {
-    SocketScene scene;
+    SocketFixture fixture;
     const auto before = openDescriptors();
-    scene.server.initSocketSrv();
+    fixture.server.initSocketSrv();
     EXPECT_THAT(openedSince(before), SizeIs(1));
-    EXPECT_EQ(0, SocketClient(scene.path()).error());
+    EXPECT_EQ(0, SocketClient(fixture.path()).error());
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 #include <kvr/api/com/NQ_Sockets.h>
 
-#include "AlteredNumbers.h"
+#include "AlteredNumberFormat.h"
 #include "CapturedOutput.h"
 #include "Descriptors.h"
 #include "ScriptedCalls.h"
-#include "SocketScene.h"
+#include "SocketFixture.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -30,7 +30,7 @@ using support::openedSince;
 using support::printedBy;
 using support::ScriptedCall;
 using support::SocketClient;
-using support::SocketScene;
+using support::SocketFixture;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -56,7 +56,7 @@ std::uint32_t partialLength(const std::string& bytes) {
 // One connection ------------------------------------------------------------------------------
 
 TEST(NQ_Sockets, PrintsEveryStepOfAConnection) {
-    SocketScene scene;
+    SocketFixture fixture;
     EXPECT_EQ("Waiting for a connection...\n"
               "Connected.\n"
               "Receiving: 5 bytes\n"
@@ -64,89 +64,89 @@ TEST(NQ_Sockets, PrintsEveryStepOfAConnection) {
               "Received:hello\n"
               "Receiving: 0 bytes\n"
               "Receive result:0\n",
-              scene.serve({scene.sends(message("hello"))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("hello"));
-    EXPECT_EQ("hello", scene.server.getLastMessage());
+              fixture.serve({fixture.sends(message("hello"))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("hello"));
+    EXPECT_EQ("hello", fixture.server.getLastMessage());
 }
 
 TEST(NQ_Sockets, WaitsAgainWhileNotStopped) {
-    SocketScene scene;
+    SocketFixture fixture;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("one") + kClosed + kWaiting +
                   kConnected + received("two") + kClosed,
-              scene.serve({scene.sends(message("one")), scene.sends(message("two"))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("one", "two"));
+              fixture.serve({fixture.sends(message("one")), fixture.sends(message("two"))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("one", "two"));
 }
 
 TEST(NQ_Sockets, AnnouncesTwoMessagesOfOneConnectionInOrder) {
-    SocketScene scene;
+    SocketFixture fixture;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("first") + received("second!") +
                   kClosed,
-              scene.serve({scene.sends(message("first") + message("second!"))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("first", "second!"));
-    EXPECT_EQ("second!", scene.server.getLastMessage());
+              fixture.serve({fixture.sends(message("first") + message("second!"))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("first", "second!"));
+    EXPECT_EQ("second!", fixture.server.getLastMessage());
 }
 
 TEST(NQ_Sockets, ReadsTheNextMessageAfterAllObserversHaveReturned) {
-    SocketScene scene;
+    SocketFixture fixture;
     MessageRecorder last;
-    scene.server.attach(&last);
+    fixture.server.attach(&last);
     std::string events;
-    scene.recorder.alsoDo = [&] { events += 'a'; };
-    last.alsoDo = [&] { events += 'b'; };
+    fixture.recorder.onUpdate = [&] { events += 'a'; };
+    last.onUpdate = [&] { events += 'b'; };
     const ScriptedCall receiving(Call::recv, [&](int) {
         events += 'r';
         return ScriptedCall::kPassOn;
     });
-    scene.serve({scene.sends(message("one") + message("two"))});
+    fixture.serve({fixture.sends(message("one") + message("two"))});
     EXPECT_EQ("rrabrrabrr", events);
 }
 
 TEST(NQ_Sockets, TakesAnyBytesAsPayload) {
     std::string payload("\0\n\xff\x80 'quoted' \\", 16);
     payload += '\0';
-    SocketScene scene;
+    SocketFixture fixture;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received(payload) + kClosed,
-              scene.serve({scene.sends(message(payload))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre(payload));
+              fixture.serve({fixture.sends(message(payload))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre(payload));
 }
 
 TEST(NQ_Sockets, TakesLengthsOfSeveralBytes) {
     const std::string payload(70001, 'x'); // 0x11171
-    SocketScene scene;
+    SocketFixture fixture;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received(payload) + kClosed,
-              scene.serve({scene.sends(message(payload))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre(payload));
+              fixture.serve({fixture.sends(message(payload))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre(payload));
 }
 
 TEST(NQ_Sockets, TakesAPayloadOfOneByte) {
-    SocketScene scene;
+    SocketFixture fixture;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("1") + received("2") + kClosed,
-              scene.serve({scene.sends(message("1") + message("2"))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("1", "2"));
+              fixture.serve({fixture.sends(message("1") + message("2"))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("1", "2"));
 }
 
 TEST(NQ_Sockets, AnEmptyConnectionIsOver) {
-    SocketScene scene;
-    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({scene.sends("")}));
-    EXPECT_THAT(scene.recorder.heard, IsEmpty());
-    EXPECT_EQ("", scene.server.getLastMessage());
+    SocketFixture fixture;
+    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, fixture.serve({fixture.sends("")}));
+    EXPECT_THAT(fixture.recorder.messages, IsEmpty());
+    EXPECT_EQ("", fixture.server.getLastMessage());
 }
 
 TEST(NQ_Sockets, WakesForAClientThatComesLater) {
-    SocketScene scene;
+    SocketFixture fixture;
     bool stop = false;
-    scene.recorder.alsoDo = [&] { stop = true; };
+    fixture.recorder.onUpdate = [&] { stop = true; };
     std::string printed;
     {
         const support::CapturedOutput output;
         std::thread client([&] {
             if (!output.waitFor(kWaiting))
                 return; // the server then never ends, and the time limit fails the test
-            SocketClient late(scene.path());
+            SocketClient late(fixture.path());
             if (output.waitFor(kConnected))
                 late.send(message("at last"));
         });
-        scene.server.loop(stop);
+        fixture.server.loop(stop);
         client.join();
         printed = output.text();
     }
@@ -154,22 +154,22 @@ TEST(NQ_Sockets, WakesForAClientThatComesLater) {
 }
 
 TEST(NQ_Sockets, FlushesEveryLineImmediately) {
-    SocketScene scene;
+    SocketFixture fixture;
     std::vector<std::string> written;
     {
         const support::CapturedOutput output;
         const auto look = [&] { written.push_back(output.written()); };
         const ScriptedCall accepting(Call::accept, [&](int) {
             look();
-            scene.stop = true;
-            return scene.sends(message("hello"))();
+            fixture.stop = true;
+            return fixture.sends(message("hello"))();
         });
         const ScriptedCall receiving(Call::recv, [&](int) {
             look();
             return ScriptedCall::kPassOn;
         });
-        scene.recorder.alsoDo = look;
-        scene.server.loop(scene.stop);
+        fixture.recorder.onUpdate = look;
+        fixture.server.loop(fixture.stop);
         look();
     }
     const std::string waiting = kWaiting;
@@ -181,16 +181,16 @@ TEST(NQ_Sockets, FlushesEveryLineImmediately) {
 }
 
 TEST(NQ_Sockets, FlushesItsReportOfAFailure) {
-    SocketScene scene;
+    SocketFixture fixture;
     std::string inLoop;
     std::string inConstructor;
     {
         const support::CapturedOutput output;
         const ScriptedCall accepting(Call::accept, [&](int) {
-            scene.stop = true;
+            fixture.stop = true;
             return ECONNABORTED;
         });
-        scene.server.loop(scene.stop);
+        fixture.server.loop(fixture.stop);
         inLoop = output.written();
     }
     {
@@ -204,46 +204,46 @@ TEST(NQ_Sockets, FlushesItsReportOfAFailure) {
 
 TEST(NQ_Sockets, PrintsDecimalNumbersWhateverTheApplicationAskedOfItsStream) {
     const std::string payload(12345, 'x');
-    SocketScene scene;
-    const support::AlteredNumbers altered;
+    SocketFixture fixture;
+    const support::AlteredNumberFormat altered;
     EXPECT_EQ(std::string(kWaiting) + kConnected + received(payload) +
                   "Receiving: 4294967295 bytes\n" + kFailed + "std::bad_alloc\n",
-              scene.serve({scene.sends(message(payload) + lengthPrefix(UINT32_MAX))}));
+              fixture.serve({fixture.sends(message(payload) + lengthPrefix(UINT32_MAX))}));
     const ScriptedCall receiving(
         Call::recv, [](int number) { return number == 2 ? ECONNRESET : ScriptedCall::kPassOn; });
     EXPECT_EQ(std::string(kWaiting) + kConnected + "Receiving: 3 bytes\nReceive result:-1\n" +
                   kFailed + "Error receiving socket data buffer\n\n",
-              scene.serve({scene.sends(message("one"))}));
+              fixture.serve({fixture.sends(message("one"))}));
 }
 
 // The end of a connection ----------------------------------------------------------------------
 
 TEST(NQ_Sockets, ReceivesThePayloadOfAPeerThatIsGoneToo) {
-    SocketScene scene;
+    SocketFixture fixture;
     const ScriptedCall receiving(Call::recv, ScriptedCall::kPassOn);
-    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({scene.sends("")}));
+    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, fixture.serve({fixture.sends("")}));
     EXPECT_EQ(2, receiving.count());
 }
 
 TEST(NQ_Sockets, PrintsAFailureOfThatReceive) {
-    SocketScene scene;
+    SocketFixture fixture;
     const ScriptedCall receiving(
         Call::recv, [](int number) { return number == 2 ? ECONNRESET : ScriptedCall::kPassOn; });
     EXPECT_EQ(std::string(kWaiting) + kConnected + "Receiving: 0 bytes\nReceive result:-1\n" +
                   kFailed + "Error receiving socket data buffer\n\n",
-              scene.serve({scene.sends("")}));
+              fixture.serve({fixture.sends("")}));
 }
 
 TEST(NQ_Sockets, ReceivesThePayloadAfterAPartOfALengthThatIsZero) {
-    SocketScene scene;
+    SocketFixture fixture;
     std::unique_ptr<SocketClient> client;
     const ScriptedCall receiving(Call::recv, [&](int number) {
         if (number == 2)
             client->close(); // otherwise the call waits for the rest of the length
         return ScriptedCall::kPassOn;
     });
-    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({[&] {
-        client = std::make_unique<SocketClient>(scene.path());
+    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, fixture.serve({[&] {
+        client = std::make_unique<SocketClient>(fixture.path());
         client->send(std::string(3, '\0'));
         return ScriptedCall::kPassOn;
     }}));
@@ -251,17 +251,17 @@ TEST(NQ_Sockets, ReceivesThePayloadAfterAPartOfALengthThatIsZero) {
 }
 
 TEST(NQ_Sockets, ReceivesNoPayloadAfterAWholeLengthOfZero) {
-    SocketScene scene;
+    SocketFixture fixture;
     const ScriptedCall receiving(Call::recv, ScriptedCall::kPassOn);
     EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed,
-              scene.serve({scene.sends(lengthPrefix(0) + message("behind"))}));
+              fixture.serve({fixture.sends(lengthPrefix(0) + message("behind"))}));
     EXPECT_EQ(1, receiving.count());
 }
 
 // Lengths and payloads that do not fit ---------------------------------------------------------
 
 TEST(NQ_Sockets, APayloadInTwoSegmentsIsDeliveredAfterTheFirst) {
-    SocketScene scene;
+    SocketFixture fixture;
     std::unique_ptr<SocketClient> client;
     // The server then reads the rest of the payload as a message: length 2, "xy", and the first
     // byte of another length.
@@ -280,27 +280,27 @@ TEST(NQ_Sockets, APayloadInTwoSegmentsIsDeliveredAfterTheFirst) {
                   "Received:" +
                   delivered + "\n" + received("xy") +
                   "Receiving: " + std::to_string(partialLength("z")) + " bytes\nReceive result:0\n",
-              scene.serve({[&] {
-                  client = std::make_unique<SocketClient>(scene.path());
+              fixture.serve({[&] {
+                  client = std::make_unique<SocketClient>(fixture.path());
                   client->send(lengthPrefix(10) + "abc");
                   return ScriptedCall::kPassOn;
               }}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre(delivered, "xy"));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre(delivered, "xy"));
 }
 
 TEST(NQ_Sockets, AShortLengthIsFilledWithZeroBytes) {
     for (const std::string& bytes :
          {std::string("\x05"), std::string("\x01\x02"), std::string("\x01\x02\x03")}) {
-        SocketScene scene;
+        SocketFixture fixture;
         EXPECT_EQ(std::string(kWaiting) + kConnected + "Receiving: " +
                       std::to_string(partialLength(bytes)) + " bytes\nReceive result:0\n",
-                  scene.serve({scene.sends(bytes)}));
-        EXPECT_THAT(scene.recorder.heard, IsEmpty());
+                  fixture.serve({fixture.sends(bytes)}));
+        EXPECT_THAT(fixture.recorder.messages, IsEmpty());
     }
 }
 
 TEST(NQ_Sockets, APayloadMayFollowAShortLength) {
-    SocketScene scene;
+    SocketFixture fixture;
     std::unique_ptr<SocketClient> client;
     const std::string shortLength = "\x03";
     const std::string payload = "abc";
@@ -311,32 +311,33 @@ TEST(NQ_Sockets, APayloadMayFollowAShortLength) {
             client->close();
         return ScriptedCall::kPassOn;
     });
-    scene.serve({[&] {
-        client = std::make_unique<SocketClient>(scene.path());
+    fixture.serve({[&] {
+        client = std::make_unique<SocketClient>(fixture.path());
         client->send(shortLength);
         return ScriptedCall::kPassOn;
     }});
-    ASSERT_THAT(scene.recorder.heard, SizeIs(1));
-    EXPECT_EQ(partialLength(shortLength), scene.recorder.heard[0].size());
-    EXPECT_EQ(payload, scene.recorder.heard[0].substr(0, payload.size()));
+    ASSERT_THAT(fixture.recorder.messages, SizeIs(1));
+    EXPECT_EQ(partialLength(shortLength), fixture.recorder.messages[0].size());
+    EXPECT_EQ(payload, fixture.recorder.messages[0].substr(0, payload.size()));
 }
 
 TEST(NQ_Sockets, AZeroLengthEndsTheConnectionAndWhatFollowsIsNeverRead) {
-    SocketScene scene;
+    SocketFixture fixture;
     std::unique_ptr<SocketClient> client; // stays open: the server must not wait for its end
-    EXPECT_EQ(std::string(kWaiting) + kConnected + received("before") + kClosed, scene.serve({[&] {
-        client = std::make_unique<SocketClient>(scene.path());
-        client->send(message("before") + lengthPrefix(0) + message("behind"));
-        return ScriptedCall::kPassOn;
-    }}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("before"));
+    EXPECT_EQ(std::string(kWaiting) + kConnected + received("before") + kClosed,
+              fixture.serve({[&] {
+                  client = std::make_unique<SocketClient>(fixture.path());
+                  client->send(message("before") + lengthPrefix(0) + message("behind"));
+                  return ScriptedCall::kPassOn;
+              }}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("before"));
 }
 
 TEST(NQ_Sockets, AZeroLengthEndsTheConnectionOfAClientThatSendsNothingMore) {
-    SocketScene scene;
+    SocketFixture fixture;
     std::unique_ptr<SocketClient> client;
-    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, scene.serve({[&] {
-        client = std::make_unique<SocketClient>(scene.path());
+    EXPECT_EQ(std::string(kWaiting) + kConnected + kClosed, fixture.serve({[&] {
+        client = std::make_unique<SocketClient>(fixture.path());
         client->send(lengthPrefix(0));
         return ScriptedCall::kPassOn;
     }}));
@@ -344,41 +345,41 @@ TEST(NQ_Sockets, AZeroLengthEndsTheConnectionOfAClientThatSendsNothingMore) {
 }
 
 TEST(NQ_Sockets, ALengthThatCannotBeAllocatedAbandonsTheConnection) {
-    SocketScene scene;
+    SocketFixture fixture;
     const std::string printed =
-        scene.serve({scene.sends(message("kept") + lengthPrefix(UINT32_MAX) + "x"),
-                     scene.sends(message("next"))});
+        fixture.serve({fixture.sends(message("kept") + lengthPrefix(UINT32_MAX) + "x"),
+                       fixture.sends(message("next"))});
     const std::string before =
         std::string(kWaiting) + kConnected + received("kept") + "Receiving: 4294967295 bytes\n";
     const std::string after = std::string(kWaiting) + kConnected + received("next") + kClosed;
     EXPECT_EQ(before + kFailed + "std::bad_alloc\n" + after, printed);
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("kept", "next"));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("kept", "next"));
 }
 
 // Failing calls and observers ------------------------------------------------------------------
 
 TEST(NQ_Sockets, AFailingAcceptIsPrintedAndTriedAgain) {
-    SocketScene scene;
+    SocketFixture fixture;
     const std::string failure =
         std::string(kWaiting) + kFailed + "Error accepting socket connection\n\n";
     EXPECT_EQ(failure + failure + kWaiting + kConnected + received("hello") + kClosed,
-              scene.serve({SocketScene::failsWith(EMFILE), SocketScene::failsWith(EINTR),
-                           scene.sends(message("hello"))}));
+              fixture.serve({SocketFixture::failsWith(EMFILE), SocketFixture::failsWith(EINTR),
+                             fixture.sends(message("hello"))}));
 }
 
 TEST(NQ_Sockets, AFailingReceiveOfTheLengthAbandonsTheConnection) {
-    SocketScene scene;
+    SocketFixture fixture;
     const ScriptedCall receiving(
         Call::recv, [](int number) { return number == 1 ? EINTR : ScriptedCall::kPassOn; });
     EXPECT_EQ(std::string(kWaiting) + kConnected + kFailed +
                   "Error receiving socket data length\n\n" + kWaiting + kConnected +
                   received("two") + kClosed,
-              scene.serve({scene.sends(message("one")), scene.sends(message("two"))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("two"));
+              fixture.serve({fixture.sends(message("one")), fixture.sends(message("two"))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("two"));
 }
 
 TEST(NQ_Sockets, AFailingReceiveOfThePayloadAbandonsTheConnection) {
-    SocketScene scene;
+    SocketFixture fixture;
     const ScriptedCall receiving(
         Call::recv, [](int number) { return number == 4 ? ECONNRESET : ScriptedCall::kPassOn; });
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("one") +
@@ -386,39 +387,39 @@ TEST(NQ_Sockets, AFailingReceiveOfThePayloadAbandonsTheConnection) {
                   "Receive result:-1\n" +
                   kFailed + "Error receiving socket data buffer\n\n" + kWaiting + kConnected +
                   received("3rd") + kClosed,
-              scene.serve({scene.sends(message("one") + message("two") + message("2nd")),
-                           scene.sends(message("3rd"))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("one", "3rd"));
+              fixture.serve({fixture.sends(message("one") + message("two") + message("2nd")),
+                             fixture.sends(message("3rd"))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("one", "3rd"));
 }
 
 TEST(NQ_Sockets, AnObserversStandardExceptionAbandonsTheConnection) {
-    SocketScene scene;
+    SocketFixture fixture;
     MessageRecorder unreached;
-    scene.server.attach(&unreached);
-    scene.recorder.alsoDo = [&] {
-        if (scene.recorder.heard.back() == "bad")
+    fixture.server.attach(&unreached);
+    fixture.recorder.onUpdate = [&] {
+        if (fixture.recorder.messages.back() == "bad")
             throw std::range_error("no use for it");
     };
-    EXPECT_EQ(
-        std::string(kWaiting) + kConnected +
-            "Receiving: 3 bytes\n"
-            "Receive result:3\n"
-            "Received:bad\n" +
-            kFailed + "no use for it\n" + kWaiting + kConnected + received("good") + kClosed,
-        scene.serve({scene.sends(message("bad") + message("lost")), scene.sends(message("good"))}));
-    EXPECT_THAT(scene.recorder.heard, ElementsAre("bad", "good"));
-    EXPECT_THAT(unreached.heard, ElementsAre("good"));
+    EXPECT_EQ(std::string(kWaiting) + kConnected +
+                  "Receiving: 3 bytes\n"
+                  "Receive result:3\n"
+                  "Received:bad\n" +
+                  kFailed + "no use for it\n" + kWaiting + kConnected + received("good") + kClosed,
+              fixture.serve({fixture.sends(message("bad") + message("lost")),
+                             fixture.sends(message("good"))}));
+    EXPECT_THAT(fixture.recorder.messages, ElementsAre("bad", "good"));
+    EXPECT_THAT(unreached.messages, ElementsAre("good"));
 }
 
 TEST(NQ_Sockets, AnyOtherExceptionOfAnObserverPassesThrough) {
-    SocketScene scene;
-    scene.recorder.alsoDo = [] { throw 42; };
+    SocketFixture fixture;
+    fixture.recorder.onUpdate = [] { throw 42; };
     bool thrown = false;
     const std::string printed = printedBy([&] {
         const ScriptedCall accepting(Call::accept,
-                                     [&](int) { return scene.sends(message("bad"))(); });
+                                     [&](int) { return fixture.sends(message("bad"))(); });
         try {
-            scene.server.loop(scene.stop);
+            fixture.server.loop(fixture.stop);
         } catch (int number) {
             thrown = number == 42;
         }
@@ -434,30 +435,30 @@ TEST(NQ_Sockets, AnyOtherExceptionOfAnObserverPassesThrough) {
 // Stopping ---------------------------------------------------------------------------------------
 
 TEST(NQ_Sockets, AStoppedLoopRemakesTheSocketAndAcceptsNobody) {
-    SocketScene scene;
+    SocketFixture fixture;
     const auto before = openDescriptors();
-    EXPECT_EQ("", scene.serve({}));
+    EXPECT_EQ("", fixture.serve({}));
     EXPECT_THAT(openedSince(before), SizeIs(1));
-    EXPECT_EQ(0, SocketClient(scene.path()).error());
+    EXPECT_EQ(0, SocketClient(fixture.path()).error());
 }
 
 TEST(NQ_Sockets, AStopInterruptsNoConnectionInProgress) {
-    SocketScene scene;
+    SocketFixture fixture;
     bool stop = false;
-    scene.recorder.alsoDo = [&] { stop = true; };
+    fixture.recorder.onUpdate = [&] { stop = true; };
     const std::string printed = printedBy([&] {
         const ScriptedCall accepting(
-            Call::accept, [&](int) { return scene.sends(message("one") + message("two"))(); });
-        scene.server.loop(stop);
+            Call::accept, [&](int) { return fixture.sends(message("one") + message("two"))(); });
+        fixture.server.loop(stop);
     });
     EXPECT_EQ(std::string(kWaiting) + kConnected + received("one") + received("two") + kClosed,
               printed);
 }
 
 TEST(NQ_Sockets, AStopSetDuringAFailedConnectionEndsTheLoop) {
-    SocketScene scene;
+    SocketFixture fixture;
     EXPECT_EQ(std::string(kWaiting) + kFailed + "Error accepting socket connection\n\n",
-              scene.serve({SocketScene::failsWith(ECONNABORTED)}));
+              fixture.serve({SocketFixture::failsWith(ECONNABORTED)}));
 }
 
 } // namespace

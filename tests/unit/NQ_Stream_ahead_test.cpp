@@ -4,7 +4,7 @@
 
 #include "ForkedChild.h"
 #include "StandardInput.h"
-#include "StreamScene.h"
+#include "StreamFixture.h"
 #include "TempDir.h"
 
 #include <cstdio>
@@ -25,36 +25,36 @@ using support::expectLines;
 using support::expectStoppedWait;
 using support::lineFromInput;
 using support::Poll;
+using support::RecordedPolls;
 using support::SemicolonForNewline;
 using support::StandardInput;
-using support::WatchedPolls;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(NQ_Stream, EveryLineOfABurstIsAnnouncedWithoutAWait) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("a\nb\nc\n");
     EXPECT_EQ("a", lineFromInput());
     EXPECT_EQ(0, input.unread()); // one read(2) took all lines
     EXPECT_EQ("b", lineFromInput());
     EXPECT_EQ("c", lineFromInput());
     EXPECT_EQ(1, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(0, 0));
+    EXPECT_THAT(polls.ppollResults(), ElementsAre(0, 0));
 }
 
 TEST(NQ_Stream, EmptyLinesOfABurstAreSkippedWithoutAWait) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("\n\na\n");
     EXPECT_EQ("a", lineFromInput());
     EXPECT_EQ(1, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(0, 0));
+    EXPECT_THAT(polls.ppollResults(), ElementsAre(0, 0));
 }
 
 TEST(NQ_Stream, LinesThatTheProgramReadAheadBeforeAreNotLost) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("the program's\nb\nc\n");
     std::string own;
     std::getline(std::cin, own);
@@ -73,16 +73,16 @@ TEST(NQ_Stream, LinesThatAreReadAheadStayForTheProgram) {
     EXPECT_EQ("b", own);
 }
 
-TEST(NQ_Stream, WhileMoreInputIsReadableTheWaitIsAsEver) {
+TEST(NQ_Stream, WhileMoreInputIsReadablePollWaitsAsUsual) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("a\nb\n");
     EXPECT_EQ("a", lineFromInput());
     input.write("c\n");
     EXPECT_EQ("b", lineFromInput());
     EXPECT_EQ("c", lineFromInput());
     EXPECT_EQ(3, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(1));
+    EXPECT_THAT(polls.ppollResults(), ElementsAre(1));
     for (const Poll& poll : polls.all())
         EXPECT_EQ(1000, poll.milliseconds);
 }
@@ -101,10 +101,10 @@ TEST(NQ_Stream, TheStopFlagTakesPrecedenceOverALineThatWasReadAhead) {
     input.write("a\nkept\n");
     EXPECT_EQ("a", lineFromInput());
     bool stop = true;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
     EXPECT_EQ(0, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(0));
+    EXPECT_THAT(polls.ppollResults(), ElementsAre(0));
     EXPECT_EQ("kept", lineFromInput());
 }
 
@@ -120,7 +120,7 @@ TEST(NQ_Stream, TheEndOfALineThatWasReadAheadIsThatOfTheStreamsLocale) {
     StandardInput input;
     const std::locale before =
         std::cin.imbue(std::locale(std::cin.getloc(), new SemicolonForNewline));
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("a;b;");
     EXPECT_EQ("a", lineFromInput());
     EXPECT_EQ("b", lineFromInput());
@@ -128,11 +128,11 @@ TEST(NQ_Stream, TheEndOfALineThatWasReadAheadIsThatOfTheStreamsLocale) {
     std::cin.imbue(before);
 }
 
-TEST(NQ_Stream, ABurstIsAnnouncedWithoutAWaitAlsoFromABufferOfTheStreamsOwn) {
+TEST(NQ_Stream, ABurstInTheStreamsOwnBufferIsAnnouncedWithoutAWait) {
     const support::ForkedChild child = support::inForkedChild([] {
         StandardInput input;
         std::ios::sync_with_stdio(false);
-        const WatchedPolls polls;
+        const RecordedPolls polls;
         input.write("a\nb\nc\n");
         EXPECT_EQ("a", lineFromInput());
         EXPECT_EQ(0, input.unread());
@@ -143,7 +143,7 @@ TEST(NQ_Stream, ABurstIsAnnouncedWithoutAWaitAlsoFromABufferOfTheStreamsOwn) {
     EXPECT_EQ(0, child.status) << child.output;
 }
 
-TEST(NQ_Stream, APartOfALineInABufferOfTheStreamsOwnDoesNotHideTheStopFlag) {
+TEST(NQ_Stream, APartOfALineInTheStreamsOwnBufferDoesNotHideTheStopFlag) {
     const support::ForkedChild child = support::inForkedChild([] {
         alarm(60); // ends the test if the call blocks for the rest
         StandardInput input;
@@ -175,12 +175,12 @@ TEST(NQ_Stream, ALineInABufferThatTheStreamDoesNotReadFromDoesNotHideTheStopFlag
 
 TEST(NQ_Stream, AClosedPipeIsWaitedForBeforeEveryLine) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("a\nb\n\nc\n");
     input.close();
     expectLines({"a", "b", "c"});
     EXPECT_EQ(4, polls.count());
-    EXPECT_THAT(polls.looks(), ElementsAre(1, 1, 1));
+    EXPECT_THAT(polls.ppollResults(), ElementsAre(1, 1, 1));
 }
 
 TEST(NQ_Stream, AFileIsWaitedForBeforeEveryLine) {
@@ -190,7 +190,7 @@ TEST(NQ_Stream, AFileIsWaitedForBeforeEveryLine) {
     StandardInput input;
     input.replace(file);
     close(file);
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     expectLines({"a", "b", "c"});
     EXPECT_EQ(3, polls.count());
 }
@@ -203,11 +203,11 @@ TEST(NQ_Stream, ATerminalIsWaitedForBeforeEveryLine) {
     {
         StandardInput input;
         input.replace(terminal);
-        const WatchedPolls polls;
+        const RecordedPolls polls;
         ASSERT_EQ(6, write(user, "a\nb\nc\n", 6));
         expectLines({"a", "b", "c"});
         EXPECT_EQ(3, polls.count());
-        EXPECT_THAT(polls.looks(), IsEmpty()); // a terminal delivers one line per read
+        EXPECT_THAT(polls.ppollResults(), IsEmpty()); // a terminal delivers one line per read
     }
     close(terminal);
     close(user);

@@ -3,7 +3,7 @@
 #include "CapturedOutput.h"
 #include "ForkedChild.h"
 #include "StandardInput.h"
-#include "StreamScene.h"
+#include "StreamFixture.h"
 #include "Waiting.h"
 
 #include <cerrno>
@@ -26,9 +26,9 @@ namespace {
 using support::lineFromInput;
 using support::Poll;
 using support::printedBy;
+using support::RecordedPolls;
 using support::SemicolonForNewline;
 using support::StandardInput;
-using support::WatchedPolls;
 using Clock = std::chrono::steady_clock;
 
 // lines -------------------------------------------------------------------------------------------
@@ -90,9 +90,9 @@ TEST(NQ_Stream, TheOverloadWithoutAFlagReadsTheSame) {
 
 // waiting -----------------------------------------------------------------------------------------
 
-TEST(NQ_Stream, AWaitIsForReadableStandardInputWithinASecond) {
+TEST(NQ_Stream, AWaitPollsStandardInputForOneSecond) {
     StandardInput input;
-    WatchedPolls polls;
+    RecordedPolls polls;
     input.write("a\n");
     lineFromInput();
     ASSERT_EQ(1, polls.count());
@@ -104,7 +104,7 @@ TEST(NQ_Stream, AWaitIsForReadableStandardInputWithinASecond) {
 
 TEST(NQ_Stream, APartOfALineEndsTheWaitAndTheCallBlocksUntilTheRestArrives) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("be");
     std::thread supervisor([&] {
         EXPECT_TRUE(support::eventually([&] { return input.unread() == 0; }));
@@ -117,11 +117,11 @@ TEST(NQ_Stream, APartOfALineEndsTheWaitAndTheCallBlocksUntilTheRestArrives) {
 
 TEST(NQ_Stream, AfterAQuietSecondTheWaitContinues) {
     StandardInput input;
-    WatchedPolls polls([&](int number) {
+    RecordedPolls polls([&](int number) {
         if (number < 4)
             return 0;
         input.write("late\n");
-        return WatchedPolls::kPassOn;
+        return RecordedPolls::kPassOn;
     });
     EXPECT_EQ("late", lineFromInput());
     EXPECT_EQ(4, polls.count());
@@ -130,9 +130,9 @@ TEST(NQ_Stream, AfterAQuietSecondTheWaitContinues) {
 TEST(NQ_Stream, TheStopFlagEndsAQuietWaitWithinASecond) {
     StandardInput input;
     bool stop = false;
-    const WatchedPolls polls([&](int) {
+    const RecordedPolls polls([&](int) {
         stop = true;
-        return WatchedPolls::kPassOn; // now waits until its time limit
+        return RecordedPolls::kPassOn; // now waits until its time limit
     });
     const auto start = Clock::now();
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
@@ -144,7 +144,7 @@ TEST(NQ_Stream, TheStopFlagEndsAQuietWaitWithinASecond) {
 
 TEST(NQ_Stream, TheStopFlagTakesPrecedenceOverALineThatHasArrived) {
     StandardInput input;
-    WatchedPolls polls;
+    RecordedPolls polls;
     input.write("kept\n");
     bool stop = true;
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
@@ -157,7 +157,7 @@ TEST(NQ_Stream, AFailingPollEndsTheCallWithNothing) {
     StandardInput input;
     input.write("kept\n");
     {
-        const WatchedPolls polls([](int) {
+        const RecordedPolls polls([](int) {
             errno = EINTR;
             return -1;
         });
@@ -187,9 +187,9 @@ TEST(NQ_Stream, AtTheEndOfInputTheCallSpinsWithoutPauseUntilStopped) {
     StandardInput input;
     input.close();
     bool stop = false;
-    WatchedPolls polls([&](int number) {
+    RecordedPolls polls([&](int number) {
         stop = number == 2000;
-        return WatchedPolls::kPassOn;
+        return RecordedPolls::kPassOn;
     });
     const auto start = Clock::now();
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
@@ -209,7 +209,7 @@ TEST(NQ_Stream, StandardInputAtItsEndIsStillWaitedFor) {
     EXPECT_EQ("end", lineFromInput());
     EXPECT_EQ(std::ios::eofbit, std::cin.rdstate()); // at the end, but not failed
     bool stop = true;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
     EXPECT_EQ(1, polls.count());
 }
@@ -220,7 +220,7 @@ TEST(NQ_Stream, FailedStandardInputIsWaitedFor) {
         input.write("a\n");
         std::cin.setstate(state);
         bool stop = true;
-        const WatchedPolls polls;
+        const RecordedPolls polls;
         EXPECT_EQ("", NQ_Stream::readOneLineStream(std::cin, stop));
         EXPECT_EQ(1, polls.count());
     }
@@ -228,7 +228,7 @@ TEST(NQ_Stream, FailedStandardInputIsWaitedFor) {
 
 TEST(NQ_Stream, AnotherStreamIsNotWaitedFor) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     std::istringstream in("a\n\nb\n");
     bool stop = true; // the flag has no effect
     EXPECT_EQ("a", NQ_Stream::readOneLineStream(in, stop));
@@ -239,21 +239,21 @@ TEST(NQ_Stream, AnotherStreamIsNotWaitedFor) {
 TEST(NQ_Stream, AnotherStreamIsNotWaitedForWhileStandardInputHasFailed) {
     StandardInput input;
     std::cin.setstate(std::ios::failbit);
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     std::istringstream in("a\n");
     bool stop = true;
     EXPECT_EQ("a", NQ_Stream::readOneLineStream(in, stop));
     EXPECT_EQ(0, polls.count());
 }
 
-TEST(NQ_Stream, AnotherFailedStreamIsTakenForFailedStandardInput) {
+TEST(NQ_Stream, AnotherFailedStreamIsTreatedAsFailedStandardInput) {
     for (const auto state : {std::ios::failbit, std::ios::badbit}) {
         StandardInput input;
         std::cin.setstate(std::ios::failbit);
         std::istringstream in("a\n");
         in.setstate(state);
         bool stop = false;
-        const WatchedPolls polls([&](int number) {
+        const RecordedPolls polls([&](int number) {
             stop = number == 3;
             return 1;
         });
@@ -268,7 +268,7 @@ TEST(NQ_Stream, AnotherStreamAtItsEndHasNotFailedYet) {
     std::istringstream in;
     in.setstate(std::ios::eofbit);
     bool stop = true;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     EXPECT_EQ("", NQ_Stream::readOneLineStream(in, stop));
     EXPECT_TRUE(in.fail()); // the read came first and failed
     EXPECT_EQ(1, polls.count());
@@ -280,7 +280,7 @@ TEST(NQ_Stream, AtTheEndOfAnotherStreamTheCallSpinsForEverWithoutWaiting) {
         itimerval limit = {};
         limit.it_value.tv_usec = 50000;
         setitimer(ITIMER_PROF, &limit, nullptr); // of processor time; then SIGPROF ends the process
-        const WatchedPolls polls([](int) -> int { _exit(3); });
+        const RecordedPolls polls([](int) -> int { _exit(3); });
         std::istringstream in("\n");
         bool stop = true;
         NQ_Stream::readOneLineStream(in, stop);
@@ -313,7 +313,7 @@ TEST(NQ_Stream, TheShortFormEchoesLikewise) {
 TEST(NQ_Stream, AStoppedWaitEchoesAnEmptyLine) {
     StandardInput input;
     bool stop = false;
-    const WatchedPolls polls([&](int) {
+    const RecordedPolls polls([&](int) {
         stop = true;
         return 0;
     });
@@ -324,7 +324,7 @@ TEST(NQ_Stream, AStoppedWaitEchoesAnEmptyLine) {
 
 TEST(NQ_Stream, AFailedPollEchoesAnEmptyLineInTheShortForm) {
     StandardInput input;
-    const WatchedPolls polls([](int) { return -1; });
+    const RecordedPolls polls([](int) { return -1; });
     EXPECT_EQ("\n", printedBy([&] { NQ_Stream::forwardAndCopyInput(std::cin); }));
 }
 

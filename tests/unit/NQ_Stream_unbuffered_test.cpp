@@ -13,12 +13,12 @@
 namespace {
 
 using support::Poll;
+using support::RecordedPolls;
 using support::StandardInput;
-using support::WatchedPolls;
 
 TEST(NQ_Stream_unbuffered, NothingIsReadAheadSoThatEveryLineIsSeenByPoll) {
     StandardInput input;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     input.write("a\n\nb\nc\n");
     EXPECT_EQ("a", NQ_Stream::readOneLineStream(std::cin));
     EXPECT_EQ(5, input.unread());
@@ -28,7 +28,7 @@ TEST(NQ_Stream_unbuffered, NothingIsReadAheadSoThatEveryLineIsSeenByPoll) {
     ASSERT_EQ(4, polls.count());
     for (const Poll& poll : polls.all())
         EXPECT_EQ(1, poll.result);
-    EXPECT_THAT(polls.looks(), testing::IsEmpty());
+    EXPECT_THAT(polls.ppollResults(), testing::IsEmpty());
 }
 
 } // namespace

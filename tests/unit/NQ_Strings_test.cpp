@@ -50,7 +50,7 @@ int statusOfEmptyPattern(const std::string& to) {
 
 // BothAreSpaces -----------------------------------------------------------------------------------
 
-TEST(NQ_Strings, OfAllPairsOfBytesOnlyTwoBlanksAreBothSpaces) {
+TEST(NQ_Strings, OfAllPairsOfBytesOnlyTwoBlanksCountAsBothSpaces) {
     for (int a = CHAR_MIN; a <= CHAR_MAX; ++a) {
         for (int b = CHAR_MIN; b <= CHAR_MAX; ++b) {
             const bool blanks = a == 32 && b == 32;

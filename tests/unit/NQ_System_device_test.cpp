@@ -77,7 +77,7 @@ TEST(NQ_System, AModemIsThereWhenItsNodeIs) {
     });
 }
 
-TEST(NQ_System, WhatIsThereButCannotBeOpenedDoesNotCount) {
+TEST(NQ_System, APathThatCannotBeOpenedDoesNotCount) {
     // A socket's node exists, but nobody can open it.
     inPrivateMounts({"/dev", "/opt"}, [] {
         ASSERT_EQ(0, mknod("/dev/cdc-wdm0", S_IFSOCK | 0666, 0));
@@ -92,7 +92,7 @@ TEST(NQ_System, WhatIsThereButCannotBeOpenedDoesNotCount) {
     });
 }
 
-TEST(NQ_System, LookingForThingsLeavesNothingOpen) {
+TEST(NQ_System, LookingForPathsLeavesNothingOpen) {
     inPrivateMounts({"/opt"}, [] {
         ASSERT_EQ(0, mkdir("/opt/apps", 0755));
         ASSERT_EQ(0, mkdir("/opt/apps/ZEQ", 0755));
@@ -112,7 +112,7 @@ int idPrintedAs(const std::string& script, const std::string& name = "agent") {
     return NQ_System::getProcIdByName(name);
 }
 
-TEST(NQ_System, ThePrintedNumberIsTheProcess) {
+TEST(NQ_System, ThePrintedNumberIsTheProcessId) {
     EXPECT_EQ(4711, idPrintedAs("echo 4711"));
     EXPECT_EQ(12, idPrintedAs("echo '12 34'"));
     EXPECT_EQ(12, idPrintedAs("echo 12; echo 34"));
@@ -121,13 +121,13 @@ TEST(NQ_System, ThePrintedNumberIsTheProcess) {
     EXPECT_EQ(4711, idPrintedAs("echo 4711; exit 1"));
 }
 
-TEST(NQ_System, WithoutANumberThereIsNoProcess) {
+TEST(NQ_System, WithoutAPrintedNumberTheProcessIdIsZero) {
     EXPECT_EQ(0, idPrintedAs("exit 1"));
     EXPECT_EQ(0, idPrintedAs("echo none"));
     EXPECT_EQ(0, idPrintedAs("echo 4711 >&2"));
 }
 
-TEST(NQ_System, ThePreviousAnswerIsForgotten) {
+TEST(NQ_System, ThePreviousProcessIdIsNotReturnedAgain) {
     EXPECT_EQ(4711, idPrintedAs("echo 4711"));
     EXPECT_EQ(0, idPrintedAs("exit 1"));
 }
@@ -157,13 +157,13 @@ TEST(NQ_System, TheShellInterpretsTheName) {
     EXPECT_THAT(programs.calls(), ElementsAre("pidof [-s] [a b] [c]"));
 }
 
-TEST(NQ_System, WithoutAShellThereIsNoProcess) {
+TEST(NQ_System, WithoutAShellTheProcessIdIsZero) {
     const support::ScriptedCall popen(support::Call::popen, ENOMEM);
     EXPECT_EQ(0, NQ_System::getProcIdByName("agent"));
     EXPECT_EQ(1, popen.count());
 }
 
-TEST(NQ_System, AskingForAProcessLeavesNothingOpen) {
+TEST(NQ_System, GettingAProcessIdLeavesNothingOpen) {
     const auto before = openDescriptors();
     idPrintedAs("echo 1");
     EXPECT_THAT(openedSince(before), IsEmpty());
@@ -303,7 +303,7 @@ TEST(NQ_System, EveryPortButExactlyOneIsRs232) {
     });
 }
 
-TEST(NQ_System, ANumberCountsAsItsText) {
+TEST(NQ_System, ANumericPortIsReadAsText) {
     withConfiguration([](const std::string& file) {
         writeFile(file, "{\"portID\":1}");
         EXPECT_EQ((Port{"1", "RS485", ""}), configuredPort());

@@ -382,7 +382,7 @@ TEST(NQ_System, AForkedChildIsAnotherProcess) {
     });
 }
 
-TEST(NQ_System, ALockFileThatWasRemovedIsMadeAndLockedAnew) {
+TEST(NQ_System, ALockFileThatWasRemovedIsCreatedAndLockedAgain) {
     inFreshProcess([] {
         const Program program;
         EXPECT_FALSE(NQ_System::appAlreadyRunning());
@@ -394,7 +394,7 @@ TEST(NQ_System, ALockFileThatWasRemovedIsMadeAndLockedAnew) {
     });
 }
 
-TEST(NQ_System, ALockFileThatAnotherProcessMadeAnewIsFoundLocked) {
+TEST(NQ_System, ALockFileThatAnotherProcessCreatedAgainIsFoundLocked) {
     inFreshProcess([] {
         const Program program;
         EXPECT_FALSE(NQ_System::appAlreadyRunning());

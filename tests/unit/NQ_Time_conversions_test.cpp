@@ -133,7 +133,7 @@ TEST(NQ_Time, WithoutAFractionTheYearIsReadForIt) {
     EXPECT_EQ(std::make_pair(kThursday, suseconds_t{2020000}), parsed("2020-01-02T03:04:05"));
 }
 
-TEST(NQ_Time, NothingBehindThePointIsOutOfRange) {
+TEST(NQ_Time, AnEmptyFractionIsOutOfRange) {
     for (const char* text : {"2020-01-02T03:04:05.", ".", ""}) {
         try {
             NQ_Time::dateStrToTv(text);
@@ -199,7 +199,7 @@ TEST(NQ_Time, FarYearsAreWrittenAsLongAsTheyFit) {
               formatted(static_cast<std::time_t>(67767976233532799)));
 }
 
-TEST(NQ_Time, ATimeWithoutATextIsWrittenAsNothing) {
+TEST(NQ_Time, ATimeThatCannotBeConvertedIsWrittenAsAnEmptyText) {
     EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::max(), 123000));
     EXPECT_EQ("", formatted(std::numeric_limits<std::time_t>::min(), 123000));
     // Years that do not fit an int.

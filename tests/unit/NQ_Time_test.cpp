@@ -242,7 +242,7 @@ TEST(NQ_Time, NowSetsUpTheTimeZone) {
 
 #if TAVO_TIME_T_SIZE > 4 // a time of 32 bits ends in 2038 and can always be formatted
 
-TEST(NQ_Time, NowWithoutATextLeavesTheStreamBad) {
+TEST(NQ_Time, NowSetsBadbitWhenTheTimeCannotBeConverted) {
     const RestoredCout restored;
     const FixedTime time(std::numeric_limits<std::time_t>::max()); // its year exceeds an int
     std::ios::iostate state = std::ios::goodbit;

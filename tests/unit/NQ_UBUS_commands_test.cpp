@@ -80,7 +80,7 @@ TEST(NQ_UBUS, ACommitFollowsAFailedCommand) {
                 ElementsAre("ubus [call] [uci] [set] [{}]", "uci [commit] [network]"));
 }
 
-TEST(NQ_UBUS, ASingleQuoteBreaksTheLineAndIsNotRepaired) {
+TEST(NQ_UBUS, ASingleQuoteBreaksTheCommandAndIsNotEscaped) {
     const std::string text = R"({"config":"system","section":"main","values":{"hostname":"it's"}})";
     {
         const UciToolsWithSection tools;

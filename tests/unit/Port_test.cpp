@@ -14,7 +14,7 @@ namespace {
 
 using support::Port;
 
-TEST(Port, LiesBelowThePortsThatTheKernelGivesAway) {
+TEST(Port, IsBelowTheEphemeralRange) {
     const Port port;
     int lowest = 0;
     std::ifstream("/proc/sys/net/ipv4/ip_local_port_range") >> lowest;
@@ -22,7 +22,7 @@ TEST(Port, LiesBelowThePortsThatTheKernelGivesAway) {
     EXPECT_GE(port.number(), 1024);
 }
 
-TEST(Port, IsTakenByNobodyElseWhileItLives) {
+TEST(Port, IsReservedWhileTheObjectExists) {
     const std::set<int> before = support::openDescriptors();
     {
         const Port first;

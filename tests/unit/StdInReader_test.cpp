@@ -22,8 +22,8 @@ using kvr::api::iot::Observer;
 using kvr::api::iot::Subject;
 using support::Poll;
 using support::printedBy;
+using support::RecordedPolls;
 using support::StandardInput;
-using support::WatchedPolls;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -90,7 +90,7 @@ TEST(StdInReader, ABurstIsAnnouncedWithoutAQuietWait) {
         text += expected.back() + "\n";
     }
     channel.input.write(text);
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     EXPECT_EQ(text, channel.run());
     EXPECT_EQ(expected, channel.lines);
     for (const Poll& poll : polls.all())
@@ -140,17 +140,17 @@ TEST(StdInReader, ObserversAreCalledInTheOrderOfAttachmentOnTheLoopsThread) {
     EXPECT_EQ(std::this_thread::get_id(), where);
 }
 
-TEST(StdInReader, ADetachedObserverHearsNothingMore) {
+TEST(StdInReader, ADetachedObserverIsNotCalledAgain) {
     Channel channel(2);
-    std::vector<std::string> heard;
+    std::vector<std::string> announced;
     Listener leaving([&](StdInReader& from) {
-        heard.push_back(from.getLastLine());
+        announced.push_back(from.getLastLine());
         from.detach(&leaving);
     });
     channel.reader.attach(&leaving);
     channel.input.write("a\nb\n");
     channel.run();
-    EXPECT_THAT(heard, ElementsAre("a"));
+    EXPECT_THAT(announced, ElementsAre("a"));
     EXPECT_THAT(channel.lines, ElementsAre("a", "b"));
 }
 
@@ -158,7 +158,7 @@ TEST(StdInReader, AFlagSetBeforehandEndsTheLoopBeforeAnyWait) {
     Channel channel(1);
     channel.input.write("a\n");
     channel.stop = true;
-    const WatchedPolls polls;
+    const RecordedPolls polls;
     EXPECT_EQ("", channel.run());
     EXPECT_EQ(0, polls.count());
     EXPECT_EQ(2, channel.input.unread());
@@ -193,9 +193,9 @@ TEST(StdInReader, ALineThatWasReadIsAnnouncedThoughTheFlagIsSetDuringItsEcho) {
 
 TEST(StdInReader, AFlagSetWhileNoLineComesEndsTheLoopWithinASecondAndEchoesAnEmptyLine) {
     Channel channel(5);
-    const WatchedPolls polls([&](int) {
+    const RecordedPolls polls([&](int) {
         channel.stop = true;
-        return WatchedPolls::kPassOn;
+        return RecordedPolls::kPassOn;
     });
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ("\n", channel.run());
@@ -206,9 +206,9 @@ TEST(StdInReader, AFlagSetWhileNoLineComesEndsTheLoopWithinASecondAndEchoesAnEmp
 TEST(StdInReader, AStoppedWaitReplacesTheLastLineAndAnnouncesNothing) {
     Channel channel(5);
     channel.input.write("a\n");
-    const WatchedPolls polls([&](int number) {
+    const RecordedPolls polls([&](int number) {
         channel.stop = number == 2;
-        return number == 2 ? 0 : WatchedPolls::kPassOn;
+        return number == 2 ? 0 : RecordedPolls::kPassOn;
     });
     EXPECT_EQ("a\n\n", channel.run());
     EXPECT_THAT(channel.lines, ElementsAre("a"));
@@ -218,7 +218,7 @@ TEST(StdInReader, AStoppedWaitReplacesTheLastLineAndAnnouncesNothing) {
 TEST(StdInReader, AFailedWaitEchoesAnEmptyLineAndTheLoopContinues) {
     Channel channel(1);
     channel.input.write("a\n");
-    const WatchedPolls polls([](int number) { return number < 3 ? -1 : WatchedPolls::kPassOn; });
+    const RecordedPolls polls([](int number) { return number < 3 ? -1 : RecordedPolls::kPassOn; });
     EXPECT_EQ("\n\na\n", channel.run());
     EXPECT_THAT(channel.lines, ElementsAre("a"));
 }
@@ -227,9 +227,9 @@ TEST(StdInReader, AtTheEndOfInputTheLoopSpinsUntilStopped) {
     Channel channel(5);
     channel.input.write("last");
     channel.input.close();
-    WatchedPolls polls([&](int number) {
+    RecordedPolls polls([&](int number) {
         channel.stop = number == 500;
-        return WatchedPolls::kPassOn;
+        return RecordedPolls::kPassOn;
     });
     EXPECT_EQ("last\n\n", channel.run());
     EXPECT_THAT(channel.lines, ElementsAre("last"));

@@ -16,20 +16,20 @@ public:
 };
 
 /// Records its letter at every announcement.
-class Scribe : public kvr::api::iot::Observer<Source> {
+class Recorder : public kvr::api::iot::Observer<Source> {
 public:
-    Scribe(char letter, std::string& log) : letter_(letter), log_(log) {}
-    ~Scribe() override { log_ += '~'; }
+    Recorder(char letter, std::string& log) : letter_(letter), log_(log) {}
+    ~Recorder() override { log_ += '~'; }
 
     void update(Source* subject) override {
         from = subject;
         log_ += letter_;
-        if (alsoDo)
-            alsoDo();
+        if (onUpdate)
+            onUpdate();
     }
 
     Source* from = nullptr;
-    std::function<void()> alsoDo;
+    std::function<void()> onUpdate;
 
 private:
     char letter_;
@@ -40,12 +40,12 @@ class Subject : public testing::Test {
 protected:
     std::string log;
     Source source;
-    Scribe a{'a', log};
-    Scribe b{'b', log};
-    Scribe c{'c', log};
+    Recorder a{'a', log};
+    Recorder b{'b', log};
+    Recorder c{'c', log};
 };
 
-TEST_F(Subject, WithoutObserversAnnouncesToNobody) {
+TEST_F(Subject, WithoutObserversNotifiesNobody) {
     source.notify();
     EXPECT_EQ("", log);
 }
@@ -59,7 +59,7 @@ TEST_F(Subject, CallsItsObserversInTheOrderOfAttachment) {
     EXPECT_EQ("bacbac", log);
 }
 
-TEST_F(Subject, HandsItselfToTheObserver) {
+TEST_F(Subject, PassesItselfToTheObserver) {
     source.attach(&a);
     source.notify();
     EXPECT_EQ(&source, a.from);
@@ -74,21 +74,21 @@ TEST_F(Subject, CallsAnObserverAsOftenAsItWasAttached) {
 }
 
 TEST_F(Subject, DetachesEveryOccurrence) {
-    for (Scribe* scribe : {&a, &a, &b, &a})
-        source.attach(scribe);
+    for (Recorder* recorder : {&a, &a, &b, &a})
+        source.attach(recorder);
     source.detach(&a);
     source.notify();
     EXPECT_EQ("b", log);
 }
 
-TEST_F(Subject, DetachingAStrangerChangesNothing) {
+TEST_F(Subject, DetachingAnUnknownObserverChangesNothing) {
     source.attach(&a);
     source.detach(&b);
     source.notify();
     EXPECT_EQ("a", log);
 }
 
-TEST_F(Subject, ADetachedObserverMayComeBackAtTheEnd) {
+TEST_F(Subject, ADetachedObserverCanBeAttachedAgainAtTheEnd) {
     source.attach(&a);
     source.attach(&b);
     source.detach(&a);
@@ -97,9 +97,9 @@ TEST_F(Subject, ADetachedObserverMayComeBackAtTheEnd) {
     EXPECT_EQ("ba", log);
 }
 
-TEST_F(Subject, AnObserverAttachedDuringARoundIsCalledInIt) {
+TEST_F(Subject, AnObserverAttachedDuringANotificationIsCalledByIt) {
     source.attach(&a);
-    a.alsoDo = [this] {
+    a.onUpdate = [this] {
         if (log == "a")
             for (int i = 0; i < 100; ++i) // enough for the list to be reallocated
                 source.attach(&b);
@@ -112,26 +112,26 @@ TEST_F(Subject, AnObserverDetachedBeforeItsTurnIsNotCalled) {
     source.attach(&a);
     source.attach(&b);
     source.attach(&c);
-    a.alsoDo = [this] { source.detach(&c); };
+    a.onUpdate = [this] { source.detach(&c); };
     source.notify();
     EXPECT_EQ("ab", log);
 }
 
-TEST_F(Subject, AnObserverMayDetachItselfAndItsSuccessorMissesTheRound) {
+TEST_F(Subject, AnObserverMayDetachItselfAndTheNextOneIsSkipped) {
     source.attach(&a);
     source.attach(&b);
     source.attach(&c);
-    a.alsoDo = [this] { source.detach(&a); };
+    a.onUpdate = [this] { source.detach(&a); };
     source.notify();
     EXPECT_EQ("ac", log);
     source.notify();
     EXPECT_EQ("acbc", log);
 }
 
-TEST_F(Subject, AnExceptionEndsTheRound) {
+TEST_F(Subject, AnExceptionEndsTheNotification) {
     source.attach(&a);
     source.attach(&b);
-    a.alsoDo = [] { throw std::runtime_error("a"); };
+    a.onUpdate = [] { throw std::runtime_error("a"); };
     EXPECT_THROW(source.notify(), std::runtime_error);
     EXPECT_EQ("a", log);
 }
@@ -145,17 +145,17 @@ TEST_F(Subject, DoesNotOwnItsObservers) {
 }
 
 TEST_F(Subject, IsDestroyedThroughItsBase) {
-    struct Leaving : Source {
-        explicit Leaving(std::string& written) : farewell(written) {}
-        ~Leaving() override { farewell += "left"; }
-        std::string& farewell;
+    struct DestructionRecorder : Source {
+        explicit DestructionRecorder(std::string& written) : log(written) {}
+        ~DestructionRecorder() override { log += "left"; }
+        std::string& log;
     };
-    { const std::unique_ptr<kvr::api::iot::Subject<Source>> subject(new Leaving(log)); }
+    { const std::unique_ptr<kvr::api::iot::Subject<Source>> subject(new DestructionRecorder(log)); }
     EXPECT_EQ("left", log);
 }
 
 TEST_F(Subject, AnObserverIsDestroyedThroughItsBase) {
-    { const std::unique_ptr<kvr::api::iot::Observer<Source>> observer(new Scribe('d', log)); }
+    { const std::unique_ptr<kvr::api::iot::Observer<Source>> observer(new Recorder('d', log)); }
     EXPECT_EQ("~", log);
 }
 

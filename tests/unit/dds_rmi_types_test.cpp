@@ -90,7 +90,7 @@ TEST(RmiSharedPtr, ReachesItsObject) {
     EXPECT_EQ(42, pointer->answer());
 }
 
-TEST(RmiSharedPtr, LastShareDeletesTheObject) {
+TEST(RmiSharedPtr, LastPointerDeletesTheObject) {
     int living = 0;
     {
         Counted_ref first(new Counted(living));
@@ -170,7 +170,7 @@ TEST(RmiSharedPtr, IsEmptyWhileItsObjectIsDestroyed) {
     EXPECT_TRUE(empty);
 }
 
-TEST(RmiRefCounted, StartsAtZeroSoTheFirstShareIsTheOnlyOne) {
+TEST(RmiRefCounted, CountStartsAtZeroSoTheFirstPointerIsTheOnlyOwner) {
     int living = 0;
     Counted* const object = new Counted(living);
     object->inc_refcount();
@@ -182,13 +182,13 @@ TEST(RmiRefCounted, StartsAtZeroSoTheFirstShareIsTheOnlyOne) {
     EXPECT_EQ(0, living);
 }
 
-TEST(RmiRefCounted, ObjectThatWasNeverSharedBelongsToItsMaker) {
+TEST(RmiRefCounted, ObjectThatWasNeverSharedBelongsToItsCreator) {
     int living = 0;
     { const Counted onTheStack(living); }
     EXPECT_EQ(0, living);
 }
 
-TEST(RmiRefCounted, SharesOnSeveralThreadsAreCountedExactly) {
+TEST(RmiRefCounted, ReferencesOnSeveralThreadsAreCountedExactly) {
     int living = 0;
     Counted_ref pointer(new Counted(living));
     {
@@ -215,7 +215,7 @@ TEST(RmiRefCounted, SharesOnSeveralThreadsAreCountedExactly) {
     EXPECT_EQ(0, living);
 }
 
-TEST(RmiRuntime, DefaultRuntimeIsOneAndTheSame) {
+TEST(RmiRuntime, DefaultRuntimeIsAlwaysTheSame) {
     const CRuntime_ref first = CRuntime::getDefaultRuntime();
     ASSERT_NE(nullptr, first.get());
     EXPECT_EQ(first.get(), CRuntime::getDefaultRuntime().get());
@@ -229,7 +229,7 @@ TEST(RmiRuntime, DefaultRuntimeOutlivesTheApplicationsPointers) {
     EXPECT_FALSE(CRuntime::getDefaultRuntime()->isUsable());
 }
 
-TEST(RmiRuntime, RuntimeOfAnApplicationIsDeletedByItsLastShare) {
+TEST(RmiRuntime, RuntimeOfAnApplicationIsDeletedWithItsLastPointer) {
     class Own : public CRuntime {
     public:
         explicit Own(int& livingObjects) : living(livingObjects) { ++living; }
@@ -252,7 +252,7 @@ TEST(RmiRuntime, IsNotUsableBeforeItIsStarted) {
     EXPECT_FALSE(CRuntime::getDefaultRuntime()->isUsable());
 }
 
-TEST(RmiRuntime, StopWithoutStartIsFalseAndSilent) {
+TEST(RmiRuntime, StopWithoutStartReturnsFalseAndPrintsNothing) {
     const support::CapturedErrors errors;
     EXPECT_FALSE(CRuntime::getDefaultRuntime()->stop());
     EXPECT_EQ("", errors.text());

@@ -129,7 +129,7 @@ TEST(popen2, GivesTheChildThePipeAsItsInputOnlyWithTypeW) {
     EXPECT_EQ("0\n", readFile(directory / "held"));
 }
 
-TEST(popen2, TellsByABrokenPipeThatTheFedProgramHasEnded) {
+TEST(popen2, ReportsABrokenPipeWhenTheProgramHasEnded) {
     std::signal(SIGPIPE, SIG_IGN);
     int pid = kUntouched;
     std::FILE* const stream = popen2("true", {}, "w", pid);

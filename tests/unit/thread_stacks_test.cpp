@@ -5,7 +5,7 @@
 #include <kvr/api/NQ_AutoMount.h>
 #include <kvr/api/file/NQ_Files.h>
 
-#include "AutoMountScene.h"
+#include "AutoMountFixture.h"
 #include "CLibrary.h"
 #include "CapturedOutput.h"
 #include "FakePrograms.h"

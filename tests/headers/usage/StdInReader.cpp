@@ -3,6 +3,6 @@
 
 class Listener : public kvr::api::iot::Observer<StdInReader> {
 public:
-    void update(StdInReader* reader) override { heard += reader->lastLine; }
-    std::string heard;
+    void update(StdInReader* reader) override { lines += reader->lastLine; }
+    std::string lines;
 };
