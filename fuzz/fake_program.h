@@ -5,9 +5,9 @@
 
 namespace fuzzing {
 
-/// While it exists, no program is started. A caller that forks one reads `output` from the pipe
-/// made last, and then gets status 0. This replaces `pipe`, `fork` and `waitpid` in a target that
-/// uses it. Only one object may exist.
+/// Replaces the programs that the calling thread starts while an object exists: fork() starts no
+/// process. Its caller reads `output` from the pipe made last, and waitpid() returns status 0. A
+/// target that uses this class replaces `pipe`, `fork` and `waitpid`. Only one object at a time.
 class FakeProgram {
 public:
     /// `output` must outlive the object, and fit into a pipe.

@@ -15,8 +15,8 @@ using kvr::api::data::NQ_JSON;
 namespace fuzzing {
 namespace {
 
-/// Runs a reader of text, which may only refuse a null. Returns whether it gave a text.
-bool gives(const std::function<void()>& reader) {
+/// Calls a reader of text, which may throw only for a null. Returns whether it returned a text.
+bool returnsText(const std::function<void()>& reader) {
     try {
         reader();
         return true;
@@ -29,7 +29,7 @@ void readMember(const NQ_JSON& object, const char* key, json_object* member) {
     require(object.keyExists(key), "a member exists");
     require(object.get_json_object(key).getObj() == member, "a member is shared");
     std::string text;
-    require(gives([&] { text = object.get_json_string(key); }) == (member != nullptr),
+    require(returnsText([&] { text = object.get_json_string(key); }) == (member != nullptr),
             "every member but a null has a text");
     const std::string plain = object.get_json_obj_as_string(key);
     require(!plain.empty(), "every member has a JSON text");
@@ -38,7 +38,7 @@ void readMember(const NQ_JSON& object, const char* key, json_object* member) {
     const int length = object.json_object_array_len(key);
     require(length >= 0, "no length is negative");
     for (int idx : {-1, 0, length - 1, length}) {
-        const bool given = gives([&] { object.get_json_string_arrayID(key, idx); });
+        const bool given = returnsText([&] { object.get_json_string_arrayID(key, idx); });
         require(!given || (idx >= 0 && idx < length), "there is no text beyond an array");
     }
 }
@@ -53,10 +53,10 @@ void walkObject(const NQ_JSON& object) {
         walk(object.get_json_object(key));
     }
     std::map<std::string, std::string> fields;
-    if (gives([&] { object.asMap(fields); }))
+    if (returnsText([&] { object.asMap(fields); }))
         require(nulls == 0 && fields.size() == members, "a map has every member");
     std::vector<std::string> keys;
-    if (gives([&] { object.emptyFields(keys, object.getObj()); })) {
+    if (returnsText([&] { object.emptyFields(keys, object.getObj()); })) {
         require(nulls == 0, "a null field is refused");
         for (const std::string& empty : keys)
             require(fields.at(empty).empty(), "only empty fields are collected");
@@ -68,7 +68,7 @@ void walkArray(const NQ_JSON& array) {
     require(length == array.getArraySize(), "both lengths are the same");
     for (int idx = 0; idx < length; ++idx) {
         const NQ_JSON element = array.getArrayObject(idx);
-        const bool given = gives([&] { array.get_json_string_arrayID(idx); });
+        const bool given = returnsText([&] { array.get_json_string_arrayID(idx); });
         require(given == (element.getObj() != nullptr), "every element but a null has a text");
         walk(element);
     }
@@ -81,7 +81,8 @@ void walkArray(const NQ_JSON& array) {
 void walk(const NQ_JSON& value) {
     NQ_JSON copy(value);
     require(copy.getObj() == value.getObj(), "a copy shares its tree");
-    require(gives([&] { copy.asString(); }) == (copy.getObj() != nullptr), "any value has a text");
+    require(returnsText([&] { copy.asString(); }) == (copy.getObj() != nullptr),
+            "any value has a text");
     if (copy.json_object_is_array()) {
         walkArray(copy);
         return;

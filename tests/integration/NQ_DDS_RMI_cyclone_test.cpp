@@ -23,8 +23,8 @@
 #include <gmock/gmock.h>
 
 #ifdef __SANITIZE_ADDRESS__
-// The leak checker asks at exit. In a forked copy, memory to which only stacks of the parent's
-// other threads refer looks leaked.
+// The leak checker calls this function at exit. In a forked copy it would report memory that only
+// the stacks of the parent's other threads refer to.
 static bool leaksAreExpected = false;
 extern "C" int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() { return leaksAreExpected ? 1 : 0; }

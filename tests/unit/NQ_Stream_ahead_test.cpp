@@ -1,4 +1,4 @@
-// Lines that a read from standard input took ahead of their use.
+// Lines that an earlier read of standard input has already buffered.
 
 #include <kvr/api/NQ_Stream.h>
 
@@ -161,7 +161,7 @@ TEST(NQ_Stream, APartOfALineInTheStreamsOwnBufferDoesNotHideTheStopFlag) {
 #if defined(__GLIBCXX__) // libc++'s std::cin always reads from the C library's buffer
 TEST(NQ_Stream, ALineInABufferThatTheStreamDoesNotReadFromDoesNotHideTheStopFlag) {
     const support::ForkedChild child = support::inForkedChild([] {
-        alarm(60); // should the call block
+        alarm(60); // ends the test if the call blocks
         StandardInput input;
         std::ios::sync_with_stdio(false);
         input.write("a\nfor the C library\n");

@@ -1,8 +1,8 @@
 #ifndef TAVO_TESTS_VENDOR_INTERFACE_DDS_SERVICE_SDK_H
 #define TAVO_TESTS_VENDOR_INTERFACE_DDS_SERVICE_SDK_H
 
-// The part of the commercial product's interface that the runtime class may use. Nothing else
-// exists for the class. The test program supplies the default runtime.
+// Declares only the part of the commercial product's interface that the runtime class may use. The
+// class does not compile when it uses more. The test program supplies the default runtime.
 
 namespace org {
 namespace opensplice {
