@@ -135,7 +135,7 @@ void addPublishing(int qos) {
         },
         repeat);
     add(
-        operation, "Paho, called bare",
+        operation, "Paho, called directly",
         [qos] {
             auto broker = std::make_shared<Broker>();
             auto client = std::make_shared<DirectClient>(broker->uri());

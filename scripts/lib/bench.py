@@ -211,7 +211,7 @@ def main():
         for operation, sides in counted.items():
             show_counted(operation, sides)
         return check(counted) if options.check else 0
-    print(f"{'operation':40}{LIBRARY:>8}   times the floor's time; half of the rounds; peers")
+    print(f"{'operation':40}{LIBRARY:>8}   times the floor's time; quartiles; peers")
     for operation in found:
         show_timed(operation, time_of(operation))
     return 0

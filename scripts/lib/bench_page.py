@@ -110,7 +110,7 @@ def bars(title, timed, counted):
         rows[operation] = y
         parts.append(text(16, y + BAR - 2, operation, "operation"))
         y += (BAR + GAP) * len(sides_of(ratios)) + 14
-    panels = [("time, times the floor (log scale; line: half of the rounds)", timed),
+    panels = [("time, times the floor (log scale; line: quartiles)", timed),
               ("instructions, times the floor (log scale)", counted)]
     left = 16 + NAME_WIDTH
     for operation, ratios in timed.items():
@@ -157,7 +157,7 @@ def curve(figures):
 
 
 def table(timed, counted):
-    lines = ["| operation | time | half of the rounds | instructions | peers: time, instructions |",
+    lines = ["| operation | time | quartiles | instructions | peers: time, instructions |",
              "|---|---:|---:|---:|---|"]
     for operation, ratios in timed.items():
         count = counted[operation]
