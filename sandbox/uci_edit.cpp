@@ -17,8 +17,8 @@ void removeOption(Edit& edit, Section& section, const std::string& option) {
     edit.record(remove(edit.package, targetOf(section, option)));
 }
 
-/// Whether an option holds a text, as an element of a list or as one of the words of a value.
-bool holds(const Option& option, const std::string& text) {
+/// Whether an option contains a text, as an element of a list or as one of the words of a value.
+bool containsValue(const Option& option, const std::string& text) {
     if (option.isList)
         return std::find(option.values.begin(), option.values.end(), text) != option.values.end();
     const std::string& value = option.values.front();
@@ -103,27 +103,27 @@ Status removeOptions(Edit& edit, Section* section,
     return status;
 }
 
-bool fits(const Section& section, const std::optional<std::string>& type, json_object* match) {
+bool matches(const Section& section, const std::optional<std::string>& type, json_object* match) {
     if (type && section.type != *type)
         return false;
     if (match == nullptr)
         return true;
-    bool asked = false;
+    bool hasCriteria = false;
     bool found = false;
     for (const auto& [name, value] : bus::members(match)) {
         const std::optional<std::string> text = bus::scalar(value);
         if (!text)
             continue;
-        asked = true;
-        // A missing option does not matter when another one fits.
+        hasCriteria = true;
+        // A missing option does not matter when another one matches.
         const Option* const option = section.find(name);
         if (option == nullptr)
             continue;
-        if (!holds(*option, *text))
+        if (!containsValue(*option, *text))
             return false;
         found = true;
     }
-    return found || !asked;
+    return found || !hasCriteria;
 }
 
 } // namespace uci

@@ -29,8 +29,9 @@ Status addValue(Edit& edit, Section* section, const std::string& option, json_ob
 Status removeOptions(Edit& edit, Section* section,
                      const std::optional<std::vector<std::string>>& options);
 
-/// Whether a section fits the arguments "type" and "match" of a call, either of which may be null.
-bool fits(const Section& section, const std::optional<std::string>& type, json_object* match);
+/// Whether a section matches the arguments "type" and "match" of a call, either of which may be
+/// null.
+bool matches(const Section& section, const std::optional<std::string>& type, json_object* match);
 
 } // namespace uci
 

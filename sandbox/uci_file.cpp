@@ -45,7 +45,7 @@ private:
     // The package has the file's name. This one is ignored.
     void readPackage() {
         words_.enterArguments("package without name");
-        const std::string name = needArgument();
+        const std::string name = requireArgument();
         if (!isPlainPackageName(name))
             words_.fail("invalid character in name field");
         endStatement();
@@ -53,7 +53,7 @@ private:
 
     void readSection() {
         words_.enterArguments("config without name");
-        const std::string type = needArgument();
+        const std::string type = requireArgument();
         if (!isTypeName(type))
             words_.fail("invalid character in type field");
         const std::string name = words_.argument();
@@ -73,7 +73,7 @@ private:
         if (package_.sections.empty())
             words_.fail("option/list command found before the first section");
         words_.enterArguments("option without name");
-        const std::string name = needArgument();
+        const std::string name = requireArgument();
         if (!isName(name))
             words_.fail("invalid character in name field");
         const std::string value = words_.argument();
@@ -86,7 +86,7 @@ private:
             section.setOption(name, value);
     }
 
-    std::string needArgument() {
+    std::string requireArgument() {
         std::string argument = words_.argument();
         if (argument.empty())
             words_.fail("insufficient arguments");

@@ -27,7 +27,7 @@ void refuse(Status status) {
         throw Refusal{status};
 }
 
-std::string needText(json_object* arguments, const char* key) {
+std::string requireText(json_object* arguments, const char* key) {
     const std::optional<std::string> found = bus::text(arguments, key);
     if (!found)
         throw Refusal{Status::InvalidArgument};
@@ -122,7 +122,7 @@ public:
     }
 
     bool get() {
-        const std::string config = needText(arguments_, "config");
+        const std::string config = requireText(arguments_, "config");
         refuseSession(arguments_);
         Package package = store_.load(config).package;
         const std::optional<std::string> name = bus::text(arguments_, "section");
@@ -145,8 +145,8 @@ public:
     }
 
     bool add() {
-        const std::string config = needText(arguments_, "config");
-        const std::string type = needText(arguments_, "type");
+        const std::string config = requireText(arguments_, "config");
+        const std::string type = requireText(arguments_, "type");
         refuseSession(arguments_);
         const std::optional<std::string> name = bus::text(arguments_, "name");
         if (!isDaemonsTypeName(type) || (name && !isName(*name)))
@@ -167,9 +167,9 @@ public:
     }
 
     bool set() {
-        const std::string config = needText(arguments_, "config");
+        const std::string config = requireText(arguments_, "config");
         json_object* const values = bus::table(arguments_, "values");
-        const std::optional<std::string> name = needFilter();
+        const std::optional<std::string> name = requireFilter();
         if (values == nullptr)
             throw Refusal{Status::InvalidArgument};
         refuseSession(arguments_);
@@ -191,7 +191,7 @@ public:
             setAll(findSection(edit.package, *name));
         } else {
             for (const Section& section : edit.package.sections)
-                if (fits(section, type(), match()))
+                if (matches(section, type(), match()))
                     setAll(edit.package.find(section.name));
         }
         refuse(last);
@@ -201,8 +201,8 @@ public:
     }
 
     bool remove() {
-        const std::string config = needText(arguments_, "config");
-        const std::optional<std::string> name = needFilter();
+        const std::string config = requireText(arguments_, "config");
+        const std::optional<std::string> name = requireFilter();
         refuseSession(arguments_);
         if ((type() && !isDaemonsTypeName(*type())) || (name && !isSectionText(*name)))
             throw Refusal{Status::InvalidArgument};
@@ -219,9 +219,9 @@ public:
     }
 
     bool rename() {
-        const std::string config = needText(arguments_, "config");
-        const std::string section = needText(arguments_, "section");
-        const std::string name = needText(arguments_, "name");
+        const std::string config = requireText(arguments_, "config");
+        const std::string section = requireText(arguments_, "section");
+        const std::string name = requireText(arguments_, "name");
         refuseSession(arguments_);
         if (!isName(name))
             throw Refusal{Status::InvalidArgument};
@@ -246,14 +246,14 @@ public:
     }
 
     bool commit() {
-        const std::string config = needText(arguments_, "config");
+        const std::string config = requireText(arguments_, "config");
         refuseSession(arguments_);
         store_.commit(config);
         return false;
     }
 
     bool revert() {
-        const std::string config = needText(arguments_, "config");
+        const std::string config = requireText(arguments_, "config");
         refuseSession(arguments_);
         store_.load(config); // throws when it is missing or cannot be read
         store_.revert(config, std::nullopt, std::nullopt);
@@ -265,7 +265,7 @@ private:
     json_object* match() const { return bus::table(arguments_, "match"); }
 
     /// The argument "section". Without it, "type" or "match" must select the sections.
-    std::optional<std::string> needFilter() const {
+    std::optional<std::string> requireFilter() const {
         std::optional<std::string> section = bus::text(arguments_, "section");
         if (!section && !type() && match() == nullptr)
             throw Refusal{Status::InvalidArgument};
@@ -276,7 +276,7 @@ private:
         reply_.openObject("values");
         long index = 0;
         for (const Section& section : package.sections) {
-            if (fits(section, type(), match()))
+            if (matches(section, type(), match()))
                 addSection(reply_, section.name, section, index);
             ++index;
         }
@@ -312,7 +312,7 @@ private:
         while (i < edit.package.sections.size()) {
             const std::size_t before = edit.package.sections.size();
             const Section& section = edit.package.sections[i];
-            if (fits(section, type(), match())) {
+            if (matches(section, type(), match())) {
                 any = true;
                 const Status status = removeOptions(edit, edit.package.find(section.name), options);
                 if (status != Status::Ok)

@@ -23,7 +23,7 @@ constexpr milliseconds kIdleStep(100);
 /// How often the connection is served while a request is in progress.
 constexpr milliseconds kBusyStep(200);
 /// How long the last messages may take when the agent ends.
-constexpr milliseconds kFarewell(500);
+constexpr milliseconds kOfflineLimit(500);
 
 /// Returns the id of a request as JSON; empty when the message is not a request or has no id.
 std::string idOf(const std::string& message) {
@@ -36,7 +36,7 @@ std::string idOf(const std::string& message) {
 }
 
 /// The response to a request that was carried out, but whose own response is no longer kept.
-std::string tooLateFor(const std::string& message) {
+std::string responseNotKept(const std::string& message) {
     const Request request(message);
     Json response = newResponse(request.id());
     put(response, "error",
@@ -97,7 +97,7 @@ void RemoteRequests::run() {
             if (serve())
                 return;
             logError("lost " + safeLine(uri_));
-            takeBack();
+            requeueUnacknowledged();
         }
         std::unique_lock<std::mutex> lock(mutex_);
         if (changed_.wait_for(lock, kRetryPause, [this] { return ending_; }))
@@ -128,7 +128,7 @@ bool RemoteRequests::serve() {
         if (!publishQueued())
             return false;
         if (isEnding() && !answer_.valid())
-            return leave();
+            return publishOffline();
         if (!receive(busy || !waiting_.empty() ? milliseconds(0) : kIdleStep))
             return false;
         if (!answer_.valid() && !waiting_.empty())
@@ -182,7 +182,7 @@ void RemoteRequests::begin() {
     const std::string* known = id_.empty() ? nullptr : cache_.find(sender_, id_);
     if (known != nullptr) {
         logInfo("request " + safeLine(id_) + " of " + sender_ + " repeated: not run again");
-        respond(known->empty() ? tooLateFor(message.payload) : *known);
+        respond(known->empty() ? responseNotKept(message.payload) : *known);
         return;
     }
     answer_ = std::async(std::launch::async, [this, payload = message.payload, sender = sender_] {
@@ -210,16 +210,16 @@ void RemoteRequests::respond(const std::string& response) {
         logError("the response to " + sender_ + " could not be published");
 }
 
-/// Publishes the responses to local requests, and drops those that the broker has taken. False when
-/// the connection is lost.
+/// Publishes the responses to local requests, and drops those that the broker has acknowledged.
+/// False when the connection is lost.
 bool RemoteRequests::publishQueued() {
-    std::deque<std::string> fresh;
+    std::deque<std::string> queued;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        fresh.swap(queue_);
+        queued.swap(queue_);
     }
     bool connected = true;
-    for (std::string& response : fresh) {
+    for (std::string& response : queued) {
         const int number = connected ? client_.publish(base_ + "/response", response) : 0;
         connected = number != 0;
         sent_.push_back({std::move(response), number});
@@ -230,7 +230,7 @@ bool RemoteRequests::publishQueued() {
 }
 
 /// Queues the responses that were lost with a connection, so that they are published over the next.
-void RemoteRequests::takeBack() {
+void RemoteRequests::requeueUnacknowledged() {
     const std::lock_guard<std::mutex> lock(mutex_);
     while (!sent_.empty()) {
         if (queue_.size() < kMaxKept)
@@ -239,11 +239,11 @@ void RemoteRequests::takeBack() {
     }
 }
 
-/// Disconnects orderly, so that the broker does not publish the will. Returns true, as nothing is
-/// left to do.
-bool RemoteRequests::leave() {
+/// Publishes the offline state: with an orderly end the broker does not publish the will. Always
+/// returns true, since nothing is left to do.
+bool RemoteRequests::publishOffline() {
     const int number = client_.publish(base_ + "/state", kOffline, true);
-    const auto deadline = steady_clock::now() + kFarewell;
+    const auto deadline = steady_clock::now() + kOfflineLimit;
     MqttMessage ignored;
     while (number != 0 && steady_clock::now() < deadline &&
            !(client_.isAcknowledged(number) && sent_.empty())) {

@@ -41,7 +41,7 @@ public:
     bool endsWithin(std::chrono::milliseconds limit) override;
 
 private:
-    /// A response to a local request, published but perhaps not taken.
+    /// A response to a local request, published but perhaps not yet acknowledged.
     struct Sent {
         std::string response;
         int number;
@@ -57,8 +57,8 @@ private:
     void finish();
     void respond(const std::string& response);
     bool publishQueued();
-    void takeBack();
-    bool leave();
+    void requeueUnacknowledged();
+    bool publishOffline();
     bool isEnding();
 
     std::string base_;
