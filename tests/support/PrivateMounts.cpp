@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iostream>
 #include <system_error>
+#include <vector>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -45,21 +46,30 @@ bool enterNamespaces() {
            writeText("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-/// Covers one directory. A build tree in it stays reachable, for the programs that a test starts.
-bool coverDirectory(const std::string& directory) {
-    const std::string build = TAVO_BUILD_DIR;
-    const bool hidesBuild = build.compare(0, directory.size() + 1, directory + "/") == 0;
-    const int tree = hidesBuild ? open(build.c_str(), O_PATH | O_CLOEXEC) : -1;
-    if (mount("tavo-test", directory.c_str(), "tmpfs", 0, "mode=0755") != 0)
-        return false;
-    if (!hidesBuild)
-        return true;
+/// A tree that stays visible while the directory that it lies in is covered.
+struct KeptTree {
+    std::string path;
+    int descriptor;
+};
+
+bool show(const KeptTree& tree) {
     std::error_code error;
-    std::filesystem::create_directories(build, error);
-    const std::string shown = "/proc/self/fd/" + std::to_string(tree);
-    const bool bound = mount(shown.c_str(), build.c_str(), nullptr, MS_BIND, nullptr) == 0;
-    close(tree);
+    std::filesystem::create_directories(tree.path, error);
+    const std::string hidden = "/proc/self/fd/" + std::to_string(tree.descriptor);
+    const bool bound = mount(hidden.c_str(), tree.path.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    close(tree.descriptor);
     return bound;
+}
+
+/// Covers one directory. The programs that a test starts stay reachable in it, as well as the
+/// libraries for another machine, which are below the sources.
+bool coverDirectory(const std::string& directory) {
+    std::vector<KeptTree> kept;
+    for (const std::string path : {TAVO_SOURCE_DIR, TAVO_BUILD_DIR})
+        if (path.compare(0, directory.size() + 1, directory + "/") == 0)
+            kept.push_back({path, open(path.c_str(), O_PATH | O_CLOEXEC)});
+    return mount("tavo-test", directory.c_str(), "tmpfs", 0, "mode=0755") == 0 &&
+           std::all_of(kept.begin(), kept.end(), show);
 }
 
 bool coverDirectories(std::initializer_list<std::string> directories) {

@@ -8,8 +8,8 @@
 namespace support {
 
 /// Runs `body` in a forked copy of the process with its own mount namespace. There an empty file
-/// system covers each of `directories`; the host's directories do not change. A build tree in one
-/// of them stays reachable. An expectation that fails in `body` fails the running test. Skips the
+/// system covers each of `directories`; the host's directories do not change. Sources and
+/// build tree stay reachable. An expectation that fails in `body` fails the running test. Skips the
 /// running test where the machine permits no such namespace (neither as root nor through a user
 /// namespace).
 void inPrivateMounts(std::initializer_list<std::string> directories,
