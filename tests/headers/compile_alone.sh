@@ -1,13 +1,14 @@
 #!/bin/sh
-# compile_alone.sh HEADER|SOURCE COMPILER [FLAG...]
+# compile_alone.sh HEADER|SOURCE STANDARDS COMPILER [FLAG...]
 #
-# Compiles a source that includes HEADER twice, or SOURCE, a file of user code, as every C++
-# standard that the headers support. Prints the compiler's messages. Fails if any compilation fails.
+# Compiles a source that includes HEADER twice, or SOURCE, a file of user code, as each of the C++
+# STANDARDS ("11 20"). Prints the compiler's messages. Fails if any compilation fails.
 set -eu
 
 compiled=$1
-compiler=$2
-shift 2
+standards=$2
+compiler=$3
+shift 3
 
 source=$(mktemp --suffix=.cpp) # not every compiler reads a source from standard input
 trap 'rm -f "$source"' EXIT
@@ -17,7 +18,7 @@ case $compiled in
 esac >"$source"
 
 failed=0
-for standard in 11 14 17 20; do
+for standard in $standards; do
     "$compiler" "-std=c++$standard" -Wall -Wextra -Wpedantic -Werror -fsyntax-only "$@" "$source" || {
         echo "$compiled does not compile as C++$standard with $compiler"
         failed=1
