@@ -15,7 +15,7 @@
 namespace {
 
 constexpr int kNotFound = 252;
-constexpr int kSequences = 20; // for each seed
+constexpr int kSequences = TAVO_SEQUENCES; // for each seed
 constexpr int kSteps = 8;
 
 using Values = std::vector<std::string>;
