@@ -31,6 +31,13 @@ public:
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
+    /// Returns whether the function has returned, or the program that it executed has ended.
+    bool hasEnded() const {
+        siginfo_t ended = {}; // stays zero while the child runs
+        return waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               ended.si_pid != 0;
+    }
+
 private:
     pid_t pid_;
 };

@@ -4,16 +4,19 @@
 #include "TempDir.h"
 #include "floor/Mqtt.h"
 #include "measure.h"
+#include "support/Port.h"
+#include "support/Waiting.h"
 
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,31 +30,25 @@ using kvr::api::com::NQ_Mqtt;
 const std::string kTopic = "gateway/living-room/temperature";
 const std::string kPayload = R"({"value":21.375,"time":"2020-01-02T03:04:05.123Z"})";
 
-sockaddr_in loopback(int port) {
+bool takesConnections(int port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
-}
-
-int unusedPort() {
     const int probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    if (bind(probe, reinterpret_cast<const sockaddr*>(&address), length) == -1 ||
-        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == -1)
-        std::abort();
+    const bool taken =
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     close(probe);
-    return ntohs(address.sin_port);
+    return taken;
 }
 
-/// A broker on a free loopback port.
+/// A broker on a loopback port of its own.
 class Broker {
 public:
-    Broker() : port_(unusedPort()) {
+    /// Returns once the broker accepts connections.
+    Broker() {
         std::ofstream(directory_.file("conf"))
-            << "listener " << port_ << " 127.0.0.1\nallow_anonymous true\nlog_dest none\n"
+            << "listener " << port_.number() << " 127.0.0.1\nallow_anonymous true\nlog_dest none\n"
             << (geteuid() == 0 ? "user root\n" : ""); // a user namespace may have no other user
         child_ = std::make_unique<Child>([this] {
             const int nowhere = open("/dev/null", O_WRONLY);
@@ -62,20 +59,18 @@ public:
                   static_cast<char*>(nullptr));
             _exit(127);
         });
-        const sockaddr_in address = loopback(port_);
-        for (bool up = false; !up;) {
-            const int probe = socket(AF_INET, SOCK_STREAM, 0);
-            up = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-            close(probe);
-            sched_yield();
-        }
+        const bool decided = support::eventually(
+            [this] { return child_->hasEnded() || takesConnections(port_.number()); },
+            std::chrono::seconds(10));
+        if (!decided || child_->hasEnded())
+            throw std::runtime_error("mosquitto does not start");
     }
-    std::string port() const { return std::to_string(port_); }
+    std::string port() const { return std::to_string(port_.number()); }
     std::string uri() const { return "tcp://127.0.0.1:" + port(); }
 
 private:
     TempDir directory_;
-    int port_;
+    support::Port port_;
     std::unique_ptr<Child> child_;
 };
 
@@ -108,7 +103,8 @@ private:
 
 void addPublishing(int qos) {
     const std::string operation = "MQTT publish, QoS " + std::to_string(qos);
-    const Repeat repeat = {20, qos == 0 ? 0 : 3};
+    // A fixed number of messages. The cost of one depends on how many wait for the broker.
+    const Repeat repeat = {20, qos == 0 ? 2000 : 3};
     add(
         operation, kLibrary,
         [qos] {
