@@ -72,7 +72,8 @@ Functions functions(int count) {
 }
 
 void addParsed(int count) {
-    const std::string operation = "dispatch, " + std::to_string(count) + " methods";
+    const std::string operation =
+        "dispatch, " + std::to_string(count) + (count == 1 ? " method" : " methods");
     const Repeat repeat = {200};
     add(
         operation, kLibrary,

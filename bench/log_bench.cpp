@@ -88,6 +88,13 @@ void addBatch() {
         [batch] { return [batch, log = libraryLog()] { log->log(batch, kLevel); }; });
     add(operation, kFloor,
         [batch] { return [batch, log = floorLog()] { log->lines(batch, kLevel); }; });
+    add(operation, "spdlog, flushed once", [batch] {
+        return [batch, log = spdlogLog(false)] {
+            for (const std::string& message : batch)
+                log->info(message);
+            log->flush();
+        };
+    });
 }
 
 } // namespace
