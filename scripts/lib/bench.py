@@ -87,13 +87,14 @@ def round_of(operation):
 
 
 def time_of(operation):
-    """Quartiles of each side's ratio to the floor, over all rounds."""
+    """Quartiles of each side's ratio to the floor, over all rounds; and the number of rounds."""
     begun = time.monotonic()
     rounds = []
     while len(rounds) < ROUNDS and (len(rounds) < FEWEST_ROUNDS or time.monotonic() - begun < SECONDS):
         rounds.append(round_of(operation))
-    return {side: statistics.quantiles([figures[side] for figures in rounds], n=4, method="inclusive")
-            for side in rounds[0]}
+    quartiles = {side: statistics.quantiles([figures[side] for figures in rounds], n=4, method="inclusive")
+                 for side in rounds[0]}
+    return quartiles, len(rounds)
 
 
 def counts_of(names, sides):
@@ -138,10 +139,10 @@ def show_counted(operation, sides):
     print(f"{operation:40}{sides[LIBRARY]:8.2f}   {peers}", flush=True)
 
 
-def show_timed(operation, sides):
+def show_timed(operation, sides, rounds):
     low, middle, high = sides[LIBRARY]
     peers = ", ".join(f"{side} {quartiles[1]:.2f}" for side, quartiles in sides.items() if side != LIBRARY)
-    print(f"{operation:40}{middle:8.2f}   {f'{low:.2f} to {high:.2f}':16}{peers}", flush=True)
+    print(f"{operation:40}{middle:8.2f}   {f'{low:.2f} to {high:.2f}':16}{rounds:6}   {peers}", flush=True)
 
 
 def check(counted):
@@ -159,12 +160,13 @@ def check(counted):
 def plot(found):
     """Measures everything, and keeps the figures for --redraw."""
     forks = json.loads(subprocess.run([CURVE], check=True, capture_output=True, text=True).stdout)
-    timed = {}
+    timed, rounds = {}, {}
     for operation in found:
-        timed[operation] = time_of(operation)
-        show_timed(operation, timed[operation])
+        timed[operation], rounds[operation] = time_of(operation)
+        show_timed(operation, timed[operation], rounds[operation])
     machine = bench_page.machine()
-    figures = {"timed": timed, "counted": instructions(found, peers=True), "forks": forks, "machine": machine}
+    figures = {"timed": timed, "rounds": rounds, "counted": instructions(found, peers=True), "forks": forks,
+               "machine": machine}
     with open(FIGURES, "w") as file:
         json.dump(figures, file, indent=1)
 
@@ -206,9 +208,9 @@ def main():
         for operation, sides in counted.items():
             show_counted(operation, sides)
         return check(counted) if options.check else 0
-    print(f"{'operation':40}{LIBRARY:>8}   times the floor's time; quartiles; peers")
+    print(f"{'operation':40}{LIBRARY:>8}   times the floor's time; quartiles; rounds; peers")
     for operation in found:
-        show_timed(operation, time_of(operation))
+        show_timed(operation, *time_of(operation))
     return 0
 
 
