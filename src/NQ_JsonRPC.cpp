@@ -1,6 +1,7 @@
 #include "kvr/api/NQ_JsonRPC.h"
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
 
 #include <syslog.h>
@@ -21,7 +22,11 @@ NQ_RPCHandler::~NQ_RPCHandler() {
         delete method;
 }
 
-void NQ_RPCHandler::AddMethod(CallbackMethod* m) { methods.push_back(m); }
+void NQ_RPCHandler::AddMethod(CallbackMethod* m) {
+    std::unique_ptr<CallbackMethod> owner(m); // until the table has it: push_back() may throw
+    methods.push_back(m);
+    (void)owner.release();
+}
 
 void NQ_RPCHandler::DeleteMethod(const std::string& name) {
     // Deliberate: a dispatcher that can describe itself always can.

@@ -56,7 +56,8 @@ public:
     NQ_RPCHandler& operator=(const NQ_RPCHandler&) = delete;
 
     /// Adds `m` at the end of the table. A name may occur more than once: the first registered is
-    /// found. `m` must not be null.
+    /// found. `m` must not be null. Throws std::bad_alloc, and deletes `m`, when there is no memory
+    /// for the entry.
     void AddMethod(CallbackMethod* m);
 
     /// Removes and deletes the first handler called `name`; does nothing when there is none.
