@@ -17,8 +17,6 @@ bool isDirectory(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-bool canBeRead(const std::string& path) { return std::ifstream(path).good(); }
-
 bool runs(const std::string& command) {
     kvr::api::detail::out() << "Running: " << command << std::endl;
     return std::system(command.c_str()) == 0;
@@ -53,10 +51,16 @@ AutoMount::AutoMount(const std::string& deviceName, const std::string& directory
             throw std::runtime_error("Error creating directory '" + mountPoint + "'");
     }
     runner.watcher().attachWatcher(Watcher("/dev", IN_CREATE | IN_DELETE, handleDevEvent, this));
+    // Both may throw, which would end the process while the thread runs.
+    const std::string path = "/dev/" + device;
+    std::ifstream node;
     runner.startWatcher();
     // Deliberate: this check follows the start of the watcher, so that no device is missed. When
     // both see the device, the second mount fails and does no harm.
-    if (canBeRead("/dev/" + device))
+    node.open(path);
+    const bool canBeRead = node.good();
+    node.close(); // the mount command must not inherit the descriptor
+    if (canBeRead)
         onDeviceInserted();
 }
 
