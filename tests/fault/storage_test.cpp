@@ -213,7 +213,6 @@ TEST(ReadOnlyDisk, ServerEndsTheProcess) {
     inPrivateMounts({"/tmp"}, [] {
         std::filesystem::create_directory("/tmp/socketDDS");
         makeReadOnly();
-        std::string errors;
         const support::ForkedChild child = support::inForkedChild([] {
             dup2(STDOUT_FILENO, STDERR_FILENO);
             const kvr::api::com::NQ_Sockets server("server");
