@@ -3,6 +3,7 @@
 
 #include <kvr/api/AsyncWatcherRunner.h>
 #include <kvr/api/NQ_AutoMount.h>
+#include <kvr/api/com/NQ_Mqtt.h>
 #include <kvr/api/com/NQ_Sockets.h>
 #include <kvr/api/data/NQ_JSON.h>
 #include <kvr/api/file/NQ_Files.h>
@@ -12,14 +13,17 @@
 #include <kvr/api/sys/NQ_Gpio.h>
 #include <kvr/api/sys/NQ_System.h>
 
+#include "Broker.h"
 #include "CapturedOutput.h"
 #include "FakePrograms.h"
 #include "ForkedChild.h"
+#include "Interposed.h"
 #include "SocketFile.h"
 #include "TempDir.h"
 #include "Threads.h"
 #include "Waiting.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -33,6 +37,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -194,7 +199,7 @@ TEST(NoDescriptors, NoCompanionOrModemIsFound) {
         EXPECT_EQ(0, NQ_Gpio::getBin0());
     });
     EXPECT_EQ("ABC123", NQ_System::getDeviceSerialNumber());
-    report("no descriptors: NQ_System and NQ_Gpio give what they give on a bare device");
+    report("no descriptors: NQ_System and NQ_Gpio return what they return on a bare device");
 }
 
 TEST(NoDescriptors, WatcherReportsThatItSeesNothing) {
@@ -208,6 +213,36 @@ TEST(NoDescriptors, WatcherReportsThatItSeesNothing) {
     EXPECT_EQ("Couldn't initialize inotify: " + tooManyOpenFiles() + "\n", printed.errors);
     EXPECT_EQ("Couldn't add watch to /tmp ERROR: Bad file descriptor\n", printed.out);
     report("no descriptors: FileSystemWatcher: both messages, an object that sees nothing");
+}
+
+TEST(NoDescriptors, AutoMountReportsThatItSeesNothingAndMountsNothing) {
+    std::atomic<bool> loops{false}; // an earlier stop would be lost
+    const support::Stub polling(support::interposedPoll,
+                                [&](pollfd* descriptors, nfds_t count, int limit) {
+                                    loops = true;
+                                    return support::interposedPoll.real(descriptors, count, limit);
+                                });
+    const Printed printed = withoutDescriptors([&] {
+        const kvr::api::AutoMount object("null", "/tmp"); // a device that is present
+        EXPECT_TRUE(support::eventually([&] { return loops.load(); }));
+    });
+    EXPECT_EQ("Couldn't initialize inotify: " + tooManyOpenFiles() + "\n", printed.errors);
+    EXPECT_EQ("AutoMount(PARS)\nCouldn't add watch to /dev ERROR: Bad file descriptor\n"
+              "AutoMount()\n~AutoMount()\n",
+              printed.out);
+    report("no descriptors: AutoMount: both messages, a device that is present is not mounted");
+}
+
+TEST(NoDescriptors, PublisherConnectsLater) {
+    const support::Broker broker;
+    kvr::api::com::NQ_Mqtt mqtt("127.0.0.1", "gateway");
+    mqtt.setConnOpts(std::to_string(broker.port()), "", "", 10, 1, 20, 1, 1);
+    mqtt.initialise();
+    bool keepTrying = false;
+    withoutDescriptors([&] { EXPECT_FALSE(mqtt.connect(keepTrying)); });
+    EXPECT_TRUE(mqtt.connect(keepTrying));
+    EXPECT_TRUE(mqtt.send("t", "text", 1, 0));
+    report("no descriptors: NQ_Mqtt::connect: false, connects later");
 }
 
 TEST(NoDescriptors, ServerCannotBeMade) {
@@ -308,9 +343,8 @@ TEST(NoProcesses, ShellCommandsAreNotRun) {
               "uci commit network\n",
               child.output);
     (void)unlink(NQ_Logger::kLogFileName);
-    report("no processes: executeInsecure throws, runScript gives a status of 127, getProcIdByName "
-           "0, applyConfig "
-           "true");
+    report("no processes: executeInsecure throws, runScript returns 32512 (musl: -1), "
+           "getProcIdByName 0, applyConfig true");
 }
 
 TEST(NoProcesses, ThreadsAreRefusedToTheCaller) {
