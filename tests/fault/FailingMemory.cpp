@@ -410,8 +410,8 @@ std::string Memory::printed() const {
     return text;
 }
 
-void exhaust(const std::string& what, const std::string& whole, const std::set<std::string>& others,
-             const Trial& trial, WarmUp warmUp) {
+void exhaust(const std::string& what, AtLeast least, const std::string& whole,
+             const std::set<std::string>& others, const Trial& trial, WarmUp warmUp) {
     void* const shared =
         mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     progress = new (shared) Progress();
@@ -434,6 +434,10 @@ void exhaust(const std::string& what, const std::string& whole, const std::set<s
             }
         }
     }
+    if (least.allocations == 0)
+        EXPECT_EQ(0, allocations) << what;
+    else
+        EXPECT_LE(least.allocations, allocations) << what;
     std::cout << "fault: memory: " << what << ": " << allocations << " allocations";
     for (const auto& [outcome, count] : outcomes)
         std::cout << "; " << count << "x " << outcome;

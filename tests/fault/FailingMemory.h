@@ -54,12 +54,18 @@ using Outcomes = std::map<std::string, int>;
 /// on first use is then already allocated, and does not count as kept.
 enum class WarmUp { yes, no };
 
+/// The least number of allocations in a trial, so that an operation that is not reached shows. 0 is
+/// for an operation that must not allocate.
+struct AtLeast {
+    long allocations;
+};
+
 /// Runs `trial` in new processes. The first allocation fails, then the second, and so on until none
 /// fails. One series fails only that allocation, another one also all that follow. With all memory,
 /// the trial must return `whole`. With less, the outcome must be `whole`, one of `others`, or
 /// "std::bad_alloc". Prints one line for the table of all faults.
-void exhaust(const std::string& what, const std::string& whole, const std::set<std::string>& others,
-             const Trial& trial, WarmUp warmUp = WarmUp::yes);
+void exhaust(const std::string& what, AtLeast least, const std::string& whole,
+             const std::set<std::string>& others, const Trial& trial, WarmUp warmUp = WarmUp::yes);
 
 } // namespace fault
 

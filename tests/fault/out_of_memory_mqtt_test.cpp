@@ -6,10 +6,13 @@
 #include "FailingMemory.h"
 #include "Interposed.h"
 
+#include <functional>
+#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
 
+using fault::AtLeast;
 using fault::exhaust;
 using fault::kLong;
 using fault::Memory;
@@ -18,7 +21,7 @@ using kvr::api::com::NQ_Mqtt;
 // Paho ends the process when it has no memory for a client, also during a connect.
 TEST(OutOfMemory, Mqtt) {
     const std::string made = "tcp://127.0.0.1:1883";
-    exhaust("NQ_Mqtt::initialise", made + " (memory kept)",
+    exhaust("NQ_Mqtt::initialise", AtLeast{60}, made + " (memory kept)",
             {made, "signal 11 in libpaho-mqtt3cs", "signal 6 in libpaho-mqtt3cs"},
             [](Memory& memory) {
                 memory.fail();
@@ -31,21 +34,32 @@ TEST(OutOfMemory, Mqtt) {
             });
 }
 
+namespace {
+
+const std::string kKept = " (memory kept)";
+const std::string kOpen = kKept + " (1 descriptors kept)";
+
+/// Returns a client that a trial can connect to `broker`.
+NQ_Mqtt& clientOf(const support::Broker& broker) {
+    auto& mqtt = *new NQ_Mqtt("127.0.0.1", "gateway");
+    mqtt.setConnOpts(std::to_string(broker.port()), kLong, kLong, 1, 1, 20, 1, 1);
+    mqtt.setLwt(kLong, kLong, kLong, 0, 0);
+    mqtt.initialise();
+    return mqtt;
+}
+
+} // namespace
+
 // With a real broker. Paho's allocations fail, too. What Paho keeps includes the client, which the
-// trial does not destroy: disconnecting would take most of the time.
+// trials do not destroy: disconnecting would take most of the time.
 TEST(OutOfMemory, MqttConnection) {
     const support::Broker broker;
-    const std::string kept = " (memory kept)";
-    const std::string open = kept + " (1 descriptors kept)";
     exhaust(
-        "NQ_Mqtt::connect and send", "connected, sent" + open,
-        {"not connected" + kept, "connected, not sent" + kept, "std::bad_alloc" + kept,
-         "std::bad_alloc" + open, "signal 11 in libpaho-mqtt3cs"},
+        "NQ_Mqtt::connect and send", AtLeast{80}, "connected, sent" + kOpen,
+        {"not connected" + kKept, "connected, not sent" + kKept, "std::bad_alloc" + kKept,
+         "std::bad_alloc" + kOpen, "signal 11 in libpaho-mqtt3cs"},
         [&](Memory& memory) {
-            auto& mqtt = *new NQ_Mqtt("127.0.0.1", "gateway");
-            mqtt.setConnOpts(std::to_string(broker.port()), kLong, kLong, 1, 1, 20, 1, 1);
-            mqtt.setLwt(kLong, kLong, kLong, 0, 0);
-            mqtt.initialise();
+            NQ_Mqtt& mqtt = clientOf(broker);
             bool keepTrying = false;
             const support::Stub sleeping(support::interposedNanosleep,
                                          [](const timespec*, timespec*) { return 0; });
@@ -56,6 +70,48 @@ TEST(OutOfMemory, MqttConnection) {
             if (!connected)
                 return "not connected";
             return sent ? "connected, sent" : "connected, not sent";
+        },
+        fault::WarmUp::no);
+}
+
+namespace {
+
+/// The outcomes of a message exchange with the broker.
+const std::set<std::string> kOfHandshakes = {"failed" + kKept, "std::bad_alloc" + kOpen,
+                                             "signal 11 in libpaho-mqtt3cs"};
+
+/// Connects with all memory. It then fails during `action`, which returns whether it succeeded.
+std::string afterConnecting(const support::Broker& broker, Memory& memory,
+                            const std::function<bool(NQ_Mqtt&)>& action) {
+    NQ_Mqtt& mqtt = clientOf(broker);
+    bool keepTrying = false;
+    EXPECT_TRUE(mqtt.connect(keepTrying));
+    memory.fail();
+    const bool done = action(mqtt);
+    memory.recover();
+    return done ? "done" : "failed";
+}
+
+} // namespace
+
+TEST(OutOfMemory, MqttSendingWithQos1) {
+    const support::Broker broker;
+    exhaust(
+        "NQ_Mqtt::send, QoS 1", AtLeast{30}, "done" + kOpen, kOfHandshakes,
+        [&](Memory& memory) {
+            return afterConnecting(broker, memory,
+                                   [](NQ_Mqtt& mqtt) { return mqtt.send(kLong, kLong, 1, 0); });
+        },
+        fault::WarmUp::no);
+}
+
+TEST(OutOfMemory, MqttSubscribing) {
+    const support::Broker broker;
+    exhaust(
+        "NQ_Mqtt::subscribe", AtLeast{30}, "done" + kOpen, kOfHandshakes,
+        [&](Memory& memory) {
+            return afterConnecting(broker, memory,
+                                   [](NQ_Mqtt& mqtt) { return mqtt.subscribe(kLong, 1); });
         },
         fault::WarmUp::no);
 }

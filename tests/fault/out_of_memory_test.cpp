@@ -24,6 +24,7 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 
+using fault::AtLeast;
 using fault::exhaust;
 using fault::kLong;
 using fault::Memory;
@@ -55,7 +56,7 @@ const std::string kNoText = "exception: kvr::api::data::NQ_JSON: a text is null"
 } // namespace
 
 TEST(OutOfMemory, Json) {
-    exhaust("NQ_JSON(text)", "whole", kParsing, [](Memory& memory) {
+    exhaust("NQ_JSON(text)", AtLeast{20}, "whole", kParsing, [](Memory& memory) {
         memory.fail();
         const NQ_JSON json(kDocument);
         memory.recover();
@@ -63,21 +64,21 @@ TEST(OutOfMemory, Json) {
     });
     const support::TempDir directory;
     support::writeFile(directory / "file", kDocument);
-    exhaust("NQ_JSON::fromFile", "whole", kParsing, [&](Memory& memory) {
+    exhaust("NQ_JSON::fromFile", AtLeast{20}, "whole", kParsing, [&](Memory& memory) {
         const std::string path = directory / "file";
         memory.fail();
         const NQ_JSON json = NQ_JSON::fromFile(path);
         memory.recover();
         return parseResult(json, memory);
     });
-    exhaust("NQ_JSON()", "{ }", {}, [](Memory& memory) {
+    exhaust("NQ_JSON()", AtLeast{2}, "{ }", {}, [](Memory& memory) {
         memory.fail();
         const NQ_JSON json;
         memory.recover();
         return json.asString();
     });
-    exhaust("NQ_JSON readers", "network{\"ipaddr\":\"10.0.0.1\",\"x\":\"\"}four", {kNoText},
-            [](Memory& memory) {
+    exhaust("NQ_JSON readers", AtLeast{4}, "network{\"ipaddr\":\"10.0.0.1\",\"x\":\"\"}four",
+            {kNoText}, [](Memory& memory) {
                 const NQ_JSON json(kDocument);
                 memory.fail();
                 std::string text = json.get_json_string("config");
@@ -87,7 +88,7 @@ TEST(OutOfMemory, Json) {
                 memory.recover();
                 return text;
             });
-    exhaust("NQ_JSON::asString", "whole", {kNoText, "json-c: a text with a gap"},
+    exhaust("NQ_JSON::asString", AtLeast{4}, "whole", {kNoText, "json-c: a text with a gap"},
             [](Memory& memory) {
                 const NQ_JSON json(kDocument);
                 memory.fail();
@@ -95,8 +96,8 @@ TEST(OutOfMemory, Json) {
                 memory.recover();
                 return text == json.asString() ? "whole" : "json-c: a text with a gap";
             });
-    exhaust("NQ_JSON builders", "{ \"key\": \"value\", \"list\": [ \"one\", \"two\" ] }", {},
-            [](Memory& memory) {
+    exhaust("NQ_JSON builders", AtLeast{8},
+            "{ \"key\": \"value\", \"list\": [ \"one\", \"two\" ] }", {}, [](Memory& memory) {
                 NQ_JSON json;
                 memory.fail();
                 json.addKeyVal("key", "value");
@@ -107,7 +108,7 @@ TEST(OutOfMemory, Json) {
                 memory.recover();
                 return json.asString();
             });
-    exhaust("NQ_JSON::asMap", "2", {kNoText}, [](Memory& memory) {
+    exhaust("NQ_JSON::asMap", AtLeast{4}, "2", {kNoText}, [](Memory& memory) {
         const NQ_JSON json(R"({"a":"one","b":2})");
         std::map<std::string, std::string> fields;
         memory.fail();
@@ -115,7 +116,7 @@ TEST(OutOfMemory, Json) {
         memory.recover();
         return std::to_string(fields.size());
     });
-    exhaust("NQ_JSON::emptyFields", "1ip=10.0.0.1|", {}, [](Memory& memory) {
+    exhaust("NQ_JSON::emptyFields", AtLeast{2}, "1ip=10.0.0.1|", {}, [](Memory& memory) {
         const NQ_JSON json("{\"" + kLong + "\":\"\",\"ip\":\"10.0.0.1\"}");
         std::vector<std::string> empty;
         memory.fail();
@@ -126,7 +127,7 @@ TEST(OutOfMemory, Json) {
 }
 
 TEST(OutOfMemory, Texts) {
-    exhaust("NQ_Strings", "3" + std::string(200, 'y'), {}, [](Memory& memory) {
+    exhaust("NQ_Strings", AtLeast{4}, "3" + std::string(200, 'y'), {}, [](Memory& memory) {
         std::string text = kLong;
         memory.fail();
         const std::size_t fields = NQ_Strings::split("a,,b", ',').size();
@@ -134,7 +135,7 @@ TEST(OutOfMemory, Texts) {
         memory.recover();
         return std::to_string(fields) + text;
     });
-    exhaust("NQ_Time", "1970-01-01T00:00:01.500Z1", {}, [](Memory& memory) {
+    exhaust("NQ_Time", AtLeast{1}, "1970-01-01T00:00:01.500Z1", {}, [](Memory& memory) {
         memory.fail();
         std::string text = kvr::api::datetime::NQ_Time::tvToDateStr({1, 500000});
         const timeval back = kvr::api::datetime::NQ_Time::dateStrToTv(text);
@@ -168,16 +169,25 @@ TEST(OutOfMemory, JsonRpc) {
         "std::bad_alloc (memory kept)", "signal 11 in libjson-c"};
     std::set<std::string> others = ofJsonC;
     others.insert("exception: kvr::api::NQ_RPCHandler: \"params\" is null");
-    exhaust("NQ_RPCHandler", "true{ \"result\": \"5\" }", others, [](Memory& memory) {
+    exhaust("NQ_RPCHandler::AddMethod", AtLeast{1}, "added", {}, [](Memory& memory) {
         Dispatcher dispatcher;
-        dispatcher.RegisterMethods();
-        NQ_JSON response;
+        auto* const method = new Echo;
         memory.fail();
-        const bool done = dispatcher.Process(
-            R"({"method":"a name that no string holds by itself","params":5})", response);
+        dispatcher.AddMethod(method); // deletes the method if it cannot keep it
         memory.recover();
-        return (done ? "true" : "false") + response.asString();
+        return dispatcher.Lookup(method->GetName()) == method ? "added" : "missing";
     });
+    exhaust("NQ_RPCHandler::Process", AtLeast{15}, "true{ \"result\": \"5\" }", others,
+            [](Memory& memory) {
+                Dispatcher dispatcher;
+                dispatcher.RegisterMethods();
+                NQ_JSON response;
+                memory.fail();
+                const bool done = dispatcher.Process(
+                    R"({"method":"a name that no string holds by itself","params":5})", response);
+                memory.recover();
+                return (done ? "true" : "false") + response.asString();
+            });
 }
 
 TEST(OutOfMemory, Uci) {
@@ -186,7 +196,7 @@ TEST(OutOfMemory, Uci) {
     programs.add("uci");
     const std::string gap = "json-c: without a member or an element";
     exhaust(
-        "NQ_UBUS::init and checkConfig", "whole",
+        "NQ_UBUS::init and checkConfig", AtLeast{25}, "whole",
         {"not valid", "not valid (memory kept)", gap + " (memory kept)",
          "std::bad_alloc (memory kept)", "signal 11 in libjson-c", kNoText, "whole (memory kept)"},
         [&](Memory& memory) {
@@ -202,8 +212,8 @@ TEST(OutOfMemory, Uci) {
                                section.getValuesField() == "{ \"ipaddr\": \"10.0.0.1\" }";
             return whole ? "whole" : gap;
         });
-    exhaust("NQ_UBUS::makeDeleteConfig", "whole", {kNoText, "json-c: a text with a gap"},
-            [](Memory& memory) {
+    exhaust("NQ_UBUS::makeDeleteConfig", AtLeast{15}, "whole",
+            {kNoText, "json-c: a text with a gap"}, [](Memory& memory) {
                 kvr::api::mng::NQ_UBUS section;
                 section.init(R"({"config":"network","section":"lan","values":{"gateway":""}})");
                 section.checkConfig();
@@ -212,7 +222,7 @@ TEST(OutOfMemory, Uci) {
                 memory.recover();
                 return text == section.makeDeleteConfig() ? "whole" : "json-c: a text with a gap";
             });
-    exhaust("NQ_UBUS::applyConfig", "true", {}, [](Memory& memory) {
+    exhaust("NQ_UBUS::applyConfig", AtLeast{10}, "true", {}, [](Memory& memory) {
         kvr::api::mng::NQ_UBUS section;
         section.init(R"({"config":"network","section":"lan","values":{"ipaddr":"10.0.0.1"}})");
         memory.fail();
@@ -228,7 +238,7 @@ TEST(OutOfMemory, Config) {
         const std::string what = isBase64 ? "NQ_Config, base64" : "NQ_Config, plain";
         std::set<std::string> others = fault::kEmptyFile;
         others.insert(kErrorTexts);
-        exhaust(what, kLong, others, [&](Memory& memory) {
+        exhaust(what, AtLeast{6}, kLong, others, [&](Memory& memory) {
             const std::string content =
                 isBase64 ? kvr::api::crypto::NQ_Base64::base64_encode(kLong) : kLong;
             kvr::api::mng::NQ_Config config(root.path());
@@ -245,26 +255,27 @@ TEST(OutOfMemory, Cryptography) {
     using kvr::api::crypto::NQ_Base64;
     using kvr::api::crypto::NQ_Crypto;
     // On any failure of OpenSSL the class ends the process.
-    exhaust("NQ_Crypto", "32" + kLong.substr(0, 20), {"signal 6 in libtavo"}, [](Memory& memory) {
-        std::vector<std::string> parts = {kLong, kLong};
-        unsigned char plain[32] = "xxxxxxxxxxxxxxxxxxxx";
-        unsigned char cipher[48];
-        NQ_Crypto crypto;
-        memory.fail();
-        crypto.init(parts);
-        const int length = crypto.encrypt(plain, 20, cipher);
-        crypto.decrypt(cipher, length, plain);
-        memory.recover();
-        return std::to_string(length) + reinterpret_cast<char*>(plain);
-    });
-    exhaust("NQ_Base64::base64_encode", NQ_Base64::base64_encode(kLong), {kErrorTexts},
+    exhaust("NQ_Crypto", AtLeast{6}, "32" + kLong.substr(0, 20), {"signal 6 in libtavo"},
+            [](Memory& memory) {
+                std::vector<std::string> parts = {kLong, kLong};
+                unsigned char plain[32] = "xxxxxxxxxxxxxxxxxxxx";
+                unsigned char cipher[48];
+                NQ_Crypto crypto;
+                memory.fail();
+                crypto.init(parts);
+                const int length = crypto.encrypt(plain, 20, cipher);
+                crypto.decrypt(cipher, length, plain);
+                memory.recover();
+                return std::to_string(length) + reinterpret_cast<char*>(plain);
+            });
+    exhaust("NQ_Base64::base64_encode", AtLeast{6}, NQ_Base64::base64_encode(kLong), {kErrorTexts},
             [](Memory& memory) {
                 memory.fail();
                 std::string text = NQ_Base64::base64_encode(kLong);
                 memory.recover();
                 return text;
             });
-    exhaust("NQ_Base64::base64_decode", kLong, {kErrorTexts}, [](Memory& memory) {
+    exhaust("NQ_Base64::base64_decode", AtLeast{8}, kLong, {kErrorTexts}, [](Memory& memory) {
         const std::string text = NQ_Base64::base64_encode(kLong);
         memory.fail();
         std::string bytes = NQ_Base64::base64_decode(text);
