@@ -5,16 +5,17 @@
 
 #include <stdlib.h>
 
-static char client; // MQTTClient is a pointer that callers do not follow
-
 int MQTTClient_create(MQTTClient* handle, const char* serverURI, const char* clientId,
                       int persistence_type, void* persistence_context) {
     (void)serverURI, (void)clientId, (void)persistence_type, (void)persistence_context;
-    *handle = &client;
-    return MQTTCLIENT_SUCCESS;
+    *handle = malloc(1); // callers do not follow it; Paho's own client fails without memory, too
+    return *handle != NULL ? MQTTCLIENT_SUCCESS : MQTTCLIENT_FAILURE;
 }
 
-void MQTTClient_destroy(MQTTClient* handle) { *handle = NULL; }
+void MQTTClient_destroy(MQTTClient* handle) {
+    free(*handle);
+    *handle = NULL;
+}
 
 int MQTTClient_connect(MQTTClient handle, MQTTClient_connectOptions* options) {
     (void)handle, (void)options;

@@ -21,7 +21,8 @@ using kvr::api::com::NQ_Mqtt;
 // Paho ends the process when it has no memory for a client, also during a connect.
 TEST(OutOfMemory, Mqtt) {
     const std::string made = "tcp://127.0.0.1:1883";
-    exhaust("NQ_Mqtt::initialise", AtLeast{60}, made + " (memory kept)",
+    const bool stub = TAVO_PAHO_IS_STUB != 0; // it allocates the client only, and keeps nothing
+    exhaust("NQ_Mqtt::initialise", AtLeast{stub ? 6 : 60}, stub ? made : made + " (memory kept)",
             {made, "signal 11 in libpaho-mqtt3cs", "signal 6 in libpaho-mqtt3cs"},
             [](Memory& memory) {
                 memory.fail();
