@@ -20,48 +20,58 @@ file_of() {
 
 is_intact() { printf '%s  %s\n' "$2" "$downloads/$1" | sha256sum --check --status 2>/dev/null; }
 
-# apt_get ARGUMENT...: runs apt-get with a separate state, cache and list of sources in the directory
-# $apt, so that this machine's own remain unchanged. It uses the machine's mirror and settings.
-apt_get() {
-    apt-get -qq -o Dir::State="$apt/state" -o Dir::State::status="$apt/status" -o Dir::Cache="$apt/cache" \
-        -o Dir::Etc::sourcelist="$apt/sources.list" -o Dir::Etc::sourceparts=/dev/null -o APT::Sandbox::User=root \
+# apt get|cache ARGUMENT...: runs apt-get or apt-cache with a separate state, cache and list of
+# sources in the directory $scratch, so that this machine's own remain unchanged. It uses the
+# machine's mirror and settings.
+apt() {
+    local tool=apt-$1
+    shift
+    "$tool" -qq -o Dir::State="$scratch/state" -o Dir::State::status="$scratch/status" -o Dir::Cache="$scratch/cache" \
+        -o Dir::Etc::sourcelist="$scratch/sources.list" -o Dir::Etc::sourceparts=/dev/null -o APT::Sandbox::User=root \
         -o APT::Architecture=amd64 -o APT::Architectures::=amd64 -o APT::Architectures::=armhf "$@"
 }
 
+# "set -e" has no effect in the functions below, because download_all tests their result.
+
 prepare_apt() {
-    [ ! -e "$apt/sources.list" ] || return 0
+    [ ! -e "$scratch/sources.list" ] || return 0
     local mirror key=/usr/share/keyrings/debian-archive-keyring.gpg
-    mirror=$(debian_mirror)
-    mkdir -p "$apt/state/lists/partial" "$apt/cache/archives/partial"
-    : >"$apt/status"
-    cat >"$apt/sources.list" <<END
+    mirror=$(debian_mirror) || return
+    mkdir -p "$scratch/state/lists/partial" "$scratch/cache/archives/partial"
+    : >"$scratch/status"
+    cat >"$scratch/sources.list" <<END
 deb [arch=amd64,armhf signed-by=$key] $mirror bookworm main
 deb-src [signed-by=$key] $mirror bookworm main
 deb-src [signed-by=$key] $mirror trixie main
 END
-    apt_get update
+    apt get update -o APT::Update::Error-Mode=any # by default, unreachable mirrors are no error
+}
+
+# upstream_archive PACKAGE VERSION: downloads it. All Debian revisions of the version have the same
+# archive.
+upstream_archive() {
+    local revision
+    revision=$(apt cache showsrc --only-source "$1" |
+        awk -v prefix="$2-" '$1 == "Version:" && index($2, prefix) == 1 { found = $2 } END { print found }')
+    [ -n "$revision" ] || return
+    apt get source --download-only --tar-only "$1=$revision"
 }
 
 # download HOW PACKAGE VERSION: downloads the package's file into the working directory.
 download() {
     case $1 in
-    npm) npm pack --silent --ignore-scripts "$2@$3" ;;
-    source)
-        prepare_apt
-        apt_get source --download-only --tar-only "$2=$3"
-        ;;
-    deb)
-        prepare_apt
-        apt_get download "$2=$3"
-        ;;
+    npm) npm pack --loglevel=error --no-update-notifier --ignore-scripts --cache="$scratch/npm" "$2@$3" ;;
+    source) prepare_apt && upstream_archive "$2" "$3" ;;
+    deb) prepare_apt && apt get download "$2=$3" ;;
     *) die "scripts/musl/sources.txt: unknown kind of source '$1'" ;;
     esac
 }
 
 # download_all: downloads the missing files, and deletes a file that does not match its checksum.
 download_all() {
-    local how package version file checksum apt=$downloads/apt
-    rm -rf "$apt"
+    local how package version file checksum scratch=$downloads/scratch
+    rm -rf "$scratch"
+    mkdir "$scratch"
     while read -r how package version file checksum; do
         ! is_intact "$file" "$checksum" || continue
         say "Downloading $package $version" >&2
@@ -73,5 +83,5 @@ download_all() {
             die "$file is not the file that scripts/musl/sources.txt describes"
         }
     done < <(entries)
-    rm -rf "$apt"
+    rm -rf "$scratch"
 }
