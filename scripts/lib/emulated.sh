@@ -13,6 +13,19 @@ prepare_debian() {
     "$repo/scripts/debian-sysroot" "$1" >/dev/null || die "the sysroot could not be made"
 }
 
+# prepare_musl ARCHITECTURE PRESET: makes the sysroot unless it exists, and prints its path. Removes
+# the build of PRESET if another sysroot was made since: Ninja does not notice the new compiler.
+prepare_musl() {
+    local sysroot build=$repo/build/$2
+    sysroot=$("$repo/scripts/musl-sysroot" "$1") || die "the sysroot could not be made"
+    if ! cmp -s "$sysroot/.made-from" "$build/.sysroot-made-from"; then
+        rm -rf "$build"
+        mkdir -p "$build"
+        cp "$sysroot/.made-from" "$build/.sysroot-made-from"
+    fi
+    say "$sysroot"
+}
+
 # executes LOADER: returns whether the kernel passes programs like LOADER to the emulator, so that
 # every program can execute them. LOADER is a sysroot's dynamic linker, which needs no other file.
 executes() {
