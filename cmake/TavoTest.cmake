@@ -51,7 +51,7 @@ function(tavo_test name)
     file(WRITE ${lists}
         "foreach(test IN LISTS ${target}_TESTS)\n"
         "    set_tests_properties(\${test} PROPERTIES LABELS \"${ARG_LABELS}\" RESOURCE_LOCK \"${ARG_LOCK}\"\n"
-        "        ENVIRONMENT \"${environment}\")\n"
+        "        ENVIRONMENT \"${environment}\" COST ${ARG_TIMEOUT})\n" # so that long tests begin first
         "endforeach()\n")
     set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${lists})
 endfunction()
