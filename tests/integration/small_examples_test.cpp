@@ -3,6 +3,7 @@
 #include <kvr/api/crypto/NQ_Crypto.h>
 
 #include "CLibrary.h"
+#include "PipedProgram.h"
 #include "RunProgram.h"
 #include "TempDir.h"
 #include "Waiting.h"
@@ -11,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -202,43 +202,13 @@ TEST_F(secret_file, HelpAndUsageErrors) {
 
 // supervised --------------------------------------------------------------------------------------
 
-/// The program with a pipe as standard input; the test holds the writing end.
-class Supervised {
+class Supervised : public support::PipedProgram {
 public:
-    Supervised()
-        : fifo_(makeFifo(directory_ / "input")),
-          program({"sh", "-c", "exec \"$1\" < \"$2\"", "sh", TAVO_SUPERVISED, fifo_}),
-          writer_(open(fifo_.c_str(), O_WRONLY | O_CLOEXEC)) {}
-    ~Supervised() { hangUp(); }
-    Supervised(const Supervised&) = delete;
-    Supervised& operator=(const Supervised&) = delete;
+    Supervised() : PipedProgram({TAVO_SUPERVISED}) {}
 
-    void write(const std::string& text) const {
-        EXPECT_EQ(static_cast<ssize_t>(text.size()), ::write(writer_, text.data(), text.size()));
+    bool hasWritten(const std::string& text) {
+        return eventually([&] { return program().outSoFar() == text; });
     }
-    void hangUp() {
-        if (writer_ != -1)
-            close(writer_);
-        writer_ = -1;
-    }
-    bool hasWritten(const std::string& text) const {
-        return eventually([&] { return program.outSoFar() == text; });
-    }
-
-private:
-    static std::string makeFifo(const std::string& path) {
-        EXPECT_EQ(0, mkfifo(path.c_str(), 0600));
-        return path;
-    }
-
-    TempDir directory_;
-    std::string fifo_;
-
-public:
-    RunningProgram program;
-
-private:
-    int writer_;
 };
 
 TEST(supervised, EveryLineIsEchoedAndAnswered) {
@@ -249,7 +219,7 @@ TEST(supervised, EveryLineIsEchoedAndAnswered) {
     EXPECT_TRUE(supervised.hasWritten("ping\n= pong\nname\n= supervised\n"
                                       "nonsense\r\n= unknown command: nonsense\n"));
     supervised.write("quit\nping\n");
-    const ProgramResult ran = supervised.program.wait();
+    const ProgramResult ran = supervised.program().wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("ping\n= pong\nname\n= supervised\nnonsense\r\n= unknown command: nonsense\n"
               "quit\n= bye\n",
@@ -260,7 +230,7 @@ TEST(supervised, EveryLineIsEchoedAndAnswered) {
 TEST(supervised, TheTimeIsUtcWithMilliseconds) {
     Supervised supervised;
     supervised.write("time\nquit\n");
-    EXPECT_THAT(supervised.program.wait().out,
+    EXPECT_THAT(supervised.program().wait().out,
                 MatchesRegex("time\n= [0-9]+-[0-9]+-[0-9]+T[0-9]+:[0-9]+:[0-9]+\\.[0-9]+Z\n"
                              "quit\n= bye\n"));
 }
@@ -274,7 +244,7 @@ TEST(supervised, TheEndOfItsInputEndsItWhenAllIsAnswered) {
     }
     supervised.write("ping"); // the last line lacks its newline
     supervised.hangUp();
-    const ProgramResult ran = supervised.program.wait();
+    const ProgramResult ran = supervised.program().wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_THAT(ran.out, StartsWith(expected + "ping\n= pong\n"));
     EXPECT_EQ("", ran.err);
@@ -284,7 +254,7 @@ TEST(supervised, LinesAfterTheLastCommandAreIgnored) {
     Supervised supervised;
     supervised.write("quit\nping\n");
     supervised.hangUp();
-    const ProgramResult ran = supervised.program.wait();
+    const ProgramResult ran = supervised.program().wait();
     EXPECT_EQ(0, ran.status);
     EXPECT_EQ("quit\n= bye\n", ran.out);
 }
@@ -294,8 +264,8 @@ TEST(supervised, SignalsEndIt) {
         Supervised supervised;
         supervised.write("ping\n");
         ASSERT_TRUE(supervised.hasWritten("ping\n= pong\n"));
-        kill(supervised.program.pid(), signal);
-        const ProgramResult ran = supervised.program.wait();
+        kill(supervised.program().pid(), signal);
+        const ProgramResult ran = supervised.program().wait();
         EXPECT_EQ(0, ran.status);
         EXPECT_EQ("ping\n= pong\n\n", ran.out);
         EXPECT_EQ("", ran.err);
