@@ -1,6 +1,7 @@
 // The programs of docs/recipes.md behave as the page describes.
 
 #include "Broker.h"
+#include "PipedProgram.h"
 #include "PrivateMounts.h"
 #include "RunProgram.h"
 #include "SocketFile.h"
@@ -9,13 +10,9 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fstream>
-#include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -24,57 +21,42 @@
 namespace {
 
 using support::eventually;
+using support::PipedProgram;
 using support::ProgramResult;
 using support::RunningProgram;
 using support::runProgram;
 using support::TempDir;
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 
 std::string program(const std::string& name) { return std::string(TAVO_RECIPES) + "/" + name; }
 
-bool holds(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-/// The recipe that ends the loop of a socket server; the test holds a pipe to its standard input.
+/// The recipe that ends the loop of a socket server when it reads a line.
 class RecipeEndSocketLoop : public testing::Test {
 protected:
-    RecipeEndSocketLoop() : pipe_(directory_ / "pipe") {
-        mkfifo(pipe_.c_str(), 0600);
-        running_ = std::make_unique<RunningProgram>(std::vector<std::string>{
-            "sh", "-c", "exec \"$0\" <\"$1\"", program("end_socket_loop"), pipe_});
-        input_.open(pipe_);
-    }
-
-    bool prints(const std::string& text) {
-        return eventually([&] { return holds(running_->outSoFar(), text); });
-    }
-
     int statusAfterALine() {
-        input_ << std::endl;
-        return running_->wait().status;
+        recipe_.write("\n");
+        return recipe_.program().wait().status;
     }
 
     const support::SocketFile file_{"recipe"};
-
-private:
-    TempDir directory_;
-    std::string pipe_;
-    std::unique_ptr<RunningProgram> running_;
-    std::ofstream input_;
+    PipedProgram recipe_{{program("end_socket_loop")}};
 };
 
 TEST(RecipeEndCleanly, EndsOnSigtermAfterItsWorkAndStartsProgramsWithoutBlockedSignals) {
     const TempDir directory;
     RunningProgram running({program("end_cleanly"), directory.path()});
-    ASSERT_TRUE(eventually([&] { return holds(running.outSoFar(), "SigBlk"); }));
+    const auto hasPrinted = [&](const char* text) {
+        return running.outSoFar().find(text) != std::string::npos;
+    };
+    ASSERT_TRUE(eventually([&] { return hasPrinted("SigBlk"); }));
     // A reported entry proves that the watcher's loop runs. A stop before that could have no
     // effect.
     int entry = 0;
     ASSERT_TRUE(eventually([&] {
         support::writeFile(directory / std::to_string(++entry), "");
-        return holds(running.outSoFar(), "new in ");
+        return hasPrinted("new in ");
     }));
     kill(running.pid(), SIGTERM);
     const ProgramResult ran = running.wait();
@@ -84,34 +66,37 @@ TEST(RecipeEndCleanly, EndsOnSigtermAfterItsWorkAndStartsProgramsWithoutBlockedS
 }
 
 TEST_F(RecipeEndSocketLoop, EndsWhileNoClientIsThere) {
-    ASSERT_TRUE(prints("Waiting for a connection..."));
+    ASSERT_TRUE(recipe_.prints("Waiting for a connection..."));
     EXPECT_EQ(0, statusAfterALine());
 }
 
 TEST_F(RecipeEndSocketLoop, EndsWhileASilentClientIsConnected) {
-    ASSERT_TRUE(prints("Waiting for a connection..."));
+    ASSERT_TRUE(recipe_.prints("Waiting for a connection..."));
     const int client = file_.connect();
     ASSERT_NE(-1, client);
-    ASSERT_TRUE(prints("Connected."));
+    ASSERT_TRUE(recipe_.prints("Connected."));
     EXPECT_EQ(0, statusAfterALine());
     close(client);
 }
 
 TEST(RecipeSurviveAbsence, NoReadingIsLostWhenTheBrokerIsAbsentInBetween) {
     support::Broker broker;
-    broker.start();
     broker.createSession("recipes", "recipe/reading");
-    RunningProgram running({program("survive_absence"), std::to_string(broker.port())});
-    ASSERT_EQ(1u, broker.receive("recipe/reading", 1).size()); // it publishes
+    PipedProgram recipe({program("survive_absence"), std::to_string(broker.port())});
+    recipe.write("1\n2\n");
+    EXPECT_TRUE(recipe.prints("0 unsent\n0 unsent\n"));
     broker.stop();
+    recipe.write("3\n4\n");
+    EXPECT_TRUE(recipe.prints("1 unsent\n2 unsent\n"));
     broker.start();
-    const ProgramResult ran = running.wait();
+    recipe.write("5\n");
+    recipe.hangUp();
+    const ProgramResult ran = recipe.program().wait();
     EXPECT_EQ(0, ran.status) << ran.err;
-    EXPECT_EQ("0 readings are left\n", ran.out);
-    // A reading may arrive twice.
-    const std::vector<std::string> received = broker.receiveQueued("recipes", "recipe/reading", 40);
-    const std::set<std::string> different(received.begin(), received.end());
-    EXPECT_EQ(20u, different.size());
+    EXPECT_EQ("0 unsent\n0 unsent\n1 unsent\n2 unsent\n0 unsent\n", ran.out);
+    EXPECT_THAT(broker.receiveQueued("recipes", "recipe/reading", 5),
+                ElementsAre("recipe/reading 1 0 1", "recipe/reading 1 0 2", "recipe/reading 1 0 3",
+                            "recipe/reading 1 0 4", "recipe/reading 1 0 5"));
 }
 
 TEST(RecipeLogSize, TheLogIsEmptiedWhenItIsLarge) {

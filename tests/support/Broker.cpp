@@ -79,6 +79,8 @@ Broker::Broker(const std::string& settings) {
 }
 
 void Broker::start() {
+    if (program_) // whose port a second broker could not listen on
+        throw std::logic_error("the broker is running");
     program_ = std::make_unique<RunningProgram>(
         std::vector<std::string>{"mosquitto", "-c", directory_ / "mosquitto.conf"},
         std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});

@@ -32,8 +32,8 @@ private:
     int port_;
 };
 
-/// A real MQTT broker (mosquitto) on its own loopback port. It ends when the object is destroyed.
-/// Port and saved state survive stop() and start().
+/// A real MQTT broker (mosquitto) on its own loopback port. It runs from construction and ends when
+/// the object is destroyed. Port and saved state survive stop() and start().
 class Broker {
 public:
     /// `settings` are further lines of the broker's configuration; they follow the listener's.
@@ -41,7 +41,7 @@ public:
 
     int port() const { return port_.number(); }
 
-    /// Returns once the broker accepts connections.
+    /// Starts the broker again after stop() or kill(), and returns once it accepts connections.
     void start();
 
     /// Stops the broker as its service manager would (SIGTERM) and waits for its end.

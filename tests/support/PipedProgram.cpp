@@ -23,10 +23,6 @@ std::vector<std::string> readingFrom(const std::string& file,
     return command;
 }
 
-bool holds(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
 } // namespace
 
 PipedProgram::PipedProgram(const std::vector<std::string>& arguments)
@@ -46,11 +42,7 @@ void PipedProgram::hangUp() {
 }
 
 bool PipedProgram::prints(const std::string& text) const {
-    return eventually([&] { return holds(program_.outSoFar(), text); });
-}
-
-bool PipedProgram::reports(const std::string& text) const {
-    return eventually([&] { return holds(program_.errSoFar(), text); });
+    return eventually([&] { return program_.outSoFar().find(text) != std::string::npos; });
 }
 
 } // namespace support

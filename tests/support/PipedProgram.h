@@ -23,10 +23,8 @@ public:
     /// Closes the writing end, which ends the input.
     void hangUp();
 
-    /// Waits until its standard output, or its standard error, contains `text`. Returns false after
-    /// a deadline.
+    /// Waits until its standard output contains `text`. Returns false after a deadline.
     bool prints(const std::string& text) const;
-    bool reports(const std::string& text) const;
 
 private:
     TempDir directory_;
