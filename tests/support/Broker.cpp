@@ -25,13 +25,19 @@ sockaddr_in loopback(int port) {
     return address;
 }
 
-bool takesConnections(int port) {
+/// Sends a CONNECT and waits for any reaction: a broker that expects TLS closes the connection. The
+/// kernel accepts connections earlier, when mosquitto still forgets a SIGTERM.
+bool serves(int port) {
+    const std::string connectPacket("\x10\x11\0\4MQTT\4\2\0\x3c\0\5probe", 19);
     const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_in address = loopback(port);
-    const bool taken =
-        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    pollfd reaction = {probe, POLLIN, 0};
+    const bool serving =
+        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        send(probe, connectPacket.data(), connectPacket.size(), MSG_NOSIGNAL) > 0 &&
+        poll(&reaction, 1, 10000) == 1;
     close(probe);
-    return taken;
+    return serving;
 }
 
 std::vector<std::string> linesOf(const std::string& text) {
@@ -84,7 +90,7 @@ void Broker::start() {
     program_ = std::make_unique<RunningProgram>(
         std::vector<std::string>{"mosquitto", "-c", directory_ / "mosquitto.conf"},
         std::vector<std::string>{"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
-    if (!eventually([&] { return takesConnections(port()); }))
+    if (!eventually([&] { return serves(port()); }))
         throw std::runtime_error("mosquitto does not start: " + program_->errSoFar());
 }
 

@@ -41,7 +41,7 @@ public:
 
     int port() const { return port_.number(); }
 
-    /// Starts the broker again after stop() or kill(), and returns once it accepts connections.
+    /// Starts the broker again after stop() or kill(), and returns once it serves clients.
     void start();
 
     /// Stops the broker as its service manager would (SIGTERM) and waits for its end.
