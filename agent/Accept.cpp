@@ -2,8 +2,9 @@
 //
 // The library's socket server calls accept() for each client. It never closes the descriptors, and
 // sets no time limit for a silent client. About a thousand connections would use up the
-// descriptors, and one silent client would block all others. The server's interface cannot change
-// that. But a function that a program exports takes precedence over the C library's, also for
+// descriptors, and one silent client would block all others. loop() makes a listener of its own, so
+// that a client that has already connected to the constructor's would wait for ever. The server's
+// interface cannot change that. But a function that a program exports takes precedence over the C library's, also for
 // shared libraries. So the program defines accept(). For the server's listener it adds what the
 // server leaves out. For every other socket it behaves like the C library's function.
 
@@ -112,6 +113,28 @@ bool Connections::isListener(int descriptor) const {
                                 std::find(address.sun_path, address.sun_path + most, '\0'));
 }
 
+/// Returns the listener that the server's constructor made, or -1. It is older than `listener`, and
+/// nothing of a lower number has been closed in between.
+int Connections::earlierListener(int listener) const {
+    for (int descriptor = 0; descriptor < listener; ++descriptor)
+        if (isListener(descriptor))
+            return descriptor;
+    return -1;
+}
+
+/// Closes the earlier listener when nobody waits at it. Nobody can join: the socket file belongs to
+/// the other listener.
+bool Connections::hasEarlyClient() {
+    if (earlier_ < 0)
+        return false;
+    pollfd waiting = {earlier_, POLLIN, 0};
+    if (poll(&waiting, 1, 0) == 1)
+        return true;
+    close(earlier_);
+    earlier_ = -1;
+    return false;
+}
+
 /// Returns false when the loop must end.
 bool Connections::waitForClient(int listener) const {
     pollfd waiting[] = {{listener, POLLIN, 0}, {wakeUp_, POLLIN, 0}};
@@ -121,19 +144,23 @@ bool Connections::waitForClient(int listener) const {
 }
 
 int Connections::next(int listener, sockaddr* address, socklen_t* length) {
-    if (first_)
-        listening_.set_value();
-    first_ = false;
     closeClient(); // the server is done with it
-    // The server makes its listener inheritable. A service that a request restarts would otherwise
-    // hold the listener after the agent has ended.
-    fcntl(listener, F_SETFD, FD_CLOEXEC);
-    if (!waitForClient(listener)) {
+    if (first_) {
+        first_ = false;
+        earlier_ = earlierListener(listener);
+        // The server makes its listeners inheritable. A service that a request restarts would
+        // otherwise hold them after the agent has ended.
+        fcntl(earlier_, F_SETFD, FD_CLOEXEC);
+        fcntl(listener, F_SETFD, FD_CLOEXEC);
+        listening_.set_value();
+    }
+    const bool isEarly = hasEarlyClient();
+    if (!isEarly && !waitForClient(listener)) {
         stop_ = true;
         keep(hungUpClient());
         return client_;
     }
-    const int client = accept4(listener, address, length, SOCK_CLOEXEC);
+    const int client = accept4(isEarly ? earlier_ : listener, address, length, SOCK_CLOEXEC);
     if (client < 0) {
         const int error = errno;
         pollfd ending = {wakeUp_, POLLIN, 0};

@@ -14,6 +14,7 @@ namespace agent {
 /// and calls this object when the server calls accept(). Only one object may exist at a time.
 ///
 /// - A client's descriptor is closed when the server accepts the next client.
+/// - Clients that connected before loop() made its own listener are served first.
 /// - A client that sends nothing for the idle limit is dropped: the server's recv() then fails.
 /// - endLoop() ends the server's loop, whatever it waits for.
 class Connections {
@@ -47,6 +48,8 @@ public:
     int next(int listener, sockaddr* address, socklen_t* length);
 
 private:
+    int earlierListener(int listener) const;
+    bool hasEarlyClient();
     bool waitForClient(int listener) const;
     void keep(int client);
     void closeClient();
@@ -56,6 +59,7 @@ private:
     int wakeUp_; ///< an eventfd, readable once the loop must end
     std::promise<void> listening_;
     bool first_ = true; ///< until next() is called
+    int earlier_ = -1;  ///< the listener of the server's constructor, while clients wait at it
     bool stop_ = false;
     std::mutex mutex_;
     bool ending_ = false; // guarded by mutex_

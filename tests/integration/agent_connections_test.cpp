@@ -113,10 +113,9 @@ TEST(tavo_agent_connections, LeaveTheLimitOfDescriptorsAsItIs) {
 
 TEST(tavo_agent_connections, AreNotPassedOnToPrograms) {
     AgentInSandbox agent({"--allow", "sh"});
-    // Only the listener, which no client can reach any more, may be inherited.
     EXPECT_THAT(agent.call(request("process.run", R"({"command":"sh","arguments":["-c",)"
                                                   R"("ls -l /proc/$$/fd | grep -c socket:"]})")),
-                HasSubstr("\"output\":\"1\\n\""));
+                HasSubstr("\"output\":\"0\\n\""));
 }
 
 TEST(tavo_agent_connections, AreNotServedByAProgramThatOutlivesTheAgent) {
@@ -197,6 +196,21 @@ TEST_P(tavo_agent_silent_clients, DoNotPreventASecondStartFromReportingThatTheNa
 
 INSTANTIATE_TEST_SUITE_P(clients, tavo_agent_silent_clients, testing::Values(7, 200),
                          [](const auto& count) { return "Of" + std::to_string(count.param); });
+
+TEST(tavo_agent_early_clients, AreServedFirst) {
+    const auto served = [](const std::string& payload) {
+        const std::string length = std::to_string(payload.size());
+        return "Waiting for a connection...\nConnected.\nReceiving: " + length +
+               " bytes\nReceive result:" + length + "\nReceived:" + payload +
+               "\nReceiving: 0 bytes\nReceive result:0\n";
+    };
+    const support::ProgramResult ran = support::runInSandbox({TAVO_EARLY_CLIENTS});
+    EXPECT_EQ(0, ran.status) << ran.err;
+    EXPECT_EQ(served("first") + served("second") + served("third") +
+                  "Waiting for a connection...\nConnected.\nReceiving: 0 bytes\n"
+                  "Receive result:0\n1 listener\n",
+              ran.out);
+}
 
 /// Expects the agent to disconnect a client that has sent `bytes`, and to serve the next one.
 void expectCutOffAfter(const std::string& bytes) {
