@@ -2,11 +2,12 @@
 //
 // The library's socket server calls accept() for each client. It never closes the descriptors, and
 // sets no time limit for a silent client. About a thousand connections would use up the
-// descriptors, and one silent client would block all others. loop() makes a listener of its own, so
-// that a client that has already connected to the constructor's would wait for ever. The server's
-// interface cannot change that. But a function that a program exports takes precedence over the C library's, also for
-// shared libraries. So the program defines accept(). For the server's listener it adds what the
-// server leaves out. For every other socket it behaves like the C library's function.
+// descriptors, and one silent client would block all others. The server's loop() replaces the
+// listener of its constructor, and never serves a client that connected before. The server's
+// interface cannot change that. But a function that a program exports takes precedence over the C
+// library's, also for shared libraries. So the program defines accept(). For the server's listener
+// it adds what the server leaves out. For every other socket it behaves like the C library's
+// function.
 
 #include "Accept.h"
 
@@ -113,8 +114,8 @@ bool Connections::isListener(int descriptor) const {
                                 std::find(address.sun_path, address.sun_path + most, '\0'));
 }
 
-/// Returns the listener that the server's constructor made, or -1. It is older than `listener`, and
-/// nothing of a lower number has been closed in between.
+/// Returns the listener that the server's constructor made, or -1. It was opened before `listener`,
+/// and no lower descriptor has been closed since then, so its number is lower.
 int Connections::earlierListener(int listener) const {
     for (int descriptor = 0; descriptor < listener; ++descriptor)
         if (isListener(descriptor))
@@ -122,8 +123,8 @@ int Connections::earlierListener(int listener) const {
     return -1;
 }
 
-/// Closes the earlier listener when nobody waits at it. Nobody can join: the socket file belongs to
-/// the other listener.
+/// Closes the earlier listener when no client waits in its queue. No further client can connect to
+/// it, because the socket file belongs to the new listener.
 bool Connections::hasEarlyClient() {
     if (earlier_ < 0)
         return false;

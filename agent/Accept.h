@@ -59,7 +59,7 @@ private:
     int wakeUp_; ///< an eventfd, readable once the loop must end
     std::promise<void> listening_;
     bool first_ = true; ///< until next() is called
-    int earlier_ = -1;  ///< the listener of the server's constructor, while clients wait at it
+    int earlier_ = -1;  ///< the constructor's listener, while clients wait in its queue
     bool stop_ = false;
     std::mutex mutex_;
     bool ending_ = false; // guarded by mutex_

@@ -1,6 +1,6 @@
-// Serves the socket "early" through the agent's own accept(). Two clients send their messages before
-// the server's loop starts, and a third one while the first is served. Prints how many listeners
-// are open after the loop.
+// Serves the socket "early" through the agent's own accept(). Two clients send their messages
+// before the server's loop starts, and a third one while the first is served. Prints how many
+// listeners programs would inherit while the first is served, and how many are open after the loop.
 
 #include <kvr/api/com/NQ_Sockets.h>
 
@@ -11,6 +11,7 @@
 #include <iostream>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -36,13 +37,23 @@ void sendMessage(const std::string& payload) {
     close(client);
 }
 
+int countListeners(const agent::Connections& connections, bool onlyInheritable) {
+    int count = 0;
+    for (int descriptor = 0; descriptor < kDescriptors; ++descriptor)
+        if (connections.isListener(descriptor) &&
+            !(onlyInheritable && (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0))
+            ++count;
+    return count;
+}
+
 class Ender : public kvr::api::iot::Observer<NQ_Sockets> {
 public:
     explicit Ender(agent::Connections& connections) : connections_(connections) {}
     void update(NQ_Sockets* server) override {
-        if (server->getLastMessage() == "first")
+        if (server->getLastMessage() == "first") {
+            std::cout << countListeners(connections_, true) << " inheritable\n";
             sendMessage("third");
-        else if (server->getLastMessage() == "third")
+        } else if (server->getLastMessage() == "third")
             connections_.endLoop();
     }
 
@@ -60,8 +71,5 @@ int main() {
     sendMessage("first");
     sendMessage("second");
     server.loop(connections.stopFlag());
-    int listeners = 0;
-    for (int descriptor = 0; descriptor < kDescriptors; ++descriptor)
-        listeners += connections.isListener(descriptor) ? 1 : 0;
-    std::cout << listeners << " listener\n";
+    std::cout << countListeners(connections, false) << " open\n";
 }

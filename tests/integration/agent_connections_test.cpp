@@ -200,17 +200,17 @@ INSTANTIATE_TEST_SUITE_P(clients, tavo_agent_silent_clients, testing::Values(7, 
                          [](const auto& count) { return "Of" + std::to_string(count.param); });
 
 TEST(tavo_agent_early_clients, AreServedFirst) {
-    const auto served = [](const std::string& payload) {
+    const auto served = [](const std::string& payload, const std::string& printed = "") {
         const std::string length = std::to_string(payload.size());
         return "Waiting for a connection...\nConnected.\nReceiving: " + length +
-               " bytes\nReceive result:" + length + "\nReceived:" + payload +
-               "\nReceiving: 0 bytes\nReceive result:0\n";
+               " bytes\nReceive result:" + length + "\nReceived:" + payload + "\n" + printed +
+               "Receiving: 0 bytes\nReceive result:0\n";
     };
     const support::ProgramResult ran = support::runInSandbox({TAVO_EARLY_CLIENTS});
     EXPECT_EQ(0, ran.status) << ran.err;
-    EXPECT_EQ(served("first") + served("second") + served("third") +
+    EXPECT_EQ(served("first", "0 inheritable\n") + served("second") + served("third") +
                   "Waiting for a connection...\nConnected.\nReceiving: 0 bytes\n"
-                  "Receive result:0\n1 listener\n",
+                  "Receive result:0\n1 open\n",
               ran.out);
 }
 
