@@ -25,8 +25,9 @@ sockaddr_in loopback(int port) {
     return address;
 }
 
-/// Sends a CONNECT and waits for any reaction: a broker that expects TLS closes the connection. The
-/// kernel accepts connections earlier, when mosquitto still forgets a SIGTERM.
+/// Sends a CONNECT and waits for any reaction: a broker that expects TLS closes the connection. An
+/// accepted connection alone proves nothing: the kernel accepts it before mosquitto enters its main
+/// loop, and until then mosquitto ignores a SIGTERM.
 bool serves(int port) {
     const std::string connectPacket("\x10\x11\0\4MQTT\4\2\0\x3c\0\5probe", 19);
     const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -85,7 +86,7 @@ Broker::Broker(const std::string& settings) {
 }
 
 void Broker::start() {
-    if (program_) // whose port a second broker could not listen on
+    if (program_) // a second broker could not listen on the same port
         throw std::logic_error("the broker is running");
     program_ = std::make_unique<RunningProgram>(
         std::vector<std::string>{"mosquitto", "-c", directory_ / "mosquitto.conf"},

@@ -29,8 +29,8 @@ namespace com {
 /// - The buffer for a payload is allocated before the payload arrives. Text that is read as a
 ///   length announces up to 4 GiB (3.8 GB were measured). Trust the clients, or limit the process's
 ///   memory.
-/// - loop() replaces the listening socket of the constructor. A client that connected in between is
-///   never served, and sees no error.
+/// - loop() replaces the listening socket of the constructor. A client that connects before loop()
+///   is called is never served, and sees no error.
 /// - The server serves one client at a time, without a time limit. A client that stays connected
 ///   and silent blocks all others.
 /// - Deliberate: the server never closes the descriptors of clients or the listening socket. About
